@@ -1,0 +1,231 @@
+#include <kwtsdk/bluetooth_helper.h>
+
+#include <atomic>
+#include <mutex>
+#include <utility>
+
+#include "channel/command_channel.h"
+#include "channel/shared_field.h"
+#include "filestore/file_deletion.h"
+#include "filestore/file_download.h"
+#include "filestore/file_listing.h"
+#include "filestore/file_queries.h"
+#include "status/status_queries.h"
+
+namespace kwtsdk {
+
+using internal::SharedField;
+
+struct KWTBluetoothHelper::Impl {
+  explicit Impl(Platform platform)
+      : channel(std::move(platform)),
+        status(channel),
+        files(channel),
+        deletion(channel, files),
+        listing(channel, status, files),
+        download(channel, status, files, deletion) {}
+
+  internal::CommandChannel channel;
+  internal::StatusQueries status;
+  internal::FileQueries files;
+  internal::FileDeletion deletion;
+  internal::FileListing listing;
+  internal::FileDownload download;
+
+  std::atomic<std::int64_t> mtu{0};
+  SharedField<std::shared_ptr<Characteristic>> commandCharacteristic;
+  SharedField<std::shared_ptr<FileHandle>> recordFileHandle;
+};
+
+KWTBluetoothHelper::KWTBluetoothHelper(Platform platform)
+    : impl_(std::make_unique<Impl>(std::move(platform))) {}
+
+KWTBluetoothHelper::~KWTBluetoothHelper() = default;
+
+std::shared_ptr<KWTBluetoothHelper> KWTBluetoothHelper::create(Platform platform) {
+  const std::shared_ptr<KWTBluetoothHelper> helper(new KWTBluetoothHelper(std::move(platform)));
+  helper->impl_->channel.bindOwner(helper);
+  return helper;
+}
+
+// ---- Link binding and registry ----
+
+std::shared_ptr<Peripheral> KWTBluetoothHelper::connectedPeripheral() const {
+  return impl_->channel.link.peripheral();
+}
+
+void KWTBluetoothHelper::setConnectedPeripheral(std::shared_ptr<Peripheral> peripheral) {
+  impl_->channel.link.setPeripheral(std::move(peripheral));
+}
+
+KWTBluetoothHelper::Registry KWTBluetoothHelper::discoveredCharacteristics() const {
+  return impl_->channel.link.registry();
+}
+
+void KWTBluetoothHelper::setDiscoveredCharacteristics(Registry registry) {
+  impl_->channel.link.setRegistry(std::move(registry));
+}
+
+void KWTBluetoothHelper::addDiscoveredCharacteristic(std::shared_ptr<Characteristic> characteristic) {
+  impl_->channel.link.add(std::move(characteristic));
+}
+
+std::function<void(std::shared_ptr<Characteristic>)> KWTBluetoothHelper::addDiscoveredCharacteristicBlock() {
+  return [weak = weak_from_this()](std::shared_ptr<Characteristic> characteristic) {
+    if (const auto self = weak.lock()) self->addDiscoveredCharacteristic(std::move(characteristic));
+  };
+}
+
+KWTBluetoothHelper::PeripheralEvent KWTBluetoothHelper::didWriteValueForCharacteristicBlock() {
+  return
+      [weak = weak_from_this()](const auto& peripheral, const auto& characteristic, const MaybeError& error) {
+        if (const auto self = weak.lock())
+          self->didWriteValueForCharacteristic(peripheral, characteristic, error);
+      };
+}
+
+KWTBluetoothHelper::PeripheralEvent KWTBluetoothHelper::didUpdateValueForCharacteristicBlock() {
+  return
+      [weak = weak_from_this()](const auto& peripheral, const auto& characteristic, const MaybeError& error) {
+        if (const auto self = weak.lock())
+          self->didUpdateValueForCharacteristic(peripheral, characteristic, error);
+      };
+}
+
+void KWTBluetoothHelper::startSubscribingToCharacteristic(const std::string& uuid) {
+  impl_->channel.link.setNotify(true, uuid);
+}
+
+void KWTBluetoothHelper::stopSubscribingToCharacteristic(const std::string& uuid) {
+  impl_->channel.link.setNotify(false, uuid);
+}
+
+// ---- Fields ----
+
+bool KWTBluetoothHelper::written() const { return impl_->channel.watchdog.written; }
+void KWTBluetoothHelper::setWritten(bool written) { impl_->channel.watchdog.written = written; }
+
+std::shared_ptr<Timer> KWTBluetoothHelper::monitorTimer() const { return impl_->channel.watchdog.timer(); }
+void KWTBluetoothHelper::setMonitorTimer(std::shared_ptr<Timer> timer) {
+  impl_->channel.watchdog.setTimer(std::move(timer));
+}
+
+std::shared_ptr<Characteristic> KWTBluetoothHelper::commandCharacteristic() const {
+  return impl_->commandCharacteristic.get();
+}
+void KWTBluetoothHelper::setCommandCharacteristic(std::shared_ptr<Characteristic> characteristic) {
+  impl_->commandCharacteristic.set(std::move(characteristic));
+}
+
+std::int64_t KWTBluetoothHelper::cmdType() const { return impl_->channel.dispatcher.cmdType; }
+void KWTBluetoothHelper::setCmdType(std::int64_t cmdType) { impl_->channel.dispatcher.cmdType = cmdType; }
+
+std::int64_t KWTBluetoothHelper::MTU() const { return impl_->mtu; }
+void KWTBluetoothHelper::setMTU(std::int64_t mtu) { impl_->mtu = mtu; }
+
+ReplyHandler KWTBluetoothHelper::completionBlock() const {
+  return impl_->channel.dispatcher.pending.callback();
+}
+void KWTBluetoothHelper::setCompletionBlock(ReplyHandler block) {
+  impl_->channel.dispatcher.pending.set(std::move(block));
+}
+
+ReplyHandler KWTBluetoothHelper::writeDataBlock() const {
+  return impl_->channel.dispatcher.stream.callback();
+}
+void KWTBluetoothHelper::setWriteDataBlock(ReplyHandler block) {
+  impl_->channel.dispatcher.stream.set(std::move(block));
+}
+
+std::shared_ptr<FileHandle> KWTBluetoothHelper::recordFileHandle() const {
+  return impl_->recordFileHandle.get();
+}
+void KWTBluetoothHelper::setRecordFileHandle(std::shared_ptr<FileHandle> handle) {
+  impl_->recordFileHandle.set(std::move(handle));
+}
+
+// ---- Dispatcher. A callback may release the host's last reference: the facade holds itself meanwhile. ----
+
+void KWTBluetoothHelper::sendCommand(const Bytes& command, const std::string& toCharacteristic,
+                                     std::int64_t cmdType, ReplyHandler completion) {
+  const auto self = weak_from_this().lock();
+  impl_->channel.dispatcher.send(command, toCharacteristic, cmdType, std::move(completion));
+}
+
+void KWTBluetoothHelper::didWriteValueForCharacteristic(const std::shared_ptr<Peripheral>&,
+                                                        const std::shared_ptr<Characteristic>& characteristic,
+                                                        const MaybeError& error) {
+  const auto self = weak_from_this().lock();
+  impl_->channel.dispatcher.didWrite(characteristic, error);
+}
+
+void KWTBluetoothHelper::didUpdateValueForCharacteristic(
+    const std::shared_ptr<Peripheral>&, const std::shared_ptr<Characteristic>& characteristic,
+    const MaybeError& error) {
+  const auto self = weak_from_this().lock();
+  impl_->channel.dispatcher.didUpdate(characteristic, error);
+}
+
+void KWTBluetoothHelper::startMonitorTimer(ReplyHandler onTimeout) {
+  impl_->channel.watchdog.start(weak_from_this(), std::move(onTimeout));
+}
+
+void KWTBluetoothHelper::stopMonitorTimer() { impl_->channel.watchdog.stop(); }
+
+// ---- Status ----
+
+void KWTBluetoothHelper::getPower(LevelCompletion completion) {
+  impl_->status.getPower(std::move(completion));
+}
+std::int64_t KWTBluetoothHelper::getPower() { return impl_->status.getPower(); }
+
+void KWTBluetoothHelper::getFirmwareVersion(ValueCompletion<std::string> completion) {
+  impl_->status.getFirmwareVersion(std::move(completion));
+}
+std::optional<std::string> KWTBluetoothHelper::getFirmwareVersion() {
+  return impl_->status.getFirmwareVersion();
+}
+
+void KWTBluetoothHelper::getCapacity(ValueCompletion<ByteCounts> completion) {
+  impl_->status.getCapacity(std::move(completion));
+}
+std::optional<ByteCounts> KWTBluetoothHelper::getCapacity() { return impl_->status.getCapacity(); }
+
+// ---- Flash file store ----
+
+void KWTBluetoothHelper::getFileNumAndFirstId(ValueCompletion<FlashInfo> completion) {
+  impl_->files.getFileNumAndFirstId(std::move(completion));
+}
+std::optional<FlashInfo> KWTBluetoothHelper::getFileNumAndFirstId() {
+  return impl_->files.getFileNumAndFirstId();
+}
+
+void KWTBluetoothHelper::getFileInfo(std::int64_t fileId, ValueCompletion<KWTFileHeader> completion) {
+  impl_->files.getFileInfo(fileId, std::move(completion));
+}
+std::optional<KWTFileHeader> KWTBluetoothHelper::getFileInfo(std::int64_t fileId) {
+  return impl_->files.getFileInfo(fileId);
+}
+
+void KWTBluetoothHelper::getFlashFileList(ValueCompletion<std::vector<KWTFileHeader>> completion) {
+  impl_->listing.getFlashFileList(std::move(completion));
+}
+
+void KWTBluetoothHelper::downloadFirstFlashFile(const std::string& outputFilePath, Progress progress,
+                                                Completion completion) {
+  impl_->download.downloadFirstFlashFile(outputFilePath, std::move(progress), std::move(completion));
+}
+
+void KWTBluetoothHelper::notifyDownloadSuccess(ReplyHandler completion) {
+  impl_->download.notifyDownloadSuccess(std::move(completion));
+}
+bool KWTBluetoothHelper::notifyDownloadSuccess() { return impl_->download.notifyDownloadSuccess(); }
+
+void KWTBluetoothHelper::deleteFile(std::int64_t fileId, ValueCompletion<ByteCounts> completion) {
+  impl_->deletion.deleteFile(fileId, std::move(completion));
+}
+void KWTBluetoothHelper::deleteFirstFlashFile(Completion completion) {
+  impl_->deletion.deleteFirstFlashFile(std::move(completion));
+}
+
+}  // namespace kwtsdk

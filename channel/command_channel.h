@@ -1,0 +1,74 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <kwtsdk/platform.h>
+
+#include "channel/dispatcher.h"
+#include "channel/link.h"
+#include "channel/logger.h"
+#include "channel/watchdog.h"
+#include "channel/work_queues.h"
+
+namespace kwtsdk::internal {
+
+/// One device operation that a public completion form sends.
+struct Request {
+  const char* writeTo;
+  const char* notifyOn;
+  std::int64_t cmdType;
+  Bytes frame;
+  ReplyHandler onReply;                      // answer, failed write, or 1001
+  std::function<void(const Error&)> onBusy;  // 1002: another command is pending
+  bool freesSlot = false;                    // whether the reply handler itself clears the pending command
+};
+
+/// What the subsystems share: the link, the dispatcher and its slots, the watchdog and the work queues.
+/// Callbacks that are stored anywhere hold owner() weakly; work on a queue holds it strongly.
+class CommandChannel {
+ public:
+  explicit CommandChannel(Platform platform);
+
+  /// `owner` is the facade, whose lifetime is this object's.
+  void bindOwner(std::weak_ptr<void> owner) { owner_ = std::move(owner); }
+  std::shared_ptr<void> owner() const { return owner_.lock(); }
+  const std::weak_ptr<void>& weakOwner() const { return owner_; }
+
+  /// The life of one command: busy check, subscription, sending, and after the reply the end of the
+  /// subscription.
+  void request(Request request);
+
+  /// Reports 1002 the way every operation does: logged, then handed to `onBusy`. False when nothing is
+  /// pending.
+  bool refusedAsBusy(const std::function<void(const Error&)>& onBusy) const;
+
+  /// Subscribes and sends under one hold of the gate, without an end of the subscription.
+  void subscribeAndSend(const Request& request);
+
+  const Platform platform;
+  const Logger log;
+  Link link;
+  Dispatcher dispatcher;
+  Watchdog watchdog;
+  WorkQueues queues;
+
+ private:
+  enum class Attempt { sent, busy, refused };
+  using Subscription = std::uint64_t;
+
+  Subscription subscribe(const char* notifyOn);
+  void endSubscription(const char* notifyOn, Subscription subscription);
+  ReplyHandler withCleanUp(const Request& request, Subscription subscription);
+  void refuseAsBusy(const std::function<void(const Error&)>& onBusy) const;
+
+  std::weak_ptr<void> owner_;
+  // Under the gate: the number of the command that subscribed last, per characteristic. Only that one's reply
+  // switches the notifications off.
+  std::map<std::string, Subscription> lastSubscription_;
+  Subscription subscriptions_ = 0;
+};
+
+}  // namespace kwtsdk::internal

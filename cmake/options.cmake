@@ -1,0 +1,21 @@
+# Settings that every target of the project shares.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(kwtsdk_options INTERFACE)
+target_compile_options(kwtsdk_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(KWTSDK_WARNINGS_AS_ERRORS)
+  target_compile_options(kwtsdk_options INTERFACE -Werror)
+endif()
+target_include_directories(kwtsdk_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+
+# One room of the library: an object library, so that the library, the simulated recorder and tests of internals can
+# take the same objects.
+function(kwtsdk_add_room name)
+  add_library(kwtsdk_${name} OBJECT ${ARGN})
+  target_link_libraries(kwtsdk_${name} PRIVATE kwtsdk_options)
+endfunction()

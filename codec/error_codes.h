@@ -1,0 +1,28 @@
+#pragma once
+
+#include <kwtsdk/error.h>
+
+namespace kwtsdk::internal {
+
+// The library's own error codes and texts; the texts are shown to users as they stand.
+
+inline constexpr char kErrorDomain[] = "com.kwt.sdk";
+inline constexpr char kDescriptionKey[] = "NSLocalizedDescription";
+
+inline Error monitorTimeoutError() { return errorWithInfo(999, "命令执行超时"); }
+inline Error disconnectedError() { return errorWithInfo(1001, "蓝牙断开连接"); }
+inline Error characteristicNotFoundError(const std::string& uuid) {
+  return errorWithInfo(1001, "找不到特征值：%@", uuid);
+}
+inline Error busyError() { return errorWithInfo(1002, "已有操作在进行中"); }
+inline Error dispatcherBusyError(std::int64_t cmdType) {
+  return errorWithInfo(1002, "cmdType:%d, 已有操作在进行中", cmdType);
+}
+inline Error fileIdError() { return errorWithInfo(1005, "文件ID获取失败"); }
+inline Error fileInfoError() { return errorWithInfo(1006, "获取文件信息失败"); }
+inline Error longerThanFileError() { return errorWithInfo(1007, "已下载文件长度大于待下载文件总长度"); }
+
+/// How an error, or its absence, reads in a log line.
+std::string description(const MaybeError& error);
+
+}  // namespace kwtsdk::internal

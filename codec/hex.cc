@@ -1,0 +1,108 @@
+#include "codec/hex.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+namespace kwtsdk::internal {
+namespace {
+
+constexpr char kDigits[] = "0123456789abcdef";
+
+constexpr auto kPairOfByte = [] {
+  std::array<std::array<char, 2>, 256> table{};
+  for (std::size_t byte = 0; byte < 256; ++byte) table[byte] = {kDigits[byte >> 4], kDigits[byte & 15]};
+  return table;
+}();
+
+constexpr std::uint8_t kNoDigit = 0x80;
+
+constexpr auto kValueOfDigit = [] {
+  std::array<std::uint8_t, 256> table{};
+  table.fill(kNoDigit);
+  for (std::uint8_t digit = 0; digit < 16; ++digit) {
+    table[static_cast<unsigned char>(kDigits[digit])] = digit;
+    if (digit >= 10) table[static_cast<unsigned char>(kDigits[digit] - 'a' + 'A')] = digit;
+  }
+  return table;
+}();
+
+std::uint8_t digitAt(const char* text) { return kValueOfDigit[static_cast<unsigned char>(*text)]; }
+
+// Converts `pairs` pairs that all have to be digits; false as soon as one is not (out is then undefined from
+// there on).
+bool convertDigits(const char* text, std::size_t pairs, std::uint8_t* out) {
+  constexpr std::size_t kBlock = 16;  // the check is paid once per block, not once per pair
+  unsigned bad = 0;
+  for (std::size_t i = 0; i < pairs; ++i) {
+    const unsigned high = digitAt(text + 2 * i), low = digitAt(text + 2 * i + 1);
+    bad |= high | low;
+    out[i] = static_cast<std::uint8_t>(high << 4 | low);
+    if (i % kBlock == kBlock - 1 && (bad & kNoDigit) != 0) return false;
+  }
+  return (bad & kNoDigit) == 0;
+}
+
+bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+// One pair the way a number scanner reads it: blanks before the digits are skipped, the first non-digit ends
+// it.
+void appendScannedPair(char first, char second, Bytes& out) {
+  const std::uint8_t high = digitAt(&first), low = digitAt(&second);
+  if (high != kNoDigit) {
+    out.push_back(low == kNoDigit ? high : static_cast<std::uint8_t>(high << 4 | low));
+  } else if (isBlank(first) && low != kNoDigit) {
+    out.push_back(low);
+  }
+}
+
+}  // namespace
+
+std::string hexString(std::span<const std::uint8_t> bytes) {
+  std::string text(bytes.size() * 2, '\0');
+  char* out = text.data();
+  for (const std::uint8_t byte : bytes) {
+    std::memcpy(out, kPairOfByte[byte].data(), 2);
+    out += 2;
+  }
+  return text;
+}
+
+Bytes toData(std::string_view text) {
+  const std::size_t pairs = text.size() / 2;
+  Bytes bytes(pairs);
+  if (convertDigits(text.data(), pairs, bytes.data())) return bytes;
+  bytes.clear();
+  for (std::size_t i = 0; i < pairs; ++i) appendScannedPair(text[2 * i], text[2 * i + 1], bytes);
+  return bytes;
+}
+
+Bytes reverse(std::span<const std::uint8_t> bytes) { return {bytes.rbegin(), bytes.rend()}; }
+
+std::uint64_t hexToDecimal(std::span<const std::uint8_t> bytes) {
+  std::uint64_t value = 0;
+  for (const std::uint8_t byte : bytes) value = value << 8 | byte;
+  return value;
+}
+
+std::string littleEndianHexStringWithLength(std::uint64_t value, std::int64_t length) {
+  std::array<std::uint8_t, 4> bytes{};
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(value >> (8 * i));
+  std::string text = hexString(bytes);
+  if (length > 8) text.insert(0, static_cast<std::size_t>(length - 8), '0');
+  return text;
+}
+
+std::string nzeros(std::int32_t count) {
+  const std::int64_t width = std::max<std::int64_t>(1, std::abs(static_cast<std::int64_t>(count)));
+  if (count >= 0) return std::string(static_cast<std::size_t>(width), '0');
+  return '0' + std::string(static_cast<std::size_t>(width - 1), ' ');
+}
+
+std::uint64_t littleEndianField(std::string_view text, std::size_t position, std::size_t count) {
+  if (position >= text.size()) return 0;
+  return hexToDecimal(reverse(toData(text.substr(position, count))));
+}
+
+}  // namespace kwtsdk::internal

@@ -1,0 +1,160 @@
+#include "filestore/file_download.h"
+
+#include <atomic>
+#include <utility>
+
+#include <kwtsdk/cmd_response.h>
+
+#include "channel/channels.h"
+#include "channel/host_call.h"
+#include "codec/error_codes.h"
+#include "filestore/frames.h"
+#include "status/blocking_request.h"
+
+namespace kwtsdk::internal {
+
+struct FileDownload::Job {
+  std::string path;
+  Progress progress;
+  Completion completion;
+
+  std::int64_t fileId = 0;
+  std::shared_ptr<FileHandle> file;
+  std::uint64_t written = 0, total = 0;  // bytes; touched on the download queue only
+  CallbackSlot::Generation receiver = 0;  // of this download in the stream slot
+  bool failureLogged = false;
+
+  // Set once the caller has been told the outcome: packet steps still queued then do nothing. Without it a
+  // stray packet would finish the download twice, and one that was reported as failed would still delete the
+  // recording.
+  std::atomic<bool> over{false};
+
+  void report(const Logger& log, const MaybeError& error) const { callHost(log, completion, error); }
+};
+
+void FileDownload::downloadFirstFlashFile(const std::string& outputFilePath, Progress progress,
+                                          Completion completion) {
+  const auto onBusy = [&](const Error& error) { callHost(channel_.log, completion, error); };
+  if (channel_.refusedAsBusy(onBusy)) return;
+  const auto job = std::make_shared<Job>();
+  job->path = outputFilePath;
+  job->progress = std::move(progress);
+  job->completion = std::move(completion);
+  channel_.queues.async(QueueId::download, [this, owner = channel_.owner(), job] { prepare(job); });
+}
+
+void FileDownload::prepare(const SharedJob& job) {
+  status_.getPower();  // wakes the recorder; the level does not matter
+  job->fileId = static_cast<std::int64_t>(files_.getFileNumAndFirstId().value_or(FlashInfo{}).FirstID);
+  if (job->fileId <= 0) return job->report(channel_.log, fileIdError());
+  channel_.platform.scheduler->sleep(kPause);
+  const auto header = files_.getFileInfo(job->fileId);
+  if (!header) return job->report(channel_.log, fileInfoError());
+  job->file = getFileHandleForAppend(job->path);
+  if (!job->file)
+    channel_.log.error("Cannot open %@ for writing; the recording stays on the device", job->path);
+  job->written = static_cast<std::uint64_t>(fileSize(job->path));
+  job->total = header->filesize();
+  if (job->written > job->total) return job->report(channel_.log, longerThanFileError());
+  stream(job);
+}
+
+void FileDownload::stream(const SharedJob& job) {
+  // An earlier download's watchdog must not take the receiver below for its own.
+  channel_.watchdog.stop();
+  job->receiver = channel_.dispatcher.stream.set(packetReceiver(job));
+  armWatchdog();
+  channel_.subscribeAndSend({
+      .writeTo = CHARACTERISTIC_WRITE,
+      .notifyOn = CHARACTERISTIC_NOTIFY,
+      .cmdType = KWTCmdTypeDownloadFile,
+      .frame = downloadRequest(job->fileId, job->written),
+      .onReply =
+          [log = channel_.log, job](const MaybeError& error, const std::optional<std::string>&) {
+            job->over = true;
+            job->report(log, error);
+            closeFileHandle(job->file);
+          },
+      .onBusy = nullptr,
+  });
+}
+
+// Whatever command is pending at this moment is told when the stream stalls; in a plain download there is
+// none.
+void FileDownload::armWatchdog() {
+  ReplyHandler onTimeout;
+  if (auto pending = channel_.dispatcher.pending.current()) {
+    onTimeout = [this, pending = std::move(pending)](const MaybeError& error, const auto& reply) {
+      channel_.dispatcher.complete(pending, error, reply);
+    };
+  }
+  channel_.watchdog.start(channel_.weakOwner(), std::move(onTimeout));
+}
+
+ReplyHandler FileDownload::packetReceiver(const SharedJob& job) {
+  return
+      [this, weak = channel_.weakOwner(), job](const MaybeError&, const std::optional<std::string>& packet) {
+        auto owner = weak.lock();
+        if (!owner) return;
+        channel_.watchdog.written = true;
+        channel_.log.debug("Call writeDataBlock!");
+        channel_.queues.async(QueueId::download,
+                              [this, owner = std::move(owner), job, packet] { takePacket(job, packet); });
+      };
+}
+
+void FileDownload::takePacket(const SharedJob& job, const std::optional<std::string>& packet) {
+  if (job->over) return;
+  std::uint64_t size = 0;
+  const std::int64_t result = KWTCmdResponse::writeDownloadData(packet, &size, job->file);
+  logFailedWrite(job);
+  job->written += size;
+  callHost(channel_.log, job->progress, job->written, job->total);
+  if ((job->written != 0 && job->written >= job->total) || result != 0) finish(job);
+}
+
+void FileDownload::finish(const SharedJob& job) {
+  job->over = true;
+  const bool saved = job->file && job->file->failure().empty();
+  callHost(channel_.log, job->progress, job->total, job->total);
+  channel_.dispatcher.deliver(std::nullopt, std::nullopt);
+  channel_.dispatcher.stream.clearUpTo(job->receiver);
+  if (!saved) return;  // the device's copy is the only one
+  notifyDownloadSuccess();
+  channel_.platform.scheduler->sleep(kPause);
+  deletion_.deleteFile(job->fileId,
+                       [log = channel_.log, id = job->fileId](const MaybeError& error, const auto&) {
+                         log.info("Delete fileId(%ld) error:%@", id, description(error));
+                       });
+}
+
+void FileDownload::logFailedWrite(const SharedJob& job) {
+  if (job->failureLogged || !job->file) return;
+  const std::string failure = job->file->failure();
+  if (failure.empty()) return;
+  job->failureLogged = true;
+  channel_.log.error("Cannot write %@: %@; the recording stays on the device", job->path, failure);
+}
+
+void FileDownload::notifyDownloadSuccess(ReplyHandler completion) {
+  channel_.request({
+      .writeTo = CHARACTERISTIC_WRITE,
+      .notifyOn = CHARACTERISTIC_NOTIFY,
+      .cmdType = KWTCmdTypeNotifyDownloadSuccess,
+      .frame = downloadNotice(),
+      .onReply = [log = channel_.log, completion](
+                     const MaybeError& error,
+                     const std::optional<std::string>& reply) { callHost(log, completion, error, reply); },
+      .onBusy = [log = channel_.log,
+                 completion](const Error& error) { callHost(log, completion, error, std::nullopt); },
+  });
+}
+
+bool FileDownload::notifyDownloadSuccess() {
+  constexpr Duration kNoticeTimeout = std::chrono::seconds(2);
+  return blockingRequest<bool>(channel_, QueueId::notifyDownload, kNoticeTimeout, true, [this](auto finish) {
+    notifyDownloadSuccess([finish](const MaybeError&, const std::optional<std::string>&) { finish(true); });
+  });
+}
+
+}  // namespace kwtsdk::internal

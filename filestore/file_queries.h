@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+
+#include <kwtsdk/callbacks.h>
+#include <kwtsdk/file_header.h>
+
+#include "channel/command_channel.h"
+
+namespace kwtsdk::internal {
+
+/// What the store holds, and one file's header.
+class FileQueries {
+ public:
+  explicit FileQueries(CommandChannel& channel) : channel_(channel) {}
+
+  void getFileNumAndFirstId(ValueCompletion<FlashInfo> completion);
+  std::optional<FlashInfo> getFileNumAndFirstId();
+  void getFileInfo(std::int64_t fileId, ValueCompletion<KWTFileHeader> completion);
+  std::optional<KWTFileHeader> getFileInfo(std::int64_t fileId);
+
+ private:
+  CommandChannel& channel_;
+};
+
+/// Between two commands of a chain: devices need a moment after a reply.
+inline constexpr Duration kPause = std::chrono::milliseconds(3);
+
+}  // namespace kwtsdk::internal

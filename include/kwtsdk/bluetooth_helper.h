@@ -1,0 +1,211 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+#include <kwtsdk/bytes.h>
+#include <kwtsdk/callbacks.h>
+#include <kwtsdk/cmd_type.h>
+#include <kwtsdk/export.h>
+#include <kwtsdk/file_header.h>
+#include <kwtsdk/files.h>
+#include <kwtsdk/peripheral.h>
+#include <kwtsdk/platform.h>
+#include <kwtsdk/uuid.h>
+
+namespace kwtsdk {
+
+/// The one object through which a host drives a recorder. The host scans, connects and discovers; it hands
+/// over the connected peripheral and every characteristic, and forwards write acknowledgements and
+/// notifications. The library learns of a lost link only from the peripheral's state when it sends.
+///
+/// Rules that hold for every operation:
+/// - Any thread may call it, and no exception leaves it. Completions marked "link thread" run on the thread
+/// on which
+///   the host forwards events; errors that need no answer are delivered inside the call.
+/// - One command at a time: while completionBlock is set, an operation fails with 1002 and sends nothing. It
+/// is
+///   still set while a completion runs, so a command started inside a completion on the link thread gets
+///   1002.
+/// - A completion form has no time-out: without an answer its completion is not called, and the facade stays
+///   busy until some notification arrives or a blocking form ends.
+/// - A blocking form must not be called on the link thread: the answer could not be forwarded, so it runs
+///   into its time-out. When it ends it clears completionBlock, also when that belonged to another command.
+/// - 1001 "蓝牙断开连接" (not connected) and 1001 "找不到特征值：…" (characteristic not registered or without
+/// the Write
+///   property) come from the dispatcher, and the Bluetooth stack's own error from a failed write. They are
+///   meant by "dispatcher error" below.
+class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWTBluetoothHelper> {
+ public:
+  /// The process-wide instance, created by the first call and kept until the process ends.
+  static std::shared_ptr<KWTBluetoothHelper> shared();
+
+  /// What shared() stands on. Has an effect only before the first shared(); later it is logged.
+  static void setSharedPlatform(Platform platform);
+
+  /// An independent instance with queues of its own: for tests, or for a second recorder.
+  static std::shared_ptr<KWTBluetoothHelper> create(Platform platform = {});
+
+  ~KWTBluetoothHelper();
+  KWTBluetoothHelper(const KWTBluetoothHelper&) = delete;
+  KWTBluetoothHelper& operator=(const KWTBluetoothHelper&) = delete;
+
+  // ---- Link binding and registry. Nothing here blocks or reports an error. ----
+
+  std::shared_ptr<Peripheral> connectedPeripheral() const;
+  void setConnectedPeripheral(std::shared_ptr<Peripheral> peripheral);
+
+  /// One characteristic per UUID, whatever its service.
+  using Registry = std::unordered_map<Uuid, std::shared_ptr<Characteristic>>;
+  Registry discoveredCharacteristics() const;  // a snapshot
+  void setDiscoveredCharacteristics(Registry registry);
+
+  /// Registers under the characteristic's own UUID; an equal UUID replaces the earlier entry.
+  void addDiscoveredCharacteristic(std::shared_ptr<Characteristic> characteristic);
+
+  // Callbacks for the host's Bluetooth delegate. They hold the facade weakly and do nothing once it is gone.
+  std::function<void(std::shared_ptr<Characteristic>)> addDiscoveredCharacteristicBlock();
+  using PeripheralEvent =
+      std::function<void(std::shared_ptr<Peripheral>, std::shared_ptr<Characteristic>, MaybeError)>;
+  PeripheralEvent didWriteValueForCharacteristicBlock();
+  PeripheralEvent didUpdateValueForCharacteristicBlock();
+
+  /// Switch notifications of a registered characteristic on and off. One that is not registered or lacks the
+  /// Notify property is logged; Indicate alone does not count.
+  void startSubscribingToCharacteristic(const std::string& uuid);
+  void stopSubscribingToCharacteristic(const std::string& uuid);
+
+  // ---- Fields, each readable and settable from any thread. ----
+
+  /// Set by every download packet, cleared by the stall watchdog.
+  bool written() const;
+  void setWritten(bool written);
+
+  /// The stall watchdog; a timer that is no longer the stored one has no effect.
+  std::shared_ptr<Timer> monitorTimer() const;
+  void setMonitorTimer(std::shared_ptr<Timer> timer);
+
+  /// For the host; the library does not use it.
+  std::shared_ptr<Characteristic> commandCharacteristic() const;
+  void setCommandCharacteristic(std::shared_ptr<Characteristic> characteristic);
+
+  /// Type of the last acknowledged write (KWTCmdType); while 0, notifications are dropped.
+  std::int64_t cmdType() const;
+  void setCmdType(std::int64_t cmdType);
+
+  /// Payload size of the firmware transfer in bytes.
+  std::int64_t MTU() const;
+  void setMTU(std::int64_t mtu);
+
+  /// The pending command; empty: none. Setting it is unconditional.
+  ReplyHandler completionBlock() const;
+  void setCompletionBlock(ReplyHandler block);
+
+  /// Receives every notification while set (download); empty: none.
+  ReplyHandler writeDataBlock() const;
+  void setWriteDataBlock(ReplyHandler block);
+
+  /// Output of a live recording.
+  std::shared_ptr<FileHandle> recordFileHandle() const;
+  void setRecordFileHandle(std::shared_ptr<FileHandle> handle);
+
+  // ---- Dispatcher ----
+
+  /// Writes one command and parks `completion` until its answer, which it gets as lower-case hex: the next
+  /// notification on any subscribed characteristic, or the write acknowledgement when that failed or the type
+  /// is 15. Link thread. Reported inside the call, in this order of tests: 1002 "cmdType:%d,
+  /// 已有操作在进行中", 1001 (both texts above).
+  void sendCommand(const Bytes& command, const std::string& toCharacteristic, std::int64_t cmdType,
+                   ReplyHandler completion);
+
+  /// The host forwards every write acknowledgement and every notification here, on one thread, in the order
+  /// of arrival. Replies and completions run inside the call.
+  void didWriteValueForCharacteristic(const std::shared_ptr<Peripheral>& peripheral,
+                                      const std::shared_ptr<Characteristic>& characteristic,
+                                      const MaybeError& error);
+  void didUpdateValueForCharacteristic(const std::shared_ptr<Peripheral>& peripheral,
+                                       const std::shared_ptr<Characteristic>& characteristic,
+                                       const MaybeError& error);
+
+  /// Starts the stall watchdog, checked after 1 s and then every 5 s. A check that finds `written` false
+  /// calls `onTimeout` with 999 "命令执行超时" on a timer thread, clears completionBlock and writeDataBlock
+  /// and stops.
+  void startMonitorTimer(ReplyHandler onTimeout);
+  void stopMonitorTimer();
+
+  // ---- Status ----
+
+  /// Battery level as the recorder reports it. Link thread. Reports 1002; every other failure is level 0
+  /// without an error.
+  void getPower(LevelCompletion completion);
+  /// Blocks up to 5 s. -1: no answer; 0: busy or not sent.
+  std::int64_t getPower();
+
+  /// "1.2.3". Link thread. Reports 1002; every other failure is "" without an error.
+  void getFirmwareVersion(ValueCompletion<std::string> completion);
+  /// Blocks up to 5 s. None: no answer or busy; "": not sent.
+  std::optional<std::string> getFirmwareVersion();
+
+  /// Two byte counts in the recorder's order. Link thread. Reports 1002 and the dispatcher error; an answer
+  /// that does not decode is none without an error.
+  void getCapacity(ValueCompletion<ByteCounts> completion);
+  /// Blocks up to 5 s. None: no answer, busy, not sent or not decodable.
+  std::optional<ByteCounts> getCapacity();
+
+  // ---- Flash file store. Files have consecutive 32-bit ids; sizes are multiples of 32768 bytes. ----
+
+  /// Number of files and first id, both 0 for an empty store. Link thread. Reports 1002, and 1005
+  /// "文件ID获取失败" for every other failure.
+  void getFileNumAndFirstId(ValueCompletion<FlashInfo> completion);
+  /// Blocks up to 5 s. None on any failure.
+  std::optional<FlashInfo> getFileNumAndFirstId();
+
+  /// One file's header; the id's low 32 bits are sent. Link thread. Reports 1002 and the dispatcher error; an
+  /// answer that does not decode is none without an error.
+  void getFileInfo(std::int64_t fileId, ValueCompletion<KWTFileHeader> completion);
+  /// Blocks up to 5 s. None on any failure.
+  std::optional<KWTFileHeader> getFileInfo(std::int64_t fileId);
+
+  /// The headers of all files in id order, one exchange and a 3 ms pause each. Returns at once; the
+  /// completion runs on the queue "com.kwt.getflashlist". Reports 1002 inside the call and 1005; a file whose
+  /// query fails is left out.
+  void getFlashFileList(ValueCompletion<std::vector<KWTFileHeader>> completion);
+
+  /// Downloads the store's first file into `outputFilePath`, continuing at that file's current size, then
+  /// tells the recorder and deletes the file there. Returns at once. `progress` (bytes written, total bytes)
+  /// is called for every packet, `completion` before the recorder is told; both on the queue
+  /// "com.kwt.getflashlist.download", a failed write's completion on the link thread. The file ends with the
+  /// last packet's filler, up to 83 bytes beyond the total. If the file could not be opened or written, the
+  /// recorder keeps its copy. Reports 1002 inside the call, 1005, 1006 "获取文件信息失败", 1007
+  /// "已下载文件长度大于待下载文件总长度", and the dispatcher error. A download whose packets stop coming is
+  /// not reported: the watchdog ends it and logs "Timeout!". The watchdog outlives a finished download by up
+  /// to 6 s and then clears whatever is pending; stopMonitorTimer after the completion avoids that.
+  void downloadFirstFlashFile(const std::string& outputFilePath, Progress progress, Completion completion);
+
+  /// Tells the recorder that a download succeeded. The completion gets the raw reply. Link thread. Reports
+  /// 1002 and the dispatcher error.
+  void notifyDownloadSuccess(ReplyHandler completion);
+  /// Blocks up to 2 s. Always true.
+  bool notifyDownloadSuccess();
+
+  /// Deletes a file; the recorder accepts only the first. The completion gets {result code, second value}.
+  /// Link thread. Reports 1002, the dispatcher error, and the recorder's result as the code: 1
+  /// "删除失败，ID非系统第一个文件", 2 "删除失败，文件ID不存在", 3 "删除失败，文件正在使用中", 4
+  /// "删除失败，文件系统为空", others "error!". A reply of another kind counts as success without a value.
+  void deleteFile(std::int64_t fileId, ValueCompletion<ByteCounts> completion);
+
+  /// Deletes the first file. Returns at once; the completion runs on the link thread, or on a queue
+  /// "com.kwt.getflashlist" of its own for errors that need no answer. Reports what deleteFile reports; when
+  /// the count query fails the recorder is asked to delete id 0.
+  void deleteFirstFlashFile(Completion completion);
+
+ private:
+  struct Impl;
+  explicit KWTBluetoothHelper(Platform platform);
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace kwtsdk

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <kwtsdk/export.h>
+
+namespace kwtsdk {
+
+/// A file open for writing. The first write that fails (full disk, closed file) is the last that is tried:
+/// what is on disk stays a beginning of what was given, which a later download can continue. Safe on any
+/// thread; writing blocks for the disk. Unbuffered: what write accepted is the kernel's, and outlives the
+/// process.
+class KWTSDK_EXPORT FileHandle {
+ public:
+  explicit FileHandle(int descriptor) : descriptor_(descriptor) {}
+  ~FileHandle();
+  FileHandle(const FileHandle&) = delete;
+  FileHandle& operator=(const FileHandle&) = delete;
+
+  /// Writes `size` bytes at the current position; false when that or an earlier write failed or the file is
+  /// closed.
+  bool write(const void* data, std::size_t size);
+  void close();
+  bool isOpen() const;
+
+  /// Why the first failed write failed; "" while none has.
+  std::string failure() const;
+
+ private:
+  mutable std::mutex mutex_;
+  int descriptor_;
+  std::string failure_;
+};
+
+/// Size in bytes; 0 when the path cannot be examined.
+KWTSDK_EXPORT std::int64_t fileSize(const std::string& path);
+
+/// True when something other than a directory exists at the path.
+KWTSDK_EXPORT bool fileIsExist(const std::string& path);
+
+/// Opens for writing, creating an empty file when none exists, and never truncates: with `append` at the end,
+/// otherwise at offset 0 over the old bytes. Null when it cannot be opened; a pipe nobody reads counts as
+/// that, so this does not block.
+KWTSDK_EXPORT std::shared_ptr<FileHandle> getFileHandle(const std::string& path, bool append);
+KWTSDK_EXPORT std::shared_ptr<FileHandle> getFileHandleForAppend(const std::string& path);
+KWTSDK_EXPORT std::shared_ptr<FileHandle> getFileHandleForWrite(const std::string& path);
+
+/// Closes the file; null is a no-op, and so is closing twice.
+KWTSDK_EXPORT void closeFileHandle(const std::shared_ptr<FileHandle>& handle);
+
+/// Blocks of the recorder's store in bytes: blocks * 32768.
+KWTSDK_EXPORT std::uint64_t filesizeFromBlockNum(std::uint32_t blocks);
+
+}  // namespace kwtsdk

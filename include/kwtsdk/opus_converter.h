@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+
+#include <kwtsdk/export.h>
+
+namespace kwtsdk {
+
+/// Converts recorded Opus files. A status of 0 or more is success, a negative one failure. Runs on the thread
+/// that asked for the conversion and blocks it.
+class KWTSDK_EXPORT OpusConverter {
+ public:
+  virtual ~OpusConverter();
+  virtual std::int32_t opus2wav(const char* inputPath, const char* outputPath) = 0;
+  virtual std::int32_t opus2mp3(const char* inputPath, const char* outputPath, std::int32_t parameter) = 0;
+};
+
+}  // namespace kwtsdk

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <kwtsdk/export.h>
+
+namespace kwtsdk {
+
+/// The host's persistent key-value settings. Called on the library's work queues; may block for file access.
+class KWTSDK_EXPORT Settings {
+ public:
+  virtual ~Settings();
+  virtual std::optional<std::uint64_t> read(const std::string& key) const = 0;
+  virtual void write(const std::string& key, std::uint64_t value) = 0;
+  virtual void remove(const std::string& key) = 0;
+
+  /// Brings what was written and removed so far to stable storage.
+  virtual void flush() = 0;
+};
+
+/// Settings in one small file, read on first use. flush replaces the file atomically, so that it is whole
+/// after a crash at any moment; without a flush changes stay in memory. Lines that do not parse are dropped.
+/// A file that cannot be written leaves the old one in place; the next flush tries again. Safe on any thread.
+KWTSDK_EXPORT std::shared_ptr<Settings> fileSettings(const std::string& path);
+
+}  // namespace kwtsdk
