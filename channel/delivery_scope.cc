@@ -9,12 +9,14 @@ thread_local DeliveryScope* innermost = nullptr;
 
 }  // namespace
 
-DeliveryScope::DeliveryScope(const CallbackSlot* slot, CallbackSlot::Generation generation)
-    : slot_(slot), generation_(generation), outer_(std::exchange(innermost, this)) {}
+DeliveryScope::DeliveryScope(SendGate& gate, const CallbackSlot* slot, CallbackSlot::Generation generation)
+    : gate_(gate), slot_(slot), generation_(generation), outer_(std::exchange(innermost, this)) {}
 
 DeliveryScope::~DeliveryScope() {
   innermost = outer_;
-  for (const auto& semaphore : signals_) semaphore->signal();
+  for (auto& semaphore : signals_) {
+    gate_.whenFree([semaphore = std::move(semaphore)] { semaphore->signal(); });
+  }
 }
 
 void DeliveryScope::signal(std::shared_ptr<Semaphore> semaphore) {

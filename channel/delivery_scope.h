@@ -6,6 +6,7 @@
 #include <kwtsdk/scheduler.h>
 
 #include "channel/callback_slot.h"
+#include "channel/send_gate.h"
 
 namespace kwtsdk::internal {
 
@@ -14,10 +15,10 @@ namespace kwtsdk::internal {
 /// command that woke it. Scopes nest.
 class DeliveryScope {
  public:
-  DeliveryScope() : DeliveryScope(nullptr, 0) {}
+  explicit DeliveryScope(SendGate& gate) : DeliveryScope(gate, nullptr, 0) {}
 
   /// For calling a callback of `slot` that belongs to `generation`.
-  DeliveryScope(const CallbackSlot* slot, CallbackSlot::Generation generation);
+  DeliveryScope(SendGate& gate, const CallbackSlot* slot, CallbackSlot::Generation generation);
   ~DeliveryScope();
   DeliveryScope(const DeliveryScope&) = delete;
   DeliveryScope& operator=(const DeliveryScope&) = delete;
@@ -30,6 +31,7 @@ class DeliveryScope {
   static CallbackSlot::Generation generationOf(const CallbackSlot& slot);
 
  private:
+  SendGate& gate_;
   const CallbackSlot* slot_;
   CallbackSlot::Generation generation_;
   DeliveryScope* outer_;

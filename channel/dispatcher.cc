@@ -36,13 +36,13 @@ std::optional<Dispatcher::Refusal> Dispatcher::sendHeld(const Bytes& frame, cons
 
 void Dispatcher::reportRefusal(const Refusal& refusal, const ReplyHandler& completion) {
   log_.error("Error:%@", description(refusal.error));
-  const DeliveryScope scope(&pending, refusal.generation);
+  const DeliveryScope scope(gate, &pending, refusal.generation);
   callHost(log_, completion, refusal.error, std::nullopt);
 }
 
 void Dispatcher::didWrite(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error) {
   if (!characteristic) return;
-  const DeliveryScope scope;
+  const DeliveryScope scope(gate);
   const auto context = contexts_.find(characteristic);
   const std::int64_t type = context ? context->cmdType() : static_cast<std::int64_t>(KWTCmdTypeNone);
   if (error || type == KWTCmdTypeUpdateSendData) {
@@ -54,7 +54,7 @@ void Dispatcher::didWrite(const std::shared_ptr<Characteristic>& characteristic,
 
 void Dispatcher::didUpdate(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error) {
   if (!characteristic || cmdType == KWTCmdTypeNone) return;
-  const DeliveryScope scope;
+  const DeliveryScope scope(gate);
   const auto context = contexts_.find(characteristic);
   const auto text = link_.valueText(*characteristic);
   if (const auto receiver = stream.current()) {
@@ -73,7 +73,7 @@ void Dispatcher::complete(const std::shared_ptr<CallbackSlot::Entry>& command, c
                           const std::optional<std::string>& reply) {
   if (!command || !command->claim()) return;
   {
-    const DeliveryScope scope(&pending, command->generation);
+    const DeliveryScope scope(gate, &pending, command->generation);
     callHost(log_, command->callback, error, reply);
   }
   pending.clearUpTo(command->generation);

@@ -13,6 +13,13 @@ if(KWTSDK_WARNINGS_AS_ERRORS)
 endif()
 target_include_directories(kwtsdk_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 
+# Off where a missing #include has to be noticed.
+option(KWTSDK_PRECOMPILE_HEADERS "Precompile the standard headers, for faster builds" OFF)
+if(KWTSDK_PRECOMPILE_HEADERS)
+  target_precompile_headers(kwtsdk_options INTERFACE <algorithm> <chrono> <filesystem> <functional> <map> <memory> <mutex>
+                            <optional> <string> <unordered_map> <variant> <vector>)
+endif()
+
 # One room of the library: an object library, so that the library, the simulated recorder and tests of internals can
 # take the same objects.
 function(kwtsdk_add_room name)

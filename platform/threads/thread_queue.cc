@@ -5,8 +5,8 @@ namespace kwtsdk::internal {
 ThreadQueue::ThreadQueue() : state_(std::make_shared<State>()) {}
 
 ThreadQueue::~ThreadQueue() {
-  std::deque<std::function<void()>> dropped;  // destroyed after the lock: it may hold anything
   {
+    std::deque<std::function<void()>> dropped;  // destroyed after the lock: it may hold anything
     const std::lock_guard lock(state_->mutex);
     state_->closed = true;
     dropped.swap(state_->work);

@@ -1,0 +1,43 @@
+# What `cmake --install` lays out: libraries, headers, the CMake package `kwtsdk` and pkg-config files.
+include(CMakePackageConfigHelpers)
+
+set(KWTSDK_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/kwtsdk)
+set(KWTSDK_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# Relative to the .pc file, so that the tree can be installed with another prefix or moved.
+file(RELATIVE_PATH KWTSDK_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+
+# Installs the library `target` with the headers directly in `header_dir`, as kwtsdk::<export_name>, and a pkg-config
+# file of the library's name.
+function(kwtsdk_install_library target export_name header_dir description requires)
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${header_dir}/*.h)
+  list(FILTER headers EXCLUDE REGEX /sample_store\\.h$)  # its library, which needs an Opus encoder, stays here
+  target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/include FILES ${headers})
+  # Before 1.0 a minor release may break the binary interface.
+  set_target_properties(${target} PROPERTIES EXPORT_NAME ${export_name} VERSION ${PROJECT_VERSION}
+                                             SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  install(TARGETS ${target} EXPORT kwtsdkTargets FILE_SET HEADERS)
+
+  set(PC_NAME ${target})
+  set(PC_DESCRIPTION ${description})
+  set(PC_REQUIRES ${requires})
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/kwtsdk.pc.in ${PROJECT_BINARY_DIR}/${target}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${KWTSDK_PKGCONFIG_DIR})
+endfunction()
+
+kwtsdk_install_library(kwtsdk kwtsdk kwtsdk "${PROJECT_DESCRIPTION}" "")
+if(TARGET kwtsdk_sim)
+  kwtsdk_install_library(kwtsdk_sim sim kwtsdk/sim "Simulated voice recorder for tests of kwtsdk hosts" "kwtsdk")
+endif()
+
+install(EXPORT kwtsdkTargets NAMESPACE kwtsdk:: DESTINATION ${KWTSDK_PACKAGE_DIR})
+configure_package_config_file(cmake/kwtsdkConfig.cmake.in ${PROJECT_BINARY_DIR}/kwtsdkConfig.cmake
+                              INSTALL_DESTINATION ${KWTSDK_PACKAGE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/kwtsdkConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/kwtsdkConfig.cmake ${PROJECT_BINARY_DIR}/kwtsdkConfigVersion.cmake
+        DESTINATION ${KWTSDK_PACKAGE_DIR})
+
+if(TARGET kwt)
+  file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(kwt PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
+  install(TARGETS kwt)
+endif()

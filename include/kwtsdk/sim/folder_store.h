@@ -1,0 +1,40 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <kwtsdk/sim/recording_store.h>
+
+namespace kwtsdk::sim {
+
+/// A folder as the recorder's store: its Ogg Opus files in name order are the recordings, and deleting one on
+/// the recorder deletes the file. Hidden files, links, sub-folders and everything that is not Ogg Opus are
+/// not on the recorder and are never touched. The first id outlives the program in `device/first-id` below
+/// the folder.
+class KWTSDK_EXPORT FolderStore : public RecordingStore {
+ public:
+  /// Looks at the folder once; files that come later belong to the next open. Throws std::runtime_error whose
+  /// text says what to do when the folder cannot be read or holds what no recorder can.
+  static std::shared_ptr<FolderStore> open(const std::filesystem::path& folder);
+
+  std::uint32_t firstId() const override { return firstId_; }
+  std::size_t count() const override { return recordings_.size(); }
+  RecordingInfo info(std::size_t index) const override;
+  void read(std::size_t index, std::uint64_t offset, std::span<std::uint8_t> into) const override;
+  bool deleteFirst() override;
+
+ private:
+  struct Recording {
+    std::filesystem::path path;
+    RecordingInfo info;
+  };
+  explicit FolderStore(std::filesystem::path folder);
+
+  std::filesystem::path folder_;
+  std::uint32_t firstId_;
+  std::vector<Recording> recordings_;
+};
+
+}  // namespace kwtsdk::sim

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+
+#include <kwtsdk/sim/link_timing.h>
+
+namespace kwtsdk::sim {
+
+/// Gives transmissions their moments: the connection's intervals and the room in each. Moments never go
+/// back, so that what is sent first arrives first.
+class AirTime {
+ public:
+  AirTime(const LinkTiming& timing, Duration start) : timing_(timing), anchor_(start), sent_(start) {}
+
+  /// The moment from `ready` on at which the last of these transmissions leaves.
+  Duration reserve(Duration ready, std::size_t transmissions);
+
+  /// Nothing leaves before `moment`.
+  void hold(Duration moment);
+
+  /// The interval after the one that carried the last transmission.
+  Duration nextInterval() const { return sent_ + timing_.connectionInterval; }
+
+ private:
+  Duration earliest(Duration ready) const;
+
+  LinkTiming timing_;
+  Duration anchor_;
+  Duration sent_;
+  unsigned sentTogether_ = 0;
+};
+
+}  // namespace kwtsdk::sim

@@ -1,0 +1,156 @@
+#include "sim/link/link_core.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace kwtsdk::sim {
+
+namespace {
+
+bool isInstant(const LinkTiming& timing) {
+  return timing.latency == Duration::zero() && timing.connectionInterval == Duration::zero();
+}
+
+}  // namespace
+
+LinkCore::LinkCore(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<RecorderModel> model,
+                   const LinkTiming& timing, std::shared_ptr<FaultPlan> faults)
+    : scheduler_(std::move(scheduler)),
+      model_(std::move(model)),
+      timing_(timing),
+      instant_(isInstant(timing)),
+      queue_(*scheduler_),
+      faults_(std::move(faults)),
+      air_(timing, scheduler_->now()) {}
+
+PeripheralState LinkCore::state() const {
+  const std::lock_guard lock(mutex_);
+  return state_;
+}
+
+void LinkCore::setPeripheral(const std::shared_ptr<Peripheral>& peripheral) {
+  const std::lock_guard lock(mutex_);
+  peripheral_ = peripheral;
+}
+
+void LinkCore::setEvents(Events events) {
+  auto replaced = std::make_shared<const Events>(std::move(events));
+  const std::lock_guard lock(mutex_);
+  events_.swap(replaced);
+}
+
+void LinkCore::setOnDisconnect(std::function<void()> onDisconnect) {
+  const std::lock_guard lock(mutex_);
+  onDisconnect_.swap(onDisconnect);
+}
+
+// What a host asks for
+
+void LinkCore::write(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type) {
+  if (const auto known = ours(target)) {
+    enqueueNow([this, value, known, type, at = ready()] { carryWrite(value, known, type, at); });
+  }
+}
+
+void LinkCore::setNotify(bool enabled, const std::shared_ptr<Characteristic>& target) {
+  const auto known = ours(target);
+  if (known && known->has(characteristic_property::notify)) {
+    enqueueNow([this, enabled, known, at = ready()] { carrySubscription(enabled, known, at); });
+  }
+}
+
+void LinkCore::connect() {
+  const std::lock_guard lock(mutex_);
+  state_ = PeripheralState::connected;
+}
+
+void LinkCore::disconnect() {
+  const auto next = loseLink();
+  if (!next) return;
+  // Behind the work that runs now, which may still hand the model a frame of the lost connection.
+  ++pending_;
+  queue_.async([self = shared_from_this(), next] {
+    self->tellModelOf(*next);
+    std::unique_lock lock(self->mutex_);
+    const auto onDisconnect = self->onDisconnect_;
+    lock.unlock();
+    if (onDisconnect) onDisconnect();
+    --self->pending_;
+  });
+}
+
+void LinkCore::close() {
+  loseLink();
+  queue_.close();
+  model_->linkLost();
+}
+
+/// The generation of the next connection; none when the link was lost already.
+std::optional<LinkCore::Generation> LinkCore::loseLink() {
+  const std::lock_guard lock(mutex_);
+  if (state_ == PeripheralState::disconnected) return std::nullopt;
+  state_ = PeripheralState::disconnected;
+  subscriptions_.clear();
+  return ++generation_;
+}
+
+void LinkCore::drain() {
+  const auto reached = scheduler_->semaphore("kwt.sim.link.drain");
+  barrier(reached);
+  reached->wait(std::nullopt);
+}
+
+void LinkCore::barrier(const std::shared_ptr<Semaphore>& reached) {
+  queue_.async([self = shared_from_this(), reached] {
+    if (self->pending_ == 0) {
+      reached->signal();
+    } else {
+      self->barrier(reached);
+    }
+  });
+}
+
+LinkCore::CharacteristicPtr LinkCore::ours(const std::shared_ptr<Characteristic>& characteristic) const {
+  const auto found = std::ranges::find(characteristics_, characteristic);
+  return found == characteristics_.end() ? nullptr : *found;
+}
+
+Duration LinkCore::ready() const { return instant_ ? Duration::zero() : scheduler_->now(); }
+
+// Work on the queue
+
+void LinkCore::enqueueNow(std::function<void()> work) {
+  Generation generation = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    if (state_ != PeripheralState::connected) return;
+    generation = generation_;
+  }
+  enqueue(generation, std::move(work));
+}
+
+void LinkCore::enqueue(Generation generation, std::function<void()> work) {
+  ++pending_;
+  queue_.async([self = shared_from_this(), generation, work = std::move(work)] {
+    self->running_ = generation;
+    if (!self->stale()) {
+      self->tellModelOf(generation);
+      work();
+    }
+    --self->pending_;
+  });
+}
+
+/// A host may connect again before the loss has been worked off: the model must learn of it first, and once.
+void LinkCore::tellModelOf(Generation generation) {
+  if (modelled_ >= generation) return;
+  modelled_ = generation;
+  model_->linkLost();
+}
+
+bool LinkCore::stale() const {
+  const std::lock_guard lock(mutex_);
+  return running_ != generation_;
+}
+
+}  // namespace kwtsdk::sim

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include <kwtsdk/sim/simulated_link.h>
+
+#include "sim/link/air_time.h"
+#include "sim/link/link_queue.h"
+#include "sim/link/simulated_characteristic.h"
+
+namespace kwtsdk::sim {
+
+/// What happens between the two ends. Everything that travels is one piece of work on the link's queue, bound
+/// to the generation of the connection that it began in: a lost link makes it stale. A stream's packets
+/// queue up one at a time, so that what a host writes meanwhile is served in between.
+class LinkCore : public std::enable_shared_from_this<LinkCore> {
+ public:
+  struct Events {
+    SimulatedLink::Event didWrite, didUpdate;
+  };
+  using CharacteristicPtr = std::shared_ptr<SimulatedCharacteristic>;
+
+  LinkCore(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<RecorderModel> model,
+           const LinkTiming& timing, std::shared_ptr<FaultPlan> faults);
+
+  // ---- Any thread ----
+
+  PeripheralState state() const;
+  std::size_t longestWrite(WriteType type) const;
+  const std::vector<CharacteristicPtr>& characteristics() const { return characteristics_; }
+
+  void write(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type);
+  void setNotify(bool enabled, const std::shared_ptr<Characteristic>& target);
+
+  void setPeripheral(const std::shared_ptr<Peripheral>& peripheral);  // held weakly: it holds this
+  void setEvents(Events events);
+  void setOnDisconnect(std::function<void()> onDisconnect);
+  void connect();
+  void disconnect();
+  void close();
+  void drain();
+
+ private:
+  using Generation = std::uint64_t;
+
+  CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
+  Duration ready() const;
+  void enqueueNow(std::function<void()> work);
+  std::optional<Generation> loseLink();
+
+  // ---- The link's thread ----
+
+  void enqueue(Generation generation, std::function<void()> work);
+  void enqueueReply(std::function<void()> work) { enqueue(running_, std::move(work)); }
+  void barrier(const std::shared_ptr<Semaphore>& reached);
+  bool stale() const;
+  void tellModelOf(Generation generation);
+
+  FaultAction decide(LinkEvent event);
+  bool travel(const FaultAction& action, Duration ready, std::size_t transmissions = 1);
+  MaybeError refusal(const FaultAction& action, const SimulatedCharacteristic& target, std::size_t length,
+                     WriteType type) const;
+
+  void carryWrite(Bytes value, const CharacteristicPtr& target, WriteType type, Duration ready);
+  void carryAcknowledgement(const CharacteristicPtr& target, MaybeError error, Duration ready);
+  void carryNotification(Notification notification, Duration ready);
+  void carrySubscription(bool enabled, const CharacteristicPtr& target, Duration ready);
+  void handToModel(Channel channel, const Bytes& value);
+  void pump(Duration ready);
+
+  CharacteristicPtr subscribed(Channel channel) const;
+  void deliver(SimulatedLink::Event Events::*event, const CharacteristicPtr& source, const MaybeError& error,
+               const FaultAction& action);
+
+  const std::shared_ptr<Scheduler> scheduler_;
+  const std::shared_ptr<RecorderModel> model_;
+  const LinkTiming timing_;
+  const bool instant_;
+  const std::vector<CharacteristicPtr> characteristics_ = recorderCharacteristics();
+  LinkQueue queue_;
+  std::atomic<std::size_t> pending_{0};
+
+  mutable std::mutex mutex_;  // never held while calling out
+  PeripheralState state_ = PeripheralState::connected;
+  Generation generation_ = 1;
+  std::set<CharacteristicPtr> subscriptions_;
+  std::weak_ptr<Peripheral> peripheral_;
+  std::shared_ptr<const Events> events_ = std::make_shared<Events>();
+  std::function<void()> onDisconnect_;
+
+  // Only on the link's thread.
+  const std::shared_ptr<FaultPlan> faults_;
+  AirTime air_;
+  Duration arrived_{0};      // when the transmission under way reached the other end
+  Generation running_ = 0;   // of the work that runs
+  Generation pumping_ = 0;   // of the connection that a pump is queued for
+  Generation modelled_ = 1;  // the connection that the model believes in
+};
+
+}  // namespace kwtsdk::sim

@@ -1,0 +1,107 @@
+#include <kwtsdk/sim/recorder_model.h>
+
+#include <array>
+#include <mutex>
+#include <utility>
+
+#include "sim/model/device_state.h"
+#include "sim/model/file_service.h"
+#include "sim/model/firmware_service.h"
+#include "sim/model/status_service.h"
+
+namespace kwtsdk::sim {
+
+struct RecorderModel::Impl {
+  struct Entry {
+    Channel channel;
+    Service& service;
+  };
+
+  explicit Impl(std::shared_ptr<RecordingStore> store) { device.store = std::move(store); }
+
+  const Entry* streamingEntry() const {
+    for (const Entry& entry : services) {
+      if (entry.service.streaming()) return &entry;
+    }
+    return nullptr;
+  }
+
+  mutable std::mutex mutex;
+  DeviceState device;
+  ReplyFilter filter;
+  StatusService status{device};
+  FileService files{device};
+  FirmwareService firmware{device};
+  std::array<Entry, 3> services{
+      {{Channel::status, status}, {Channel::recorder, files}, {Channel::firmware, firmware}}};
+};
+
+RecorderModel::RecorderModel(std::shared_ptr<RecordingStore> store)
+    : impl_(std::make_unique<Impl>(std::move(store))) {}
+
+RecorderModel::~RecorderModel() = default;
+
+void RecorderModel::setBatteryLevel(std::uint32_t level) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.batteryLevel = level;
+}
+
+void RecorderModel::setVersion(Bytes version) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.version = std::move(version);
+}
+
+void RecorderModel::setTotalBlocks(std::uint16_t blocks) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.totalBlocks = blocks;
+}
+
+void RecorderModel::setAlwaysEndMarker(bool always) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.alwaysEndMarker = always;
+}
+
+void RecorderModel::setReplyFilter(ReplyFilter filter) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->filter = std::move(filter);
+}
+
+std::optional<Bytes> RecorderModel::write(Channel channel, const Bytes& frame) {
+  std::unique_lock lock(impl_->mutex);
+  std::optional<Bytes> reply;
+  for (const auto& entry : impl_->services) {
+    if (entry.channel == channel && !reply) reply = entry.service.handle(frame);
+  }
+  if (!reply || !impl_->filter) return reply;
+  const ReplyFilter filter = impl_->filter;
+  lock.unlock();  // so that a filter may change the model
+  return filter(frame, std::move(*reply));
+}
+
+bool RecorderModel::streaming() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->streamingEntry() != nullptr;
+}
+
+std::optional<Notification> RecorderModel::nextPacket() {
+  std::unique_lock lock(impl_->mutex);
+  while (const auto* entry = impl_->streamingEntry()) {
+    const Bytes request = impl_->filter ? entry->service.streamRequest() : Bytes{};
+    std::optional<Bytes> packet = entry->service.nextPacket();
+    if (packet && impl_->filter) {
+      const ReplyFilter filter = impl_->filter;
+      lock.unlock();
+      packet = filter(request, std::move(*packet));
+      lock.lock();
+    }
+    if (packet) return Notification{entry->channel, std::move(*packet)};
+  }
+  return std::nullopt;
+}
+
+void RecorderModel::linkLost() {
+  const std::lock_guard lock(impl_->mutex);
+  for (const auto& entry : impl_->services) entry.service.linkLost();
+}
+
+}  // namespace kwtsdk::sim

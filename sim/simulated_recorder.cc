@@ -1,0 +1,38 @@
+#include <kwtsdk/sim/simulated_recorder.h>
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include <kwtsdk/sim/folder_store.h>
+
+namespace kwtsdk::sim {
+
+namespace {
+
+LinkScript readScript(const std::filesystem::path& path) {
+  if (!std::filesystem::exists(path)) return {};
+  std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  if (!file || !std::filesystem::is_regular_file(path)) {
+    throw std::runtime_error(path.string() + " cannot be read: check its permissions or remove it");
+  }
+  try {
+    return parseLinkScript(text.str());
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path.string() + ", " + error.what());
+  }
+}
+
+}  // namespace
+
+SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& scheduler,
+                                        const std::filesystem::path& folder) {
+  auto model = std::make_shared<RecorderModel>(FolderStore::open(folder));
+  LinkScript script = readScript(folder / "device" / "script");
+  auto link = SimulatedLink::create(scheduler, model, script.timing, std::move(script.faults));
+  return {std::move(model), std::move(link)};
+}
+
+}  // namespace kwtsdk::sim

@@ -1,0 +1,43 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include <kwtsdk/sim/seed.h>
+
+#include "tests/campaign/scenario.h"
+
+namespace kwtsdk::campaign {
+namespace {
+
+constexpr std::array kProfiles{
+    Profile{"OneCalmHost", 1, true, Trouble::none},
+    Profile{"TwoHostsCompletionForms", 2, false, Trouble::none},
+    Profile{"TwoHosts", 2, true, Trouble::none},
+    Profile{"DelaysAtTheTimeOuts", 1, true, Trouble::delays},
+    Profile{"TwoHostsDelays", 2, true, Trouble::delays},
+    Profile{"AnyFault", 1, true, Trouble::any},
+    Profile{"TwoHostsAnyFault", 2, true, Trouble::any},
+};
+constexpr std::uint64_t kParts = 4, kSeedsPerPart = 750;  // 21,000 in all
+
+class Campaign : public ::testing::TestWithParam<std::tuple<Profile, std::uint64_t>> {};
+
+TEST_P(Campaign, EveryOperationEndsAsRequired) {
+  const auto& [profile, part] = GetParam();
+  const bool one = std::getenv("KWTSDK_SEED") != nullptr;
+  const std::uint64_t first = sim::seedFromEnvironment(1 + part * kSeedsPerPart);
+  for (std::uint64_t seed = first; seed < first + (one ? 1 : kSeedsPerPart); ++seed) {
+    runScenario(seed, profile);
+    if (HasFailure()) FAIL() << "profile " << profile.name << ": repeat with KWTSDK_SEED=" << seed;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, Campaign,
+                         ::testing::Combine(::testing::ValuesIn(kProfiles),
+                                            ::testing::Range<std::uint64_t>(0, kParts)),
+                         [](const auto& test) {
+                           return std::get<0>(test.param).name + std::to_string(std::get<1>(test.param));
+                         });
+
+}  // namespace
+}  // namespace kwtsdk::campaign

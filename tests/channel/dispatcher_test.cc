@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/fake_peripheral.h"
+
+namespace kwtsdk {
+namespace {
+
+using testing::FakeHost;
+using Lines = std::vector<std::string>;
+
+constexpr char kFileWrite[] = "4b1d9e07-53a6-42c8-b7f0-6e2a19820004";
+
+// Writes each outcome down as "<code>|<text>|<reply>".
+ReplyHandler into(Lines& outcomes) {
+  return [&outcomes](const MaybeError& error, const std::optional<std::string>& reply) {
+    outcomes.push_back((error ? std::to_string(error->code()) + "|" + error->localizedDescription() : "ok|") +
+                       "|" + reply.value_or("none"));
+  };
+}
+
+TEST(Dispatcher, RefusesInAFixedOrder) {
+  FakeHost host;
+  Lines outcomes;
+  host.helper->sendCommand({1}, kFileWrite, 3, into(outcomes));
+  host.peripheral->current = PeripheralState::disconnecting;
+  host.helper->sendCommand({2}, "C92A", 11, into(outcomes));
+  host.helper->sendCommand({2}, "C92A", 11, nullptr);
+  host.helper->setCompletionBlock(nullptr);
+  host.helper->sendCommand({2}, "C92A", 11, into(outcomes));
+  host.helper->setConnectedPeripheral(nullptr);
+  host.helper->sendCommand({2}, "C92A", 11, into(outcomes));
+  host.helper->setConnectedPeripheral(host.peripheral);
+  host.peripheral->current = PeripheralState::connected;
+  for (const char* uuid : {"C92A", "1234", "no uuid"})
+    host.helper->sendCommand({2}, uuid, 11, into(outcomes));
+  EXPECT_EQ(outcomes, (Lines{"1002|cmdType:11, 已有操作在进行中|none", "1001|蓝牙断开连接|none",
+                             "1001|蓝牙断开连接|none", "1001|找不到特征值：C92A|none",
+                             "1001|找不到特征值：1234|none", "1001|找不到特征值：no uuid|none"}));
+  EXPECT_EQ(host.peripheral->calls, Lines{"write 01"});
+  EXPECT_EQ(host.log->count("Error:Error Domain=com.kwt.sdk Code=1001"), 5);
+}
+
+TEST(Dispatcher, RoutesAcknowledgementsAndNotifications) {
+  FakeHost host;
+  Lines outcomes;
+  host.notify(host.fileNotify, "aa");  // nothing acknowledged yet
+  host.helper->sendCommand({1}, kFileWrite, 3, into(outcomes));
+  host.notify(host.fileNotify, "aa");
+  EXPECT_TRUE(outcomes.empty());
+  host.acknowledge(host.fileWrite);
+  EXPECT_EQ(host.helper->cmdType(), 3);
+  host.notify(host.firmware, "BB",
+              Error("radio", 5, {}));  // any characteristic completes the pending command
+  host.notify(host.fileNotify, "cc");
+  EXPECT_EQ(outcomes, Lines{"5||bb"});
+  EXPECT_FALSE(host.helper->completionBlock());
+
+  outcomes.clear();
+  host.helper->sendCommand({1}, kFileWrite, 4, into(outcomes));
+  host.acknowledge(host.fileWrite, Error("radio", 6, {}));
+  host.notify(host.fileNotify, "dd");
+  EXPECT_EQ(outcomes, Lines{"6||none"});
+  host.acknowledge(host.fileWrite);  // its context went with the failure
+  EXPECT_EQ(host.helper->cmdType(), 0);
+}
+
+TEST(Dispatcher, FirmwareDataCompletesOnItsAcknowledgement) {
+  FakeHost host;
+  Lines outcomes;
+  host.firmware->setValue(Bytes{0x83, 0x01});
+  host.helper->sendCommand({0x85}, internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, 15, into(outcomes));
+  host.acknowledge(host.firmware);
+  EXPECT_EQ(outcomes, Lines{"ok||8301"});
+  EXPECT_EQ(host.helper->cmdType(), 15);
+}
+
+TEST(Dispatcher, AStreamTakesEveryNotification) {
+  FakeHost host;
+  Lines outcomes, packets;
+  host.helper->sendCommand({1}, kFileWrite, 5, into(outcomes));
+  host.acknowledge(host.fileWrite);
+  host.helper->setWriteDataBlock(into(packets));
+  host.notify(host.fileNotify, "");
+  host.fileNotify->setValue(std::nullopt);
+  host.helper->didUpdateValueForCharacteristic(host.peripheral, host.fileNotify, std::nullopt);
+  EXPECT_EQ(packets, (Lines{"ok||", "ok||none"}));
+  EXPECT_TRUE(outcomes.empty());
+  host.helper->setWriteDataBlock(nullptr);
+  host.notify(host.fileNotify, "ee");
+  EXPECT_EQ(outcomes, Lines{"ok||ee"});
+}
+
+TEST(Dispatcher, WhatIsStoredDuringADeliverySurvivesIt) {
+  FakeHost host;
+  Lines outcomes;
+  host.helper->sendCommand({1}, kFileWrite, 3, [&](const MaybeError&, const auto&) {
+    EXPECT_TRUE(host.helper->completionBlock());  // still busy: a command inside a completion is refused
+    host.helper->sendCommand({2}, kFileWrite, 3, into(outcomes));
+    host.helper->setCompletionBlock(into(outcomes));
+  });
+  host.acknowledge(host.fileWrite);
+  host.notify(host.fileNotify, "01");
+  host.notify(host.fileNotify, "02");
+  EXPECT_EQ(outcomes, (Lines{"1002|cmdType:3, 已有操作在进行中|none", "ok||02"}));
+}
+
+TEST(Dispatcher, HostExceptionsStopAtTheLibrary) {
+  FakeHost host;
+  Lines outcomes;
+  host.helper->getPower([](const MaybeError&, std::uint64_t) { throw std::runtime_error("host bug"); });
+  host.acknowledge(host.statusWrite);
+  host.notify(host.statusNotify, "99ec");
+  EXPECT_EQ(host.peripheral->calls.back(), "off C92A");
+  EXPECT_FALSE(host.helper->completionBlock());
+  host.peripheral->onWrite = [](const auto&) { throw 7; };
+  host.helper->sendCommand({1}, kFileWrite, 3, into(outcomes));
+  EXPECT_EQ(outcomes, Lines{"0|The peripheral threw when it was asked to write.|none"});
+  EXPECT_FALSE(host.helper->completionBlock());
+  EXPECT_EQ(host.log->count("threw"), 3);
+}
+
+TEST(Dispatcher, ACompletionMayReleaseTheFacade) {
+  FakeHost host;
+  const std::weak_ptr<KWTBluetoothHelper> weak = host.helper;
+  host.helper->getPower([&](const MaybeError&, std::uint64_t) { host.helper = nullptr; });
+  const auto update = host.helper->didUpdateValueForCharacteristicBlock();
+  host.acknowledge(host.statusWrite);
+  update(host.peripheral, host.statusNotify, std::nullopt);
+  EXPECT_TRUE(weak.expired());
+  update(host.peripheral, host.statusNotify, std::nullopt);  // the facade is gone
+}
+
+TEST(Registry, FindsByValueAndReplaces) {
+  FakeHost host;
+  const auto other =
+      FakeHost::make("0000c92a-0000-1000-8000-00805f9b34fb", characteristic_property::indicate);
+  host.helper->startSubscribingToCharacteristic("c92a");
+  host.helper->addDiscoveredCharacteristicBlock()(other);
+  EXPECT_EQ(host.helper->discoveredCharacteristics().size(), 5U);
+  EXPECT_EQ(host.helper->discoveredCharacteristics().at(*Uuid::fromString("C92A")), other);
+  for (const char* uuid : {"C92A", "1234", "nonsense"}) host.helper->stopSubscribingToCharacteristic(uuid);
+  EXPECT_EQ(host.peripheral->calls, Lines{"on C92A"});
+  EXPECT_EQ(host.log->lines(), (Lines{"Characteristic not found: C92A", "Characteristic not found: 1234",
+                                      "Characteristic not found: nonsense"}));
+  host.helper->setDiscoveredCharacteristics({});
+  EXPECT_TRUE(host.helper->discoveredCharacteristics().empty());
+  host.helper->setConnectedPeripheral(nullptr);
+  host.helper->addDiscoveredCharacteristic(nullptr);
+  host.helper->startSubscribingToCharacteristic("C92A");
+}
+
+TEST(Facade, SharedIsOneAndItsPlatformIsFixedByTheFirstUse) {
+  const auto log = std::make_shared<testing::LineLog>();
+  KWTBluetoothHelper::setSharedPlatform(
+      {.scheduler = nullptr, .settings = nullptr, .opusConverter = nullptr, .log = log});
+  const auto helper = KWTBluetoothHelper::shared();
+  EXPECT_EQ(helper, KWTBluetoothHelper::shared());
+  KWTBluetoothHelper::setSharedPlatform({});
+  EXPECT_EQ(log->count("setSharedPlatform has no effect"), 1);
+  EXPECT_NE(helper, KWTBluetoothHelper::create());
+}
+
+TEST(ReplyCheck, LooksAtTheTypesThatHaveOne) {
+  const std::string status = "99ec" + std::string(36, '0') + "03" + std::string(22, '0');
+  const std::vector<std::tuple<std::int64_t, std::string, bool>> cases{
+      {1, status, true},
+      {1, status.substr(0, 62), false},
+      {1, "99ec" + std::string(36, '0') + "04" + std::string(22, '0'), false},
+      {1, "99EC" + status.substr(4), false},
+      {11, "9801", true},
+      {11, "980", false},
+      {11, "9101", false},  // the partition selection's answer, under the same number
+      {13, "8142455354" + std::string(12, '0'), true},
+      {13, "8142455354" + std::string(11, '0'), false},
+      {14, "8700", true},
+      {16, "8401", false},
+      {17, "8401", true},
+      {0, "", true},
+      {19, "", true},
+      {-1, "", true},
+      {15, "x", true},
+  };
+  for (const auto& [type, reply, valid] : cases) {
+    EXPECT_EQ(KWTCmdResponse::responseWithCmdType(type, nullptr).isValidResponse(reply), valid)
+        << type << ' ' << reply;
+  }
+}
+
+}  // namespace
+}  // namespace kwtsdk

@@ -1,0 +1,48 @@
+#include <gtest/gtest.h>
+#include <kwtsdk/settings.h>
+
+#include "tests/support/temporary_folder.h"
+
+namespace kwtsdk {
+namespace {
+
+using testing::contentOf;
+using testing::TemporaryFolder;
+using testing::writeFile;
+
+TEST(FileSettings, OnlyAFlushReachesTheFile) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("a/b/settings");
+  const auto first = fileSettings(path);
+  first->write("KWTKey_1", 8192);
+  first->write("KWTKey_2", ~0ULL);
+  EXPECT_EQ(fileSettings(path)->read("KWTKey_1"), std::nullopt);
+  first->flush();
+  EXPECT_EQ(fileSettings(path)->read("KWTKey_2"), ~0ULL);
+  first->remove("KWTKey_2");
+  first->flush();
+  EXPECT_EQ(contentOf(path), "KWTKey_1 8192\n");
+}
+
+TEST(FileSettings, SurvivesWhatItCannotUse) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("settings");
+  // A half-written replacement beside the file is what a crash during a flush leaves.
+  writeFile(path, "good 7\nnovalue\nbad x\nhuge 99999999999999999999\nlast 9");
+  writeFile(path + ".new", "goo");
+  const auto settings = fileSettings(path);
+  EXPECT_EQ(settings->read("good"), 7U);
+  EXPECT_EQ(settings->read("last"), 9U);
+  EXPECT_EQ(settings->read("bad"), std::nullopt);
+  EXPECT_EQ(settings->read("huge"), std::nullopt);
+  settings->flush();
+  EXPECT_EQ(contentOf(path), "good 7\nlast 9\n");
+
+  const auto unwritable = fileSettings(folder.path());  // a folder stands in the way
+  unwritable->write("k", 1);
+  unwritable->flush();
+  EXPECT_EQ(unwritable->read("k"), 1U);
+}
+
+}  // namespace
+}  // namespace kwtsdk

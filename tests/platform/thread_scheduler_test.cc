@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include <kwtsdk/sim/seeded_faults.h>
+
+#include "tests/support/sim_host.h"
+
+// The one place where real threads and the real clock are the subject.
+
+namespace kwtsdk {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(ThreadScheduler, AQueueKeepsOrderAndMayDestroyItself) {
+  const auto scheduler = threadScheduler();
+  const auto done = scheduler->semaphore("done");
+  std::vector<int> order;
+  auto queue = scheduler->serialQueue("q");
+  for (int i = 0; i < 1000; ++i) queue->async([&order, i] { order.push_back(i); });
+  auto* const held = new std::shared_ptr<SerialQueue>(queue);
+  queue->async([&, held] {
+    delete held;  // the last reference: `queue` has been released below
+    done->signal();
+  });
+  const std::weak_ptr<SerialQueue> weak = queue;
+  queue = nullptr;
+  ASSERT_TRUE(done->wait(std::nullopt));
+  ASSERT_EQ(order.size(), 1000U);
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  EXPECT_TRUE(weak.expired());
+}
+
+// Destroying the queue drops what has not begun, and only that lets the running work end, which it then waits
+// for.
+TEST(ThreadScheduler, DestroyingAQueueDropsItsWorkAndWaitsForTheRest) {
+  struct SignalsWhenDropped {
+    std::shared_ptr<Semaphore> semaphore;
+    ~SignalsWhenDropped() { semaphore->signal(); }
+  };
+  const auto scheduler = threadScheduler();
+  const auto started = scheduler->semaphore("started"), release = scheduler->semaphore("release");
+  std::atomic<int> finished{0};
+  auto queue = scheduler->serialQueue("q");
+  queue->async([&] {
+    started->signal();
+    release->wait(std::nullopt);
+    ++finished;
+  });
+  queue->async([&, token = std::make_shared<SignalsWhenDropped>(release)] { ++finished; });
+  ASSERT_TRUE(started->wait(std::nullopt));
+  queue = nullptr;
+  EXPECT_EQ(finished, 1);
+}
+
+TEST(ThreadScheduler, SemaphoresCountAndTimeOut) {
+  const auto scheduler = threadScheduler();
+  const auto semaphore = scheduler->semaphore("s");
+  const Duration start = scheduler->now();
+  EXPECT_FALSE(semaphore->wait(20ms));
+  EXPECT_GE(scheduler->now() - start, 20ms);
+  semaphore->signal();
+  semaphore->signal();
+  EXPECT_TRUE(semaphore->wait(0ms));
+  EXPECT_TRUE(semaphore->wait(std::nullopt));
+  EXPECT_FALSE(semaphore->wait(0ms));
+}
+
+TEST(ThreadScheduler, ATimerRepeatsUntilItsOwnFireDestroysIt) {
+  const auto scheduler = threadScheduler();
+  const auto fired = scheduler->semaphore("fired"), stored = scheduler->semaphore("stored");
+  std::shared_ptr<Timer> timer;
+  int count = 0;
+  timer = scheduler->repeatingTimer(1ms, 1ms, 0ms, [&] {
+    if (count == 0) stored->wait(std::nullopt);
+    if (++count == 3) timer = nullptr;
+    fired->signal();
+  });
+  stored->signal();
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(fired->wait(std::nullopt));
+  EXPECT_FALSE(fired->wait(20ms));
+}
+
+// For the race detector: queries on one thread, replies and duplicates of them on the link's, field access on
+// a third.
+TEST(ThreadScheduler, AThousandBlockingQueriesWhileNotificationsArrive) {
+  const auto scheduler = threadScheduler();
+  testing::SimHost host(scheduler, {},
+                        std::make_shared<sim::SeededFaults>(1, sim::FaultRates{.duplicate = 0.3}));
+  std::thread observer([&] {
+    for (int i = 0; i < 20000; ++i) {
+      host.helper->setWritten(host.helper->cmdType() != 0 && host.helper->completionBlock() != nullptr);
+      host.helper->discoveredCharacteristics();
+    }
+  });
+  for (int i = 0; i < 1000; ++i) ASSERT_EQ(host.helper->getPower(), 87) << i;
+  observer.join();
+}
+
+}  // namespace
+}  // namespace kwtsdk

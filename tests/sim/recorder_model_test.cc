@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+#include <kwtsdk/sim/memory_store.h>
+#include <kwtsdk/sim/recorder_model.h>
+
+#include <random>
+
+#include "codec/hex.h"
+
+namespace kwtsdk::sim {
+namespace {
+
+using internal::hexString;
+using internal::toData;
+using namespace std::chrono_literals;
+
+const std::string battery = "99ec2a02b20a0001000000000000001003a34083df",
+                  infoOf10 = "028204000a000000d103ee45", deletion10 = "048204000a000000d103ee45",
+                  deletion11 = "048204000b000000b46452fd",
+                  download10 = "03820c00000000000a0000000000000022f48e6a",
+                  download10From32768 = "03820c00000000000a00000000800000a2efbb8b",
+                  download11 = "03820c00000000000b00000000000000bcf424a6";
+
+/// Two recordings, of two blocks and of one; the first has id 10.
+struct Recorder {
+  Recorder() {
+    Bytes content(40000);
+    for (std::size_t i = 0; i < content.size(); ++i) content[i] = static_cast<std::uint8_t>(1 + i % 251);
+    store->add(content, std::chrono::local_days(2024y / 5 / 17) + 9h + 30min + 1s, 3);
+    store->add(Bytes(100, 7));
+  }
+  std::string answer(Channel channel, const std::string& hex) {
+    const auto reply = model.write(channel, toData(hex));
+    return reply ? hexString(*reply) : "none";
+  }
+  std::string file(const std::string& hex) { return answer(Channel::recorder, hex); }
+  std::vector<Bytes> packets() {
+    std::vector<Bytes> all;
+    while (auto packet = model.nextPacket()) all.push_back(std::move(packet->value));
+    return all;
+  }
+  std::vector<Bytes> download(const std::string& request) {
+    EXPECT_EQ(file(request), "none");
+    return packets();
+  }
+
+  std::shared_ptr<MemoryStore> store = std::make_shared<MemoryStore>(10);
+  RecorderModel model{store};
+};
+
+std::string zeros(std::size_t bytes) { return std::string(2 * bytes, '0'); }
+
+TEST(RecorderModel, AnswersQueries) {
+  Recorder recorder;
+  recorder.model.setBatteryLevel(0x12345664);
+  recorder.model.setTotalBlocks(64);
+  recorder.model.setVersion({0, 1, 2, 3});
+  const std::string capacity = "99ec2a02b20a000100000000000000107fb47d3086";
+  const std::tuple<Channel, std::string, std::string> cases[]{
+      {Channel::status, battery, "99ec3a00b2" + zeros(15) + "03" + zeros(3) + "64563412" + zeros(4)},
+      {Channel::status, capacity, "99ec3a00b2" + zeros(15) + "7f" + zeros(3) + "40003d00" + zeros(4)},
+      {Channel::firmware, "8e42455354", "8f4245535400010203230e1acf"},
+      {Channel::recorder, "0182010000", "01820800020000000a000000"},
+      {Channel::recorder, "1382020000", "1382040000000000"},
+      {Channel::recorder, infoOf10,
+       "0282240001000000" + zeros(2) + "0200" + zeros(16) + "180511091e01" + "03" + zeros(5)},
+      {Channel::recorder, "028204000c0000000d5c8560", "02822400" + zeros(36)},
+  };
+  for (const auto& [channel, request, reply] : cases) {
+    EXPECT_EQ(recorder.answer(channel, request), reply) << request;
+    std::string damaged = request;
+    damaged.back() = damaged.back() == '0' ? '1' : '0';
+    EXPECT_EQ(recorder.answer(channel, damaged), "none") << damaged;
+    EXPECT_EQ(recorder.answer(channel, request + "00"), "none") << "with a byte too many: " << request;
+  }
+  EXPECT_EQ(recorder.answer(Channel::recorder, battery), "none") << "on the wrong channel";
+}
+
+TEST(RecorderModel, DeletesOnlyTheFirstRecordingAndGivesNoIdTwice) {
+  Recorder recorder;
+  const auto result = [&recorder](const std::string& request) {
+    return recorder.file(request).substr(0, 16);
+  };
+  EXPECT_EQ(recorder.file(deletion11), "04820800010000000b000000");
+  EXPECT_EQ(result("048204000c0000000d5c8560"), "0482080002000000");
+  EXPECT_EQ(recorder.file(download10), "none");
+  EXPECT_EQ(result(deletion10), "0482080003000000");
+  recorder.packets();
+  EXPECT_EQ(result(deletion10), "0482080000000000");
+  EXPECT_EQ(result(deletion10), "0482080002000000");
+  EXPECT_EQ(recorder.file("0182010000"), "01820800010000000b000000");
+  EXPECT_EQ(result(deletion11), "0482080000000000");
+  EXPECT_EQ(result(deletion11), "0482080004000000");
+  EXPECT_EQ(recorder.file("0182010000"), "01820800ffffffffffffffff");
+  EXPECT_EQ(recorder.store->firstId(), 12U);
+}
+
+TEST(RecorderModel, StreamsTheRecordingWithItsPadding) {
+  Recorder recorder;
+  const auto packets = recorder.download(download10);
+  ASSERT_EQ(packets.size(), 781U);  // 65536 = 780 * 84 + 16
+  EXPECT_EQ(hexString(packets[1]).substr(0, 26), "03825c00540000000100000055");
+  Bytes content;
+  for (const auto& packet : packets) content.insert(content.end(), packet.begin() + 12, packet.end());
+  Bytes stored(65536);
+  recorder.store->read(0, 0, stored);
+  EXPECT_EQ(stored[39999], 1 + 39999 % 251);
+  EXPECT_EQ(stored[40000], 0);
+  stored.resize(content.size(), 0xEE);
+  EXPECT_TRUE(content == stored);
+  EXPECT_EQ(hexString(packets.back()).substr(0, 16), "03825c0010000000");
+}
+
+TEST(RecorderModel, EndsADownloadWithTheMarkerWhereAShortPacketDoesNot) {
+  Recorder recorder;
+  const auto marker = [](const Bytes& packet) {
+    return hexString(packet).substr(0, 16) == "03825c00ffffffff";
+  };
+  EXPECT_EQ(recorder.download(download10From32768).size(), 391U);  // 32768 = 390 * 84 + 8
+
+  const auto nothingLeft = recorder.download("03820c00000000000a0000000000010063c59573");
+  ASSERT_EQ(nothingLeft.size(), 1U);
+  EXPECT_TRUE(marker(nothingLeft[0]));
+
+  const auto full = recorder.download("03820c00000000000a000000acff00007266abd3");  // 65536 - 84
+  ASSERT_EQ(full.size(), 2U);
+  EXPECT_FALSE(marker(full[0]));
+  EXPECT_TRUE(marker(full[1]));
+
+  recorder.model.setAlwaysEndMarker(true);
+  const auto withMarker = recorder.download(download10);
+  EXPECT_EQ(withMarker.size(), 782U);
+  EXPECT_TRUE(marker(withMarker.back()));
+}
+
+TEST(RecorderModel, AStreamEndsWithTheLinkOrWithTheNextRequest) {
+  Recorder recorder;
+  recorder.file(download10);
+  recorder.model.nextPacket();
+  EXPECT_EQ(hexString(recorder.download(download11).front()).substr(16, 12), "000000000707");
+  recorder.file(download10);
+  recorder.file("03820c00000000000c00000000000000a5fde1ac");
+  EXPECT_FALSE(recorder.model.streaming()) << "no such recording: nothing to send";
+  recorder.file(download10);
+  EXPECT_TRUE(recorder.model.streaming());
+  recorder.model.linkLost();
+  EXPECT_TRUE(recorder.packets().empty());
+}
+
+TEST(RecorderModel, AFilterReplacesAndDropsRepliesAndPackets) {
+  Recorder recorder;
+  recorder.model.setReplyFilter([&recorder](const Bytes& request, Bytes reply) -> std::optional<Bytes> {
+    recorder.model.setBatteryLevel(1);  // a filter may change the model
+    if (request.size() == 21) return std::nullopt;
+    if (request == toData(download10) && reply[8] % 2 == 1) return std::nullopt;
+    reply[0] = 0x55;
+    return reply;
+  });
+  EXPECT_EQ(recorder.answer(Channel::status, battery), "none");
+  EXPECT_EQ(recorder.file("0182010000").substr(0, 4), "5582");
+  const auto packets = recorder.download(download10);
+  EXPECT_EQ(packets.size(), 391U);
+  EXPECT_EQ(packets[1][0], 0x55);
+  EXPECT_EQ(packets[1][8], 2);
+}
+
+TEST(RecorderModel, SurvivesRandomFrames) {
+  Recorder recorder;
+  std::mt19937 random(20240517);
+  const std::string seeds[] = {battery, infoOf10, deletion11, download10, "8e42455354", "0182010000"};
+  for (int i = 0; i < 20000; ++i) {
+    Bytes frame = toData(seeds[random() % std::size(seeds)]);
+    frame.resize(random() % 30);
+    if (!frame.empty()) frame[random() % frame.size()] = static_cast<std::uint8_t>(random());
+    if (const auto reply = recorder.model.write(static_cast<Channel>(random() % 3), frame)) {
+      EXPECT_GE(reply->size(), 8U);
+    }
+    recorder.model.nextPacket();
+  }
+  EXPECT_EQ(recorder.store->count(), 2U);
+}
+
+}  // namespace
+}  // namespace kwtsdk::sim

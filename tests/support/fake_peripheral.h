@@ -1,0 +1,110 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <kwtsdk/kwtsdk.h>
+
+#include "channel/channels.h"
+#include "codec/hex.h"
+
+namespace kwtsdk::testing {
+
+class FakeCharacteristic : public Characteristic {
+ public:
+  FakeCharacteristic(const std::string& uuid, std::uint32_t properties)
+      : uuid_(*Uuid::fromString(uuid)), properties_(properties) {}
+  Uuid UUID() const override { return uuid_; }
+  std::uint32_t properties() const override { return properties_; }
+  std::optional<Bytes> value() const override { return value_; }
+  void setValue(std::optional<Bytes> value) { value_ = std::move(value); }
+
+ private:
+  Uuid uuid_;
+  std::uint32_t properties_;
+  std::optional<Bytes> value_;
+};
+
+/// A peripheral that does nothing by itself: it writes down what it was asked, as "write <hex>", "on <uuid>"
+/// and "off <uuid>" (the UUID's first four characters), and the test plays the device.
+class FakePeripheral : public Peripheral {
+ public:
+  PeripheralState state() const override { return current; }
+  void writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType type) override {
+    calls.push_back((type == WriteType::withResponse ? "write " : "command ") + internal::hexString(value));
+    if (onWrite) onWrite(to);
+  }
+  void setNotifyValue(bool enabled, const std::shared_ptr<Characteristic>& of) override {
+    calls.push_back((enabled ? "on " : "off ") + of->UUID().toString().substr(4, 4));
+  }
+  std::size_t maximumWriteValueLengthForType(WriteType) const override { return 512; }
+
+  PeripheralState current = PeripheralState::connected;
+  std::vector<std::string> calls;
+  std::function<void(const std::shared_ptr<Characteristic>&)> onWrite;
+};
+
+class LineLog : public Log {
+ public:
+  void write(LogLevel level, std::string_view line) override {
+    const std::lock_guard lock(mutex_);
+    if (level != LogLevel::debug) lines_.emplace_back(line);
+  }
+  std::vector<std::string> lines() const {
+    const std::lock_guard lock(mutex_);
+    return lines_;
+  }
+  int count(std::string_view part) const {
+    int found = 0;
+    for (const auto& line : lines()) found += line.find(part) == std::string::npos ? 0 : 1;
+    return found;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+/// A facade with the recorder's five characteristics on a fake peripheral.
+struct FakeHost {
+  explicit FakeHost(std::shared_ptr<Scheduler> scheduler = nullptr)
+      : helper(KWTBluetoothHelper::create(
+            {.scheduler = std::move(scheduler), .settings = nullptr, .opusConverter = nullptr, .log = log})) {
+    helper->setConnectedPeripheral(peripheral);
+    for (const auto& characteristic : {statusWrite, statusNotify, fileWrite, fileNotify, firmware}) {
+      helper->addDiscoveredCharacteristic(characteristic);
+    }
+  }
+
+  void acknowledge(const std::shared_ptr<Characteristic>& characteristic,
+                   const MaybeError& error = std::nullopt) {
+    helper->didWriteValueForCharacteristic(peripheral, characteristic, error);
+  }
+  void notify(const std::shared_ptr<FakeCharacteristic>& characteristic, const std::string& hex,
+              const MaybeError& error = std::nullopt) {
+    characteristic->setValue(internal::toData(hex));
+    helper->didUpdateValueForCharacteristic(peripheral, characteristic, error);
+  }
+
+  static std::shared_ptr<FakeCharacteristic> make(const char* uuid, std::uint32_t properties) {
+    return std::make_shared<FakeCharacteristic>(uuid, properties);
+  }
+  static constexpr std::uint32_t kWrite = characteristic_property::write,
+                                 kNotify = characteristic_property::notify;
+
+  std::shared_ptr<LineLog> log = std::make_shared<LineLog>();
+  std::shared_ptr<FakePeripheral> peripheral = std::make_shared<FakePeripheral>();
+  std::shared_ptr<FakeCharacteristic> statusWrite = make("CA2A", kWrite),
+                                      statusNotify = make("C92A", kNotify),
+                                      fileWrite = make(internal::CHARACTERISTIC_WRITE, kWrite),
+                                      fileNotify = make(internal::CHARACTERISTIC_NOTIFY, kNotify),
+                                      firmware = make(internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                                                      kWrite | kNotify);
+  std::shared_ptr<KWTBluetoothHelper> helper;
+};
+
+}  // namespace kwtsdk::testing

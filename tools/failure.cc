@@ -1,0 +1,72 @@
+#include "tools/failure.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace kwtsdk::tool {
+namespace {
+
+constexpr const char* kToolDomain = "kwt";
+constexpr const char* kLibraryDomain = "com.kwt.sdk";
+
+struct Explanation {
+  std::int64_t code;
+  const char* text;
+  const char* hint;
+};
+
+constexpr const char* kCheckRecorder =
+    "Check that the recorder is switched on and in range, then run the command again.";
+constexpr const char* kRunAgain = "Run the command again.";
+
+// Codes below 5 are the recorder's answers to a deletion.
+constexpr std::array<Explanation, 9> kExplanations{{
+    {1, "The recorder did not delete the recording: it is not the first one",
+     "Look at the recordings with `kwt list`, then run the command again."},
+    {2, "The recorder did not delete the recording: it holds none of this id",
+     "Look at the recordings with `kwt list`, then run the command again."},
+    {3, "The recorder did not delete the recording: it is in use",
+     "End recording and playback on the recorder, then delete it with `kwt rm`."},
+    {4, "The recorder holds no recordings", "There is nothing to do."},
+    {1001, "The recorder is not connected, or lacks what this command needs", kCheckRecorder},
+    {1002, "Another command is under way", kRunAgain},
+    {1005, "The recorder named no first recording: it holds none, or it did not answer",
+     "Look at the recordings with `kwt list`."},
+    {1006, "The recorder did not describe its first recording", kRunAgain},
+    {kLongerThanRecording, "The file is longer than the recorder's first recording",
+     "Name another file, or none, with -o."},
+}};
+
+std::string withCode(const std::string& text, const Error& error) {
+  return text + " (" + error.domain() + " " + std::to_string(error.code()) + ": " +
+         error.localizedDescription() + ").";
+}
+
+}  // namespace
+
+Failure::Failure(ToolError code, const std::string& text, std::string hint)
+    : std::runtime_error(text),
+      domain_(kToolDomain),
+      code_(static_cast<std::int64_t>(code)),
+      hint_(std::move(hint)) {}
+
+Failure::Failure(const Error& error, const std::string& text, std::string hint)
+    : std::runtime_error(withCode(text, error)),
+      domain_(error.domain()),
+      code_(error.code()),
+      hint_(std::move(hint)) {}
+
+bool Failure::is(ToolError code) const {
+  return domain_ == kToolDomain && code_ == static_cast<std::int64_t>(code);
+}
+
+Failure explained(const Error& error) {
+  const auto found =
+      std::ranges::find_if(kExplanations, [&](const auto& known) { return known.code == error.code(); });
+  if (error.domain() == kLibraryDomain && found != kExplanations.end())
+    return {error, found->text, found->hint};
+  return {error, "The recorder reported an error", kCheckRecorder};
+}
+
+}  // namespace kwtsdk::tool

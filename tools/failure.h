@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include <kwtsdk/error.h>
+
+namespace kwtsdk::tool {
+
+/// What the tool itself finds, in the domain "kwt". The numbers are part of the --json output: none is used
+/// again for something else.
+enum class ToolError : std::int64_t {
+  other = 0,
+  noAnswer = 1,
+  connectionLost = 2,
+  stalled = 3,
+  interrupted = 4,
+  fileUnusable = 5,  // cannot be written, or is not what it has to be
+  incomplete = 6,    // packets were lost on the way
+  notDeleted = 7,    // downloaded, but the recorder did not confirm that it deleted its copy
+  storeEmpty = 8,
+};
+
+/// Why a command ends with status 1. `what()` says what happened, the hint what to do next.
+class Failure : public std::runtime_error {
+ public:
+  Failure(ToolError code, const std::string& text, std::string hint);
+  Failure(const Error& error, const std::string& text, std::string hint);
+
+  const std::string& domain() const { return domain_; }
+  std::int64_t code() const { return code_; }
+  const std::string& hint() const { return hint_; }
+  bool is(ToolError code) const;
+
+ private:
+  std::string domain_;
+  std::int64_t code_;
+  std::string hint_;
+};
+
+inline constexpr std::int64_t kLongerThanRecording = 1007;
+
+/// The library's and the recorder's errors in the words of someone at a terminal.
+Failure explained(const Error& error);
+
+}  // namespace kwtsdk::tool

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <kwtsdk/bluetooth_helper.h>
+#include <kwtsdk/scheduler.h>
+
+namespace kwtsdk::tool {
+
+/// The connection to a recorder, however it was made.
+class HostLink {
+ public:
+  virtual ~HostLink() = default;
+
+  /// Hands peripheral and characteristics to the facade and forwards events to it.
+  virtual void attach(const std::shared_ptr<KWTBluetoothHelper>& facade) = 0;
+
+  /// Called on the link's thread after the link was lost or disconnected; empty: nothing.
+  virtual void setOnDisconnect(std::function<void()> onDisconnect) = 0;
+
+  /// Nothing is sent or forwarded that has not yet begun. Returns at once; any thread.
+  virtual void disconnect() = 0;
+};
+
+/// Throws std::runtime_error whose text says what to do.
+std::unique_ptr<HostLink> openSimulatedHostLink(const std::shared_ptr<Scheduler>& scheduler,
+                                                const std::string& folder);
+
+}  // namespace kwtsdk::tool

@@ -1,0 +1,65 @@
+#include "tools/interrupt.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace kwtsdk::tool {
+namespace {
+
+constexpr int kWakeUp = SIGUSR1;
+
+/// A program started in the background has them ignored, and has to keep it so.
+bool isIgnored(int number) {
+  struct sigaction current {};
+  return ::sigaction(number, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
+}
+
+void endProgram(int number) {
+  ::signal(number, SIG_DFL);
+  sigset_t only;
+  ::sigemptyset(&only);
+  ::sigaddset(&only, number);
+  ::pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+  ::raise(number);
+}
+
+}  // namespace
+
+Interrupt::Interrupt(Scheduler& scheduler) : queue_(scheduler.serialQueue("kwt.signals")) {
+  ::sigemptyset(&signals_);
+  ::sigaddset(&signals_, kWakeUp);
+  for (const int number : {SIGINT, SIGTERM}) {
+    if (!isIgnored(number)) ::sigaddset(&signals_, number);
+  }
+  ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+  queue_->async([this] { watch(); });
+}
+
+Interrupt::~Interrupt() {
+  stopping_ = true;
+  ::kill(::getpid(), kWakeUp);
+  queue_ = nullptr;
+}
+
+void Interrupt::setAction(std::function<void()> action) {
+  const std::lock_guard lock(mutex_);
+  action_.swap(action);
+}
+
+void Interrupt::watch() {
+  int number = 0;
+  while (::sigwait(&signals_, &number) == 0 && !stopping_) {
+    if (number == kWakeUp) continue;
+    std::unique_lock lock(mutex_);
+    const auto action = std::exchange(action_, nullptr);
+    lock.unlock();
+    if (action) {
+      action();
+    } else {
+      endProgram(number);
+    }
+  }
+}
+
+}  // namespace kwtsdk::tool

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <signal.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include <kwtsdk/scheduler.h>
+
+namespace kwtsdk::tool {
+
+/// SIGINT (Ctrl-C) and SIGTERM as a call on a thread of its own, where locks may be taken and memory
+/// allocated: a signal handler may not. Without an action, and from the second time on, they end the program
+/// as usual. One a program.
+class Interrupt {
+ public:
+  /// Blocks the signals for this thread and those that it starts: create this before every other thread.
+  explicit Interrupt(Scheduler& scheduler);
+  ~Interrupt();
+  Interrupt(const Interrupt&) = delete;
+  Interrupt& operator=(const Interrupt&) = delete;
+
+  /// Called for the next signal, once; empty: none.
+  void setAction(std::function<void()> action);
+
+ private:
+  void watch();
+
+  sigset_t signals_{};
+  std::atomic<bool> stopping_{false};
+  std::mutex mutex_;
+  std::function<void()> action_;
+  std::shared_ptr<SerialQueue> queue_;
+};
+
+}  // namespace kwtsdk::tool

@@ -1,0 +1,46 @@
+// kwt, the command-line host: operates a recorder through the library.
+
+#include <signal.h>
+
+#include <exception>
+#include <iostream>
+
+#include "tools/command_line.h"
+
+namespace kwtsdk::tool {
+namespace {
+
+int run(const Invocation& invocation) {
+  const auto scheduler = threadScheduler();
+  Interrupt interrupt(*scheduler);
+  Output output(invocation.json);
+  try {
+    invocation.command({scheduler, interrupt, invocation.simulatedFolder}, output);
+  } catch (const Failure& failure) {
+    output.fail(failure);
+  } catch (const std::exception& exception) {
+    output.fail({ToolError::other, exception.what(), ""});
+  }
+  return output.finish();
+}
+
+int runTool(int argc, char** argv) {
+  const auto parsed = parseCommandLine(argc, argv);
+  if (const int* status = std::get_if<int>(&parsed)) return *status;
+  return run(std::get<Invocation>(parsed));
+}
+
+}  // namespace
+}  // namespace kwtsdk::tool
+
+int main(int argc, char** argv) {
+  // As failed writes, which are reported, instead of the end of the program.
+  ::signal(SIGXFSZ, SIG_IGN);
+  ::signal(SIGPIPE, SIG_IGN);
+  try {
+    return kwtsdk::tool::runTool(argc, argv);
+  } catch (const std::exception& exception) {
+    std::cerr << "kwt: " << exception.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,119 @@
+#include <algorithm>
+#include <cstdio>
+
+#include <kwtsdk/files.h>
+
+#include "tools/commands.h"
+#include "tools/download.h"
+#include "tools/output_file.h"
+#include "tools/recorder_queries.h"
+#include "tools/text.h"
+
+namespace kwtsdk::tool {
+namespace {
+
+/// With the creation time, since another recorder's recording may have the same id: continuing that one's
+/// file would make one useless file of two recordings, and the recorder would delete its copy.
+std::string defaultName(const FirstRecording& recording) {
+  const auto created = recording.header.creatTime();
+  return "recording-" + std::to_string(recording.id) +
+         (created ? creationTimeText(*created, "-%Y%m%d-%H%M%S") : std::string()) + ".opus";
+}
+
+Failure stopped(ToolError code, const std::string& what, const OutputFile& file, std::uint64_t total) {
+  if (file.size() == 0) {
+    return {code, what + " before anything arrived.",
+            "The recorder still has the recording; run the command again."};
+  }
+  return {code, what + " after " + ofBytesText(std::min(file.size(), total), total) + ".",
+          file.path() + " keeps what arrived; run the same command again to continue."};
+}
+
+Failure refused(const Error& error, const OutputFile& file, std::uint64_t total) {
+  if (error.code() != kLongerThanRecording) return explained(error);
+  return {error,
+          file.path() + " is longer (" + bytesText(file.size()) + ") than the recorder's first recording (" +
+              bytesText(total) + ")",
+          "A finished download is up to 83 bytes longer than its recording. If this is one, delete the "
+          "recorder's "
+          "copy with `kwt rm`; if not, name another file with -o."};
+}
+
+Failure unwritable(const std::string& reason, const OutputFile& file) {
+  return {ToolError::fileUnusable, "Cannot write " + file.path() + ": " + reason + ".",
+          "The recorder still has the recording. Free space on the disk or raise the limit, then run the "
+          "same command "
+          "again to continue."};
+}
+
+Failure incomplete(const OutputFile& file, std::uint64_t total) {
+  return {ToolError::incomplete,
+          "Packets were lost: " + file.path() + " has " + ofBytesText(file.size(), total) +
+              ", with parts missing.",
+          "The recorder still has the recording. Remove the file, bring the recorder closer and run the same "
+          "command "
+          "again."};
+}
+
+Failure failureOf(const DownloadOutcome& outcome, const OutputFile& file, std::uint64_t total) {
+  switch (outcome.end) {
+    case DownloadEnd::incomplete:
+      return incomplete(file, total);
+    case DownloadEnd::refused:
+      return refused(*outcome.error, file, total);
+    case DownloadEnd::stalled:
+      return stopped(ToolError::stalled, "The recorder stopped sending", file, total);
+    case DownloadEnd::linkLost:
+      return stopped(ToolError::connectionLost, "Connection lost", file, total);
+    case DownloadEnd::unwritable:
+      return unwritable(outcome.reason, file);
+    default:
+      return stopped(ToolError::interrupted, "Interrupted", file, total);
+  }
+}
+
+void reportSaved(const OutputFile& file, std::uint64_t begin, std::uint64_t total, double seconds,
+                 Output& output) {
+  std::array<char, 32> time{};
+  std::snprintf(time.data(), time.size(), "%.1f s", seconds);
+  output.line("Saved " + file.path() + " (" + bytesText(total) + " in " + time.data() +
+              (begin > 0 ? ", continued at byte " + std::to_string(begin) : "") + ").");
+  output.set("bytes", total);
+  output.set("continuedAt", begin);
+  output.set("seconds", seconds);
+}
+
+void reportDeletion(const std::optional<MaybeError>& deletion, const OutputFile& file, Output& output) {
+  const bool deleted = deletion && !*deletion;
+  output.set("deleted", deleted);
+  if (deleted) return output.line("The recorder has deleted its copy.");
+  const std::string hint = file.path() + " is safe. Delete the recorder's copy with `kwt rm`.";
+  if (deletion) throw Failure(**deletion, "The recording was saved, but the recorder kept its copy", hint);
+  throw Failure(ToolError::notDeleted,
+                "The recording was saved, but the recorder did not confirm that it deleted its copy.", hint);
+}
+
+}  // namespace
+
+void runPull(const Host& host, const std::string& name, Output& output) {
+  std::optional<OutputFile> file;
+  if (!name.empty()) file.emplace(name);
+  Session session(host);
+  const FirstRecording first = firstRecording(session);
+  if (!file) file.emplace(defaultName(first));
+  output.set("id", first.id);
+  output.set("file", file->path());
+
+  const std::uint64_t begin = file->size(), total = first.header.filesize();
+  const Duration start = session.scheduler().now();
+  pause(session);
+  Download download(session, file->path());
+  const DownloadOutcome outcome = download.run();
+  if (outcome.end != DownloadEnd::complete) throw failureOf(outcome, *file, total);
+
+  const std::chrono::duration<double> elapsed = session.scheduler().now() - start;
+  reportSaved(*file, begin, total, elapsed.count(), output);
+  reportDeletion(download.waitForDeletion(), *file, output);
+}
+
+}  // namespace kwtsdk::tool

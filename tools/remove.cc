@@ -1,0 +1,42 @@
+#include <chrono>
+
+#include "tools/commands.h"
+#include "tools/handover.h"
+#include "tools/recorder_queries.h"
+#include "tools/text.h"
+
+namespace kwtsdk::tool {
+namespace {
+
+// The deletion itself has no time-out: without an answer its completion never comes.
+void deleteFirst(Session& session) {
+  constexpr Duration longest = std::chrono::seconds(10);
+  struct Answer {
+    bool linkLost;
+    MaybeError error;
+  };
+  const auto answer = std::make_shared<Handover<Answer>>(session.scheduler(), "kwt.rm");
+  session.link().setOnDisconnect([answer] { answer->put({true, std::nullopt}); });
+  session.recorder().deleteFirstFlashFile([answer](const MaybeError& error) { answer->put({false, error}); });
+  const auto result = answer->take(longest);
+  if (!result || result->linkLost) throw noAnswer(session, longest);
+  if (result->error) throw explained(*result->error);
+}
+
+}  // namespace
+
+void runRemove(const Host& host, Output& output) {
+  Session session(host);
+  const FirstRecording first = firstRecording(session);
+  pause(session);
+  deleteFirst(session);
+
+  const auto created = first.header.creatTime();
+  output.line("Deleted recording " + std::to_string(first.id) + " from the recorder (" +
+              bytesText(first.header.filesize()) +
+              (created ? ", made " + creationTimeText(*created, "%Y-%m-%d %H:%M:%S") : std::string()) + ").");
+  output.set("deleted", first.id);
+  output.set("size", first.header.filesize());
+}
+
+}  // namespace kwtsdk::tool

@@ -1,0 +1,25 @@
+#include "tools/text.h"
+
+#include <array>
+#include <ctime>
+
+namespace kwtsdk::tool {
+
+std::string creationTimeText(Date created, const char* format) {
+  constexpr int firstYearOfTm = 1900, century = 2000;
+  const std::time_t instant = created.time_since_epoch().count();
+  std::tm fields{};
+  ::localtime_r(&instant, &fields);
+  // Recorders count years from 2000 and the library adds no century.
+  if (fields.tm_year + firstYearOfTm < 100) fields.tm_year += century;
+  std::array<char, 64> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), format, &fields)};
+}
+
+std::string bytesText(std::uint64_t count) { return std::to_string(count) + " bytes"; }
+
+std::string ofBytesText(std::uint64_t done, std::uint64_t all) {
+  return std::to_string(done) + " of " + bytesText(all);
+}
+
+}  // namespace kwtsdk::tool
