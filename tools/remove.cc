@@ -35,8 +35,9 @@ void runRemove(const Host& host, Output& output) {
   output.line("Deleted recording " + std::to_string(first.id) + " from the recorder (" +
               bytesText(first.header.filesize()) +
               (created ? ", made " + creationTimeText(*created, "%Y-%m-%d %H:%M:%S") : std::string()) + ").");
-  output.set("deleted", first.id);
+  output.set("id", first.id);
   output.set("size", first.header.filesize());
+  output.set("deleted", true);
 }
 
 }  // namespace kwtsdk::tool

@@ -7,7 +7,7 @@ namespace {
 class Tour {
  public:
   Tour(const Host& host, Output& output)
-      : host_{host.scheduler, host.interrupt, folder_.store()}, output_(output) {}
+      : host_{host.scheduler, host.interrupt, folder_.store()}, output_(output), steps_(output.json()) {}
 
   void run();
 
@@ -15,7 +15,7 @@ class Tour {
   using Command = void (*)(const Host&, Output&);
 
   void heading(const std::string& title, const std::string& command);
-  void show(const std::string& title, const std::string& command, Command run);
+  void show(const std::string& title, const std::string& command, Command shown);
   void loseLinkHalfWay();
   void resume();
   void compare();
@@ -24,6 +24,7 @@ class Tour {
   const TourFolder folder_;
   const Host host_;
   Output& output_;
+  Output steps_;  // for the lines of the commands; their results are not the tour's
   std::string step_;
 };
 
@@ -34,9 +35,9 @@ void Tour::heading(const std::string& title, const std::string& command) {
   if (!command.empty()) output_.line("$ kwt --sim " + folder_.store() + " " + command);
 }
 
-void Tour::show(const std::string& title, const std::string& command, Command run) {
+void Tour::show(const std::string& title, const std::string& command, Command shown) {
   heading(title, command);
-  run(host_, output_);
+  shown(host_, steps_);
 }
 
 void Tour::loseLinkHalfWay() {
@@ -46,7 +47,7 @@ void Tour::loseLinkHalfWay() {
   heading("A download whose connection is lost half-way", "pull -o " + folder_.pulled());
   folder_.writeScript("notification " + std::to_string(queries + packets / 2) + " disconnect\n");
   try {
-    runPull(host_, folder_.pulled(), output_);
+    runPull(host_, folder_.pulled(), steps_);
   } catch (const Failure& failure) {
     if (!failure.is(ToolError::connectionLost)) throw;
     output_.line(std::string(failure.what()) + "\n" + failure.hint());
@@ -58,7 +59,7 @@ void Tour::loseLinkHalfWay() {
 void Tour::resume() {
   heading("The same command again continues it", "pull -o " + folder_.pulled());
   folder_.writeScript("");
-  runPull(host_, folder_.pulled(), output_);
+  runPull(host_, folder_.pulled(), steps_);
 }
 
 void Tour::compare() {
@@ -67,6 +68,7 @@ void Tour::compare() {
   output_.line("The same, byte for byte (" + std::to_string(folder_.storedSize()) + " bytes).");
   if (!folder_.isFirstDeleted()) fail("the recording is still on the recorder");
   output_.line("It is gone from the recorder's store.");
+  output_.set("comparedBytes", folder_.storedSize());
 }
 
 void Tour::fail(const std::string& reason) const {

@@ -1,4 +1,3 @@
-// Asks a simulated recorder for its battery level.
 #include <iostream>
 
 #include <kwtsdk/kwtsdk.h>
@@ -12,7 +11,7 @@ int main() {
   const auto helper = kwtsdk::KWTBluetoothHelper::create();
   link->attach(helper);
 
-  const std::int64_t level = helper->getPower();
-  std::cout << kwtsdk::kwtsdkVersionString << "battery level " << level << '\n';
+  const std::int64_t level = helper->getPower();  // blocks, at most 5 s
+  std::cout << "battery level " << level << '\n';
   return level > 0 ? 0 : 1;
 }

@@ -18,8 +18,8 @@ class AirTime {
   /// Nothing leaves before `moment`.
   void hold(Duration moment);
 
-  /// The interval after the one that carried the last transmission.
-  Duration nextInterval() const { return sent_ + timing_.connectionInterval; }
+  /// The earliest interval that follows whatever has left so far.
+  Duration nextInterval() const { return sentTogether_ == 0 ? sent_ : sent_ + timing_.connectionInterval; }
 
  private:
   Duration earliest(Duration ready) const;

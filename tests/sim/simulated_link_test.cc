@@ -6,6 +6,8 @@
 #include <kwtsdk/sim/simulated_link.h>
 #include <kwtsdk/sim/virtual_time_scheduler.h>
 
+#include <algorithm>
+
 #include "codec/hex.h"
 
 namespace kwtsdk::sim {
@@ -125,17 +127,25 @@ TEST(SimulatedLink, KeepsToIntervalsAndLatency) {
   Host both({.latency = 3ms, .connectionInterval = 10ms, .packetsPerInterval = 4, .mtu = 23});
   EXPECT_EQ(both.eventsOf([&] { both.subscribe(), both.write(std::string(80, '0')); }), (Events{"ack@23"}))
       << "40 bytes go in three parts and one packet that has them executed";
+  Host lone({.connectionInterval = 10ms});
+  EXPECT_EQ(lone.eventsOf([&] { lone.write(count); }), (Events{"ack@10"}));
+  Host delayed(slots, "write 1 delay 25ms");
+  EXPECT_EQ(delayed.eventsOf([&] { delayed.write(count), delayed.write(count); }),
+            (Events{"ack@30", "ack@40"}));
 }
 
 TEST(SimulatedLink, ServesAWriteAmidAStream) {
   Host host({.connectionInterval = 10ms, .packetsPerInterval = 1, .mtu = 99});
   host.onEvent = [&host](const std::string& event) {
-    if (event == "03825c00@30") host.write(count);
+    if (event == "03825c00@30" || event == "03825c00@80") host.write(count);
   };
   const auto events = host.eventsOf([&] { host.subscribe(), host.write(download); });
-  ASSERT_EQ(events.size(), 394U);
-  EXPECT_EQ((Events{events.begin(), events.begin() + 6}),
-            (Events{"ack@20", "03825c00@30", "03825c00@50", "ack@60", "01820800@70", "03825c00@80"}));
+  ASSERT_EQ(events.size(), 396U);
+  EXPECT_EQ((Events{events.begin(), events.begin() + 9}),
+            (Events{"ack@20", "03825c00@30", "03825c00@50", "ack@60", "01820800@70", "03825c00@80",
+                    "03825c00@100", "ack@110", "01820800@120"}));
+  host.onEvent = nullptr;
+  EXPECT_EQ(host.eventsOf([&] { host.write(download); }).size(), 392U) << "one stream after the other";
 }
 
 TEST(SimulatedLink, CutsANotificationAtTheMtu) {
@@ -203,6 +213,37 @@ TEST(SimulatedLink, ALostLinkTakesEverythingWithItAndCanBeMadeAgain) {
             (Events{"lost@10", "ack@17", "01820800@17"}));
 }
 
+TEST(SimulatedLink, NothingOfALostLinkArrives) {
+  Host host({.latency = 5ms});
+  EXPECT_EQ(host.eventsOf([&] {
+    host.write("0482040001000000d084ef92");
+    host.scheduler->sleep(2ms);
+    host.link->disconnect();
+  }),
+            (Events{"lost@5"}));
+  EXPECT_EQ(host.store->count(), 1U) << "a deletion that never arrived";
+
+  Host twice({}, "acknowledgement 1 duplicate");
+  twice.onEvent = [&twice](const std::string&) { twice.link->disconnect(); };
+  EXPECT_EQ(twice.eventsOf([&] { twice.write(count); }), (Events{"ack", "lost"}));
+}
+
+TEST(SimulatedLink, AStreamAskedForRightAfterTheLossGoesOn) {
+  const std::uint64_t first = seedFromEnvironment(1);
+  for (std::uint64_t seed = first; seed < first + 100; ++seed) {
+    SCOPED_TRACE("repeat with KWTSDK_SEED=" + std::to_string(seed));
+    Host host({}, "notification 1 disconnect", VirtualTimeScheduler::create(seed));
+    const auto events = host.eventsOf([&] {
+      host.subscribe(), host.write(download);
+      while (host.link->peripheral()->state() == PeripheralState::connected)
+        host.scheduler->preemptionPoint();
+      host.link->connect();
+      host.subscribe(), host.write(download);
+    });
+    EXPECT_EQ(std::count(events.begin(), events.end(), "03825c00"), 391);
+  }
+}
+
 TEST(SimulatedLink, ReconnectsInsideItsDisconnectCallback) {
   Host host({}, "notification 3 disconnect");
   host.onEvent = [&host](const std::string& event) {
@@ -237,11 +278,15 @@ TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
     scheduler->run([&] {
       auto link = SimulatedLink::create(
           scheduler, model, {.latency = seed % 2 == 0 ? 0ms : 1ms},
-          std::make_shared<SeededFaults>(seed, FaultRates{.drop = 0.1, .delay = 0.1, .disconnect = 0.1}));
+          std::make_shared<SeededFaults>(
+              seed, FaultRates{.drop = 0.1, .delay = 0.1, .disconnect = 0.01, .longestDelay = 1ms}));
       const auto peripheral = link->peripheral();
       const auto target = link->characteristic(fileWrite), source = link->characteristic(fileNotify);
       auto released = std::make_shared<bool>(false);
-      const auto event = [released](const auto&, const auto&, const auto&) { EXPECT_FALSE(*released); };
+      const auto event = [released, scheduler](const auto&, const auto&, const auto&) {
+        scheduler->preemptionPoint();
+        EXPECT_FALSE(*released);
+      };
       link->setEvents(event, event);
       scheduler->spawn("writer", [=] {
         for (int i = 0; i < 10; ++i) {
@@ -249,7 +294,7 @@ TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
           peripheral->writeValue(toData(i % 2 == 0 ? count : download), target, WriteType::withResponse);
         }
       });
-      scheduler->sleep(Duration(1ms) * (seed % 5));
+      scheduler->sleep(Duration(500us) * (seed % 5));
       link->connect();
       scheduler->preemptionPoint();
       link.reset();

@@ -1,0 +1,82 @@
+// Prints the frames that pass between a host and a simulated recorder: "> " requests, "< " what answers them.
+// On virtual time, so that it ends at once and prints the same in every run.
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include <kwtsdk/kwtsdk.h>
+#include <kwtsdk/sim/memory_store.h>
+#include <kwtsdk/sim/simulated_link.h>
+#include <kwtsdk/sim/virtual_time_scheduler.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+namespace sim = kwtsdk::sim;
+
+constexpr std::size_t kBlock = sim::RecordingStore::kBlockSize;
+
+void print(const char* direction, const kwtsdk::Bytes& frame) {
+  std::string line = direction;
+  for (const std::uint8_t byte : frame) {
+    constexpr const char* digits = "0123456789abcdef";
+    line += {digits[byte >> 4], digits[byte & 15]};
+  }
+  std::puts(line.c_str());
+}
+
+// Recordings 10 and 11, made on 17 May 2024 at 09:30:00, of one block each.
+std::shared_ptr<sim::RecorderModel> recorder() {
+  const auto store = std::make_shared<sim::MemoryStore>(10);
+  kwtsdk::Bytes content(kBlock);
+  for (std::size_t i = 0; i < content.size(); ++i) content[i] = static_cast<std::uint8_t>(i);
+  const std::chrono::local_days day{std::chrono::year(2024) / 5 / 17};
+  for (int i = 0; i < 2; ++i) store->add(content, day + 9h + 30min);
+
+  auto model = std::make_shared<sim::RecorderModel>(store);
+  model->setReplyFilter([](const kwtsdk::Bytes& request, kwtsdk::Bytes reply) {
+    print("> ", request);
+    print("< ", reply);
+    return reply;
+  });
+  return model;
+}
+
+void useEverything(kwtsdk::KWTBluetoothHelper& helper, kwtsdk::Scheduler& scheduler, const fs::path& folder) {
+  helper.getPower();
+  helper.getFirmwareVersion();
+  helper.getCapacity();
+  helper.getFileNumAndFirstId();
+  helper.getFileInfo(10);
+  helper.deleteFile(11, nullptr);  // refused: not the first
+  scheduler.sleep(1s);
+  helper.downloadFirstFlashFile(folder / "whole", nullptr, nullptr);
+  scheduler.sleep(1min);
+
+  // Nothing is missing from this file: the recorder answers with the end marker alone.
+  const auto file = kwtsdk::getFileHandleForWrite(folder / "complete");
+  const kwtsdk::Bytes block(kBlock);
+  file->write(block.data(), block.size());
+  helper.downloadFirstFlashFile(folder / "complete", nullptr, nullptr);
+  scheduler.sleep(1min);
+  helper.getFileNumAndFirstId();  // none is left
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2 || !fs::is_directory(argv[1])) {
+    std::fputs("usage: transcript FOLDER    the folder takes the downloads\n", stderr);
+    return 2;
+  }
+  const auto scheduler = sim::VirtualTimeScheduler::create(1);
+  scheduler->run([&] {
+    const auto link = sim::SimulatedLink::create(scheduler, recorder());
+    kwtsdk::Platform platform;
+    platform.scheduler = scheduler;
+    const auto helper = kwtsdk::KWTBluetoothHelper::create(platform);
+    link->attach(helper);
+    useEverything(*helper, *scheduler, argv[1]);
+  });
+}

@@ -1,0 +1,243 @@
+"""Runs kwt as a person would, against simulated recorders: kwt_test.py KWT [UNITTEST-ARGUMENT...]"""
+
+import json
+import os
+import pathlib
+import random
+import resource
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+KWT = sys.argv.pop(1)
+BLOCK, PACKET = 32768, 84
+# Before a download's packets come the answers to the queries of kwt and of the library, three each.
+QUERIES = 6
+
+
+def opus(size, seed):
+    """What a recorder takes for Ogg Opus; only its first page has to look like it."""
+    page = b"OggS" + bytes(22) + bytes([1, 19]) + b"OpusHead"
+    return page + random.Random(seed).randbytes(size - len(page))
+
+
+class Recorder:
+    """A simulated recorder's folder, and a folder beside it that kwt runs in."""
+
+    def __init__(self, case, *sizes, script=""):
+        temporary = tempfile.TemporaryDirectory()
+        case.addCleanup(temporary.cleanup)
+        self.home = pathlib.Path(temporary.name) / "home"
+        self.store = self.home.parent / "store"
+        (self.store / "device").mkdir(parents=True)
+        self.home.mkdir()
+        self.contents = [opus(size, seed) for seed, size in enumerate(sizes)]
+        for number, content in enumerate(self.contents):
+            path = self.store / f"{number}.opus"
+            path.write_bytes(content)
+            os.utime(path, (1715938200 + number, 1715938200 + number))
+        self.script(script)
+
+    def script(self, text):
+        (self.store / "device" / "script").write_text(text)
+
+    def names(self):
+        return sorted(path.name for path in self.store.glob("*.opus"))
+
+    def start(self, *arguments, limit=None, **streams):
+        def prepare():
+            signal.signal(signal.SIGINT, signal.SIG_DFL)
+            if limit is not None:
+                resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+
+        streams = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
+        command = [KWT, "--sim", str(self.store), *arguments]
+        return subprocess.Popen(command, cwd=self.home, text=True, preexec_fn=prepare,
+                                env={**os.environ, "TZ": "UTC0"}, **streams)
+
+    def run(self, *arguments, **options):
+        process = self.start(*arguments, **options)
+        out, err = process.communicate()
+        return process.returncode, out, err
+
+
+class KwtTest(unittest.TestCase):
+    maxDiff = None
+
+    def check(self, result, status, *words):
+        code, out, err = result
+        self.assertEqual(code, status, out + err)
+        for word in words:
+            self.assertIn(word, out + err)
+
+    def assert_pulled(self, recorder, name):
+        content = recorder.contents[0]
+        stored = content + bytes(-len(content) % BLOCK)
+        pulled = (recorder.home / name).read_bytes()
+        self.assertEqual(pulled[:len(stored)], stored)
+        self.assertLess(len(pulled) - len(stored), PACKET)
+
+    def assert_resumes(self, recorder, name="f.opus"):
+        """The same command again, now without trouble, ends with the whole recording."""
+        recorder.script("")
+        size = (recorder.home / name).stat().st_size
+        self.check(recorder.run("pull", "-o", name), 0, f"continued at byte {size}", "has deleted")
+        self.assert_pulled(recorder, name)
+        self.assertNotIn("0.opus", recorder.names())
+
+    def test_results_for_people_and_programs(self):
+        recorder = Recorder(self, BLOCK, 3 * BLOCK - 1)
+        self.check(recorder.run("info"), 0, "80", "1.2.3", "536870912, 536739840")
+        self.check(recorder.run("list"), 0, "98304  2024-05-17 09:30:01")
+        name = "recording-1-20240517-093000.opus"
+        created = "2024-05-17T09:30:0"
+        expected = {
+            "info": {"battery": 80, "firmware": "1.2.3", "storage": [536870912, 536739840]},
+            "list": {"recordings": [
+                {"id": number + 1, "size": size, "type": 0, "present": True, "created": created + str(number)}
+                for number, size in enumerate((BLOCK, 3 * BLOCK))]},
+            "pull": {"id": 1, "file": name, "bytes": BLOCK, "continuedAt": 0, "deleted": True},
+            "rm": {"id": 2, "size": 3 * BLOCK, "deleted": True},
+        }
+        for command, values in expected.items():
+            with self.subTest(command):
+                code, out, err = recorder.run(command, "--json")
+                self.assertEqual((code, err), (0, ""))  # no progress either: this is no terminal
+                result = json.loads(out)
+                result.pop("seconds", None)
+                self.assertEqual(result, values)
+        self.assert_pulled(recorder, name)
+        self.assertEqual(recorder.names(), [])
+
+    def test_usage(self):
+        for arguments in ([], ["list"], ["--sim", ".", "dance"], ["--sim", ".", "tour"],
+                          ["--sim", ".", "pull", "-o", ""], ["--sim", "", "info"], ["--sim", ".", "list", "more"]):
+            with self.subTest(arguments):
+                done = subprocess.run([KWT, *arguments], capture_output=True, text=True)
+                self.assertEqual((done.returncode, done.stdout), (2, ""))
+                self.assertIn("--help", done.stderr)
+        for option, word in (("--help", "Exit status"), ("--version", "kwt 0.")):
+            self.assertIn(word, subprocess.run([KWT, option], check=True, capture_output=True, text=True).stdout)
+
+    def test_refusals_before_anything_is_sent(self):
+        recorder = Recorder(self, BLOCK)
+        for name, word in ((".", "is a folder"), ("no/f", "no is not a folder"), ("/dev/null", "regular file")):
+            with self.subTest(name):
+                self.check(recorder.run("pull", "-o", name), 1, f"Cannot write {name}", word, "-o")
+        recorder.script("latency fast")
+        self.check(recorder.run("info"), 1, "line 1", "fast")
+        recorder.store = recorder.home / "missing"
+        self.check(recorder.run("info"), 1, "missing cannot be read", "name an existing folder")
+        self.assertEqual(list(recorder.home.iterdir()), [])
+
+    def test_empty_store(self):
+        recorder = Recorder(self)
+        self.check(recorder.run("list"), 0, "holds no recordings")
+        for command in (["pull"], ["pull", "-o", "f"], ["rm"]):
+            self.check(recorder.run(*command), 1, "holds no recordings")
+        self.assertEqual(list(recorder.home.iterdir()), [])
+        error = json.loads(recorder.run("rm", "--json")[1])["error"]
+        self.assertEqual((error["domain"], error["code"]), ("kwt", 8))
+
+    def test_existing_files(self):
+        recorder = Recorder(self, BLOCK)
+        target = recorder.home / "f.opus"
+        target.write_bytes(bytes(BLOCK + 1))
+        self.check(recorder.run("pull", "-o", "f.opus"), 1, "longer (32769", "1007", "83 bytes", "kwt rm")
+        self.assertEqual((target.stat().st_size, recorder.names()), (BLOCK + 1, ["0.opus"]))
+        target.write_bytes(recorder.contents[0])
+        self.assert_resumes(recorder)
+
+    def test_link_trouble(self):
+        """Script, words, and how much of the recording is then in the file, which only some troubles leave usable."""
+        for script, words, packets, resumes in (
+                (f"notification {QUERIES + 101} disconnect", ("lost after 8400 of 98304", "continue"), 100, True),
+                ("notification 2 disconnect", ("did not answer", "lost")[1:], None, False),
+                (f"write {QUERIES + 1} refuse", ("ATT error 0x03",), None, False),
+                (f"notification {QUERIES + 101} drop", ("Packets were lost", "Remove the file"), 1170, False),
+                (f"notification {QUERIES + 101} corrupt 4", ("Packets were lost", "Remove"), 1170, False)):
+            with self.subTest(script):
+                recorder = Recorder(self, 3 * BLOCK, script=script)
+                self.check(recorder.run("pull", "-o", "f.opus"), 1, *words)
+                self.assertEqual(recorder.names(), ["0.opus"])
+                target = recorder.home / "f.opus"
+                self.assertEqual(target.exists(), packets is not None)
+                if packets is not None:
+                    self.assertEqual(target.stat().st_size, packets * PACKET)
+                if resumes:
+                    self.assert_resumes(recorder)
+
+    def test_silence(self):
+        """All of them at once, since each waits for a time-out."""
+        packets = -(-BLOCK // PACKET)
+        deletion = QUERIES + packets + 2
+        cases = (
+            ("notification 1 drop", ["info"], ("did not answer within 5 s", "switched on")),
+            ("notification 6 drop", ["list"], ("described only 1 of its 2", "?         32768")),
+            ("notification 5 drop", ["rm"], ("did not answer within 10 s", "switched on")),
+            (f"notification {deletion} drop", ["pull", "-o", "f.opus"], ("f.opus is safe", "did not confirm", "kwt rm")),
+            (f"notification {QUERIES + 51} delay 60s", ["pull", "-o", "f.opus"],
+             ("stopped sending after 4200 of 32768", "continue")))
+        running = []
+        for script, command, words in cases:
+            recorder = Recorder(self, BLOCK, BLOCK, script=script)
+            running.append((recorder, recorder.start(*command), words))
+        for recorder, process, words in running:
+            out, err = process.communicate()
+            self.check((process.returncode, out, err), 1, *words)
+        self.assert_pulled(running[3][0], "f.opus")
+        self.assert_resumes(running[4][0])
+
+    def test_recorder_refuses_deletion(self):
+        recorder = Recorder(self, BLOCK)
+        (recorder.store / "device" / "script").unlink()
+        (recorder.store / "device").rmdir()
+        (recorder.store / "device").touch()  # the recorder has no place for its state
+        self.check(recorder.run("rm"), 1, "in use", "com.kwt.sdk 3")
+        code, out, _ = recorder.run("pull", "-o", "f.opus", "--json")
+        result = json.loads(out)
+        self.assertEqual((code, result["deleted"], result["error"]["code"]), (1, False, 3))
+        self.assertIn("f.opus is safe", result["error"]["hint"])
+        self.assert_pulled(recorder, "f.opus")
+
+    def test_full_disk(self):
+        recorder = Recorder(self, 2 * BLOCK)
+        result = recorder.run("pull", "-o", "f.opus", limit=20000)
+        self.check(result, 1, "Cannot write f.opus: File too large", "still has", "Free space")
+        self.assertEqual((recorder.home / "f.opus").stat().st_size, 20000)
+        self.assert_resumes(recorder)
+        with open("/dev/full", "w") as full:
+            self.check((*recorder.run("list", stdout=full)[::2], ""), 1)
+
+    def test_interruption(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(number):
+                recorder = Recorder(self, 3 * BLOCK, script="interval 7.5ms\npackets 1\n")
+                ours, terminal = os.openpty()
+                process = recorder.start("pull", "-o", "f.opus", stderr=terminal)
+                os.close(terminal)
+                shown = b""
+                while shown.count(b"%") < 3:
+                    shown += os.read(ours, 1000)
+                self.assertIn(b"s left", shown)
+                process.send_signal(number)
+                process.communicate()
+                shown += os.read(ours, 1000)
+                os.close(ours)
+                size = (recorder.home / "f.opus").stat().st_size
+                self.check((process.returncode, "", shown.decode()), 1, f"Interrupted after {size} of 98304", "continue")
+                self.assert_resumes(recorder)
+
+    def test_tour(self):
+        with tempfile.TemporaryDirectory() as folder:
+            done = subprocess.run([KWT, "tour"], env={**os.environ, "TMPDIR": folder}, capture_output=True, text=True)
+            self.check((done.returncode, done.stdout, done.stderr), 0, "Connection lost after", "same, byte for byte")
+            self.assertIn(f"Files: {folder}/kwt-tour-", done.stdout.splitlines()[-1])
+            missing = {**os.environ, "TMPDIR": folder + "/missing"}
+            done = subprocess.run([KWT, "tour"], env=missing, capture_output=True, text=True)
+            self.check((done.returncode, done.stdout, done.stderr), 1, "set TMPDIR")
+
+
+unittest.main()
