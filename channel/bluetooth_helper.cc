@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "channel/command_channel.h"
+#include "channel/host_call.h"
 #include "channel/shared_field.h"
 #include "filestore/file_deletion.h"
 #include "filestore/file_download.h"
@@ -167,7 +168,8 @@ void KWTBluetoothHelper::didUpdateValueForCharacteristic(
 }
 
 void KWTBluetoothHelper::startMonitorTimer(ReplyHandler onTimeout) {
-  impl_->channel.watchdog.start(weak_from_this(), std::move(onTimeout));
+  internal::guardedCall(impl_->channel.log, "startMonitorTimer",
+                        [&] { impl_->channel.watchdog.start(weak_from_this(), std::move(onTimeout)); });
 }
 
 void KWTBluetoothHelper::stopMonitorTimer() { impl_->channel.watchdog.stop(); }

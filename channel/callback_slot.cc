@@ -19,13 +19,13 @@ CallbackSlot::Generation CallbackSlot::generation() const {
   return generation_;
 }
 
-CallbackSlot::Generation CallbackSlot::set(ReplyHandler callback) {
+std::shared_ptr<CallbackSlot::Entry> CallbackSlot::set(ReplyHandler callback) {
   std::shared_ptr<Entry> replaced;  // destroyed after the lock
   const std::lock_guard lock(mutex_);
   ++generation_;
-  if (callback) replaced = std::make_shared<Entry>(std::move(callback), generation_);
-  entry_.swap(replaced);
-  return generation_;
+  const auto stored = callback ? std::make_shared<Entry>(std::move(callback), generation_) : nullptr;
+  replaced = std::exchange(entry_, stored);
+  return stored;
 }
 
 void CallbackSlot::clearUpTo(Generation generation) {

@@ -37,8 +37,9 @@ class CallbackSlot {
   /// Of the callback stored last, whether or not it is still there.
   Generation generation() const;
 
-  /// Replaces whatever is there; an empty callback clears. Returns the new generation.
-  Generation set(ReplyHandler callback);
+  /// Replaces whatever is there; an empty callback clears. Returns what is stored now, null for an empty
+  /// callback.
+  std::shared_ptr<Entry> set(ReplyHandler callback);
   void clear() { clearUpTo(~Generation{0}); }
   void clearUpTo(Generation generation);
 

@@ -19,6 +19,7 @@ CommandChannel::CommandChannel(Platform given)
 
 bool CommandChannel::refusedAsBusy(const std::function<void(const Error&)>& onBusy) const {
   if (!dispatcher.pending.occupied()) return false;
+  const auto self = owner();  // the callback may release the host's last reference to the facade
   refuseAsBusy(onBusy);
   return true;
 }
@@ -30,7 +31,7 @@ void CommandChannel::refuseAsBusy(const std::function<void(const Error&)>& onBus
 }
 
 void CommandChannel::request(Request request) {
-  const auto self = owner();  // a callback may release the host's last reference to the facade
+  const auto self = owner();
   if (refusedAsBusy(request.onBusy)) return;
   ReplyHandler handler;
   std::optional<Dispatcher::Refusal> refusal;

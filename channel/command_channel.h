@@ -56,7 +56,6 @@ class CommandChannel {
   WorkQueues queues;
 
  private:
-  enum class Attempt { sent, busy, refused };
   using Subscription = std::uint64_t;
 
   Subscription subscribe(const char* notifyOn);

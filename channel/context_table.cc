@@ -9,19 +9,21 @@ namespace internal {
 void ContextTable::attach(const std::shared_ptr<Characteristic>& characteristic, std::int64_t cmdType) {
   auto context = std::make_shared<const KWTContext>(KWTContext::contextWithCmdType(cmdType));
   const std::lock_guard lock(mutex_);
-  contexts_[characteristic] = std::move(context);
+  std::erase_if(contexts_, [](const auto& item) { return item.second.characteristic.expired(); });
+  contexts_[characteristic.get()] = {characteristic, std::move(context)};
 }
 
 ContextTable::Context ContextTable::find(const std::shared_ptr<Characteristic>& characteristic) const {
   const std::lock_guard lock(mutex_);
-  const auto found = contexts_.find(characteristic);
-  return found == contexts_.end() ? nullptr : found->second;
+  const auto found = contexts_.find(characteristic.get());
+  const bool attached = found != contexts_.end() && !found->second.characteristic.expired();
+  return attached ? found->second.context : nullptr;
 }
 
 void ContextTable::detach(const std::shared_ptr<Characteristic>& characteristic, const Context& seen) {
   const std::lock_guard lock(mutex_);
-  const auto found = contexts_.find(characteristic);
-  if (found != contexts_.end() && found->second == seen) contexts_.erase(found);
+  const auto found = contexts_.find(characteristic.get());
+  if (found != contexts_.end() && found->second.context == seen) contexts_.erase(found);
 }
 
 }  // namespace internal

@@ -9,7 +9,8 @@
 
 namespace kwtsdk::internal {
 
-/// The context attached to each characteristic, by object identity; at most one each. Any thread.
+/// The context attached to each characteristic, by object identity; at most one each. It does not keep the
+/// characteristic alive. Any thread.
 class ContextTable {
  public:
   using Context = std::shared_ptr<const KWTContext>;
@@ -23,8 +24,11 @@ class ContextTable {
 
  private:
   mutable std::mutex mutex_;
-  // The shared key keeps the object alive, so that its address cannot come to mean another one.
-  std::unordered_map<std::shared_ptr<Characteristic>, Context> contexts_;
+  struct Attachment {
+    std::weak_ptr<Characteristic> characteristic;  // tells whether the address still means the same object
+    Context context;
+  };
+  std::unordered_map<const Characteristic*, Attachment> contexts_;
 };
 
 }  // namespace kwtsdk::internal

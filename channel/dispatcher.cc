@@ -10,6 +10,9 @@ namespace kwtsdk::internal {
 
 void Dispatcher::send(const Bytes& frame, const std::string& characteristic, std::int64_t type,
                       ReplyHandler completion) {
+  // Before the gate, so that a command sent inside a completion is refused without waiting for the gate's
+  // holder.
+  if (pending.occupied()) return reportRefusal({dispatcherBusyError(type), pending.generation()}, completion);
   std::optional<Refusal> refusal;
   {
     const SendGate::Hold hold(gate);
@@ -28,10 +31,10 @@ std::optional<Dispatcher::Refusal> Dispatcher::sendHeld(const Bytes& frame, cons
   contexts_.attach(characteristic, type);
   const auto stored = pending.set(std::move(completion));
   if (link_.write(frame, characteristic)) return std::nullopt;
-  // No acknowledgement will come for a write that was never started.
-  pending.clearUpTo(stored);
-  return refuse(
-      {"std::exception", 0, {{kDescriptionKey, "The peripheral threw when it was asked to write."}}});
+  // No acknowledgement will come for a write that was never started, unless it came before the exception.
+  if (!stored || !stored->claim()) return std::nullopt;
+  pending.clearUpTo(stored->generation);
+  return refuse(exceptionError("The peripheral threw when it was asked to write."));
 }
 
 void Dispatcher::reportRefusal(const Refusal& refusal, const ReplyHandler& completion) {
@@ -65,18 +68,21 @@ void Dispatcher::didUpdate(const std::shared_ptr<Characteristic>& characteristic
   contexts_.detach(characteristic, context);
 }
 
-void Dispatcher::deliver(const MaybeError& error, const std::optional<std::string>& reply) {
-  complete(pending.current(), error, reply);
+Dispatcher::Delivery Dispatcher::deliver(const MaybeError& error, const std::optional<std::string>& reply) {
+  return complete(pending.current(), error, reply);
 }
 
-void Dispatcher::complete(const std::shared_ptr<CallbackSlot::Entry>& command, const MaybeError& error,
-                          const std::optional<std::string>& reply) {
-  if (!command || !command->claim()) return;
+Dispatcher::Delivery Dispatcher::complete(const std::shared_ptr<CallbackSlot::Entry>& command,
+                                          const MaybeError& error, const std::optional<std::string>& reply) {
+  if (!command) return Delivery::nothingPending;
+  if (!command->claim()) return Delivery::byAnother;
+  const DeliveryScope untilCleared(gate);
   {
     const DeliveryScope scope(gate, &pending, command->generation);
     callHost(log_, command->callback, error, reply);
   }
   pending.clearUpTo(command->generation);
+  return Delivery::completed;
 }
 
 }  // namespace kwtsdk::internal

@@ -37,12 +37,14 @@ class Dispatcher {
   void didWrite(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error);
   void didUpdate(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error);
 
-  /// Completes the pending command, if there is one that nobody else is completing, and clears it.
-  void deliver(const MaybeError& error, const std::optional<std::string>& reply);
+  enum class Delivery { nothingPending, completed, byAnother };
+
+  /// Completes the pending command, unless another thread is just doing so, and clears it.
+  Delivery deliver(const MaybeError& error, const std::optional<std::string>& reply);
 
   /// The same for a given command, which may have left the slot meanwhile.
-  void complete(const std::shared_ptr<CallbackSlot::Entry>& command, const MaybeError& error,
-                const std::optional<std::string>& reply);
+  Delivery complete(const std::shared_ptr<CallbackSlot::Entry>& command, const MaybeError& error,
+                    const std::optional<std::string>& reply);
 
   SendGate gate;
   CallbackSlot pending;

@@ -3,6 +3,7 @@
 
 #include <kwtsdk/bluetooth_helper.h>
 
+#include "channel/logger.h"
 #include "platform/platform_defaults.h"
 
 namespace kwtsdk {
@@ -43,7 +44,7 @@ void KWTBluetoothHelper::setSharedPlatform(Platform platform) {
       std::swap(instance.platform, platform);
     }
   }
-  if (log) log->write(LogLevel::error, "setSharedPlatform has no effect: shared() has been called already");
+  if (log) internal::Logger(log).error("setSharedPlatform has no effect: shared() has been called already");
 }
 
 }  // namespace kwtsdk

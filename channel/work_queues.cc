@@ -17,8 +17,10 @@ const char* labelOf(QueueId id) {
   return kLabels.at(static_cast<std::size_t>(id));
 }
 
-void WorkQueues::async(QueueId id, std::function<void()> work) {
-  queue(id)->async([log = log_, id, work = std::move(work)] { guardedCall(log, labelOf(id), work); });
+bool WorkQueues::async(QueueId id, std::function<void()> work) {
+  return guardedCall(log_, labelOf(id), [&] {
+    queue(id)->async([log = log_, id, work = std::move(work)] { guardedCall(log, labelOf(id), work); });
+  });
 }
 
 std::shared_ptr<SerialQueue> WorkQueues::queue(QueueId id) {

@@ -31,8 +31,9 @@ class WorkQueues {
  public:
   WorkQueues(Scheduler& scheduler, Logger log) : scheduler_(scheduler), log_(std::move(log)) {}
 
-  /// Submits work; what it throws stops there and is logged.
-  void async(QueueId id, std::function<void()> work);
+  /// Submits work; what it throws stops there and is logged. False, and logged, when the queue could not take
+  /// it.
+  bool async(QueueId id, std::function<void()> work);
 
  private:
   std::shared_ptr<SerialQueue> queue(QueueId id);

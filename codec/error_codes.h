@@ -22,6 +22,12 @@ inline Error fileIdError() { return errorWithInfo(1005, "文件ID获取失败");
 inline Error fileInfoError() { return errorWithInfo(1006, "获取文件信息失败"); }
 inline Error longerThanFileError() { return errorWithInfo(1007, "已下载文件长度大于待下载文件总长度"); }
 
+/// What the host's objects or the system threw; the log has the details.
+inline Error exceptionError(const char* text) { return {"std::exception", 0, {{kDescriptionKey, text}}}; }
+inline Error noThreadError() {
+  return exceptionError("No thread could be started; close something and try again.");
+}
+
 /// How an error, or its absence, reads in a log line.
 std::string description(const MaybeError& error);
 

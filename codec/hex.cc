@@ -18,30 +18,34 @@ constexpr auto kPairOfByte = [] {
 
 constexpr std::uint8_t kNoDigit = 0x80;
 
-constexpr auto kValueOfDigit = [] {
-  std::array<std::uint8_t, 256> table{};
-  table.fill(kNoDigit);
-  for (std::uint8_t digit = 0; digit < 16; ++digit) {
-    table[static_cast<unsigned char>(kDigits[digit])] = digit;
-    if (digit >= 10) table[static_cast<unsigned char>(kDigits[digit] - 'a' + 'A')] = digit;
-  }
-  return table;
-}();
+// Computed, not looked up: the compiler turns this into vector instructions.
+std::uint8_t valueOf(char character) {
+  const auto code = static_cast<std::uint8_t>(character);
+  const auto decimal = static_cast<std::uint8_t>(code - '0');
+  const auto letter = static_cast<std::uint8_t>((code | ('a' ^ 'A')) - 'a');
+  const std::uint8_t ofLetter = letter < 6 ? static_cast<std::uint8_t>(letter + 10) : kNoDigit;
+  return decimal < 10 ? decimal : ofLetter;
+}
 
-std::uint8_t digitAt(const char* text) { return kValueOfDigit[static_cast<unsigned char>(*text)]; }
-
-// Converts `pairs` pairs that all have to be digits; false as soon as one is not (out is then undefined from
-// there on).
-bool convertDigits(const char* text, std::size_t pairs, std::uint8_t* out) {
-  constexpr std::size_t kBlock = 16;  // the check is paid once per block, not once per pair
-  unsigned bad = 0;
-  for (std::size_t i = 0; i < pairs; ++i) {
-    const unsigned high = digitAt(text + 2 * i), low = digitAt(text + 2 * i + 1);
-    bad |= high | low;
+// Converts pairs of digits; the result has kNoDigit set when one of them is none (out then means nothing).
+template <std::size_t kPairs>
+std::uint8_t convertPairs(const char* text, std::uint8_t* out) {
+  std::uint8_t seen = 0;
+  for (std::size_t i = 0; i < kPairs; ++i) {
+    const std::uint8_t high = valueOf(text[2 * i]), low = valueOf(text[2 * i + 1]);
+    seen |= high | low;
     out[i] = static_cast<std::uint8_t>(high << 4 | low);
-    if (i % kBlock == kBlock - 1 && (bad & kNoDigit) != 0) return false;
   }
-  return (bad & kNoDigit) == 0;
+  return seen;
+}
+
+bool convertDigits(const char* text, std::size_t pairs, std::uint8_t* out) {
+  constexpr std::size_t kBlock = 16;  // a vector register's bytes
+  unsigned seen = 0;
+  for (; pairs >= kBlock; pairs -= kBlock, text += 2 * kBlock, out += kBlock)
+    seen |= convertPairs<kBlock>(text, out);
+  for (; pairs > 0; --pairs, text += 2, ++out) seen |= convertPairs<1>(text, out);
+  return (seen & kNoDigit) == 0;
 }
 
 bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -49,7 +53,7 @@ bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 // One pair the way a number scanner reads it: blanks before the digits are skipped, the first non-digit ends
 // it.
 void appendScannedPair(char first, char second, Bytes& out) {
-  const std::uint8_t high = digitAt(&first), low = digitAt(&second);
+  const std::uint8_t high = valueOf(first), low = valueOf(second);
   if (high != kNoDigit) {
     out.push_back(low == kNoDigit ? high : static_cast<std::uint8_t>(high << 4 | low));
   } else if (isBlank(first) && low != kNoDigit) {

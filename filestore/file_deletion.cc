@@ -56,16 +56,16 @@ void FileDeletion::deleteFile(std::int64_t fileId, ValueCompletion<ByteCounts> c
 }
 
 void FileDeletion::deleteFirstFlashFile(Completion completion) {
-  const auto onBusy = [&](const Error& error) { callHost(channel_.log, completion, error); };
-  if (channel_.refusedAsBusy(onBusy)) return;
-  channel_.queues.async(QueueId::deleteFirst, [this, owner = channel_.owner(),
-                                               completion = std::move(completion)] {
+  const auto refuse = [&](const Error& error) { callHost(channel_.log, completion, error); };
+  if (channel_.refusedAsBusy(refuse)) return;
+  const auto work = [this, owner = channel_.owner(), completion] {
     // Without an answer id 0 is sent, and the recorder's refusal is what the caller learns.
     const auto first = static_cast<std::int64_t>(files_.getFileNumAndFirstId().value_or(FlashInfo{}).FirstID);
     deleteFile(first, [log = channel_.log, completion](const MaybeError& error, const auto&) {
       callHost(log, completion, error);
     });
-  });
+  };
+  if (!channel_.queues.async(QueueId::deleteFirst, work)) refuse(noThreadError());
 }
 
 }  // namespace kwtsdk::internal

@@ -20,13 +20,12 @@ struct FileDownload::Job {
 
   std::int64_t fileId = 0;
   std::shared_ptr<FileHandle> file;
-  std::uint64_t written = 0, total = 0;  // bytes; touched on the download queue only
+  std::uint64_t written = 0, total = 0;   // bytes; touched on the download queue only
   CallbackSlot::Generation receiver = 0;  // of this download in the stream slot
   bool failureLogged = false;
 
-  // Set once the caller has been told the outcome: packet steps still queued then do nothing. Without it a
-  // stray packet would finish the download twice, and one that was reported as failed would still delete the
-  // recording.
+  // Set once the outcome is decided: packet steps still queued then do nothing. Without it a stray packet
+  // would finish the download twice, and one that was reported as failed would still delete the recording.
   std::atomic<bool> over{false};
 
   void report(const Logger& log, const MaybeError& error) const { callHost(log, completion, error); }
@@ -34,13 +33,21 @@ struct FileDownload::Job {
 
 void FileDownload::downloadFirstFlashFile(const std::string& outputFilePath, Progress progress,
                                           Completion completion) {
-  const auto onBusy = [&](const Error& error) { callHost(channel_.log, completion, error); };
-  if (channel_.refusedAsBusy(onBusy)) return;
+  const auto refuse = [&](const Error& error) { callHost(channel_.log, completion, error); };
+  if (channel_.refusedAsBusy(refuse)) return;
   const auto job = std::make_shared<Job>();
   job->path = outputFilePath;
   job->progress = std::move(progress);
-  job->completion = std::move(completion);
-  channel_.queues.async(QueueId::download, [this, owner = channel_.owner(), job] { prepare(job); });
+  job->completion = completion;
+  const auto work = [this, owner = channel_.owner(), job] {
+    if (!guardedCall(channel_.log, "A download", [&] { prepare(job); })) abandon(job);
+  };
+  if (!channel_.queues.async(QueueId::download, work)) refuse(noThreadError());
+}
+
+void FileDownload::abandon(const SharedJob& job) {
+  channel_.dispatcher.stream.clearUpTo(job->receiver);
+  if (!job->over.exchange(true)) job->report(channel_.log, noThreadError());
 }
 
 void FileDownload::prepare(const SharedJob& job) {
@@ -62,7 +69,7 @@ void FileDownload::prepare(const SharedJob& job) {
 void FileDownload::stream(const SharedJob& job) {
   // An earlier download's watchdog must not take the receiver below for its own.
   channel_.watchdog.stop();
-  job->receiver = channel_.dispatcher.stream.set(packetReceiver(job));
+  job->receiver = channel_.dispatcher.stream.set(packetReceiver(job))->generation;
   armWatchdog();
   channel_.subscribeAndSend({
       .writeTo = CHARACTERISTIC_WRITE,
@@ -71,8 +78,10 @@ void FileDownload::stream(const SharedJob& job) {
       .frame = downloadRequest(job->fileId, job->written),
       .onReply =
           [log = channel_.log, job](const MaybeError& error, const std::optional<std::string>&) {
-            job->over = true;
-            job->report(log, error);
+            // Success is decided by the last packet. A notification that comes here without it found the
+            // receiver already taken away by the watchdog.
+            const bool unfinished = !job->over.exchange(true);
+            job->report(log, unfinished && !error ? monitorTimeoutError() : error);
             closeFileHandle(job->file);
           },
       .onBusy = nullptr,
@@ -114,11 +123,14 @@ void FileDownload::takePacket(const SharedJob& job, const std::optional<std::str
 }
 
 void FileDownload::finish(const SharedJob& job) {
-  job->over = true;
+  const bool reported = job->over.exchange(true);
   const bool saved = job->file && job->file->failure().empty();
-  callHost(channel_.log, job->progress, job->total, job->total);
-  channel_.dispatcher.deliver(std::nullopt, std::nullopt);
+  if (!reported) callHost(channel_.log, job->progress, job->total, job->total);
+  // A failed acknowledgement may be on its way to the caller at this very moment: then nothing is deleted.
+  const bool failing =
+      reported || channel_.dispatcher.deliver(std::nullopt, std::nullopt) == Dispatcher::Delivery::byAnother;
   channel_.dispatcher.stream.clearUpTo(job->receiver);
+  if (failing) return;
   if (!saved) return;  // the device's copy is the only one
   notifyDownloadSuccess();
   channel_.platform.scheduler->sleep(kPause);

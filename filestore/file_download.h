@@ -28,6 +28,7 @@ class FileDownload {
   void stream(const SharedJob& job);
   void takePacket(const SharedJob& job, const std::optional<std::string>& packet);
   void finish(const SharedJob& job);
+  void abandon(const SharedJob& job);
   void logFailedWrite(const SharedJob& job);
 
   void armWatchdog();

@@ -8,10 +8,10 @@
 namespace kwtsdk::internal {
 
 void FileListing::getFlashFileList(ValueCompletion<std::vector<KWTFileHeader>> completion) {
-  const auto onBusy = [&](const Error& error) { callHost(channel_.log, completion, error, std::nullopt); };
-  if (channel_.refusedAsBusy(onBusy)) return;
-  channel_.queues.async(QueueId::fileList, [this, owner = channel_.owner(),
-                                            completion = std::move(completion)] { list(completion); });
+  const auto refuse = [&](const Error& error) { callHost(channel_.log, completion, error, std::nullopt); };
+  if (channel_.refusedAsBusy(refuse)) return;
+  const auto work = [this, owner = channel_.owner(), completion] { list(completion); };
+  if (!channel_.queues.async(QueueId::fileList, work)) refuse(noThreadError());
 }
 
 void FileListing::list(const ValueCompletion<std::vector<KWTFileHeader>>& completion) {

@@ -18,10 +18,10 @@ T blockingRequest(CommandChannel& channel, QueueId queue, Duration timeout, T fa
   const auto owner = channel.owner();
   const auto cell =
       std::make_shared<WaitCell<T>>(*channel.platform.scheduler, labelOf(queue), std::move(fallback));
-  channel.queues.async(queue, [owner, cell, start = std::move(start)] {
+  const bool queued = channel.queues.async(queue, [owner, cell, start = std::move(start)] {
     if (!cell->decided()) start([cell](T value) { cell->finish(std::move(value)); });
   });
-  T value = cell->wait(timeout);
+  T value = cell->wait(queued ? timeout : Duration{0});
   channel.dispatcher.pending.clear();
   return value;
 }

@@ -62,7 +62,7 @@ class KWTSDK_EXPORT Scheduler {
   virtual std::shared_ptr<RecursiveLock> recursiveLock(const std::string& name) = 0;
 
   /// Fires `first` from now, then every `interval`, each at most `leeway` late by choice, until cancelled.
-  /// Fires of one timer never overlap. An exception must not leave `onFire`.
+  /// Fires of one timer never overlap, and fires missed become one. An exception must not leave `onFire`.
   virtual std::shared_ptr<Timer> repeatingTimer(Duration first, Duration interval, Duration leeway,
                                                 std::function<void()> onFire) = 0;
 

@@ -23,8 +23,9 @@ ThreadQueue::~ThreadQueue() {
 void ThreadQueue::async(std::function<void()> work) {
   {
     const std::lock_guard lock(state_->mutex);
-    state_->work.push_back(std::move(work));
+    // First: where no thread can be had, the work must not stay behind for a later one.
     if (!thread_.joinable()) thread_ = std::thread([state = state_] { drain(state); });
+    state_->work.push_back(std::move(work));
   }
   state_->ready.notify_one();
 }

@@ -1,5 +1,6 @@
 #include "platform/threads/thread_timer.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace kwtsdk::internal {
@@ -29,7 +30,8 @@ void ThreadTimer::run(const std::shared_ptr<State>& state, Duration first, Durat
     lock.unlock();
     onFire();
     lock.lock();
-    due += interval;
+    // Fires missed while the process stood still become one: a burst would find no data between two of them.
+    due = std::max(due + interval, std::chrono::steady_clock::now());
   }
 }
 
