@@ -2,23 +2,34 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
 namespace kwtsdk::internal {
 namespace {
 
-constexpr char kDigits[] = "0123456789abcdef";
+constexpr std::size_t kBlock = 16;  // a vector register's bytes
 
-constexpr auto kPairOfByte = [] {
-  std::array<std::array<char, 2>, 256> table{};
-  for (std::size_t byte = 0; byte < 256; ++byte) table[byte] = {kDigits[byte >> 4], kDigits[byte & 15]};
-  return table;
-}();
+// Digits are computed, not looked up: the compiler turns both directions into vector instructions.
+
+// The two digits of a byte in the order of memory, one in each half of a 16-bit word.
+std::uint16_t digitsOf(unsigned byte) {
+  constexpr bool kLittle = std::endian::native == std::endian::little;
+  const unsigned nibbles = (kLittle ? byte >> 4 | byte << 8 : byte << 4 | byte) & 0x0F0F;
+  const unsigned letters = ((nibbles + 0x0606) >> 4) & 0x0101;  // one for each nibble above 9
+  return static_cast<std::uint16_t>(nibbles + '0' * 0x0101 + letters * ('a' - '9' - 1));
+}
+
+template <std::size_t kBytes>
+void writeDigits(const std::uint8_t* bytes, char* out) {
+  std::array<std::uint16_t, kBytes> pairs{};
+  for (std::size_t i = 0; i < kBytes; ++i) pairs[i] = digitsOf(bytes[i]);
+  std::memcpy(out, pairs.data(), sizeof pairs);
+}
 
 constexpr std::uint8_t kNoDigit = 0x80;
 
-// Computed, not looked up: the compiler turns this into vector instructions.
 std::uint8_t valueOf(char character) {
   const auto code = static_cast<std::uint8_t>(character);
   const auto decimal = static_cast<std::uint8_t>(code - '0');
@@ -40,7 +51,6 @@ std::uint8_t convertPairs(const char* text, std::uint8_t* out) {
 }
 
 bool convertDigits(const char* text, std::size_t pairs, std::uint8_t* out) {
-  constexpr std::size_t kBlock = 16;  // a vector register's bytes
   unsigned seen = 0;
   for (; pairs >= kBlock; pairs -= kBlock, text += 2 * kBlock, out += kBlock)
     seen |= convertPairs<kBlock>(text, out);
@@ -66,10 +76,10 @@ void appendScannedPair(char first, char second, Bytes& out) {
 std::string hexString(std::span<const std::uint8_t> bytes) {
   std::string text(bytes.size() * 2, '\0');
   char* out = text.data();
-  for (const std::uint8_t byte : bytes) {
-    std::memcpy(out, kPairOfByte[byte].data(), 2);
-    out += 2;
-  }
+  const std::uint8_t* in = bytes.data();
+  std::size_t left = bytes.size();
+  for (; left >= kBlock; left -= kBlock, in += kBlock, out += 2 * kBlock) writeDigits<kBlock>(in, out);
+  for (; left > 0; --left, ++in, out += 2) writeDigits<1>(in, out);
   return text;
 }
 

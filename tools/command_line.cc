@@ -14,7 +14,8 @@ constexpr const char* kFooter =
     "\nResults go to standard output, errors and (on a terminal) progress to standard error.\n"
     "With --json the result is one JSON object; after a failure its \"error\" holds domain, code, text and "
     "hint.\n"
-    "Sizes are in bytes. Exit status: 0 success, 1 the recorder or a file said no, 2 wrong usage.";
+    "Sizes are in bytes. Exit status: 0 success, 1 the recorder or a file said no, or Ctrl-C stopped a\n"
+    "download, which then can be continued, 2 wrong usage.";
 
 /// A usage error beyond what the parser knows; it is reported in the same way.
 void require(bool condition, const std::string& message) {

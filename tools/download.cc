@@ -33,23 +33,23 @@ DownloadOutcome Download::run() {
       },
       [watch = watch_](const MaybeError& error) { watch->onCompletion(error); });
 
-  const DownloadOutcome outcome = watch_->waitForEnd();
+  DownloadOutcome outcome = watch_->waitForEnd();
   // It would go on for seconds and then clear the deletion that the library sends next.
   session_.recorder().stopMonitorTimer();
-  if (outcome.end != DownloadEnd::complete) takeRest();
+  if (outcome.end != DownloadEnd::complete) takeRest(outcome.end);
   return outcome;
 }
 
 // The link is stopped: no packet comes any more, but some may wait for the disk. The receiver of packets,
 // which holds the download, has to go for the token to go. Without a receiver no packet was awaited yet; the
 // library may then wait seconds for an answer, which is not worth waiting for.
-void Download::takeRest() {
+void Download::takeRest(DownloadEnd end) {
   constexpr Duration longestWrite = std::chrono::seconds(10);
   KWTBluetoothHelper& recorder = session_.recorder();
   const bool awaitedPackets = recorder.writeDataBlock() != nullptr;
   recorder.setWriteDataBlock(nullptr);
   recorder.setCompletionBlock(nullptr);
-  if (awaitedPackets || watch_->waitForEnd().end == DownloadEnd::stalled) released_->wait(longestWrite);
+  if (awaitedPackets || end == DownloadEnd::stalled) released_->wait(longestWrite);
 }
 
 std::optional<MaybeError> Download::waitForDeletion() {

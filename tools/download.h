@@ -24,7 +24,7 @@ class Download {
   std::optional<MaybeError> waitForDeletion();
 
  private:
-  void takeRest();
+  void takeRest(DownloadEnd end);
 
   Session& session_;
   const std::string path_;

@@ -45,6 +45,7 @@ class DownloadWatch {
   void onLinkLost();
   void onInterrupt();
 
+  /// Called once.
   DownloadOutcome waitForEnd();
 
   /// After a good end: how the deletion of the recorder's copy ended; none without word of it.

@@ -1,6 +1,8 @@
 // kwt, the command-line host: operates a recorder through the library.
 
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <exception>
 #include <iostream>
@@ -30,10 +32,21 @@ int runTool(int argc, char** argv) {
   return run(std::get<Invocation>(parsed));
 }
 
+/// Without this a file that is opened later, such as a download, could become standard output. Read-only, so
+/// that writing to it fails and is reported.
+void fillClosedStandardStreams() {
+  int descriptor = 0;
+  do {
+    descriptor = ::open("/dev/null", O_RDONLY);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor >= 0) ::close(descriptor);
+}
+
 }  // namespace
 }  // namespace kwtsdk::tool
 
 int main(int argc, char** argv) {
+  kwtsdk::tool::fillClosedStandardStreams();
   // As failed writes, which are reported, instead of the end of the program.
   ::signal(SIGXFSZ, SIG_IGN);
   ::signal(SIGPIPE, SIG_IGN);

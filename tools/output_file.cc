@@ -32,10 +32,12 @@ void check(const std::string& path) {
     throw unusable(path, parent.string() + " is not a folder",
                    "Create the folder, or name another file with -o.");
   }
+  const bool isNew = !fs::exists(status);
   errno = 0;
   if (!getFileHandleForAppend(path)) {
     throw unusable(path, std::strerror(errno), "Check its permissions, or name another file with -o.");
   }
+  if (isNew) fs::remove(path, ignored);  // the program may be ended before the download begins
 }
 
 }  // namespace

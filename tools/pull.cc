@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <array>
 #include <cstdio>
+#include <filesystem>
 
 #include <kwtsdk/files.h>
 
@@ -18,6 +20,21 @@ std::string defaultName(const FirstRecording& recording) {
   const auto created = recording.header.creatTime();
   return "recording-" + std::to_string(recording.id) +
          (created ? creationTimeText(*created, "-%Y%m%d-%H%M%S") : std::string()) + ".opus";
+}
+
+/// There it would be taken for one of the recorder's recordings, and be deleted with them.
+void refuseStore(const std::string& file, const std::string& store) {
+  const auto folder = std::filesystem::absolute(file).parent_path();
+  std::error_code ignored;
+  if (!std::filesystem::equivalent(folder, store, ignored)) return;
+  throw Failure(ToolError::fileUnusable,
+                "Cannot write " + file + ": it would be in the simulated recorder's folder.",
+                "Name a file elsewhere with -o.");
+}
+
+void openFile(std::optional<OutputFile>& file, const std::string& name, const Host& host) {
+  refuseStore(name, host.simulatedFolder);
+  file.emplace(name);
 }
 
 Failure stopped(ToolError code, const std::string& what, const OutputFile& file, std::uint64_t total) {
@@ -97,10 +114,10 @@ void reportDeletion(const std::optional<MaybeError>& deletion, const OutputFile&
 
 void runPull(const Host& host, const std::string& name, Output& output) {
   std::optional<OutputFile> file;
-  if (!name.empty()) file.emplace(name);
+  if (!name.empty()) openFile(file, name, host);
   Session session(host);
   const FirstRecording first = firstRecording(session);
-  if (!file) file.emplace(defaultName(first));
+  if (!file) openFile(file, defaultName(first), host);
   output.set("id", first.id);
   output.set("file", file->path());
 

@@ -96,7 +96,7 @@ TEST(Download, SaysWhyItDidNotBegin) {
     const char* outcome;
     bool opened;
   };
-  for (const auto& [silenced, recordings, have, expected, opened] : std::vector<Case>{
+  for (const Case& test : std::vector<Case>{
            {"", 0, 0, "1005 文件ID获取失败", false},
            {"0182", 1, 0, "1005 文件ID获取失败", false},
            {"0282", 1, 0, "1006 获取文件信息失败", false},
@@ -104,20 +104,20 @@ TEST(Download, SaysWhyItDidNotBegin) {
        }) {
     const testing::TemporaryFolder folder;
     onVirtualTime([&](SimHost& host, VirtualTimeScheduler& scheduler) {
-      if (recordings != 0) host.store->add(recordingOf(5));
-      if (have != 0) testing::writeFile(folder.file("f"), std::string(have, 'x'));
-      const std::string spoilt(silenced);
+      if (test.recordings != 0) host.store->add(recordingOf(5));
+      if (test.have != 0) testing::writeFile(folder.file("f"), std::string(test.have, 'x'));
+      const std::string spoilt(test.silenced);
       host.setReplies([&](const std::string& request, Bytes reply) {
         return !spoilt.empty() && request.starts_with(spoilt) ? Bytes{0} : reply;
       });
       Download download(scheduler);
       download.start(host, folder.file("f"));
       ASSERT_TRUE(download.outcome.wait());
-      EXPECT_EQ(download.outcome.text(), expected);
-      EXPECT_EQ(fileIsExist(folder.file("f")), opened);
-      EXPECT_EQ(static_cast<std::size_t>(fileSize(folder.file("f"))), have);
+      EXPECT_EQ(download.outcome.text(), test.outcome);
+      EXPECT_EQ(fileIsExist(folder.file("f")), test.opened);
+      EXPECT_EQ(static_cast<std::size_t>(fileSize(folder.file("f"))), test.have);
       scheduler.sleep(1s);
-      EXPECT_EQ(host.store->count(), recordings);
+      EXPECT_EQ(host.store->count(), test.recordings);
     });
   }
 }
@@ -160,22 +160,22 @@ TEST(Download, ThatStallsEndsSilentlyAndContinuesLater) {
     Duration delay;
     bool stalls;
   };
-  for (const auto& [packet, delay, stalls] :
+  for (const Case& test :
        std::vector<Case>{{4, 900ms, false}, {4, 1200ms, true}, {100, 4900ms, false}, {100, 11s, true}}) {
     const testing::TemporaryFolder folder;
     const auto faults = std::make_shared<sim::ScriptedFaults>();
-    faults->add(sim::LinkEvent::notification, packet, {.fault = sim::Fault::delay, .delay = delay});
+    faults->add(sim::LinkEvent::notification, test.packet, {.fault = sim::Fault::delay, .delay = test.delay});
     onVirtualTime(
-        [&, packet = packet, stalls = stalls](SimHost& host, VirtualTimeScheduler& scheduler) {
+        [&](SimHost& host, VirtualTimeScheduler& scheduler) {
           const Bytes recording = recordingOf(20000);
           host.store->add(recording);
           Download download(scheduler);
           download.start(host, folder.file("f"));
-          EXPECT_NE(download.outcome.wait(15s), stalls) << packet;
-          EXPECT_EQ(host.log->count("Timeout!"), stalls ? 1 : 0);
-          if (!stalls) return;
+          EXPECT_NE(download.outcome.wait(15s), test.stalls) << test.packet;
+          EXPECT_EQ(host.log->count("Timeout!"), test.stalls ? 1 : 0);
+          if (!test.stalls) return;
           EXPECT_FALSE(host.helper->completionBlock() || host.helper->writeDataBlock());
-          EXPECT_EQ(static_cast<std::uint64_t>(fileSize(folder.file("f"))), (packet - 4) * 84);
+          EXPECT_EQ(static_cast<std::uint64_t>(fileSize(folder.file("f"))), (test.packet - 4) * 84);
           host.link->disconnect();  // what the recorder still sends would be taken for an answer
           host.link->connect();
           Download again(scheduler);

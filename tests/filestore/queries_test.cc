@@ -116,15 +116,15 @@ TEST(Deletion, TheRecordersResultIsTheErrorsCode) {
       {"048208000700000007000000", "7 error! 7,7"},
       {"0482080004000000", "4 删除失败，文件系统为空 4,0"},
   };
-  for (const auto& [reply, expected] : cases) {
+  for (const auto& test : cases) {
     onVirtualTime([&](SimHost& host, VirtualTimeScheduler& scheduler) {
-      host.setReplies([&](const auto&, const auto&) { return hex(reply); });
+      host.setReplies([&](const auto&, const auto&) { return hex(test.first); });
       Outcome outcome(scheduler);
       std::optional<ByteCounts> result;
       host.helper->deleteFile(1, outcome.completion(result));
       ASSERT_TRUE(outcome.wait());
       EXPECT_EQ(outcome.text() + " " + std::to_string(result->at(0)) + "," + std::to_string(result->at(1)),
-                expected);
+                test.second);
     });
   }
 }

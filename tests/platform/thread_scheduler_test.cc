@@ -37,7 +37,8 @@ TEST(ThreadScheduler, AQueueKeepsOrderAndMayDestroyItself) {
 // for.
 TEST(ThreadScheduler, DestroyingAQueueDropsItsWorkAndWaitsForTheRest) {
   struct SignalsWhenDropped {
-    std::shared_ptr<Semaphore> semaphore;
+    explicit SignalsWhenDropped(std::shared_ptr<Semaphore> given) : semaphore(std::move(given)) {}
+    const std::shared_ptr<Semaphore> semaphore;
     ~SignalsWhenDropped() { semaphore->signal(); }
   };
   const auto scheduler = threadScheduler();

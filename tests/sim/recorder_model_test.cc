@@ -33,14 +33,11 @@ struct Recorder {
     return reply ? hexString(*reply) : "none";
   }
   std::string file(const std::string& hex) { return answer(Channel::recorder, hex); }
-  std::vector<Bytes> packets() {
+  std::vector<Bytes> packets(const std::string& request) {
+    EXPECT_EQ(file(request), "none");
     std::vector<Bytes> all;
     while (auto packet = model.nextPacket()) all.push_back(std::move(packet->value));
     return all;
-  }
-  std::vector<Bytes> download(const std::string& request) {
-    EXPECT_EQ(file(request), "none");
-    return packets();
   }
 
   std::shared_ptr<MemoryStore> store = std::make_shared<MemoryStore>(10);
@@ -52,12 +49,12 @@ std::string zeros(std::size_t bytes) { return std::string(2 * bytes, '0'); }
 TEST(RecorderModel, AnswersQueries) {
   Recorder recorder;
   recorder.model.setBatteryLevel(0x12345664);
-  recorder.model.setTotalBlocks(64);
-  recorder.model.setVersion({0, 1, 2, 3});
-  const std::string capacity = "99ec2a02b20a000100000000000000107fb47d3086";
+  recorder.model.setReplyFilter([&](const Bytes&, const Bytes& reply) {
+    recorder.model.setVersion({0, 1, 2, 3});  // a filter may change the model
+    return std::optional(reply);
+  });
   const std::tuple<Channel, std::string, std::string> cases[]{
       {Channel::status, battery, "99ec3a00b2" + zeros(15) + "03" + zeros(3) + "64563412" + zeros(4)},
-      {Channel::status, capacity, "99ec3a00b2" + zeros(15) + "7f" + zeros(3) + "40003d00" + zeros(4)},
       {Channel::firmware, "8e42455354", "8f4245535400010203230e1acf"},
       {Channel::recorder, "0182010000", "01820800020000000a000000"},
       {Channel::recorder, "1382020000", "1382040000000000"},
@@ -77,14 +74,12 @@ TEST(RecorderModel, AnswersQueries) {
 
 TEST(RecorderModel, DeletesOnlyTheFirstRecordingAndGivesNoIdTwice) {
   Recorder recorder;
-  const auto result = [&recorder](const std::string& request) {
-    return recorder.file(request).substr(0, 16);
-  };
+  const auto result = [&](const std::string& request) { return recorder.file(request).substr(0, 16); };
   EXPECT_EQ(recorder.file(deletion11), "04820800010000000b000000");
   EXPECT_EQ(result("048204000c0000000d5c8560"), "0482080002000000");
-  EXPECT_EQ(recorder.file(download10), "none");
+  recorder.file(download10);
   EXPECT_EQ(result(deletion10), "0482080003000000");
-  recorder.packets();
+  recorder.model.linkLost();
   EXPECT_EQ(result(deletion10), "0482080000000000");
   EXPECT_EQ(result(deletion10), "0482080002000000");
   EXPECT_EQ(recorder.file("0182010000"), "01820800010000000b000000");
@@ -94,73 +89,37 @@ TEST(RecorderModel, DeletesOnlyTheFirstRecordingAndGivesNoIdTwice) {
   EXPECT_EQ(recorder.store->firstId(), 12U);
 }
 
-TEST(RecorderModel, StreamsTheRecordingWithItsPadding) {
+TEST(RecorderModel, StreamsFromTheOffsetAndEndsWithTheMarkerWhereAShortPacketDoesNot) {
   Recorder recorder;
-  const auto packets = recorder.download(download10);
-  ASSERT_EQ(packets.size(), 781U);  // 65536 = 780 * 84 + 16
-  EXPECT_EQ(hexString(packets[1]).substr(0, 26), "03825c00540000000100000055");
-  Bytes content;
-  for (const auto& packet : packets) content.insert(content.end(), packet.begin() + 12, packet.end());
-  Bytes stored(65536);
-  recorder.store->read(0, 0, stored);
-  EXPECT_EQ(stored[39999], 1 + 39999 % 251);
-  EXPECT_EQ(stored[40000], 0);
-  stored.resize(content.size(), 0xEE);
-  EXPECT_TRUE(content == stored);
-  EXPECT_EQ(hexString(packets.back()).substr(0, 16), "03825c0010000000");
-}
-
-TEST(RecorderModel, EndsADownloadWithTheMarkerWhereAShortPacketDoesNot) {
-  Recorder recorder;
-  const auto marker = [](const Bytes& packet) {
-    return hexString(packet).substr(0, 16) == "03825c00ffffffff";
+  const std::string end = "03825c00ffffffff", full = "03825c0054000000";
+  const std::tuple<std::string, bool, std::size_t, std::string, std::string> cases[]{
+      {download10, false, 781, full + "0000000001", "03825c00100000000c030000"},  // 65536 = 780 * 84 + 16
+      {download10, true, 782, full + "0000000001", end},
+      {download10From32768, false, 391, full + "000000008b", "03825c0008000000"},      // 32768 = 390 * 84 + 8
+      {"03820c00000000000a000000acff00007266abd3", false, 2, full + "00000000", end},  // the last 84 bytes
+      {"03820c00000000000a0000000000010063c59573", false, 1, end, end},                // none left
   };
-  EXPECT_EQ(recorder.download(download10From32768).size(), 391U);  // 32768 = 390 * 84 + 8
-
-  const auto nothingLeft = recorder.download("03820c00000000000a0000000000010063c59573");
-  ASSERT_EQ(nothingLeft.size(), 1U);
-  EXPECT_TRUE(marker(nothingLeft[0]));
-
-  const auto full = recorder.download("03820c00000000000a000000acff00007266abd3");  // 65536 - 84
-  ASSERT_EQ(full.size(), 2U);
-  EXPECT_FALSE(marker(full[0]));
-  EXPECT_TRUE(marker(full[1]));
-
-  recorder.model.setAlwaysEndMarker(true);
-  const auto withMarker = recorder.download(download10);
-  EXPECT_EQ(withMarker.size(), 782U);
-  EXPECT_TRUE(marker(withMarker.back()));
+  for (const auto& [request, alwaysMarker, count, first, last] : cases) {
+    recorder.model.setAlwaysEndMarker(alwaysMarker);
+    const auto packets = recorder.packets(request);
+    ASSERT_EQ(packets.size(), count) << request;
+    EXPECT_TRUE(hexString(packets.front()).starts_with(first)) << request;
+    EXPECT_TRUE(hexString(packets.back()).starts_with(last)) << request;
+  }
 }
 
 TEST(RecorderModel, AStreamEndsWithTheLinkOrWithTheNextRequest) {
   Recorder recorder;
   recorder.file(download10);
   recorder.model.nextPacket();
-  EXPECT_EQ(hexString(recorder.download(download11).front()).substr(16, 12), "000000000707");
+  EXPECT_EQ(hexString(recorder.packets(download11).front()).substr(16, 12), "000000000707");
   recorder.file(download10);
   recorder.file("03820c00000000000c00000000000000a5fde1ac");
   EXPECT_FALSE(recorder.model.streaming()) << "no such recording: nothing to send";
   recorder.file(download10);
   EXPECT_TRUE(recorder.model.streaming());
   recorder.model.linkLost();
-  EXPECT_TRUE(recorder.packets().empty());
-}
-
-TEST(RecorderModel, AFilterReplacesAndDropsRepliesAndPackets) {
-  Recorder recorder;
-  recorder.model.setReplyFilter([&recorder](const Bytes& request, Bytes reply) -> std::optional<Bytes> {
-    recorder.model.setBatteryLevel(1);  // a filter may change the model
-    if (request.size() == 21) return std::nullopt;
-    if (request == toData(download10) && reply[8] % 2 == 1) return std::nullopt;
-    reply[0] = 0x55;
-    return reply;
-  });
-  EXPECT_EQ(recorder.answer(Channel::status, battery), "none");
-  EXPECT_EQ(recorder.file("0182010000").substr(0, 4), "5582");
-  const auto packets = recorder.download(download10);
-  EXPECT_EQ(packets.size(), 391U);
-  EXPECT_EQ(packets[1][0], 0x55);
-  EXPECT_EQ(packets[1][8], 2);
+  EXPECT_EQ(recorder.model.nextPacket(), std::nullopt);
 }
 
 TEST(RecorderModel, SurvivesRandomFrames) {

@@ -23,6 +23,20 @@ def opus(size, seed):
     return page + random.Random(seed).randbytes(size - len(page))
 
 
+def finish(process):
+    try:
+        out, err = process.communicate(timeout=60)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        raise
+    return process.returncode, out, err
+
+
+def tool(*arguments, **environment):
+    return finish(subprocess.Popen([KWT, *arguments], env={**os.environ, **environment}, text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE))
+
+
 class Recorder:
     """A simulated recorder's folder, and a folder beside it that kwt runs in."""
 
@@ -59,8 +73,7 @@ class Recorder:
 
     def run(self, *arguments, **options):
         process = self.start(*arguments, **options)
-        out, err = process.communicate()
-        return process.returncode, out, err
+        return finish(process)
 
 
 class KwtTest(unittest.TestCase):
@@ -96,8 +109,8 @@ class KwtTest(unittest.TestCase):
         expected = {
             "info": {"battery": 80, "firmware": "1.2.3", "storage": [536870912, 536739840]},
             "list": {"recordings": [
-                {"id": number + 1, "size": size, "type": 0, "present": True, "created": created + str(number)}
-                for number, size in enumerate((BLOCK, 3 * BLOCK))]},
+                {"id": 1, "size": BLOCK, "type": 0, "present": True, "created": created + "0"},
+                {"id": 2, "size": 3 * BLOCK, "type": 0, "present": True, "created": created + "1"}]},
             "pull": {"id": 1, "file": name, "bytes": BLOCK, "continuedAt": 0, "deleted": True},
             "rm": {"id": 2, "size": 3 * BLOCK, "deleted": True},
         }
@@ -113,17 +126,19 @@ class KwtTest(unittest.TestCase):
 
     def test_usage(self):
         for arguments in ([], ["list"], ["--sim", ".", "dance"], ["--sim", ".", "tour"],
-                          ["--sim", ".", "pull", "-o", ""], ["--sim", "", "info"], ["--sim", ".", "list", "more"]):
+                          ["--sim", ".", "pull", "-o", ""], ["--sim", "", "info"],
+                          ["--sim", ".", "list", "more"]):
             with self.subTest(arguments):
-                done = subprocess.run([KWT, *arguments], capture_output=True, text=True)
-                self.assertEqual((done.returncode, done.stdout), (2, ""))
-                self.assertIn("--help", done.stderr)
+                code, out, err = tool(*arguments)
+                self.assertEqual((code, out), (2, ""))
+                self.assertIn("--help", err)
         for option, word in (("--help", "Exit status"), ("--version", "kwt 0.")):
-            self.assertIn(word, subprocess.run([KWT, option], check=True, capture_output=True, text=True).stdout)
+            self.check(tool(option), 0, word)
 
     def test_refusals_before_anything_is_sent(self):
         recorder = Recorder(self, BLOCK)
-        for name, word in ((".", "is a folder"), ("no/f", "no is not a folder"), ("/dev/null", "regular file")):
+        for name, word in ((".", "is a folder"), ("no/f", "no is not a folder"),
+                           ("/dev/null", "regular file"), ("../store/f", "simulated recorder's folder")):
             with self.subTest(name):
                 self.check(recorder.run("pull", "-o", name), 1, f"Cannot write {name}", word, "-o")
         recorder.script("latency fast")
@@ -151,13 +166,13 @@ class KwtTest(unittest.TestCase):
         self.assert_resumes(recorder)
 
     def test_link_trouble(self):
-        """Script, words, and how much of the recording is then in the file, which only some troubles leave usable."""
+        """Script, words, the packets that are then in the file, and whether it can be continued."""
+        packet = f"notification {QUERIES + 101}"
         for script, words, packets, resumes in (
-                (f"notification {QUERIES + 101} disconnect", ("lost after 8400 of 98304", "continue"), 100, True),
-                ("notification 2 disconnect", ("did not answer", "lost")[1:], None, False),
+                (f"{packet} disconnect", ("lost after 8400 of 98304", "continue"), 100, True),
                 (f"write {QUERIES + 1} refuse", ("ATT error 0x03",), None, False),
-                (f"notification {QUERIES + 101} drop", ("Packets were lost", "Remove the file"), 1170, False),
-                (f"notification {QUERIES + 101} corrupt 4", ("Packets were lost", "Remove"), 1170, False)):
+                (f"{packet} drop", ("Packets were lost", "Remove the file"), 1170, False),
+                (f"{packet} corrupt 4", ("Packets were lost", "Remove"), 1170, False)):
             with self.subTest(script):
                 recorder = Recorder(self, 3 * BLOCK, script=script)
                 self.check(recorder.run("pull", "-o", "f.opus"), 1, *words)
@@ -175,9 +190,11 @@ class KwtTest(unittest.TestCase):
         deletion = QUERIES + packets + 2
         cases = (
             ("notification 1 drop", ["info"], ("did not answer within 5 s", "switched on")),
+            ("notification 2 disconnect", ["info"], ("connection to the recorder was lost",)),
             ("notification 6 drop", ["list"], ("described only 1 of its 2", "?         32768")),
             ("notification 5 drop", ["rm"], ("did not answer within 10 s", "switched on")),
-            (f"notification {deletion} drop", ["pull", "-o", "f.opus"], ("f.opus is safe", "did not confirm", "kwt rm")),
+            (f"notification {deletion} drop", ["pull", "-o", "f.opus"],
+             ("f.opus is safe", "did not confirm", "kwt rm")),
             (f"notification {QUERIES + 51} delay 60s", ["pull", "-o", "f.opus"],
              ("stopped sending after 4200 of 32768", "continue")))
         running = []
@@ -185,10 +202,9 @@ class KwtTest(unittest.TestCase):
             recorder = Recorder(self, BLOCK, BLOCK, script=script)
             running.append((recorder, recorder.start(*command), words))
         for recorder, process, words in running:
-            out, err = process.communicate()
-            self.check((process.returncode, out, err), 1, *words)
-        self.assert_pulled(running[3][0], "f.opus")
-        self.assert_resumes(running[4][0])
+            self.check(finish(process), 1, *words)
+        self.assert_pulled(running[4][0], "f.opus")
+        self.assert_resumes(running[5][0])
 
     def test_recorder_refuses_deletion(self):
         recorder = Recorder(self, BLOCK)
@@ -209,7 +225,8 @@ class KwtTest(unittest.TestCase):
         self.assertEqual((recorder.home / "f.opus").stat().st_size, 20000)
         self.assert_resumes(recorder)
         with open("/dev/full", "w") as full:
-            self.check((*recorder.run("list", stdout=full)[::2], ""), 1)
+            code, _, err = recorder.run("list", stdout=full)
+            self.check((code, "", err), 1, "could not be written to standard output")
 
     def test_interruption(self):
         for number in (signal.SIGINT, signal.SIGTERM):
@@ -223,21 +240,20 @@ class KwtTest(unittest.TestCase):
                     shown += os.read(ours, 1000)
                 self.assertIn(b"s left", shown)
                 process.send_signal(number)
-                process.communicate()
+                finish(process)
                 shown += os.read(ours, 1000)
                 os.close(ours)
                 size = (recorder.home / "f.opus").stat().st_size
-                self.check((process.returncode, "", shown.decode()), 1, f"Interrupted after {size} of 98304", "continue")
+                self.check((process.returncode, "", shown.decode()), 1,
+                           f"Interrupted after {size} of 98304", "continue")
                 self.assert_resumes(recorder)
 
     def test_tour(self):
         with tempfile.TemporaryDirectory() as folder:
-            done = subprocess.run([KWT, "tour"], env={**os.environ, "TMPDIR": folder}, capture_output=True, text=True)
-            self.check((done.returncode, done.stdout, done.stderr), 0, "Connection lost after", "same, byte for byte")
-            self.assertIn(f"Files: {folder}/kwt-tour-", done.stdout.splitlines()[-1])
-            missing = {**os.environ, "TMPDIR": folder + "/missing"}
-            done = subprocess.run([KWT, "tour"], env=missing, capture_output=True, text=True)
-            self.check((done.returncode, done.stdout, done.stderr), 1, "set TMPDIR")
+            result = tool("tour", TMPDIR=folder)
+            self.check(result, 0, "Connection lost after", "same, byte for byte")
+            self.assertIn(f"Files: {folder}/kwt-tour-", result[1].splitlines()[-1])
+            self.check(tool("tour", TMPDIR=folder + "/missing"), 1, "set TMPDIR")
 
 
 unittest.main()

@@ -1,0 +1,156 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <future>
+
+#include <benchmark/benchmark.h>
+
+#include "bench/compare.h"
+#include "bench/hand_off.h"
+#include "bench/host.h"
+#include "bench/window.h"
+#include "codec/hex.h"
+#include "tests/support/temporary_folder.h"
+
+namespace kwtsdk::bench {
+namespace {
+
+constexpr std::size_t kData = 84;
+constexpr std::uint64_t kRounds = 64, kPacketsPerRound = 782 * Window::kBatch;
+static_assert(kRounds * kPacketsPerRound * kData >= std::uint64_t{1} << 30);
+
+Bytes packet(std::uint8_t validByte0, std::uint8_t others) {
+  Bytes bytes{0x03, 0x82, 92, 0, validByte0, others, others, others, 0, 0, 0, 0};
+  for (std::size_t i = 0; i < kData; ++i) bytes.push_back(static_cast<std::uint8_t>(i * 5));
+  return bytes;
+}
+const Bytes kFullPacket = packet(kData, 0), kEndMarker = packet(0xFF, 0xFF);
+
+/// A real download of the library, held where the recorder sends packets.
+class Download {
+ public:
+  explicit Download(const std::string& path) : host_([this](const Bytes& frame) { return answer(frame); }) {
+    host_.helper->downloadFirstFlashFile(
+        path, [this](std::uint64_t, std::uint64_t) { window_.leave(); },
+        [this](const MaybeError& error) { completed_.set_value(error); });
+    accepted_.get_future().wait();
+    host_.fileNotify->setValue(kFullPacket);
+  }
+
+  /// Forwards packets and waits until they are in the file.
+  bool receive(std::uint64_t packets) {
+    for (std::uint64_t i = 0; i < packets; ++i) {
+      if (!window_.enter()) return false;
+      host_.notify(host_.fileNotify);
+    }
+    return window_.drain();
+  }
+
+  /// True when the caller was told of success and the recorder to delete the file.
+  bool finish() {
+    host_.fileNotify->setValue(kEndMarker);
+    host_.notify(host_.fileNotify);
+    const bool succeeded = !completed_.get_future().get();
+    deletion_.get_future().wait();
+    return succeeded;
+  }
+
+ private:
+  std::optional<Bytes> answer(const Bytes& frame) {
+    switch (frame.front()) {
+      case 0x01:
+        return internal::toData("018208000100000001000000");
+      case 0x02:  // exists, 65535 blocks
+        return internal::toData(
+            "0282240001000000"
+            "0000ffff" +
+            std::string(56, '0'));
+      case 0x03:
+        accepted_.set_value();
+        return std::nullopt;
+      case 0x04:
+        deletion_.set_value();
+        return internal::toData("048208000000000000000000");
+      default:
+        return Bytes(32);
+    }
+  }
+
+  std::promise<void> accepted_, deletion_;
+  std::promise<MaybeError> completed_;
+  Window window_;
+  Host host_;
+};
+
+/// The yardstick: a packet's text is handed to a thread, which writes its data.
+class BareDownload {
+ public:
+  explicit BareDownload(const std::string& path)
+      : file_(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666)) {}
+  ~BareDownload() { ::close(file_); }
+  BareDownload(const BareDownload&) = delete;
+  BareDownload& operator=(const BareDownload&) = delete;
+
+  bool receive(std::uint64_t packets) {
+    for (std::uint64_t i = 0; i < packets; ++i) {
+      if (!window_.enter()) return false;
+      queue_.push([this, text = text_] {
+        if (::write(file_, text.data(), kData) == static_cast<ssize_t>(kData)) window_.leave();
+      });
+    }
+    return window_.drain();
+  }
+
+ private:
+  const std::string text_ = internal::hexString(kFullPacket);
+  const int file_;
+  Window window_;
+  HandOff queue_;
+};
+
+// The peak of the process's memory in bytes, as Linux keeps it.
+double peakMemory() {
+  std::ifstream status("/proc/self/status");
+  std::string word;
+  double kibibytes = 0;
+  while (status >> word) {
+    if (word == "VmHWM:") status >> kibibytes;
+  }
+  return kibibytes * 1024;
+}
+
+// What other benchmarks needed must not hide what this one needs.
+void forgetPeak() { std::ofstream("/proc/self/clear_refs") << 5; }
+
+// One round of either side, into a file that ends at `written` then. The bytes behind are given back to the
+// disk, so that a gibibyte does not have to go there.
+template <class Receiver>
+bool receiveRound(Receiver& receiver, const std::string& path, std::uint64_t& written) {
+  written += kPacketsPerRound * kData;
+  const bool complete =
+      receiver.receive(kPacketsPerRound) && static_cast<std::uint64_t>(fileSize(path)) == written;
+  return ::truncate(path.c_str(), 0) == 0 && complete;
+}
+
+void download(benchmark::State& state) {
+  const testing::TemporaryFolder folder;
+  const std::string path = folder.file("download"), barePath = folder.file("bare");
+  forgetPeak();
+  const double before = peakMemory();
+  Download subject(path);
+  BareDownload yardstick(barePath);
+  bool complete = true;
+  std::uint64_t written = 0, bareWritten = 0;
+  compare(
+      state, {.name = "download, packet to file / hand-off and write", .most = 3}, kWall, kPacketsPerRound,
+      [&] { complete = complete && receiveRound(subject, path, written); },
+      [&] { complete = complete && receiveRound(yardstick, barePath, bareWritten); });
+  if (!complete || !subject.finish()) return fail(state, "The download stopped or its file is incomplete");
+  report(state, {.name = "download of 1 GiB, growth of peak memory", .most = 16, .unit = "MiB"},
+         (peakMemory() - before) / (1 << 20));
+}
+BENCHMARK(download)->Iterations(kRounds)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace kwtsdk::bench

@@ -1,0 +1,74 @@
+#include "bench/host.h"
+
+namespace kwtsdk::bench {
+namespace {
+
+class DiscardingLog : public Log {
+ public:
+  void write(LogLevel, std::string_view) override {}
+};
+
+Host::Channel channel(const char* uuid, std::uint32_t property) {
+  return std::make_shared<testing::FakeCharacteristic>(uuid, property);
+}
+
+}  // namespace
+
+void InstantLink::stop() {
+  {
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+  }
+  changed_.notify_one();
+  if (thread_.joinable()) thread_.join();
+}
+
+void InstantLink::writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType) {
+  {
+    const std::lock_guard lock(mutex_);
+    writes_.emplace_back(value, to);
+  }
+  changed_.notify_one();
+}
+
+void InstantLink::run() {
+  std::unique_lock lock(mutex_);
+  while (true) {
+    changed_.wait(lock, [this] { return stopped_ || !writes_.empty(); });
+    if (stopped_) return;
+    const auto [frame, written] = std::move(writes_.front());
+    writes_.pop_front();
+    lock.unlock();
+    onWrite_(frame, written);
+    lock.lock();
+  }
+}
+
+Host::Host(Answer answer)
+    : statusWrite(channel("CA2A", characteristic_property::write)),
+      statusNotify(channel("C92A", characteristic_property::notify)),
+      fileWrite(channel(internal::CHARACTERISTIC_WRITE, characteristic_property::write)),
+      fileNotify(channel(internal::CHARACTERISTIC_NOTIFY, characteristic_property::notify)),
+      helper(KWTBluetoothHelper::create({.scheduler = threadScheduler(),
+                                         .settings = nullptr,
+                                         .opusConverter = nullptr,
+                                         .log = std::make_shared<DiscardingLog>()})),
+      answer_(std::move(answer)),
+      link_(std::make_shared<InstantLink>(
+          [this](const Bytes& frame, const auto& written) { handle(frame, written); })) {
+  helper->setConnectedPeripheral(link_);
+  for (const auto& each : {statusWrite, statusNotify, fileWrite, fileNotify}) {
+    helper->addDiscoveredCharacteristic(each);
+  }
+}
+
+void Host::handle(const Bytes& frame, const std::shared_ptr<Characteristic>& written) {
+  helper->didWriteValueForCharacteristic(link_, written, std::nullopt);
+  const auto reply = answer_(frame);
+  if (!reply) return;
+  const Channel& notified = written == statusWrite ? statusNotify : fileNotify;
+  notified->setValue(*reply);
+  notify(notified);
+}
+
+}  // namespace kwtsdk::bench

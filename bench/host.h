@@ -1,0 +1,68 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include <kwtsdk/kwtsdk.h>
+
+#include "tests/support/fake_peripheral.h"
+
+namespace kwtsdk::bench {
+
+/// The least that a link can be: one thread that acknowledges every write and notifies its answer.
+class InstantLink : public Peripheral {
+ public:
+  using Handler = std::function<void(const Bytes& frame, const std::shared_ptr<Characteristic>& written)>;
+
+  explicit InstantLink(Handler onWrite) : onWrite_(std::move(onWrite)), thread_([this] { run(); }) {}
+  ~InstantLink() override { stop(); }
+  void stop();
+
+  PeripheralState state() const override { return PeripheralState::connected; }
+  void writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType type) override;
+  void setNotifyValue(bool, const std::shared_ptr<Characteristic>&) override {}
+  std::size_t maximumWriteValueLengthForType(WriteType) const override { return 512; }
+
+ private:
+  void run();
+
+  const Handler onWrite_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::pair<Bytes, std::shared_ptr<Characteristic>>> writes_;
+  bool stopped_ = false;
+  std::thread thread_;
+};
+
+/// A facade on real threads, with its log discarded, on an instant link. `answer` gives the reply to each
+/// frame, or none; it is asked on the link's thread after the acknowledgement was forwarded.
+class Host {
+ public:
+  using Answer = std::function<std::optional<Bytes>(const Bytes& frame)>;
+
+  explicit Host(Answer answer);
+  ~Host() { link_->stop(); }
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  using Channel = std::shared_ptr<testing::FakeCharacteristic>;
+  void notify(const Channel& channel) {
+    helper->didUpdateValueForCharacteristic(link_, channel, std::nullopt);
+  }
+
+  const Channel statusWrite, statusNotify, fileWrite, fileNotify;
+  const std::shared_ptr<KWTBluetoothHelper> helper;
+
+ private:
+  void handle(const Bytes& frame, const std::shared_ptr<Characteristic>& written);
+
+  const Answer answer_;
+  const std::shared_ptr<InstantLink> link_;
+};
+
+}  // namespace kwtsdk::bench

@@ -1,0 +1,108 @@
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <benchmark/benchmark.h>
+
+#include "bench/compare.h"
+#include "bench/host.h"
+
+namespace kwtsdk::bench {
+namespace {
+
+/// One thread's letter box: the least that waking another thread takes.
+class Mailbox {
+ public:
+  enum class Letter { none, token, end };
+
+  void put(Letter letter) {
+    {
+      const std::lock_guard lock(mutex_);
+      letter_ = letter;
+    }
+    arrived_.notify_one();
+  }
+  Letter take() {
+    std::unique_lock lock(mutex_);
+    arrived_.wait(lock, [this] { return letter_ != Letter::none; });
+    return std::exchange(letter_, Letter::none);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable arrived_;
+  Letter letter_ = Letter::none;
+};
+
+/// Caller, worker, link, caller: the threads that a command passes, with nothing to do.
+class BareRoundTrip {
+ public:
+  BareRoundTrip()
+      : workerThread_([this] { forward(worker_, link_); }),
+        linkThread_([this] { forward(link_, caller_); }) {}
+  ~BareRoundTrip() {
+    worker_.put(Mailbox::Letter::end);
+    workerThread_.join();
+    linkThread_.join();
+  }
+
+  void go() {
+    worker_.put(Mailbox::Letter::token);
+    caller_.take();
+  }
+
+ private:
+  static void forward(Mailbox& from, Mailbox& to) {
+    auto letter = Mailbox::Letter::none;
+    while (letter != Mailbox::Letter::end) to.put(letter = from.take());
+  }
+
+  Mailbox caller_, worker_, link_;
+  std::thread workerThread_, linkThread_;
+};
+
+constexpr std::int64_t kLevel = 87;
+
+std::optional<Bytes> batteryReply(const Bytes&) {
+  Bytes reply(32);
+  reply[24] = kLevel;
+  return reply;
+}
+
+void roundTrip(benchmark::State& state) {
+  constexpr int kTrips = 200;
+  Host host(batteryReply);
+  BareRoundTrip bare;
+  int wrong = host.helper->getPower() == kLevel ? 0 : 1;  // starts the queue's thread
+  compare(
+      state, {.name = "getPower() / bare round trip of three threads", .most = 1.5}, kWall, kTrips,
+      [&] {
+        for (int i = 0; i < kTrips; ++i) wrong += host.helper->getPower() == kLevel ? 0 : 1;
+      },
+      [&] {
+        for (int i = 0; i < kTrips; ++i) bare.go();
+      });
+  if (wrong != 0) fail(state, "getPower() gave no answer or a wrong one");
+}
+BENCHMARK(roundTrip)->Iterations(51)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// A facade with its queues' threads started and its watchdog armed, and nothing to do.
+void idle(benchmark::State& state) {
+  Host host(batteryReply);
+  host.helper->getPower();
+  host.helper->getFirmwareVersion();
+  host.helper->notifyDownloadSuccess();
+  std::vector<double> shares;
+  for (auto _ : state) {
+    host.helper->startMonitorTimer(nullptr);
+    const double began = kProcess();
+    const double wall = secondsOf(kWall, [] { std::this_thread::sleep_for(std::chrono::seconds(1)); });
+    shares.push_back((kProcess() - began) / wall);
+    state.SetIterationTime(wall);
+  }
+  report(state, {.name = "idle facade: processor time / time", .most = 0.01}, median(shares));
+}
+BENCHMARK(idle)->Iterations(3)->UseManualTime()->Unit(benchmark::kSecond);
+
+}  // namespace
+}  // namespace kwtsdk::bench
