@@ -23,7 +23,8 @@ class KWTSDK_EXPORT SerialQueue {
   virtual void async(std::function<void()> work) = 0;
 };
 
-/// A counting semaphore. Any thread.
+/// A counting semaphore. Any thread. Whoever signals holds a reference of its own: a waiter may go on, and
+/// release its own, before signal has returned.
 class KWTSDK_EXPORT Semaphore {
  public:
   virtual ~Semaphore();
