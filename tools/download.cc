@@ -52,7 +52,7 @@ void Download::takeRest(DownloadEnd end) {
   if (awaitedPackets || end == DownloadEnd::stalled) released_->wait(longestWrite);
 }
 
-std::optional<MaybeError> Download::waitForDeletion() {
+std::optional<Deletion> Download::waitForDeletion() {
   constexpr Duration longestNoticeAndDeletion = std::chrono::seconds(10);
   return watch_->waitForDeletion(longestNoticeAndDeletion);
 }

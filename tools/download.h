@@ -20,8 +20,8 @@ class Download {
   /// When this returns, all that arrived is in the file and nothing more will be written to it.
   DownloadOutcome run();
 
-  /// After a good end: how the deletion of the recorder's copy ended; none without word of it.
-  std::optional<MaybeError> waitForDeletion();
+  /// After a good end; none without word of it.
+  std::optional<Deletion> waitForDeletion();
 
  private:
   void takeRest(DownloadEnd end);

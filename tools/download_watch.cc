@@ -43,7 +43,7 @@ void DownloadWatch::onLogLine(std::string_view line) {
     line.remove_prefix(cannotWrite.size());
     end(DownloadEnd::unwritable, std::nullopt, std::string(line.substr(0, line.find(';'))));
   } else if (line.starts_with(deletionMark) && line.find(errorMark) != line.npos) {
-    deletion_ = errorOfLogText(line.substr(line.find(errorMark) + errorMark.size()));
+    deletion_ = Deletion{errorOfLogText(line.substr(line.find(errorMark) + errorMark.size()))};
     deletionEnded_->signal();
   }
 }
@@ -66,7 +66,7 @@ DownloadOutcome DownloadWatch::waitForEnd() {
   return *outcome_;
 }
 
-std::optional<MaybeError> DownloadWatch::waitForDeletion(Duration timeout) {
+std::optional<Deletion> DownloadWatch::waitForDeletion(Duration timeout) {
   deletionEnded_->wait(timeout);
   const std::lock_guard lock(mutex_);
   return deletion_;

@@ -31,6 +31,11 @@ struct DownloadOutcome {
   std::string reason;  // of `unwritable`
 };
 
+/// How the recorder's deletion of its copy ended.
+struct Deletion {
+  MaybeError error;
+};
+
 /// What happens to a running download, told on the library's threads and waited for on the tool's. The
 /// completion reports neither packets that stop coming nor a lost link nor a full disk, so the first of all
 /// signs decides. Every end but a good one stops the link on the spot: the recorder must not be told to
@@ -48,8 +53,8 @@ class DownloadWatch {
   /// Called once.
   DownloadOutcome waitForEnd();
 
-  /// After a good end: how the deletion of the recorder's copy ended; none without word of it.
-  std::optional<MaybeError> waitForDeletion(Duration timeout);
+  /// After a good end; none without word of it.
+  std::optional<Deletion> waitForDeletion(Duration timeout);
 
  private:
   void end(DownloadEnd how, const MaybeError& error = std::nullopt, const std::string& reason = "");
@@ -62,7 +67,7 @@ class DownloadWatch {
   ProgressLine line_;
   std::uint64_t total_ = 0;
   std::optional<DownloadOutcome> outcome_;
-  std::optional<MaybeError> deletion_;
+  std::optional<Deletion> deletion_;
 };
 
 }  // namespace kwtsdk::tool

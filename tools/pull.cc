@@ -100,12 +100,13 @@ void reportSaved(const OutputFile& file, std::uint64_t begin, std::uint64_t tota
   output.set("seconds", seconds);
 }
 
-void reportDeletion(const std::optional<MaybeError>& deletion, const OutputFile& file, Output& output) {
-  const bool deleted = deletion && !*deletion;
+void reportDeletion(const std::optional<Deletion>& deletion, const OutputFile& file, Output& output) {
+  const bool deleted = deletion && !deletion->error;
   output.set("deleted", deleted);
   if (deleted) return output.line("The recorder has deleted its copy.");
   const std::string hint = file.path() + " is safe. Delete the recorder's copy with `kwt rm`.";
-  if (deletion) throw Failure(**deletion, "The recording was saved, but the recorder kept its copy", hint);
+  if (deletion)
+    throw Failure(*deletion->error, "The recording was saved, but the recorder kept its copy", hint);
   throw Failure(ToolError::notDeleted,
                 "The recording was saved, but the recorder did not confirm that it deleted its copy.", hint);
 }

@@ -11,7 +11,7 @@ import sys
 import tempfile
 import unittest
 
-KWT = sys.argv.pop(1)
+KWT = os.path.abspath(sys.argv.pop(1))
 BLOCK, PACKET = 32768, 84
 # Before a download's packets come the answers to the queries of kwt and of the library, three each.
 QUERIES = 6
