@@ -22,7 +22,7 @@ enum class PeripheralState : std::int64_t {
 };
 enum class WriteType { withResponse = 0, withoutResponse = 1 };
 
-/// Bits of Characteristic::properties (Bluetooth Core Specification, Volume 3, Part G, 3.3.1.1).
+/// Bits of Characteristic::properties (Bluetooth Core standard, Volume 3, Part G, 3.3.1.1).
 namespace characteristic_property {
 inline constexpr std::uint32_t write = 0x08, notify = 0x10, indicate = 0x20;
 }  // namespace characteristic_property

@@ -13,7 +13,7 @@
 namespace kwtsdk {
 
 /// A Bluetooth UUID as a 128-bit value. A 16-bit UUID is the long one it abbreviates on the Bluetooth Base
-/// UUID 0000xxxx-0000-1000-8000-00805F9B34FB (Bluetooth Core Specification, Volume 3, Part B), so both forms
+/// UUID 0000xxxx-0000-1000-8000-00805F9B34FB (Bluetooth Core standard, Volume 3, Part B), so both forms
 /// are equal.
 class KWTSDK_EXPORT Uuid {
  public:

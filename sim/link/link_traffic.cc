@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kLongestValue = 512;  // of an attribute
 constexpr std::size_t kPacketHead = 3, kPreparedWriteHead = 5;
 
-/// Bluetooth Core Specification, Volume 3, Part F, 3.4.1.1.
+/// Bluetooth Core standard, Volume 3, Part F, 3.4.1.1.
 enum AttError : std::int64_t { writeNotPermitted = 0x03, invalidValueLength = 0x0D };
 
 Error attError(AttError code, const char* text) {
