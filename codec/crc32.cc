@@ -43,9 +43,11 @@ std::uint64_t loadLittleEndian(const std::uint8_t* bytes) {
 
 std::uint32_t fold(const Table& table, std::uint64_t word) {
   const auto low = static_cast<std::uint32_t>(word), high = static_cast<std::uint32_t>(word >> 32);
-  return table[7][low & 0xFF] ^ table[6][(low >> 8) & 0xFF] ^ table[5][(low >> 16) & 0xFF] ^
-         table[4][low >> 24] ^ table[3][high & 0xFF] ^ table[2][(high >> 8) & 0xFF] ^
-         table[1][(high >> 16) & 0xFF] ^ table[0][high >> 24];
+  const std::uint32_t ofLow =
+      table[7][low & 0xFF] ^ table[6][(low >> 8) & 0xFF] ^ table[5][(low >> 16) & 0xFF] ^ table[4][low >> 24];
+  const std::uint32_t ofHigh = table[3][high & 0xFF] ^ table[2][(high >> 8) & 0xFF] ^
+                               table[1][(high >> 16) & 0xFF] ^ table[0][high >> 24];
+  return ofLow ^ ofHigh;
 }
 
 }  // namespace
