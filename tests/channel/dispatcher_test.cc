@@ -119,6 +119,26 @@ TEST(Dispatcher, HostExceptionsStopAtTheLibrary) {
   EXPECT_EQ(host.log->count("threw"), 3);
 }
 
+TEST(Dispatcher, AWriteThatFailsTwiceIsReportedOnce) {
+  FakeHost host;
+  Lines outcomes;
+  host.peripheral->onWrite = [&](const auto& characteristic) {
+    host.helper->didWriteValueForCharacteristic(host.peripheral, characteristic, Error("radio", 6, {}));
+    throw std::runtime_error("and threw");
+  };
+  host.helper->sendCommand({1}, kFileWrite, 3, into(outcomes));
+  EXPECT_EQ(outcomes, Lines{"6||none"});
+}
+
+TEST(Dispatcher, DoesNotKeepCharacteristicsAlive) {
+  FakeHost host;
+  host.helper->sendCommand({1}, kFileWrite, 3, nullptr);
+  const std::weak_ptr<Characteristic> weak = host.fileWrite;
+  host.helper->setDiscoveredCharacteristics({});
+  host.fileWrite = nullptr;
+  EXPECT_TRUE(weak.expired());
+}
+
 TEST(Dispatcher, ACompletionMayReleaseTheFacade) {
   FakeHost host;
   const std::weak_ptr<KWTBluetoothHelper> weak = host.helper;

@@ -24,6 +24,22 @@ TEST(FileSettings, OnlyAFlushReachesTheFile) {
   EXPECT_EQ(contentOf(path), "KWTKey_1 8192\n");
 }
 
+TEST(FileSettings, InstancesOnOneFileKeepEachOthersKeys) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("settings");
+  const auto one = fileSettings(path), other = fileSettings(path);
+  EXPECT_EQ(one->read("a"), std::nullopt);
+  EXPECT_EQ(other->read("a"), std::nullopt);
+  one->write("a", 1);
+  one->flush();
+  other->write("b", 2);
+  other->flush();
+  one->remove("a");
+  one->flush();
+  other->flush();
+  EXPECT_EQ(contentOf(path), "b 2\n");
+}
+
 TEST(FileSettings, SurvivesWhatItCannotUse) {
   const TemporaryFolder folder;
   const std::string path = folder.file("settings");
