@@ -19,7 +19,6 @@ using sim::Random;
 /// loses a command when a blocking form of another thread ends, the watchdog fires, or the link misbehaves.
 struct Ledger {
   int faults = 0;                 // anything but a delay
-  int delays = 0;                 // replies may reach a later command
   int timeouts = 0;               // "Timeout!" lines
   int deletions = 0;              // "Delete fileId" lines
   std::array<int, 2> clearing{};  // per host thread: operations under way that clear the pending command
@@ -79,7 +78,7 @@ class LedgerFaults : public sim::FaultPlan {
                                        "corrupt", "refuse", "disconnect"};
     trace_.add(std::string(kNames.at(static_cast<std::size_t>(action.fault))) + " of a " +
                kEvents.at(static_cast<std::size_t>(event)));
-    ++(action.fault == sim::Fault::delay ? ledger_.delays : ledger_.faults);
+    if (action.fault != sim::Fault::delay) ++ledger_.faults;
     return action;
   }
 
