@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
 #include <future>
 
 #include <benchmark/benchmark.h>
@@ -10,6 +9,7 @@
 #include "bench/compare.h"
 #include "bench/hand_off.h"
 #include "bench/host.h"
+#include "bench/peak_memory.h"
 #include "bench/window.h"
 #include "codec/hex.h"
 #include "tests/support/temporary_folder.h"
@@ -112,20 +112,6 @@ class BareDownload {
   Window window_;
   HandOff queue_;
 };
-
-// The peak of the process's memory in bytes, as Linux keeps it.
-double peakMemory() {
-  std::ifstream status("/proc/self/status");
-  std::string word;
-  double kibibytes = 0;
-  while (status >> word) {
-    if (word == "VmHWM:") status >> kibibytes;
-  }
-  return kibibytes * 1024;
-}
-
-// What other benchmarks needed must not hide what this one needs. False when the system does not let it.
-bool forgetPeak() { return static_cast<bool>(std::ofstream("/proc/self/clear_refs") << 5 << std::flush); }
 
 // One round of either side, into a file that ends at `written` then. The bytes behind are given back to the
 // disk, so that a gibibyte does not have to go there.

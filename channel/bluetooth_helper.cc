@@ -11,6 +11,8 @@
 #include "filestore/file_download.h"
 #include "filestore/file_listing.h"
 #include "filestore/file_queries.h"
+#include "recording/conversion.h"
+#include "recording/live_recording.h"
 #include "status/status_queries.h"
 
 namespace kwtsdk {
@@ -24,7 +26,9 @@ struct KWTBluetoothHelper::Impl {
         files(channel),
         deletion(channel, files),
         listing(channel, status, files),
-        download(channel, status, files, deletion) {}
+        download(channel, status, files, deletion),
+        recording(channel),
+        conversion(channel) {}
 
   internal::CommandChannel channel;
   internal::StatusQueries status;
@@ -32,10 +36,11 @@ struct KWTBluetoothHelper::Impl {
   internal::FileDeletion deletion;
   internal::FileListing listing;
   internal::FileDownload download;
+  internal::LiveRecording recording;
+  internal::Conversion conversion;
 
   std::atomic<std::int64_t> mtu{0};
   SharedField<std::shared_ptr<Characteristic>> commandCharacteristic;
-  SharedField<std::shared_ptr<FileHandle>> recordFileHandle;
 };
 
 KWTBluetoothHelper::KWTBluetoothHelper(Platform platform)
@@ -139,10 +144,10 @@ void KWTBluetoothHelper::setWriteDataBlock(ReplyHandler block) {
 }
 
 std::shared_ptr<FileHandle> KWTBluetoothHelper::recordFileHandle() const {
-  return impl_->recordFileHandle.get();
+  return impl_->recording.file.get();
 }
 void KWTBluetoothHelper::setRecordFileHandle(std::shared_ptr<FileHandle> handle) {
-  impl_->recordFileHandle.set(std::move(handle));
+  impl_->recording.file.set(std::move(handle));
 }
 
 // ---- Dispatcher. A callback may release the host's last reference: the facade holds itself meanwhile. ----
@@ -192,6 +197,21 @@ void KWTBluetoothHelper::getCapacity(ValueCompletion<ByteCounts> completion) {
   impl_->status.getCapacity(std::move(completion));
 }
 std::optional<ByteCounts> KWTBluetoothHelper::getCapacity() { return impl_->status.getCapacity(); }
+
+// ---- Recording ----
+
+void KWTBluetoothHelper::startRecordWithType(std::int64_t type, const std::string& toOutputFilePath,
+                                             Completion completion) {
+  impl_->recording.startRecordWithType(type, toOutputFilePath, std::move(completion));
+}
+void KWTBluetoothHelper::stopRecord(Completion completion) {
+  impl_->recording.stopRecord(std::move(completion));
+}
+
+bool KWTBluetoothHelper::decodeOpusFile(const std::string& inputPath, const std::string& toOutputFilePath,
+                                        std::int64_t withDecodeType) {
+  return impl_->conversion.decodeOpusFile(inputPath, toOutputFilePath, withDecodeType);
+}
 
 // ---- Flash file store ----
 

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "channel/delivery_scope.h"
-#include "channel/host_call.h"
 #include "codec/error_codes.h"
 #include "platform/platform_defaults.h"
 
@@ -30,33 +29,32 @@ void CommandChannel::refuseAsBusy(const std::function<void(const Error&)>& onBus
   onBusy(error);
 }
 
-void CommandChannel::request(Request request) {
+void CommandChannel::attempt(const std::function<void(const Error&)>& onBusy,
+                             const std::function<Attempt()>& send) {
   const auto self = owner();
-  if (refusedAsBusy(request.onBusy)) return;
-  ReplyHandler handler;
-  std::optional<Dispatcher::Refusal> refusal;
+  if (refusedAsBusy(onBusy)) return;
+  std::optional<Attempt> made;
   {
     const SendGate::Hold hold(dispatcher.gate);
     // Another thread may have passed its own busy check together with this one: the command stored first
     // wins, and the loser must not touch the winner's subscription or slot.
-    const bool lost = dispatcher.pending.occupied();
-    if (!lost) {
-      handler = withCleanUp(request, subscribe(request.notifyOn));
-      refusal = dispatcher.sendHeld(request.frame, request.writeTo, request.cmdType, handler);
-    }
+    if (!dispatcher.pending.occupied()) made = send();
   }
-  if (!handler) return refuseAsBusy(request.onBusy);
-  if (refusal) dispatcher.reportRefusal(*refusal, handler);
+  if (!made) return refuseAsBusy(onBusy);
+  if (made->refusal) dispatcher.reportRefusal(*made->refusal, made->handler);
 }
 
-void CommandChannel::subscribeAndSend(const Request& request) {
-  std::optional<Dispatcher::Refusal> refusal;
-  {
-    const SendGate::Hold hold(dispatcher.gate);
-    subscribe(request.notifyOn);
-    refusal = dispatcher.sendHeld(request.frame, request.writeTo, request.cmdType, request.onReply);
-  }
-  if (refusal) dispatcher.reportRefusal(*refusal, request.onReply);
+void CommandChannel::request(const Request& request) {
+  attempt(request.onBusy, [&] {
+    ReplyHandler handler = withCleanUp(request, subscribe(request.notifyOn));
+    auto refusal = dispatcher.sendHeld(request.frame, request.writeTo, request.cmdType, handler);
+    return Attempt{std::move(handler), std::move(refusal)};
+  });
+}
+
+std::optional<Dispatcher::Refusal> CommandChannel::subscribeAndSend(const Request& request) {
+  subscribe(request.notifyOn);
+  return dispatcher.sendHeld(request.frame, request.writeTo, request.cmdType, request.onReply);
 }
 
 CommandChannel::Subscription CommandChannel::subscribe(const char* notifyOn) {

@@ -8,6 +8,7 @@
 #include <kwtsdk/platform.h>
 
 #include "channel/dispatcher.h"
+#include "channel/host_call.h"
 #include "channel/link.h"
 #include "channel/logger.h"
 #include "channel/watchdog.h"
@@ -39,14 +40,35 @@ class CommandChannel {
 
   /// The life of one command: busy check, subscription, sending, and after the reply the end of the
   /// subscription.
-  void request(Request request);
+  void request(const Request& request);
 
   /// Reports 1002 the way every operation does: logged, then handed to `onBusy`. False when nothing is
   /// pending.
   bool refusedAsBusy(const std::function<void(const Error&)>& onBusy) const;
 
-  /// Subscribes and sends under one hold of the gate, without an end of the subscription.
-  void subscribeAndSend(const Request& request);
+  /// Subscribes and sends, without an end of the subscription. Under the gate; the caller reports a refusal
+  /// after it.
+  std::optional<Dispatcher::Refusal> subscribeAndSend(const Request& request);
+
+  struct Attempt {
+    ReplyHandler handler;  // is told of the refusal
+    std::optional<Dispatcher::Refusal> refusal;
+  };
+  /// Runs `send`, which subscribes and sends, under the gate, unless another command is pending.
+  void attempt(const std::function<void(const Error&)>& onBusy, const std::function<Attempt()>& send);
+
+  /// Switches notifications on; the number tells this subscription from later ones. Under the gate.
+  using Subscription = std::uint64_t;
+  Subscription subscribe(const char* notifyOn);
+
+  /// Switches them off unless a newer command subscribed to the same. Any thread, never waits.
+  void endSubscription(const char* notifyOn, Subscription subscription);
+
+  /// Reports an error without a value to the completion.
+  template <class T>
+  std::function<void(const Error&)> errorTo(const ValueCompletion<T>& completion) const {
+    return [log = log, completion](const Error& error) { callHost(log, completion, error, std::nullopt); };
+  }
 
   const Platform platform;
   const Logger log;
@@ -56,10 +78,6 @@ class CommandChannel {
   WorkQueues queues;
 
  private:
-  using Subscription = std::uint64_t;
-
-  Subscription subscribe(const char* notifyOn);
-  void endSubscription(const char* notifyOn, Subscription subscription);
   ReplyHandler withCleanUp(const Request& request, Subscription subscription);
   void refuseAsBusy(const std::function<void(const Error&)>& onBusy) const;
 

@@ -12,7 +12,7 @@ const char* labelOf(QueueId id) {
       "com.kwt.sdk.getCapacity",       "com.kwt.getflashlist.filenum",
       "com.kwt.getFileInfo",           "com.kwt.getflashlist",
       "com.kwt.getflashlist",          "com.kwt.notifyDownloadSuccess",
-      "com.kwt.getflashlist.download",
+      "com.kwt.getflashlist.download", "com.kwt.sdk.record",
   };
   return kLabels.at(static_cast<std::size_t>(id));
 }

@@ -21,8 +21,9 @@ enum class QueueId {
   deleteFirst,  // shares its label with fileList, but is a queue of its own
   notifyDownload,
   download,
+  record,
 };
-inline constexpr std::size_t kQueueCount = 9;
+inline constexpr std::size_t kQueueCount = 10;
 
 const char* labelOf(QueueId id);
 

@@ -7,7 +7,7 @@ set(KWTSDK_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH KWTSDK_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 
 # Installs the library `target` with the headers directly in `header_dir`, as kwtsdk::<export_name>, and a pkg-config
-# file of the library's name.
+# file of the library's name. After `requires` come the packages and flags that only a static library asks for.
 function(kwtsdk_install_library target export_name header_dir description requires)
   file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${header_dir}/*.h)
   list(FILTER headers EXCLUDE REGEX /sample_store\\.h$)  # its library, which needs an Opus encoder, stays here
@@ -20,6 +20,8 @@ function(kwtsdk_install_library target export_name header_dir description requir
   set(PC_NAME ${target})
   set(PC_DESCRIPTION ${description})
   set(PC_REQUIRES ${requires})
+  set(PC_REQUIRES_PRIVATE ${ARGV5})
+  set(PC_LIBS_PRIVATE "-pthread ${ARGV6}")
   configure_file(${PROJECT_SOURCE_DIR}/cmake/kwtsdk.pc.in ${PROJECT_BINARY_DIR}/${target}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${KWTSDK_PKGCONFIG_DIR})
 endfunction()
@@ -27,6 +29,14 @@ endfunction()
 kwtsdk_install_library(kwtsdk kwtsdk kwtsdk "${PROJECT_DESCRIPTION}" "")
 if(TARGET kwtsdk_sim)
   kwtsdk_install_library(kwtsdk_sim sim kwtsdk/sim "Simulated voice recorder for tests of kwtsdk hosts" "kwtsdk")
+endif()
+
+if(TARGET kwtsdk_opus)
+  kwtsdk_install_library(kwtsdk_opus opus kwtsdk/opus "Opus conversion for kwtsdk hosts" "kwtsdk" "opusfile opus"
+                         "-lmp3lame")
+  if(NOT BUILD_SHARED_LIBS)
+    install(FILES cmake/kwtsdkOpusCodecs.cmake DESTINATION ${KWTSDK_PACKAGE_DIR})
+  endif()
 endif()
 
 install(EXPORT kwtsdkTargets NAMESPACE kwtsdk:: DESTINATION ${KWTSDK_PACKAGE_DIR})

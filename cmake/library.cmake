@@ -1,5 +1,5 @@
 # The library itself: every room's objects in one shared or static library.
-set(KWTSDK_ROOMS codec channel status filestore platform)
+set(KWTSDK_ROOMS codec channel status filestore recording platform)
 list(TRANSFORM KWTSDK_ROOMS REPLACE "(.+)" "$<TARGET_OBJECTS:kwtsdk_\\1>" OUTPUT_VARIABLE KWTSDK_OBJECTS)
 
 add_library(kwtsdk ${KWTSDK_OBJECTS})
@@ -8,7 +8,9 @@ set_target_properties(kwtsdk PROPERTIES LINKER_LANGUAGE CXX)
 target_compile_features(kwtsdk PUBLIC cxx_std_20)
 target_include_directories(kwtsdk PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                          $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_link_libraries(kwtsdk PRIVATE Threads::Threads)
+target_link_libraries(kwtsdk PRIVATE Threads::Threads ${CMAKE_DL_LIBS})
+# Where the library looks for its Opus converter.
+set_target_properties(kwtsdk PROPERTIES INSTALL_RPATH $ORIGIN BUILD_WITH_INSTALL_RPATH ON)
 
 # The same objects for tests of internals, which a library with hidden symbols does not let through.
 add_library(kwtsdk_internals INTERFACE)

@@ -18,6 +18,8 @@ inline Error busyError() { return errorWithInfo(1002, "已有操作在进行中"
 inline Error dispatcherBusyError(std::int64_t cmdType) {
   return errorWithInfo(1002, "cmdType:%d, 已有操作在进行中", cmdType);
 }
+inline Error recordTypeError() { return errorWithInfo(1003, "录音类型输入错误"); }
+inline Error recordStartError() { return errorWithInfo(1004, "启动录音失败"); }
 inline Error fileIdError() { return errorWithInfo(1005, "文件ID获取失败"); }
 inline Error fileInfoError() { return errorWithInfo(1006, "获取文件信息失败"); }
 inline Error longerThanFileError() { return errorWithInfo(1007, "已下载文件长度大于待下载文件总长度"); }

@@ -27,34 +27,48 @@ std::optional<struct stat> status(const std::string& path) {
 FileHandle::~FileHandle() { close(); }
 
 bool FileHandle::write(const void* data, std::size_t size) {
-  const std::lock_guard lock(mutex_);
-  const char* at = static_cast<const char*>(data);
-  if (failure_.empty() && descriptor_ < 0) failure_ = "the file is closed";
-  while (failure_.empty() && size > 0) {
+  bool written = failure().empty();
+  if (written) {
+    const std::lock_guard lock(writing_);
+    const std::string failure = writeAll(static_cast<const char*>(data), size);
+    written = failure.empty();
+    const std::lock_guard failureLock(failureMutex_);
+    if (failure_.empty()) failure_ = failure;
+  }
+  releaseIfClosed();
+  return written;
+}
+
+std::string FileHandle::writeAll(const char* at, std::size_t size) {
+  while (size > 0) {
+    if (closed_) return "the file is closed";
     const ssize_t written = ::write(descriptor_, at, size);
     if (written < 0) {
-      if (errno != EINTR) failure_ = std::strerror(errno);
+      if (errno != EINTR) return std::strerror(errno);
       continue;
     }
     at += written;
     size -= static_cast<std::size_t>(written);
   }
-  return failure_.empty();
+  return "";
 }
 
 void FileHandle::close() {
-  const std::lock_guard lock(mutex_);
-  if (descriptor_ >= 0) ::close(descriptor_);
+  closed_ = true;
+  releaseIfClosed();
+}
+
+// Whoever has the lock while another closes comes here after it.
+void FileHandle::releaseIfClosed() {
+  if (!closed_) return;
+  const std::unique_lock lock(writing_, std::try_to_lock);
+  if (!lock || descriptor_ < 0) return;
+  ::close(descriptor_);
   descriptor_ = -1;
 }
 
-bool FileHandle::isOpen() const {
-  const std::lock_guard lock(mutex_);
-  return descriptor_ >= 0;
-}
-
 std::string FileHandle::failure() const {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(failureMutex_);
   return failure_;
 }
 

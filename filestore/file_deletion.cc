@@ -49,8 +49,7 @@ void FileDeletion::deleteFile(std::int64_t fileId, ValueCompletion<ByteCounts> c
             const auto result = KWTCmdResponse::getDeleteFileResult(reply);
             callHost(log, completion, error ? error : errorOfResult(result ? result->front() : 0), result);
           },
-      .onBusy = [log = channel_.log,
-                 completion](const Error& error) { callHost(log, completion, error, std::nullopt); },
+      .onBusy = channel_.errorTo(completion),
       .freesSlot = true,
   });
 }

@@ -22,6 +22,7 @@ struct FileDownload::Job {
   std::shared_ptr<FileHandle> file;
   std::uint64_t written = 0, total = 0;   // bytes; touched on the download queue only
   CallbackSlot::Generation receiver = 0;  // of this download in the stream slot
+  CallbackSlot::Generation command = 0;   // of its request in the pending slot
   bool failureLogged = false;
 
   // Set once the outcome is decided: packet steps still queued then do nothing. Without it a stray packet
@@ -67,11 +68,7 @@ void FileDownload::prepare(const SharedJob& job) {
 }
 
 void FileDownload::stream(const SharedJob& job) {
-  // An earlier download's watchdog must not take the receiver below for its own.
-  channel_.watchdog.stop();
-  job->receiver = channel_.dispatcher.stream.set(packetReceiver(job))->generation;
-  armWatchdog();
-  channel_.subscribeAndSend({
+  const Request request{
       .writeTo = CHARACTERISTIC_WRITE,
       .notifyOn = CHARACTERISTIC_NOTIFY,
       .cmdType = KWTCmdTypeDownloadFile,
@@ -85,7 +82,28 @@ void FileDownload::stream(const SharedJob& job) {
             closeFileHandle(job->file);
           },
       .onBusy = nullptr,
-  });
+  };
+  std::optional<Dispatcher::Refusal> refusal;
+  {
+    const SendGate::Hold hold(channel_.dispatcher.gate);
+    refusal = sendRequest(job, request);
+  }
+  if (refusal) channel_.dispatcher.reportRefusal(*refusal, request.onReply);
+}
+
+std::optional<Dispatcher::Refusal> FileDownload::sendRequest(const SharedJob& job, const Request& request) {
+  Dispatcher& dispatcher = channel_.dispatcher;
+  // A live recording that has just been started must keep its route and its command.
+  if (dispatcher.pending.occupied() && dispatcher.stream.occupied()) {
+    return Dispatcher::Refusal{dispatcherBusyError(request.cmdType), dispatcher.pending.generation()};
+  }
+  // An earlier download's watchdog must not take the receiver below for its own.
+  channel_.watchdog.stop();
+  job->receiver = dispatcher.stream.set(packetReceiver(job))->generation;
+  armWatchdog();
+  auto refusal = channel_.subscribeAndSend(request);
+  job->command = dispatcher.pending.generation();
+  return refusal;
 }
 
 // Whatever command is pending at this moment is told when the stream stalls; in a plain download there is
@@ -113,7 +131,9 @@ ReplyHandler FileDownload::packetReceiver(const SharedJob& job) {
 }
 
 void FileDownload::takePacket(const SharedJob& job, const std::optional<std::string>& packet) {
-  if (job->over) return;
+  const auto receiver = channel_.dispatcher.stream.current();
+  const bool replaced = receiver && receiver->generation != job->receiver;  // by a live recording
+  if (job->over || replaced) return;
   std::uint64_t size = 0;
   const std::int64_t result = KWTCmdResponse::writeDownloadData(packet, &size, job->file);
   logFailedWrite(job);
@@ -127,8 +147,7 @@ void FileDownload::finish(const SharedJob& job) {
   const bool saved = job->file && job->file->failure().empty();
   if (!reported) callHost(channel_.log, job->progress, job->total, job->total);
   // A failed acknowledgement may be on its way to the caller at this very moment: then nothing is deleted.
-  const bool failing =
-      reported || channel_.dispatcher.deliver(std::nullopt, std::nullopt) == Dispatcher::Delivery::byAnother;
+  const bool failing = reported || complete(job) == Dispatcher::Delivery::byAnother;
   channel_.dispatcher.stream.clearUpTo(job->receiver);
   if (failing) return;
   if (!saved) return;  // the device's copy is the only one
@@ -138,6 +157,13 @@ void FileDownload::finish(const SharedJob& job) {
                        [log = channel_.log, id = job->fileId](const MaybeError& error, const auto&) {
                          log.info("Delete fileId(%ld) error:%@", id, description(error));
                        });
+}
+
+// After the watchdog has cleared the request, the pending command is another's.
+Dispatcher::Delivery FileDownload::complete(const SharedJob& job) {
+  const auto pending = channel_.dispatcher.pending.current();
+  const bool own = pending && pending->generation == job->command;
+  return channel_.dispatcher.complete(own ? pending : nullptr, std::nullopt, std::nullopt);
 }
 
 void FileDownload::logFailedWrite(const SharedJob& job) {
@@ -157,8 +183,7 @@ void FileDownload::notifyDownloadSuccess(ReplyHandler completion) {
       .onReply = [log = channel_.log, completion](
                      const MaybeError& error,
                      const std::optional<std::string>& reply) { callHost(log, completion, error, reply); },
-      .onBusy = [log = channel_.log,
-                 completion](const Error& error) { callHost(log, completion, error, std::nullopt); },
+      .onBusy = channel_.errorTo(completion),
   });
 }
 

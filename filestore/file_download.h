@@ -26,8 +26,10 @@ class FileDownload {
   // On the download queue, one after the other.
   void prepare(const SharedJob& job);
   void stream(const SharedJob& job);
+  std::optional<Dispatcher::Refusal> sendRequest(const SharedJob& job, const Request& request);
   void takePacket(const SharedJob& job, const std::optional<std::string>& packet);
   void finish(const SharedJob& job);
+  Dispatcher::Delivery complete(const SharedJob& job);
   void abandon(const SharedJob& job);
   void logFailedWrite(const SharedJob& job);
 

@@ -23,8 +23,7 @@ void FileQueries::getFileNumAndFirstId(ValueCompletion<FlashInfo> completion) {
             const auto info = KWTCmdResponse::getFlashInfo(reply);
             callHost(log, completion, info ? std::nullopt : MaybeError(fileIdError()), info);
           },
-      .onBusy = [log = channel_.log,
-                 completion](const Error& error) { callHost(log, completion, error, std::nullopt); },
+      .onBusy = channel_.errorTo(completion),
       .freesSlot = true,
   });
 }
@@ -46,8 +45,7 @@ void FileQueries::getFileInfo(std::int64_t fileId, ValueCompletion<KWTFileHeader
           [log = channel_.log, completion](const MaybeError& error, const std::optional<std::string>& reply) {
             callHost(log, completion, error, KWTCmdResponse::getFileInfo(reply));
           },
-      .onBusy = [log = channel_.log,
-                 completion](const Error& error) { callHost(log, completion, error, std::nullopt); },
+      .onBusy = channel_.errorTo(completion),
       .freesSlot = true,
   });
 }

@@ -6,6 +6,8 @@
 #include <array>
 #include <string>
 
+#include "platform/posix/installed_converter.h"
+
 namespace kwtsdk::internal {
 namespace {
 
@@ -23,6 +25,7 @@ Platform withDefaults(Platform platform) {
   if (!platform.scheduler) platform.scheduler = threadScheduler();
   if (!platform.settings) platform.settings = fileSettings(homeDirectory() + "/.local/state/kwtsdk/settings");
   if (!platform.log) platform.log = systemLog();
+  if (!platform.opusConverter) platform.opusConverter = installedConverter(platform.log);
   return platform;
 }
 

@@ -10,7 +10,7 @@ namespace kwtsdk::sim {
 
 namespace {
 
-LinkScript readScript(const std::filesystem::path& path) {
+DeviceScript readScript(const std::filesystem::path& path) {
   if (!std::filesystem::exists(path)) return {};
   std::ifstream file(path);
   std::ostringstream text;
@@ -19,7 +19,7 @@ LinkScript readScript(const std::filesystem::path& path) {
     throw std::runtime_error(path.string() + " cannot be read: check its permissions or remove it");
   }
   try {
-    return parseLinkScript(text.str());
+    return parseDeviceScript(text.str());
   } catch (const std::runtime_error& error) {
     throw std::runtime_error(path.string() + ", " + error.what());
   }
@@ -30,7 +30,10 @@ LinkScript readScript(const std::filesystem::path& path) {
 SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& scheduler,
                                         const std::filesystem::path& folder) {
   auto model = std::make_shared<RecorderModel>(FolderStore::open(folder));
-  LinkScript script = readScript(folder / "device" / "script");
+  DeviceScript script = readScript(folder / "device" / "script");
+  model->setInCall(script.inCall);
+  model->setKeyAfter(script.keyAfter);
+  model->setCallAfter(script.callAfter);
   auto link = SimulatedLink::create(scheduler, model, script.timing, std::move(script.faults));
   return {std::move(model), std::move(link)};
 }

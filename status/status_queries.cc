@@ -58,8 +58,7 @@ void StatusQueries::getFirmwareVersion(ValueCompletion<std::string> completion) 
           [log = channel_.log, completion](const MaybeError&, const std::optional<std::string>& reply) {
             callHost(log, completion, std::nullopt, KWTCmdResponse::getVersion(reply));
           },
-      .onBusy = [log = channel_.log,
-                 completion](const Error& error) { callHost(log, completion, error, std::nullopt); },
+      .onBusy = channel_.errorTo(completion),
   });
 }
 
@@ -81,8 +80,7 @@ void StatusQueries::getCapacity(ValueCompletion<ByteCounts> completion) {
           [log = channel_.log, completion](const MaybeError& error, const std::optional<std::string>& reply) {
             callHost(log, completion, error, KWTCmdResponse::getCapacityResult(reply));
           },
-      .onBusy = [log = channel_.log,
-                 completion](const Error& error) { callHost(log, completion, error, std::nullopt); },
+      .onBusy = channel_.errorTo(completion),
   });
 }
 

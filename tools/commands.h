@@ -1,6 +1,10 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
+
+#include <kwtsdk/opus/conversion.h>
 
 #include "tools/output.h"
 #include "tools/session.h"
@@ -17,6 +21,24 @@ void runList(const Host& host, Output& output);
 void runPull(const Host& host, const std::string& file, Output& output);
 
 void runRemove(const Host& host, Output& output);
+
+struct RecordRequest {
+  std::string file;
+  std::int64_t type = 0;           // as startRecordWithType takes it
+  std::optional<Duration> length;  // none: until something ends it
+};
+
+/// Records live into a file that is new or empty.
+void runRecord(const Host& host, const RecordRequest& request, Output& output);
+
+struct ConvertRequest {
+  std::string input, output;
+  opus::Format format = opus::Format::wav;
+  bool replace = false;  // an output that exists
+};
+
+/// Needs no recorder.
+void runConvert(const Host& host, const ConvertRequest& request, Output& output);
 
 /// All of it against a fresh simulated recorder.
 void runTour(const Host& host, Output& output);

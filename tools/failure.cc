@@ -21,7 +21,7 @@ constexpr const char* kCheckRecorder =
 constexpr const char* kRunAgain = "Run the command again.";
 
 // Codes below 5 are the recorder's answers to a deletion.
-constexpr std::array<Explanation, 9> kExplanations{{
+constexpr std::array<Explanation, 10> kExplanations{{
     {1, "The recorder did not delete the recording: it is not the first one",
      "Look at the recordings with `kwt list`, then run the command again."},
     {2, "The recorder did not delete the recording: it holds none of this id",
@@ -31,6 +31,8 @@ constexpr std::array<Explanation, 9> kExplanations{{
     {4, "The recorder holds no recordings", "There is nothing to do."},
     {1001, "The recorder is not connected, or lacks what this command needs", kCheckRecorder},
     {1002, "Another command is under way", kRunAgain},
+    {1004, "The recorder refused to start the recording",
+     "End what it is doing, then run the command again."},
     {1005, "The recorder named no first recording: it holds none, or it did not answer",
      "Look at the recordings with `kwt list`."},
     {1006, "The recorder did not describe its first recording", kRunAgain},

@@ -20,6 +20,9 @@ enum class ToolError : std::int64_t {
   incomplete = 6,    // packets were lost on the way
   notDeleted = 7,    // downloaded, but the recorder did not confirm that it deleted its copy
   storeEmpty = 8,
+  nothingRecorded = 9,
+  notStopped = 10,  // the recorder did not confirm the end of a live recording
+  notConverted = 11,
 };
 
 /// Why a command ends with status 1. `what()` says what happened, the hint what to do next.

@@ -5,6 +5,7 @@
 #include <string>
 
 #include <kwtsdk/bluetooth_helper.h>
+#include <kwtsdk/bytes.h>
 #include <kwtsdk/scheduler.h>
 
 namespace kwtsdk::tool {
@@ -16,6 +17,11 @@ class HostLink {
 
   /// Hands peripheral and characteristics to the facade and forwards events to it.
   virtual void attach(const std::shared_ptr<KWTBluetoothHelper>& facade) = 0;
+
+  /// Called on the link's thread for each notification, before the facade gets it: nothing that follows from
+  /// one is seen before it. Empty: nothing.
+  using NotificationObserver = std::function<void(const Bytes&)>;
+  virtual void setOnNotification(NotificationObserver onNotification) = 0;
 
   /// Called on the link's thread after the link was lost or disconnected; empty: nothing.
   virtual void setOnDisconnect(std::function<void()> onDisconnect) = 0;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
 
 namespace kwtsdk::tool {
@@ -26,7 +27,8 @@ void endProgram(int number) {
 
 }  // namespace
 
-Interrupt::Interrupt(Scheduler& scheduler) : queue_(scheduler.serialQueue("kwt.signals")) {
+Interrupt::Interrupt(Scheduler& scheduler)
+    : scheduler_(scheduler), queue_(scheduler.serialQueue("kwt.signals")) {
   ::sigemptyset(&signals_);
   ::sigaddset(&signals_, kWakeUp);
   for (const int number : {SIGINT, SIGTERM}) {
@@ -50,16 +52,20 @@ void Interrupt::setAction(std::function<void()> action) {
 void Interrupt::watch() {
   int number = 0;
   while (::sigwait(&signals_, &number) == 0 && !stopping_) {
-    if (number == kWakeUp) continue;
-    std::unique_lock lock(mutex_);
-    const auto action = std::exchange(action_, nullptr);
-    lock.unlock();
-    if (action) {
-      action();
-    } else {
-      endProgram(number);
-    }
+    if (number != kWakeUp) onSignal(number);
   }
+}
+
+void Interrupt::onSignal(int number) {
+  // Programs such as timeout(1) send a signal to the process and to its group.
+  constexpr Duration twins = std::chrono::milliseconds(200);
+  if (acted_ && scheduler_.now() - *acted_ < twins) return;
+  std::unique_lock lock(mutex_);
+  const auto action = std::exchange(action_, nullptr);
+  lock.unlock();
+  if (!action) return endProgram(number);
+  acted_ = scheduler_.now();
+  action();
 }
 
 }  // namespace kwtsdk::tool

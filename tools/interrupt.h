@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include <kwtsdk/scheduler.h>
 
@@ -27,11 +28,14 @@ class Interrupt {
 
  private:
   void watch();
+  void onSignal(int number);
 
+  const Scheduler& scheduler_;
   sigset_t signals_{};
   std::atomic<bool> stopping_{false};
   std::mutex mutex_;
   std::function<void()> action_;
+  std::optional<Duration> acted_;  // on the watching thread only
   std::shared_ptr<SerialQueue> queue_;
 };
 

@@ -25,7 +25,7 @@ void check(const std::string& path) {
   if (fs::is_directory(status)) throw unusable(path, "it is a folder", "Name a file with -o.");
   if (fs::exists(status) && !fs::is_regular_file(status)) {
     throw unusable(path, "it is not a regular file",
-                   "Name another file with -o; the download has to know its size.");
+                   "Name another file with -o; the size of what is in it has to be known.");
   }
   const fs::path parent = fs::path(path).parent_path();
   if (!parent.empty() && !fs::is_directory(parent, ignored)) {
@@ -37,7 +37,7 @@ void check(const std::string& path) {
   if (!getFileHandleForAppend(path)) {
     throw unusable(path, std::strerror(errno), "Check its permissions, or name another file with -o.");
   }
-  if (isNew) fs::remove(path, ignored);  // the program may be ended before the download begins
+  if (isNew) fs::remove(path, ignored);  // the program may be ended before anything arrives
 }
 
 }  // namespace

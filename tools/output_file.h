@@ -5,7 +5,7 @@
 
 namespace kwtsdk::tool {
 
-/// The file that a download goes into, new or to be continued. Throws a Failure when it cannot be that,
+/// The file that a recording goes into, new or to be continued. Throws a Failure when it cannot be that,
 /// before anything is sent. A new one that stays empty is removed again.
 class OutputFile {
  public:

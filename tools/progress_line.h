@@ -5,16 +5,17 @@
 
 #include <kwtsdk/scheduler.h>
 
+#include "tools/terminal_line.h"
+
 namespace kwtsdk::tool {
 
-/// Percent, speed and time left in one line of the terminal on standard error; without a terminal nothing.
-/// One thread at a time.
+/// Percent, speed and time left in one line of the terminal. One thread at a time.
 class ProgressLine {
  public:
-  explicit ProgressLine(const Scheduler& scheduler);
+  explicit ProgressLine(const Scheduler& scheduler) : scheduler_(scheduler), line_(scheduler) {}
 
   void show(std::uint64_t done, std::uint64_t total);
-  void clear();
+  void clear() { line_.clear(); }
 
  private:
   struct Sample {
@@ -23,9 +24,8 @@ class ProgressLine {
   };
 
   const Scheduler& scheduler_;
-  const bool visible_;
+  TerminalLine line_;
   std::optional<Sample> first_;
-  Duration shown_{0};
 };
 
 }  // namespace kwtsdk::tool

@@ -1,6 +1,7 @@
 #include "tools/text.h"
 
 #include <array>
+#include <cstdio>
 #include <ctime>
 
 namespace kwtsdk::tool {
@@ -17,6 +18,12 @@ std::string creationTimeText(Date created, const char* format) {
 }
 
 std::string bytesText(std::uint64_t count) { return std::to_string(count) + " bytes"; }
+
+std::string secondsText(double seconds) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.2f s", seconds);
+  return text.data();
+}
 
 std::string ofBytesText(std::uint64_t done, std::uint64_t all) {
   return std::to_string(done) + " of " + bytesText(all);

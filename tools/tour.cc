@@ -1,4 +1,11 @@
+#include <algorithm>
+#include <functional>
+#include <vector>
+
+#include "sim/samples/tones.h"
+#include "sim/samples/wav_file.h"
 #include "tools/commands.h"
+#include "tools/note_detector.h"
 #include "tools/tour_folder.h"
 
 namespace kwtsdk::tool {
@@ -12,14 +19,23 @@ class Tour {
   void run();
 
  private:
-  using Command = void (*)(const Host&, Output&);
+  using Command = std::function<void(const Host&, Output&)>;
 
   void heading(const std::string& title, const std::string& command);
-  void show(const std::string& title, const std::string& command, Command shown);
+  void show(const std::string& title, const std::string& command, const Command& shown);
+  void visitStore();
   void loseLinkHalfWay();
   void resume();
   void compare();
+  void recordLive();
+  void convert(const std::string& title, const std::string& input, const char* name, opus::Format format);
+  void listen();
   [[noreturn]] void fail(const std::string& reason) const;
+
+  /// What a person would type to reach the tour's recorder.
+  std::string simulated(const std::string& command) const {
+    return "--sim " + folder_.store() + " " + command;
+  }
 
   const TourFolder folder_;
   const Host host_;
@@ -32,19 +48,29 @@ class Tour {
 void Tour::heading(const std::string& title, const std::string& command) {
   step_ = title;
   output_.line("\n== " + title);
-  if (!command.empty()) output_.line("$ kwt --sim " + folder_.store() + " " + command);
+  if (!command.empty()) output_.line("$ kwt " + command);
 }
 
-void Tour::show(const std::string& title, const std::string& command, Command shown) {
+void Tour::show(const std::string& title, const std::string& command, const Command& shown) {
   heading(title, command);
   shown(host_, steps_);
+}
+
+void Tour::visitStore() {
+  show("The recorder", simulated("info"), runInfo);
+  show("Its recordings", simulated("list"), runList);
+  loseLinkHalfWay();
+  resume();
+  compare();
+  show("What is left on it", simulated("list"), runList);
+  show("Deleting one without downloading it", simulated("rm"), runRemove);
 }
 
 void Tour::loseLinkHalfWay() {
   // Before the data come the answers to the queries of kwt and of the library, three each.
   constexpr std::uint64_t queries = 6, bytesInPacket = 84;
   const std::uint64_t packets = (folder_.storedSize() + bytesInPacket - 1) / bytesInPacket;
-  heading("A download whose connection is lost half-way", "pull -o " + folder_.pulled());
+  heading("A download whose connection is lost half-way", simulated("pull -o " + folder_.pulled()));
   folder_.writeScript("notification " + std::to_string(queries + packets / 2) + " disconnect\n");
   try {
     runPull(host_, folder_.pulled(), steps_);
@@ -57,7 +83,7 @@ void Tour::loseLinkHalfWay() {
 }
 
 void Tour::resume() {
-  heading("The same command again continues it", "pull -o " + folder_.pulled());
+  heading("The same command again continues it", simulated("pull -o " + folder_.pulled()));
   folder_.writeScript("");
   runPull(host_, folder_.pulled(), steps_);
 }
@@ -71,6 +97,35 @@ void Tour::compare() {
   output_.set("comparedBytes", folder_.storedSize());
 }
 
+void Tour::recordLive() {
+  const RecordRequest request{folder_.file("live.rec"), 0, std::chrono::seconds(3)};
+  show("A live recording of 3 seconds", simulated("record -d 3 -o " + request.file),
+       [&](const Host& host, Output& output) { runRecord(host, request, output); });
+}
+
+void Tour::convert(const std::string& title, const std::string& input, const char* name,
+                   opus::Format format) {
+  const ConvertRequest request{input, folder_.file(name), format};
+  show(title, "convert " + input + " " + request.output,
+       [&](const Host& host, Output& output) { runConvert(host, request, output); });
+}
+
+/// The microphone begins every recording with the melody's first note.
+void Tour::listen() {
+  heading("The notes in live.wav", "");
+  const sim::WavSound sound = sim::readWavFile(folder_.file("live.wav"));
+  const auto heard = notesIn(sound.samples, sound.sampleRate);
+  const auto played = notesIn(sim::melody(), sim::kSampleRate);
+  std::string names;
+  for (const std::string& note : heard) names += " " + note;
+  if (heard.empty() || heard.size() > played.size() ||
+      !std::equal(heard.begin(), heard.end(), played.begin())) {
+    fail("the file has the notes" + names + ", which are not those that the microphone heard");
+  }
+  output_.line("Those that the microphone heard:" + names + ".");
+  output_.set("notes", names.substr(1));
+}
+
 void Tour::fail(const std::string& reason) const {
   throw Failure(ToolError::other, reason, "Its files are in " + folder_.path() + ".");
 }
@@ -80,21 +135,22 @@ void Tour::run() {
   output_.line("A simulated recorder with three recordings, in " + folder_.path());
   folder_.writeScript("");
   try {
-    show("The recorder", "info", runInfo);
-    show("Its recordings", "list", runList);
-    loseLinkHalfWay();
-    resume();
-    compare();
-    show("What is left on it", "list", runList);
-    show("Deleting one without downloading it", "rm", runRemove);
+    visitStore();
+    recordLive();
+    convert("The live recording as WAV", folder_.file("live.rec"), "live.wav", opus::Format::wav);
+    convert("The live recording as MP3", folder_.file("live.rec"), "live.mp3", opus::Format::mp3);
+    convert("The downloaded recording as WAV", folder_.pulled(), "pulled.wav", opus::Format::wav);
+    listen();
   } catch (const std::exception& exception) {
     throw Failure(ToolError::other, "The tour failed at \"" + step_ + "\": " + exception.what(),
                   "Its files are in " + folder_.path() + ".");
   }
   output_.line(
-      "\nTour done: queried and listed a recorder, downloaded a recording over a connection that broke, and "
-      "found it the same byte for byte.\nFiles: " +
-      folder_.path() + " (pulled.opus, original.opus, and the recorder's store/)");
+      "\nTour done: queried and listed a recorder, downloaded a recording over a connection that broke and "
+      "found it the same byte for byte, recorded live, converted to WAV and MP3, and found the melody in the "
+      "WAV file.\nFiles: " +
+      folder_.path() +
+      " (pulled.opus, original.opus, pulled.wav, live.rec, live.wav, live.mp3, and the recorder's store/)");
 }
 
 }  // namespace

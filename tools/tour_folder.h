@@ -7,7 +7,8 @@
 namespace kwtsdk::tool {
 
 /// The new folder that a tour works in: a simulated recorder's store, an untouched copy of its first
-/// recording, and what the tour downloads. It stays. Throws std::runtime_error whose text says what to do.
+/// recording, and what the tour downloads, records and converts. It stays. Throws std::runtime_error whose
+/// text says what to do.
 class TourFolder {
  public:
   TourFolder();
@@ -16,6 +17,7 @@ class TourFolder {
   std::string store() const { return path_ / "store"; }
   std::string pulled() const { return path_ / "pulled.opus"; }
   std::string original() const { return path_ / "original.opus"; }
+  std::string file(const char* name) const { return path_ / name; }
 
   /// How the recorder's link behaves from the next connection on; `faults` in the language of its script.
   void writeScript(const std::string& faults) const;

@@ -63,6 +63,32 @@ void useEverything(kwtsdk::KWTBluetoothHelper& helper, kwtsdk::Scheduler& schedu
   helper.getFileNumAndFirstId();  // none is left
 }
 
+void record(kwtsdk::KWTBluetoothHelper& helper, kwtsdk::Scheduler& scheduler, std::int64_t type,
+            const fs::path& file) {
+  helper.startRecordWithType(type, file, nullptr);
+  scheduler.sleep(100ms);
+}
+
+// Recordings of every type, ended by the host, the key and a call; and starts that the recorder refuses.
+void recordEverything(kwtsdk::KWTBluetoothHelper& helper, kwtsdk::Scheduler& scheduler,
+                      sim::RecorderModel& model, const fs::path& file) {
+  for (const std::int64_t type : {0, 1, 3, 4}) {
+    record(helper, scheduler, type, file);
+    scheduler.sleep(10ms);  // between two packets, so that none meets the stop
+    helper.stopRecord(nullptr);
+    scheduler.sleep(100ms);
+  }
+  record(helper, scheduler, 2, file);  // refused: in no call
+  record(helper, scheduler, 0, file);
+  model.pressKey();
+  scheduler.sleep(100ms);
+  record(helper, scheduler, 0, file);
+  model.setInCall(true);
+  scheduler.sleep(100ms);
+  record(helper, scheduler, 0, file);  // refused: in a call
+  record(helper, scheduler, 2, file);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -72,11 +98,13 @@ int main(int argc, char** argv) {
   }
   const auto scheduler = sim::VirtualTimeScheduler::create(1);
   scheduler->run([&] {
-    const auto link = sim::SimulatedLink::create(scheduler, recorder());
+    const auto model = recorder();
+    const auto link = sim::SimulatedLink::create(scheduler, model);
     kwtsdk::Platform platform;
     platform.scheduler = scheduler;
     const auto helper = kwtsdk::KWTBluetoothHelper::create(platform);
     link->attach(helper);
     useEverything(*helper, *scheduler, argv[1]);
+    recordEverything(*helper, *scheduler, *model, fs::path(argv[1]) / "live");
   });
 }

@@ -80,7 +80,7 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
 
   // ---- Fields, each readable and settable from any thread. ----
 
-  /// Set by every download packet, cleared by the stall watchdog.
+  /// Set by every packet of a download or live recording, cleared by the stall watchdog.
   bool written() const;
   void setWritten(bool written);
 
@@ -104,11 +104,11 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   ReplyHandler completionBlock() const;
   void setCompletionBlock(ReplyHandler block);
 
-  /// Receives every notification while set (download); empty: none.
+  /// Receives every notification while set (download, live recording); empty: none.
   ReplyHandler writeDataBlock() const;
   void setWriteDataBlock(ReplyHandler block);
 
-  /// Output of a live recording.
+  /// Output of a live recording; null: none, audio is dropped. Stays, closed, after the recorder's own end.
   std::shared_ptr<FileHandle> recordFileHandle() const;
   void setRecordFileHandle(std::shared_ptr<FileHandle> handle);
 
@@ -154,6 +154,41 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   void getCapacity(ValueCompletion<ByteCounts> completion);
   /// Blocks up to 5 s. None: no answer, busy, not sent or not decodable.
   std::optional<ByteCounts> getCapacity();
+
+  // ---- Recording ----
+
+  /// Starts a live recording of type 0 normal, 1 noise-reduced, 2 of a call, 3 of media, 4 ambient, into
+  /// `toOutputFilePath`: created if missing, otherwise written over from its beginning without being cut, so
+  /// that a longer file keeps its old tail. The file gets the recorder's audio packets as they come. A file
+  /// that cannot be opened or written does not fail the start: the audio is lost, which is logged.
+  ///
+  /// The first notification that follows, of whatever kind, completes the start, on the queue
+  /// "com.kwt.sdk.record". From then on nothing is pending, and queries may be sent; but while packets
+  /// arrive, one of them completes the query on that queue, with what the query makes of no answer (1004 for
+  /// a refusal or an empty packet). Queries on the recorder's own channel (files) also end the notifications,
+  /// and with them the audio. A recording that the recorder ends is not reported: writeDataBlock() is empty
+  /// then. A running stall watchdog is stopped.
+  ///
+  /// Reports, inside the call, 1002, 1003 "录音类型输入错误" (any other type), the dispatcher error, and an
+  /// error of domain "std::exception" when no thread can be started; later the Bluetooth stack's error, on
+  /// the link thread; 1004 "启动录音失败" (refused, or an empty notification). After a dispatcher's or the
+  /// stack's error file and route stay until setWriteDataBlock(nullptr) and
+  /// closeFileHandle(recordFileHandle()), or a stop. No time-out: without any notification the facade stays
+  /// busy.
+  void startRecordWithType(std::int64_t type, const std::string& toOutputFilePath, Completion completion);
+
+  /// Ends the recording's file and asks the recorder to stop; audio that is still under way is dropped. Link
+  /// thread. Reports 1002, the dispatcher error, and an error that comes with an acknowledgement or a
+  /// notification. Completed by the recorder's answer; another notification that comes first, such as audio
+  /// under way, frees the facade, and then the completion is never called: hosts wait with a limit of their
+  /// own. A recorder that is not recording takes this for a start of type 4: both are the same frame.
+  void stopRecord(Completion completion);
+
+  /// Converts a recording, streamed or downloaded, with the platform's converter: OpusConvertTypeWav, or MP3
+  /// (24 kbit/s) for every other type. Blocks until that is done; sends nothing and may run at any time.
+  /// False when it fails; the converter logs why.
+  bool decodeOpusFile(const std::string& inputPath, const std::string& toOutputFilePath,
+                      std::int64_t withDecodeType);
 
   // ---- Flash file store. Files have consecutive 32-bit ids; sizes are multiples of 32768 bytes. ----
 

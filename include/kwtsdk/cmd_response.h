@@ -13,8 +13,8 @@
 namespace kwtsdk {
 
 /// The decoders of the recorder's replies, and a check of raw replies for hosts that observe them. Replies
-/// are lower-case hex, two characters per byte, or none. Pure functions but for writeDownloadData; any
-/// thread.
+/// are lower-case hex, two characters per byte, or none. Pure functions but for the two that write;
+/// any thread.
 class KWTSDK_EXPORT KWTCmdResponse {
  public:
   static KWTCmdResponse responseWithCmdType(std::int64_t cmdType, ReplyHandler completion);
@@ -57,6 +57,10 @@ class KWTSDK_EXPORT KWTCmdResponse {
   /// come; 1: last data; 2: end marker. Blocks for the disk.
   static std::int64_t writeDownloadData(const Reply& reply, std::uint64_t* writenSize,
                                         const std::shared_ptr<FileHandle>& toFileHandle);
+
+  /// Writes one audio packet of a live recording (it begins "5001") to the file, whole and as it came; a null
+  /// file drops it. Returns a RecordPacketResult; packets of no known kind are ignored. Blocks for the disk.
+  static std::int64_t writeRecordData(const Reply& reply, const std::shared_ptr<FileHandle>& toFileHandle);
 
  private:
   KWTCmdResponse(std::int64_t cmdType, ReplyHandler completion)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -13,10 +14,10 @@ namespace kwtsdk {
 /// A file open for writing. The first write that fails (full disk, closed file) is the last that is tried:
 /// what is on disk stays a beginning of what was given, which a later download can continue. Safe on any
 /// thread; writing blocks for the disk. Unbuffered: what write accepted is the kernel's, and outlives the
-/// process.
+/// process. Into a pipe whose reader has gone, the first write raises SIGPIPE, as write(2) does.
 class KWTSDK_EXPORT FileHandle {
  public:
-  explicit FileHandle(int descriptor) : descriptor_(descriptor) {}
+  explicit FileHandle(int descriptor) : descriptor_(descriptor), closed_(descriptor < 0) {}
   ~FileHandle();
   FileHandle(const FileHandle&) = delete;
   FileHandle& operator=(const FileHandle&) = delete;
@@ -24,15 +25,22 @@ class KWTSDK_EXPORT FileHandle {
   /// Writes `size` bytes at the current position; false when that or an earlier write failed or the file is
   /// closed.
   bool write(const void* data, std::size_t size);
+
+  /// Never waits: a write that is running goes on to its end, and the file is given back after it.
   void close();
-  bool isOpen() const;
+  bool isOpen() const { return !closed_; }
 
   /// Why the first failed write failed; "" while none has.
   std::string failure() const;
 
  private:
-  mutable std::mutex mutex_;
-  int descriptor_;
+  std::string writeAll(const char* at, std::size_t size);
+  void releaseIfClosed();
+
+  std::mutex writing_;
+  int descriptor_;  // under `writing_`
+  std::atomic<bool> closed_;
+  mutable std::mutex failureMutex_;
   std::string failure_;
 };
 

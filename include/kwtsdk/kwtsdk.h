@@ -13,9 +13,11 @@
 #include <kwtsdk/file_time.h>
 #include <kwtsdk/files.h>
 #include <kwtsdk/log.h>
+#include <kwtsdk/opus_convert_type.h>
 #include <kwtsdk/opus_converter.h>
 #include <kwtsdk/peripheral.h>
 #include <kwtsdk/platform.h>
+#include <kwtsdk/record_packet_result.h>
 #include <kwtsdk/scheduler.h>
 #include <kwtsdk/settings.h>
 #include <kwtsdk/uuid.h>

@@ -21,7 +21,8 @@ LinkCore::LinkCore(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<Recorde
       instant_(isInstant(timing)),
       queue_(*scheduler_),
       faults_(std::move(faults)),
-      air_(timing, scheduler_->now()) {}
+      air_(timing, scheduler_->now()),
+      pace_(*scheduler_, Microphone::kPacketDuration) {}
 
 PeripheralState LinkCore::state() const {
   const std::lock_guard lock(mutex_);
@@ -82,6 +83,7 @@ void LinkCore::disconnect() {
 void LinkCore::close() {
   loseLink();
   queue_.close();
+  pace_.stop();
   model_->linkLost();
 }
 
@@ -145,6 +147,7 @@ void LinkCore::enqueue(Generation generation, std::function<void()> work) {
 void LinkCore::tellModelOf(Generation generation) {
   if (modelled_ >= generation) return;
   modelled_ = generation;
+  pace_.stop();
   model_->linkLost();
 }
 

@@ -13,13 +13,15 @@
 
 #include "sim/link/air_time.h"
 #include "sim/link/link_queue.h"
+#include "sim/link/pace.h"
 #include "sim/link/simulated_characteristic.h"
 
 namespace kwtsdk::sim {
 
 /// What happens between the two ends. Everything that travels is one piece of work on the link's queue, bound
-/// to the generation of the connection that it began in: a lost link makes it stale. A stream's packets
-/// queue up one at a time, so that what a host writes meanwhile is served in between.
+/// to the generation of the connection that it began in: a lost link makes it stale. Packets that the
+/// recorder has ready queue up one at a time, so that what a host writes meanwhile is served in between;
+/// those of a recording become ready one by one as they are due.
 class LinkCore : public std::enable_shared_from_this<LinkCore> {
  public:
   struct Events {
@@ -73,6 +75,8 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
   void carryNotification(Notification notification, Duration ready);
   void carrySubscription(bool enabled, const CharacteristicPtr& target, Duration ready);
   void handToModel(Channel channel, const Bytes& value);
+  void followRecording();
+  void startPump(Duration ready);
   void pump(Duration ready);
 
   CharacteristicPtr subscribed(Channel channel) const;
@@ -99,6 +103,7 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
   const std::shared_ptr<FaultPlan> faults_;
   AirTime air_;
   Duration arrived_{0};      // when the transmission under way reached the other end
+  Pace pace_;                // of the recording that runs
   Generation running_ = 0;   // of the work that runs
   Generation pumping_ = 0;   // of the connection that a pump is queued for
   Generation modelled_ = 1;  // the connection that the model believes in

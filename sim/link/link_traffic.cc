@@ -90,18 +90,37 @@ MaybeError LinkCore::refusal(const FaultAction& action, const SimulatedCharacter
 }
 
 void LinkCore::handToModel(Channel channel, const Bytes& value) {
+  // Sound that became due while the frame was under way precedes its answer.
+  while (pumping_ != running_ && pace_.takeDue()) model_->recordPacket();
   if (auto reply = model_->write(channel, value)) {
     Notification notification{channel, std::move(*reply)};
     enqueueReply([this, notification = std::move(notification), at = arrived_] {
       carryNotification(notification, at);
     });
   }
-  if (pumping_ == running_ || !model_->streaming()) return;
+  followRecording();
+  if (model_->streaming()) startPump(arrived_);
+}
+
+void LinkCore::followRecording() {
+  if (!model_->recording()) return pace_.stop();
+  if (pace_.running()) return;
+  pace_.start([weak = weak_from_this(), generation = running_] {
+    const auto self = weak.lock();
+    if (self) self->enqueue(generation, [core = self.get(), at = self->ready()] { core->startPump(at); });
+  });
+}
+
+void LinkCore::startPump(Duration ready) {
+  if (pumping_ == running_) return;
   pumping_ = running_;
-  enqueueReply([this, at = arrived_] { pump(at); });
+  enqueueReply([this, ready] { pump(ready); });
 }
 
 void LinkCore::pump(Duration ready) {
+  // One at a time here too: a link that is too slow for the sound must not pile it up.
+  if (pace_.takeDue()) model_->recordPacket();
+  followRecording();  // which the device may have ended
   auto packet = model_->nextPacket();
   if (!packet) {
     pumping_ = 0;

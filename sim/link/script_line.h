@@ -10,7 +10,7 @@
 
 namespace kwtsdk::sim {
 
-/// One line of a link script, cut into words. Everything it cannot read is a std::runtime_error that names
+/// One line of a device script, cut into words. Everything it cannot read is a std::runtime_error that names
 /// the line.
 class ScriptLine {
  public:

@@ -2,9 +2,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include <kwtsdk/bytes.h>
+#include <kwtsdk/scheduler.h>
 #include <kwtsdk/sim/recording_store.h>
+
+#include "sim/model/silent_microphone.h"
 
 namespace kwtsdk::sim {
 
@@ -15,6 +19,10 @@ struct DeviceState {
   Bytes version = {0, 1, 2, 3};
   std::uint16_t totalBlocks = 16384;
   bool alwaysEndMarker = false;
+
+  std::shared_ptr<Microphone> microphone = std::make_shared<SilentMicrophone>();
+  bool inCall = false;
+  std::optional<Duration> keyAfter, callAfter;  // of recorded sound
 };
 
 }  // namespace kwtsdk::sim

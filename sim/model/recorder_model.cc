@@ -7,6 +7,8 @@
 #include "sim/model/device_state.h"
 #include "sim/model/file_service.h"
 #include "sim/model/firmware_service.h"
+#include "sim/model/recording_service.h"
+#include "sim/model/silent_microphone.h"
 #include "sim/model/status_service.h"
 
 namespace kwtsdk::sim {
@@ -30,10 +32,15 @@ struct RecorderModel::Impl {
   DeviceState device;
   ReplyFilter filter;
   StatusService status{device};
+  RecordingService recordings{device};
   FileService files{device};
   FirmwareService firmware{device};
-  std::array<Entry, 3> services{
-      {{Channel::status, status}, {Channel::recorder, files}, {Channel::firmware, firmware}}};
+  // A frame goes to the first that answers, packets come from the first that has some: a download must not
+  // hold up a recording.
+  std::array<Entry, 4> services{{{Channel::status, status},
+                                 {Channel::recorder, recordings},
+                                 {Channel::recorder, files},
+                                 {Channel::firmware, firmware}}};
 };
 
 RecorderModel::RecorderModel(std::shared_ptr<RecordingStore> store)
@@ -59,6 +66,32 @@ void RecorderModel::setTotalBlocks(std::uint16_t blocks) {
 void RecorderModel::setAlwaysEndMarker(bool always) {
   const std::lock_guard lock(impl_->mutex);
   impl_->device.alwaysEndMarker = always;
+}
+
+void RecorderModel::setMicrophone(std::shared_ptr<Microphone> microphone) {
+  if (!microphone) microphone = std::make_shared<SilentMicrophone>();
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.microphone.swap(microphone);
+}
+
+void RecorderModel::setInCall(bool inCall) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->recordings.setInCall(inCall);
+}
+
+void RecorderModel::pressKey() {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->recordings.pressKey();
+}
+
+void RecorderModel::setKeyAfter(std::optional<Duration> recorded) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.keyAfter = recorded;
+}
+
+void RecorderModel::setCallAfter(std::optional<Duration> recorded) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.callAfter = recorded;
 }
 
 void RecorderModel::setReplyFilter(ReplyFilter filter) {
@@ -97,6 +130,16 @@ std::optional<Notification> RecorderModel::nextPacket() {
     if (packet) return Notification{entry->channel, std::move(*packet)};
   }
   return std::nullopt;
+}
+
+bool RecorderModel::recording() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->recordings.recording();
+}
+
+void RecorderModel::recordPacket() {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->recordings.recordPacket();
 }
 
 void RecorderModel::linkLost() {

@@ -6,6 +6,7 @@
 
 #include <kwtsdk/kwtsdk.h>
 #include <kwtsdk/sim/memory_store.h>
+#include <kwtsdk/sim/recorder_model.h>
 #include <kwtsdk/sim/simulated_link.h>
 
 #include "tests/campaign/observed_peripheral.h"
@@ -20,6 +21,7 @@ struct Scene {
   Ledger& ledger;
   Trace& trace;
   sim::MemoryStore& store;
+  sim::RecorderModel& model;
   sim::SimulatedLink& link;
   ObservedPeripheral& peripheral;
   KWTBluetoothHelper& helper;
@@ -35,14 +37,43 @@ class HostThread {
   void run();
 
  private:
-  struct Report;
-  class Clearing;
+  struct Report {
+    void take(sim::VirtualTimeScheduler& scheduler, const MaybeError& given, bool isRight);
+    bool refusedAsBusy() const { return error && error->code() == 1002; }
+
+    std::string name;
+    Ledger before;
+    bool streaming = false;  // an abandoned download or recording still takes every notification
+    std::shared_ptr<Semaphore> reported;
+    int calls = 0;
+    MaybeError error;
+    bool right = false;
+  };
+
+  /// An operation whose end clears whatever command is pending, or whose packets complete it.
+  class Clearing {
+   public:
+    explicit Clearing(HostThread& host);
+    ~Clearing();
+    Clearing(const Clearing&) = delete;
+    Clearing& operator=(const Clearing&) = delete;
+
+   private:
+    Ledger& ledger_;
+    std::size_t number_;
+  };
   using Shared = std::shared_ptr<Report>;
 
   void completionForm();
   void blockingForm();
   void composite();
   void download();
+  void recording();
+
+  Shared startRecording(bool refused);
+  void queryWhileRecording();
+  void stopRecording();
+  void checkRecording(std::uint64_t packetsBeforeStop) const;
 
   Shared begin(const char* name);
   void await(const Shared& report);

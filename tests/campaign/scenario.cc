@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "tests/campaign/counting_microphone.h"
 #include "tests/campaign/host_thread.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
@@ -46,6 +47,7 @@ void runScenario(std::uint64_t seed, const Profile& profile) {
     model->setBatteryLevel(87);
     model->setVersion({0, 1, 2, 3});
     model->setAlwaysEndMarker(random.below(2) == 0);
+    model->setMicrophone(std::make_shared<CountingMicrophone>());
     auto link = sim::SimulatedLink::create(
         scheduler, model, {}, std::make_shared<LedgerFaults>(seed, profile.trouble, ledger, trace));
     auto helper = KWTBluetoothHelper::create({.scheduler = scheduler,
@@ -55,8 +57,8 @@ void runScenario(std::uint64_t seed, const Profile& profile) {
     link->attach(helper);
     const auto peripheral = std::make_shared<ObservedPeripheral>(*scheduler, link->peripheral());
     helper->setConnectedPeripheral(peripheral);
-    Scene scene{
-        *scheduler, profile, ledger, trace, *store, *link, *peripheral, *helper, folder() + "/download"};
+    Scene scene{*scheduler, profile, ledger,      trace,   *store,
+                *model,     *link,   *peripheral, *helper, folder() + "/download"};
     runHosts(scheduler, scene, profile, seed);
     scheduler->sleep(
         std::chrono::seconds(30));  // stragglers: watchdog, late replies, the deletion after a download

@@ -18,7 +18,8 @@ using namespace std::chrono_literals;
 
 const std::string fileWrite = "4B1D9E07-53A6-42C8-B7F0-6E2A19820004",
                   fileNotify = "4B1D9E07-53A6-42C8-B7F0-6E2A19820003", count = "0182010000",
-                  notice = "1382020000", download = "03820c0000000000010000000000000074e8e437";
+                  notice = "1382020000", download = "03820c0000000000010000000000000074e8e437",
+                  record = "0181010000", stop = "0081010000";
 
 /// A host that writes down its events: "ack", "ack!3" when refused, or the first 8 digits of a notification,
 /// each with "@" and the virtual time in ms where the link has a timing.
@@ -176,6 +177,62 @@ TEST(SimulatedLink, AStreamAskedForRightAfterTheLossGoesOn) {
   });
 }
 
+TEST(SimulatedLink, SendsARecordingAtItsPaceAndServesCommandsInBetween) {
+  Host host({.latency = 2ms});
+  const auto events = host.eventsOf([&] {
+    host.subscribe(), host.write(record);
+    host.scheduler->sleep(30ms);
+    host.write("99ec2a02b20a0001000000000000001003a34083df", "CA2A");
+    host.link->drain();
+    EXPECT_EQ(host.scheduler->now() - host.began, 34ms) << "drained amid the recording";
+    host.scheduler->sleep(600s - 33ms);
+    host.write(stop);
+  });
+  ASSERT_EQ(events.size(), 2 + 1 + 30000 + 3U);
+  EXPECT_EQ((Events{events.begin(), events.begin() + 5}),
+            (Events{"ack@4", "12800400@4", "50010300@24", "ack@34", "50010300@44"}));
+  EXPECT_EQ((Events{events.end() - 4, events.end()}),
+            (Events{"ack@600005", "50010300@600005", "00800100@600005", "08010001@600005"}));
+}
+
+TEST(SimulatedLink, CatchesUpWithARecordingsPaceButPilesNothingUp) {
+  const std::tuple<LinkTiming, const char*, std::ptrdiff_t> cases[]{
+      {{}, "notification 3 delay 500ms", 50},
+      {{.connectionInterval = 100ms, .packetsPerInterval = 1}, "", 9}};
+  for (const auto& [timing, faults, expected] : cases) {
+    Host host(timing, faults);
+    const auto events = host.eventsOf([&] {
+      host.subscribe(), host.write(record);
+      host.scheduler->sleep(1010ms);
+      host.write(stop);
+    });
+    const auto isAudio = [](const std::string& event) { return event.starts_with("5001"); };
+    EXPECT_LE(std::abs(std::ranges::count_if(events, isAudio) - expected), 1) << faults;
+    EXPECT_TRUE(events.back().starts_with("08010001"));
+  }
+}
+
+TEST(SimulatedLink, ARecordingEndsWithTheKeyOrTheLinkAndItsTimerWithIt) {
+  forManySeeds([](std::uint64_t seed, const auto& scheduler) {
+    Host host({}, "", scheduler);
+    const auto recordUntil = [&](const std::function<void()>& end) {
+      return host.eventsOf([&] {
+        host.subscribe(), host.write(record);
+        scheduler->sleep(50ms + seed % 9 * 1ms);
+        end();
+        host.link->connect();
+        host.subscribe();
+        scheduler->sleep(20ms);
+      });
+    };
+    EXPECT_EQ(recordUntil([&] { host.model->pressKey(); }),
+              (Events{"ack", "12800400", "50010300", "50010300", "08010011"}));
+    EXPECT_EQ(recordUntil([&] { host.link->disconnect(); }),
+              (Events{"ack", "12800400", "50010300", "50010300", "lost"}));
+    EXPECT_LT(scheduler->now(), 1s) << "nothing ran on";
+  });
+}
+
 TEST(SimulatedLink, CanBeReleasedInsideAnEvent) {
   Host host;
   host.onEvent = [&host](const std::string&) { host.link.reset(); };
@@ -199,9 +256,10 @@ TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
     const auto target = host.link->characteristic(fileWrite), source = host.link->characteristic(fileNotify);
     scheduler->run([&] {
       scheduler->spawn("writer", [=] {
+        const std::string frames[]{count, download, record};
         for (int i = 0; i < 10; ++i) {
           peripheral->setNotifyValue(true, source);
-          peripheral->writeValue(toData(i % 2 == 0 ? count : download), target, WriteType::withResponse);
+          peripheral->writeValue(toData(frames[i % 3]), target, WriteType::withResponse);
         }
       });
       scheduler->sleep(Duration(500us) * (seed % 5));
@@ -211,7 +269,7 @@ TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
       released = true;
       EXPECT_EQ(peripheral->state(), PeripheralState::disconnected);
     });
-    EXPECT_FALSE(host.model->streaming());
+    EXPECT_FALSE(host.model->streaming() || host.model->recording());
   });
 }
 

@@ -2,89 +2,18 @@
 
 import json
 import os
-import pathlib
-import random
-import resource
 import signal
-import subprocess
-import sys
 import tempfile
 import unittest
 
-KWT = os.path.abspath(sys.argv.pop(1))
+from kwt_support import KwtTestCase, Recorder, Terminal, finish, tool
+
 BLOCK, PACKET = 32768, 84
 # Before a download's packets come the answers to the queries of kwt and of the library, three each.
 QUERIES = 6
 
 
-def opus(size, seed):
-    """What a recorder takes for Ogg Opus; only its first page has to look like it."""
-    page = b"OggS" + bytes(22) + bytes([1, 19]) + b"OpusHead"
-    return page + random.Random(seed).randbytes(size - len(page))
-
-
-def finish(process):
-    try:
-        out, err = process.communicate(timeout=60)
-    except subprocess.TimeoutExpired:
-        process.kill()
-        raise
-    return process.returncode, out, err
-
-
-def tool(*arguments, **environment):
-    return finish(subprocess.Popen([KWT, *arguments], env={**os.environ, **environment}, text=True,
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE))
-
-
-class Recorder:
-    """A simulated recorder's folder, and a folder beside it that kwt runs in."""
-
-    def __init__(self, case, *sizes, script=""):
-        temporary = tempfile.TemporaryDirectory()
-        case.addCleanup(temporary.cleanup)
-        self.home = pathlib.Path(temporary.name) / "home"
-        self.store = self.home.parent / "store"
-        (self.store / "device").mkdir(parents=True)
-        self.home.mkdir()
-        self.contents = [opus(size, seed) for seed, size in enumerate(sizes)]
-        for number, content in enumerate(self.contents):
-            path = self.store / f"{number}.opus"
-            path.write_bytes(content)
-            os.utime(path, (1715938200 + number, 1715938200 + number))
-        self.script(script)
-
-    def script(self, text):
-        (self.store / "device" / "script").write_text(text)
-
-    def names(self):
-        return sorted(path.name for path in self.store.glob("*.opus"))
-
-    def start(self, *arguments, limit=None, **streams):
-        def prepare():
-            signal.signal(signal.SIGINT, signal.SIG_DFL)
-            if limit is not None:
-                resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
-
-        streams = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
-        command = [KWT, "--sim", str(self.store), *arguments]
-        return subprocess.Popen(command, cwd=self.home, text=True, preexec_fn=prepare,
-                                env={**os.environ, "TZ": "UTC0"}, **streams)
-
-    def run(self, *arguments, **options):
-        process = self.start(*arguments, **options)
-        return finish(process)
-
-
-class KwtTest(unittest.TestCase):
-    maxDiff = None
-
-    def check(self, result, status, *words):
-        code, out, err = result
-        self.assertEqual(code, status, out + err)
-        for word in words:
-            self.assertIn(word, out + err)
-
+class KwtTest(KwtTestCase):
     def assert_pulled(self, recorder, name):
         content = recorder.contents[0]
         stored = content + bytes(-len(content) % BLOCK)
@@ -127,7 +56,11 @@ class KwtTest(unittest.TestCase):
     def test_usage(self):
         for arguments in ([], ["list"], ["--sim", ".", "dance"], ["--sim", ".", "tour"],
                           ["--sim", ".", "pull", "-o", ""], ["--sim", "", "info"],
-                          ["--sim", ".", "list", "more"]):
+                          ["--sim", ".", "list", "more"], ["--sim", ".", "record"], ["record", "-o", "f"],
+                          ["--sim", ".", "record", "-o", "f", "-t", "5"],
+                          ["--sim", ".", "record", "-o", "f", "-d", "0"],
+                          ["--sim", ".", "record", "-o", "f", "-d", "nan"],
+                          ["convert", "f"], ["convert", "f", "f.ogg"], ["--sim", ".", "convert", "f", "f.wav"]):
             with self.subTest(arguments):
                 code, out, err = tool(*arguments)
                 self.assertEqual((code, out), (2, ""))
@@ -232,26 +165,19 @@ class KwtTest(unittest.TestCase):
         for number in (signal.SIGINT, signal.SIGTERM):
             with self.subTest(number):
                 recorder = Recorder(self, 3 * BLOCK, script="interval 7.5ms\npackets 1\n")
-                ours, terminal = os.openpty()
-                process = recorder.start("pull", "-o", "f.opus", stderr=terminal)
-                os.close(terminal)
-                shown = b""
-                while shown.count(b"%") < 3:
-                    shown += os.read(ours, 1000)
-                self.assertIn(b"s left", shown)
-                process.send_signal(number)
-                finish(process)
-                shown += os.read(ours, 1000)
-                os.close(ours)
+                terminal = Terminal(lambda stderr: recorder.start("pull", "-o", "f.opus", stderr=stderr))
+                terminal.wait_for(b"%", 3)
+                self.assertIn(b"s left", terminal.shown)
+                terminal.process.send_signal(number)
+                result = terminal.finish()
                 size = (recorder.home / "f.opus").stat().st_size
-                self.check((process.returncode, "", shown.decode()), 1,
-                           f"Interrupted after {size} of 98304", "continue")
+                self.check(result, 1, f"Interrupted after {size} of 98304", "continue")
                 self.assert_resumes(recorder)
 
     def test_tour(self):
         with tempfile.TemporaryDirectory() as folder:
             result = tool("tour", TMPDIR=folder)
-            self.check(result, 0, "Connection lost after", "same, byte for byte")
+            self.check(result, 0, "Connection lost after", "same, byte for byte", "C4 D4 E4 F4 G4")
             self.assertIn(f"Files: {folder}/kwt-tour-", result[1].splitlines()[-1])
             self.check(tool("tour", TMPDIR=folder + "/missing"), 1, "set TMPDIR")
 

@@ -7,6 +7,7 @@
 
 #include <kwtsdk/bytes.h>
 #include <kwtsdk/export.h>
+#include <kwtsdk/sim/microphone.h>
 #include <kwtsdk/sim/recording_store.h>
 
 namespace kwtsdk::sim {
@@ -39,21 +40,42 @@ class KWTSDK_EXPORT RecorderModel {
   /// Sends the end marker also after a short last packet, which ends a download by itself.
   void setAlwaysEndMarker(bool always);
 
+  /// What live recordings hear, from the next start on. Null, as at first: silence.
+  void setMicrophone(std::shared_ptr<Microphone> microphone);
+
+  /// In a call only a call recording can start, outside none. Entering a call ends a recording.
+  void setInCall(bool inCall);
+
+  /// Ends a recording. Does nothing while there is none.
+  void pressKey();
+
+  /// The key is pressed, a call entered, as soon as a recording has lasted that long, counted in whole
+  /// packets of sound; in every recording until set to none.
+  void setKeyAfter(std::optional<Duration> recorded);
+  void setCallAfter(std::optional<Duration> recorded);
+
   /// For tests of misbehaving recorders: gets every notification before it is sent, with the frame that asked
-  /// for it, and gives what is sent instead; none: nothing is sent. Runs on the link's thread.
+  /// for it (of a recording that the recorder ends: the one that started it), and gives what is sent instead;
+  /// none: nothing is sent. Runs on the link's thread.
   using ReplyFilter = std::function<std::optional<Bytes>(const Bytes& request, Bytes reply)>;
   void setReplyFilter(ReplyFilter filter);
 
   // ---- The link's side ----
 
-  /// Takes a frame written to the channel; gives the answer, if any, sent on the same channel.
+  /// Takes a frame written to the channel; gives the answer, if any, sent on the same channel. What the frame
+  /// sets going, answers of live recordings included, comes as packets.
   std::optional<Bytes> write(Channel channel, const Bytes& frame);
 
-  /// Whether a stream has packets left, and the next of them; none when it has ended.
+  /// Whether packets are ready to be sent, and the next of them; none when there is no more.
   bool streaming() const;
   std::optional<Notification> nextPacket();
 
-  /// Ends every stream.
+  /// Whether a recording runs. While it does, the link calls recordPacket() for each
+  /// Microphone::kPacketDuration that passes: that makes the next packet of sound ready.
+  bool recording() const;
+  void recordPacket();
+
+  /// Ends every stream and recording.
   void linkLost();
 
  private:

@@ -55,7 +55,8 @@ class KWTSDK_EXPORT SimulatedLink {
   void disconnect();
   void connect();
 
-  /// Blocks until nothing is under way, streams included. Not inside an event.
+  /// Blocks until nothing is under way, downloads included. Does not wait for a recording to end: between two
+  /// of its packets nothing is under way. Not inside an event.
   void drain();
 
  private:

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include <kwtsdk/sim/link_timing.h>
@@ -11,18 +12,23 @@
 
 namespace kwtsdk::sim {
 
-/// How a link behaves, as a text says it: the fault lines of ScriptedFaults and
+/// How a recorder and its link behave, as a text says it: the fault lines of ScriptedFaults and
 ///   latency 5ms
 ///   interval 7.5ms
 ///   packets 4
 ///   mtu 247
-struct LinkScript {
+///   key 3s       the key is pressed that long into each recording
+///   call         in a call from the beginning
+///   call 1500ms  enters a call that long into each recording
+struct DeviceScript {
   LinkTiming timing;
   std::shared_ptr<ScriptedFaults> faults = std::make_shared<ScriptedFaults>();
+  std::optional<Duration> keyAfter, callAfter;
+  bool inCall = false;
 };
 
 /// Throws std::runtime_error naming the line that cannot be read.
-KWTSDK_EXPORT LinkScript parseLinkScript(std::string_view text);
+KWTSDK_EXPORT DeviceScript parseDeviceScript(std::string_view text);
 
 /// A recorder whose store is a folder, ready to attach.
 struct SimulatedRecorder {
@@ -30,8 +36,8 @@ struct SimulatedRecorder {
   std::shared_ptr<SimulatedLink> link;
 };
 
-/// Opens the folder as FolderStore does; the link follows `device/script` below it where that exists. Throws
-/// std::runtime_error whose text says what to do.
+/// Opens the folder as FolderStore does; recorder and link follow `device/script` below it where that exists.
+/// Throws std::runtime_error whose text says what to do.
 KWTSDK_EXPORT SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& scheduler,
                                                       const std::filesystem::path& folder);
 

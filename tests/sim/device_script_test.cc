@@ -9,14 +9,19 @@ namespace {
 
 using namespace std::chrono_literals;
 
-TEST(LinkScript, ReadsTimingAndFaults) {
-  const auto script = parseLinkScript(
+TEST(DeviceScript, ReadsTimingFaultsAndTheRecordersPart) {
+  const auto script = parseDeviceScript(
       "# a slow link\n latency 5ms\ninterval 7.5ms # as phones ask for\npackets 3\r\nmtu 185\n\n"
-      "notification 2 delay 250us\nnotification 3 corrupt 12\nwrite 1 refuse\nnotification 2 drop");
+      "notification 2 delay 250us\nnotification 3 corrupt 12\nwrite 1 refuse\nnotification 2 drop\n"
+      "key 3s\ncall\ncall 1500ms");
   EXPECT_EQ(script.timing.latency, 5ms);
   EXPECT_EQ(script.timing.connectionInterval, 7500us);
   EXPECT_EQ(script.timing.packetsPerInterval, 3U);
   EXPECT_EQ(script.timing.mtu, 185U);
+  EXPECT_EQ(script.keyAfter, 3s);
+  EXPECT_EQ(script.callAfter, 1500ms);
+  EXPECT_TRUE(script.inCall);
+  EXPECT_FALSE(parseDeviceScript("call 2s").inCall);
   const auto next = [&script](LinkEvent event) { return script.faults->next(event); };
   EXPECT_EQ(next(LinkEvent::notification).fault, Fault::none);
   EXPECT_EQ(next(LinkEvent::write).fault, Fault::refuse);
@@ -27,7 +32,7 @@ TEST(LinkScript, ReadsTimingAndFaults) {
   EXPECT_EQ(next(LinkEvent::write).fault, Fault::none);
 }
 
-TEST(LinkScript, NamesTheLineItCannotRead) {
+TEST(DeviceScript, NamesTheLineItCannotRead) {
   const std::pair<const char*, const char*> cases[]{
       {"notifcation 1 drop", "\"notifcation\" is unknown"},
       {"notification 0 drop", "\"0\" is not a whole number"},
@@ -35,11 +40,13 @@ TEST(LinkScript, NamesTheLineItCannotRead) {
       {"notification 1 refuse", "refuse does not apply to a notification"},
       {"latency -1ms", "\"-1ms\" is not a duration"},
       {"interval 3601s", "\"3601s\" is not a duration"},
+      {"key", "write it as \"key DURATION\""},
+      {"call me later", "write it as \"call [DURATION]\""},
       {"mtu 22", "\"22\" is not a whole number from 23 to 517"},
   };
   for (const auto& [line, reason] : cases) {
     try {
-      parseLinkScript(std::string("mtu 100\n# comment\n") + line);
+      parseDeviceScript(std::string("mtu 100\n# comment\n") + line);
       ADD_FAILURE() << "accepted: " << line;
     } catch (const std::runtime_error& error) {
       const std::string failure = error.what();

@@ -21,15 +21,36 @@ bool readTimingLine(const ScriptLine& line, LinkTiming& timing) {
   return true;
 }
 
+bool readRecorderLine(const ScriptLine& line, DeviceScript& script) {
+  const std::string& name = line[0];
+  if (name == "key") {
+    line.expectSize(2, 2, "key DURATION");
+    script.keyAfter = line.duration(1);
+  } else if (name == "call") {
+    line.expectSize(1, 2, "call [DURATION]");
+    if (line.size() == 1) {
+      script.inCall = true;
+    } else {
+      script.callAfter = line.duration(1);
+    }
+  } else {
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
-LinkScript parseLinkScript(std::string_view text) {
-  LinkScript script;
+DeviceScript parseDeviceScript(std::string_view text) {
+  DeviceScript script;
   for (const ScriptLine& line : ScriptLine::linesOf(text)) {
-    if (readTimingLine(line, script.timing) || readFaultLine(line, *script.faults)) continue;
+    if (readTimingLine(line, script.timing) || readFaultLine(line, *script.faults) ||
+        readRecorderLine(line, script)) {
+      continue;
+    }
     line.fail("\"" + line[0] +
               "\" is unknown; a line begins with latency, interval, packets, mtu, write, acknowledgement, "
-              "notification or subscription");
+              "notification, subscription, key or call");
   }
   return script;
 }

@@ -1,0 +1,105 @@
+#include <exception>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include <kwtsdk/opus/conversion.h>
+
+#include "platform/opus/conversion_failure.h"
+#include "platform/opus/converted_file.h"
+#include "platform/opus/input_kind.h"
+#include "platform/opus/live_source.h"
+#include "platform/opus/mp3_writer.h"
+#include "platform/opus/ogg_source.h"
+#include "platform/opus/wav_writer.h"
+
+namespace kwtsdk::opus {
+
+namespace {
+
+using namespace internal;
+
+// Some packets at once: small enough for the processor's cache.
+constexpr std::size_t kBlockFrames = 16384;
+
+struct Request {
+  Format format;
+  std::int32_t kilobitsPerSecond;
+  const ConversionProgress& progress;
+};
+
+void checkBitRate(const Request& request) {
+  if (request.format == Format::wav || isMp3BitRate(request.kilobitsPerSecond)) return;
+  throw ConversionFailure("MP3 has no bit rate of " + std::to_string(request.kilobitsPerSecond) +
+                          " kbit/s: use " + mp3BitRates() + ".");
+}
+
+std::unique_ptr<AudioSource> openSource(Source source, InputFile& input) {
+  if (source == Source::oggOpus) return std::make_unique<OggSource>(input);
+  return std::make_unique<LiveSource>(input, LivePacketReader::Kind::complete);
+}
+
+std::unique_ptr<SoundWriter> openWriter(const Request& request, ConvertedFile& output,
+                                        const AudioSource& sound) {
+  if (request.format == Format::wav) {
+    return std::make_unique<WavWriter>(output, sound.sampleRate(), sound.channels());
+  }
+  return std::make_unique<Mp3Writer>(output, sound.sampleRate(), sound.channels(), request.kilobitsPerSecond);
+}
+
+/// False when the progress function cancels.
+bool copySound(const Request& request, const InputFile& input, AudioSource& sound, SoundWriter& writer,
+               ConversionResult& result) {
+  const auto channels = static_cast<std::size_t>(sound.channels());
+  std::vector<std::int16_t> block(kBlockFrames * channels);
+  while (const std::size_t frames = sound.read(block)) {
+    result.frames += frames;
+    writer.write(std::span(block).first(frames * channels));
+    if (request.progress && !request.progress(input.fraction())) return false;
+  }
+  return true;
+}
+
+void run(const std::string& inputPath, const std::string& outputPath, const Request& request,
+         ConversionResult& result) {
+  checkBitRate(request);
+  InputFile input(inputPath);
+  result.source = recognise(input);
+  const auto sound = openSource(*result.source, input);
+  result.sampleRate = sound->sampleRate();
+  ConvertedFile output(outputPath, input);
+  const auto writer = openWriter(request, output, *sound);
+  const bool isDone = copySound(request, input, *sound, *writer, result);
+  result.damagedPackets = sound->damagedPackets();
+  if (!isDone) {
+    result.status = ConversionResult::kCancelled;
+    result.text = "The conversion of " + inputPath + " was cancelled: start it again when it is wanted.";
+    return;
+  }
+  if (result.frames == 0) {
+    throw ConversionFailure(inputPath + " holds no sound that can be decoded: download or record it again.");
+  }
+  writer->finish();
+  output.publish();
+}
+
+}  // namespace
+
+ConversionResult convert(const std::string& input, const std::string& output, Format format,
+                         std::int32_t kilobitsPerSecond, const ConversionProgress& progress) {
+  ConversionResult result;
+  try {
+    run(input, output, {format, kilobitsPerSecond, progress}, result);
+    return result;
+  } catch (const std::bad_alloc&) {
+    result.text = "The memory is not enough for a conversion: end other programs, then convert again.";
+  } catch (const std::exception& failure) {
+    result.text = failure.what();
+  } catch (...) {
+    result.text = "The progress function threw: convert again without it.";
+  }
+  result.status = ConversionResult::kFailed;
+  return result;
+}
+
+}  // namespace kwtsdk::opus

@@ -1,0 +1,112 @@
+#include "platform/opus/converted_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/opus/conversion_failure.h"
+
+namespace kwtsdk::internal {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kBufferSize = 131072;
+
+ConversionFailure unwritable(const std::string& path, const std::string& reason) {
+  return ConversionFailure(path + " cannot be written (" + reason +
+                           "): check the folder, its permissions and its free space, or name another file.");
+}
+
+fs::path targetOf(const std::string& path, const InputFile& input) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) {
+    std::error_code ignored;
+    if (fs::is_symlink(path, ignored)) {
+      throw ConversionFailure(path + " is a symbolic link to nothing: remove it, or name another file.");
+    }
+    return path;
+  }
+  if (input.isSameFileAs(status)) {
+    throw ConversionFailure(path + " is the recording itself: name another file for the output.");
+  }
+  if (!S_ISREG(status.st_mode)) {
+    throw ConversionFailure(path + " is not a regular file: name another file for the output.");
+  }
+  std::error_code failure;
+  fs::path target = fs::canonical(path, failure);
+  if (failure) throw unwritable(path, failure.message());
+  return target;
+}
+
+}  // namespace
+
+ConvertedFile::ConvertedFile(const std::string& path, const InputFile& input)
+    : path_(path), target_(targetOf(path, input)) {
+  buffer_.reserve(kBufferSize);
+  createTemporary();
+}
+
+ConvertedFile::~ConvertedFile() {
+  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+}
+
+void ConvertedFile::createTemporary() {
+  // A crashed program with this process number may have left some.
+  constexpr int attempts = 10000;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    const std::string name = ".kwtsdk-" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
+    const fs::path candidate = target_.parent_path() / name;
+    descriptor_ = Descriptor(::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (descriptor_.get() >= 0) {
+      temporary_ = candidate;
+      return;
+    }
+    if (errno != EEXIST) break;
+  }
+  throw unwritable(path_, systemReason());
+}
+
+void ConvertedFile::append(std::span<const std::uint8_t> bytes) {
+  if (buffer_.size() + bytes.size() > kBufferSize) flush();
+  if (bytes.size() > kBufferSize) {
+    write(bytes, written_);
+    written_ += bytes.size();
+  } else {
+    buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
+  }
+}
+
+void ConvertedFile::overwriteBeginning(std::span<const std::uint8_t> bytes) {
+  flush();
+  write(bytes, 0);
+}
+
+void ConvertedFile::publish() {
+  flush();
+  // A network file system may report here that an earlier write has failed.
+  if (::close(descriptor_.release()) != 0) throw unwritable(path_, systemReason());
+  if (std::rename(temporary_.c_str(), target_.c_str()) != 0) throw unwritable(path_, systemReason());
+  temporary_.clear();
+}
+
+void ConvertedFile::flush() {
+  write(buffer_, written_);
+  written_ += buffer_.size();
+  buffer_.clear();
+}
+
+void ConvertedFile::write(std::span<const std::uint8_t> bytes, std::uint64_t offset) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::pwrite(descriptor_.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) throw unwritable(path_, systemReason());
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+    offset += static_cast<std::uint64_t>(count);
+  }
+}
+
+}  // namespace kwtsdk::internal

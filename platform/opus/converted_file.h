@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/opus/descriptor.h"
+#include "platform/opus/input_file.h"
+
+namespace kwtsdk::internal {
+
+/// The file that a conversion makes: written under another name in the same folder and renamed when it is
+/// complete. Everything throws ConversionFailure; what is not published leaves nothing behind.
+class ConvertedFile {
+ public:
+  /// The path must not be the input's, nor anything that is no regular file.
+  ConvertedFile(const std::string& path, const InputFile& input);
+  ~ConvertedFile();
+  ConvertedFile(const ConvertedFile&) = delete;
+  ConvertedFile& operator=(const ConvertedFile&) = delete;
+
+  const std::string& path() const { return path_; }
+  void append(std::span<const std::uint8_t> bytes);
+  /// Writes over the first bytes; so many have to be there.
+  void overwriteBeginning(std::span<const std::uint8_t> bytes);
+  void publish();
+
+ private:
+  void createTemporary();
+  void flush();
+  void write(std::span<const std::uint8_t> bytes, std::uint64_t offset);
+
+  const std::string path_;
+  std::filesystem::path target_;  // behind the path's symbolic links
+  std::filesystem::path temporary_;
+  Descriptor descriptor_;
+  std::vector<std::uint8_t> buffer_;
+  std::uint64_t written_ = 0;
+};
+
+}  // namespace kwtsdk::internal

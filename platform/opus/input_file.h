@@ -1,0 +1,42 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "platform/opus/descriptor.h"
+
+namespace kwtsdk::internal {
+
+/// The recording that is read, from its beginning to its end.
+class InputFile {
+ public:
+  /// Throws ConversionFailure when there is no regular file at the path, or it cannot be opened.
+  explicit InputFile(const std::string& path);
+
+  const std::string& path() const { return path_; }
+  /// Of the file as it was opened; it may have grown meanwhile.
+  std::uint64_t size() const { return static_cast<std::uint64_t>(status_.st_size); }
+  std::uint64_t consumed() const { return consumed_; }
+  /// Share of the file that was read, 0 to 1.
+  double fraction() const;
+  bool isSameFileAs(const struct stat& other) const;
+
+  /// The next bytes, as many as there are and fit; 0 at the end. Throws ConversionFailure.
+  std::size_t read(std::span<std::uint8_t> buffer);
+  /// The first bytes, without moving on.
+  std::size_t peek(std::span<std::uint8_t> buffer) const;
+
+ private:
+  std::size_t readAt(std::span<std::uint8_t> buffer, std::uint64_t offset) const;
+
+  std::string path_;
+  Descriptor descriptor_;
+  struct stat status_ {};
+  std::uint64_t consumed_ = 0;
+};
+
+}  // namespace kwtsdk::internal

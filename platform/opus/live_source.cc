@@ -1,0 +1,65 @@
+#include "platform/opus/live_source.h"
+
+#include <new>
+
+namespace kwtsdk::internal {
+
+namespace {
+
+constexpr std::size_t kLongestPacketFrames = kLiveSampleRate / 1000 * 120;
+
+}  // namespace
+
+LiveSource::LiveSource(InputFile& file, LivePacketReader::Kind kind)
+    : packets_(file, kind), decoder_(opus_decoder_create(kLiveSampleRate, 1, nullptr)) {
+  if (!decoder_) throw std::bad_alloc();
+}
+
+std::size_t LiveSource::read(std::span<std::int16_t> room) {
+  std::size_t frames = 0;
+  // A gap is concealed together with the packet behind it.
+  while (room.size() - frames >= 2 * kLongestPacketFrames) {
+    const auto item = packets_.next();
+    if (!item) break;
+    if (!item->isGap) {
+      frames += takePacket(item->packet, room.subspan(frames));
+      continue;
+    }
+    if (!afterGap_) ++damaged_;
+    afterGap_ = true;
+  }
+  return frames;
+}
+
+std::size_t LiveSource::takePacket(std::span<const std::uint8_t> packet, std::span<std::int16_t> room) {
+  std::size_t frames = 0;
+  if (std::exchange(afterGap_, false)) frames += conceal(lastFrames_, room);
+  const auto rest = room.subspan(frames);
+  // Without bytes the decoder would conceal as much as there is room for.
+  const int decoded = packet.empty()
+                          ? OPUS_INVALID_PACKET
+                          : opus_decode(decoder_.get(), packet.data(), static_cast<opus_int32>(packet.size()),
+                                        rest.data(), static_cast<int>(kLongestPacketFrames), 0);
+  if (decoded > 0) {
+    lastFrames_ = decoded;
+    return frames + static_cast<std::size_t>(decoded);
+  }
+  ++damaged_;
+  return frames + conceal(framesOf(packet), rest);
+}
+
+// Before the first good packet there is nothing to go on from.
+std::size_t LiveSource::conceal(int frames, std::span<std::int16_t> room) {
+  if (lastFrames_ == 0) return 0;
+  const int concealed = opus_decode(decoder_.get(), nullptr, 0, room.data(), frames, 0);
+  return concealed > 0 ? static_cast<std::size_t>(concealed) : 0;
+}
+
+int LiveSource::framesOf(std::span<const std::uint8_t> packet) const {
+  if (packet.empty()) return lastFrames_;
+  const int frames =
+      opus_packet_get_nb_samples(packet.data(), static_cast<opus_int32>(packet.size()), kLiveSampleRate);
+  return frames > 0 ? frames : lastFrames_;
+}
+
+}  // namespace kwtsdk::internal

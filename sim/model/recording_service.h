@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+
+#include "sim/model/device_state.h"
+#include "sim/model/service.h"
+
+namespace kwtsdk::sim {
+
+/// Live recordings (group 81). Answers, audio and ends leave as one sequence of packets: nothing overtakes,
+/// so no audio follows an end, and an end that the device decided on precedes the answer to a later command.
+class RecordingService : public Service {
+ public:
+  explicit RecordingService(DeviceState& device) : device_(device) {}
+
+  /// Must see every frame of the channel, also those of other services.
+  std::optional<Bytes> handle(const Bytes& frame) override;
+  bool streaming() const override { return !outgoing_.empty(); }
+  std::optional<Bytes> nextPacket() override;
+  Bytes streamRequest() const override { return outgoing_.empty() ? Bytes{} : outgoing_.front().request; }
+  void linkLost() override;
+
+  bool recording() const { return current_.has_value(); }
+
+  /// Another Microphone::kPacketDuration of sound has been recorded. Nothing while no recording runs.
+  void recordPacket();
+
+  void pressKey();
+  void setInCall(bool inCall);
+
+ private:
+  struct Packet {
+    Bytes request, value;
+  };
+  struct Recording {
+    Bytes request;
+    std::shared_ptr<Microphone> microphone;
+    Duration length{0};
+  };
+
+  void start(const Bytes& request, std::uint8_t type);
+  void stop(const Bytes& request);
+  void endAsPlanned();
+  void endByDevice(std::uint8_t reason);
+
+  DeviceState& device_;
+  std::optional<Recording> current_;
+  std::deque<Packet> outgoing_;
+  bool justEndedByDevice_ = false;
+};
+
+}  // namespace kwtsdk::sim

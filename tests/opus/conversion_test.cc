@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <kwtsdk/opus/conversion.h>
+#include <kwtsdk/opus/opus_file_converter.h>
+
+#include "platform/platform_defaults.h"
+#include "tests/opus/recordings.h"
+#include "tests/support/fake_peripheral.h"
+
+namespace kwtsdk::opus {
+namespace {
+
+using namespace testing;
+
+TEST(Conversion, GivesTheSoundOfALiveRecordingAsTheDecoderDoes) {
+  const TemporaryFolder folder;
+  const auto records = liveRecords(60);
+  writeFile(folder.file("in"), joined(records));
+  const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, {});
+  ASSERT_EQ(result.status, ConversionResult::kConverted) << result.text;
+  EXPECT_EQ(result.source, Source::liveRecording);
+  EXPECT_EQ(result.frames, 60 * kPacketFrames);
+  EXPECT_EQ(result.damagedPackets, 0U);
+
+  const std::unique_ptr<OpusDecoder, void (*)(OpusDecoder*)> decoder(opus_decoder_create(16000, 1, nullptr),
+                                                                     opus_decoder_destroy);
+  std::string sound;
+  for (const std::string& record : records) {
+    std::vector<std::int16_t> samples(kPacketFrames);
+    const auto* const packet = reinterpret_cast<const unsigned char*>(record.data()) + 4;
+    ASSERT_EQ(kPacketFrames, opus_decode(decoder.get(), packet, static_cast<opus_int32>(record.size() - 4),
+                                         samples.data(), kPacketFrames, 0));
+    sound.append(reinterpret_cast<const char*>(samples.data()), 2 * samples.size());
+  }
+  const std::string wav = contentOf(folder.file("out"));
+  EXPECT_TRUE(isWav(wav, 16000, result.frames));
+  EXPECT_TRUE(wav.ends_with(sound));
+}
+
+TEST(Conversion, OfAnOggFileKeepsItsExactLength) {
+  const TemporaryFolder folder;
+  writeFile(folder.file("in"), oggOpus(60));
+  double last = 0;
+  const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, [&](double fraction) {
+    EXPECT_GE(fraction, last);
+    EXPECT_LE(fraction, 1);
+    last = fraction;
+    return true;
+  });
+  ASSERT_EQ(result.status, ConversionResult::kConverted) << result.text;
+  EXPECT_EQ(result.source, Source::oggOpus);
+  EXPECT_GT(last, 0);
+  const std::string wav = contentOf(folder.file("out"));
+  EXPECT_TRUE(isWav(wav, 48000, 3 * 60 * kPacketFrames));
+  const auto* const samples = reinterpret_cast<const std::int16_t*>(wav.data());
+  const int peak = *std::max_element(samples + 22, samples + wav.size() / 2);
+  EXPECT_GT(peak, 8000);
+  EXPECT_LT(peak, 16000);
+}
+
+TEST(Conversion, TellsPlayersTheExactLengthOfAnMp3) {
+  const TemporaryFolder folder;
+  writeFile(folder.file("live"), joined(liveRecords(61)));
+  writeFile(folder.file("ogg"), oggOpus(61));
+  for (const int rate : {8, 24, 64, 160}) {
+    for (const std::string input : {"live", "ogg"}) {
+      ASSERT_EQ(convert(folder.file(input), folder.file("mp3"), Format::mp3, rate, {}).status, 0) << rate;
+      const std::string mp3 = contentOf(folder.file("mp3"));
+      const std::size_t frame = static_cast<std::size_t>(rate) * 9 / 2,
+                        info = std::max<std::size_t>(frame, 72);
+      ASSERT_EQ(mp3.substr(13, 4), "Info");
+      const auto bigEndian = [&](std::size_t at, std::size_t size) {
+        std::size_t value = 0;
+        for (std::size_t i = 0; i < size; ++i)
+          value = value << 8U | static_cast<unsigned char>(mp3.at(at + i));
+        return value;
+      };
+      const std::size_t frames = bigEndian(21, 4), delay = bigEndian(50, 3) >> 12U,
+                        padding = bigEndian(50, 3) & 0xFFFU;
+      EXPECT_EQ(mp3.size(), info + frames * frame) << rate;
+      EXPECT_EQ(bigEndian(25, 4), mp3.size());
+      EXPECT_NEAR(static_cast<double>(frames * 576 - delay - padding), 61.0 * kPacketFrames, 16)
+          << rate << input;
+      EXPECT_EQ(static_cast<unsigned char>(mp3[info]), 0xFF);  // sync of the first frame of sound
+    }
+  }
+}
+
+struct Refusal {
+  const char* content;
+  std::size_t size;
+  const char* says;
+};
+
+TEST(Conversion, SaysWhatItFoundInsteadOfARecording) {
+  const TemporaryFolder folder;
+  const std::vector<Refusal> refusals{
+      {"", 0, "is empty"},
+      {"RIFF\x10\0\0\0WAVEfmt ", 16, "is RIFF/WAVE audio"},
+      {"ID3\4", 4, "is MP3 audio"},
+      {"OggS\0\2", 6, "is an Ogg file without Opus sound"},
+      {"\x89PNG\r\n\x1a\n\0", 9, "begins with the bytes 89 50 4e 47 0d 0a 1a 0a:"},
+      {"P", 1, "begins with the bytes 50:"},
+      {"\x50\x01\4\0ab", 6, "holds no sound"}};
+  for (const Refusal& refusal : refusals) {
+    writeFile(folder.file("in"), std::string(refusal.content, refusal.size));
+    const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, {});
+    EXPECT_EQ(result.status, ConversionResult::kFailed);
+    EXPECT_NE(result.text.find(refusal.says), std::string::npos) << result.text;
+  }
+  ::mkfifo(folder.file("pipe").c_str(), 0600);
+  for (const auto& [name, says] :
+       {std::pair(".", "is a folder"), {"none", "No such file"}, {"pipe", "not a regular file"}}) {
+    const auto result = convert(folder.file(name), folder.file("out"), Format::wav, 0, {});
+    EXPECT_NE(result.text.find(says), std::string::npos) << result.text;
+  }
+  EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"in", "pipe"}));
+}
+
+TEST(Converter, LogsFailuresAndDamageInOneLine) {
+  const TemporaryFolder folder;
+  const auto log = std::make_shared<LineLog>();
+  const auto converter = opusFileConverter(log);
+  writeFile(folder.file("in"), joined(liveRecords(5)) + "junk");
+  const std::string in = folder.file("in"), out = folder.file("out");
+  EXPECT_EQ(converter->opus2wav(in.c_str(), out.c_str()), 0);
+  EXPECT_EQ(converter->opus2mp3(in.c_str(), out.c_str(), 24), 0);
+  EXPECT_EQ(converter->opus2mp3(in.c_str(), out.c_str(), 25), -1);
+  EXPECT_EQ(converter->opus2wav(nullptr, out.c_str()), -1);
+  EXPECT_EQ(converter->opus2mp3(in.c_str(), nullptr, 24), -1);
+  EXPECT_EQ(opusFileConverter(nullptr)->opus2wav("", ""), -1);
+  const auto lines = log->lines();
+  ASSERT_EQ(lines.size(), 5U);
+  EXPECT_NE(lines[0].find("left out: 1"), std::string::npos);
+  EXPECT_NE(lines[2].find("25 kbit/s: use 8, 16, 24"), std::string::npos);
+}
+
+TEST(Converter, OfThePlatformIsTheInstalledOne) {
+  const TemporaryFolder folder;
+  const auto log = std::make_shared<LineLog>();
+  const auto converter =
+      internal::withDefaults(
+          {.scheduler = nullptr, .settings = nullptr, .opusConverter = nullptr, .log = log})
+          .opusConverter;
+  writeFile(folder.file("in"), joined(liveRecords(5)));
+  const std::string in = folder.file("in"), out = folder.file("out");
+#ifdef KWTSDK_OPUS_IS_INSTALLED
+  EXPECT_EQ(converter->opus2wav(in.c_str(), out.c_str()), 0);
+  EXPECT_TRUE(isWav(contentOf(out), 16000, 5 * kPacketFrames));
+#else
+  EXPECT_EQ(converter->opus2mp3(in.c_str(), out.c_str(), 24), -1);
+  EXPECT_NE(log->lines().at(0).find("link kwtsdk::opus"), std::string::npos);
+#endif
+}
+
+}  // namespace
+}  // namespace kwtsdk::opus

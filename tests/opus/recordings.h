@@ -1,0 +1,74 @@
+#pragma once
+
+#include <opus/opus.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "sim/samples/opus_file.h"
+#include "sim/samples/tones.h"
+#include "tests/support/temporary_folder.h"
+
+namespace kwtsdk::testing {
+
+inline constexpr std::size_t kPacketFrames = 320;  // 20 ms at 16 kHz
+
+/// Records of a live recording, of differing sizes.
+inline std::vector<std::string> liveRecords(std::size_t count) {
+  const std::unique_ptr<OpusEncoder, void (*)(OpusEncoder*)> encoder(
+      opus_encoder_create(16000, 1, OPUS_APPLICATION_VOIP, nullptr), opus_encoder_destroy);
+  static const sim::Samples sound = sim::melody();
+  std::vector<std::string> records;
+  for (std::size_t i = 0; i < count; ++i) {
+    std::string packet(1275, '\0');
+    const opus_int32 size = opus_encode(encoder.get(), sound.data() + i * kPacketFrames, kPacketFrames,
+                                        reinterpret_cast<unsigned char*>(packet.data()), 1275);
+    packet.resize(static_cast<std::size_t>(size));
+    records.push_back(
+        std::string("\x50\x01").append({static_cast<char>(size), static_cast<char>(size >> 8)}) + packet);
+  }
+  return records;
+}
+
+inline std::string joined(const std::vector<std::string>& records) {
+  return std::accumulate(records.begin(), records.end(), std::string());
+}
+
+/// The bytes of an Ogg Opus file as long as so many packets.
+inline std::string oggOpus(std::size_t packets, int serialNumber = 1) {
+  const TemporaryFolder folder;
+  sim::Samples sound = sim::melody();
+  sound.resize(packets * kPacketFrames);
+  sim::writeOpusFile(folder.file("o"), sound, serialNumber);
+  return contentOf(folder.file("o"));
+}
+
+inline std::size_t number(const std::string& bytes, std::size_t at, std::size_t size) {
+  std::size_t value = 0;
+  for (std::size_t i = size; i-- > 0;) value = value << 8U | static_cast<unsigned char>(bytes.at(at + i));
+  return value;
+}
+
+/// Whether `wav` is 16-bit PCM of so many samples, with a header that says so.
+inline bool isWav(const std::string& wav, std::size_t rate, std::size_t samples) {
+  return wav.size() == 44 + 2 * samples && wav.starts_with("RIFF") && wav.substr(8, 8) == "WAVEfmt " &&
+         number(wav, 4, 4) == wav.size() - 8 && number(wav, 20, 2) == 1 && number(wav, 22, 2) == 1 &&
+         number(wav, 24, 4) == rate && number(wav, 28, 4) == 2 * rate && number(wav, 34, 2) == 16 &&
+         number(wav, 40, 4) == 2 * samples;
+}
+
+inline std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+}  // namespace kwtsdk::testing

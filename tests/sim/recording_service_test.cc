@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+#include <kwtsdk/sim/memory_store.h>
+#include <kwtsdk/sim/recorder_model.h>
+
+#include <map>
+#include <sstream>
+
+#include "codec/hex.h"
+
+namespace kwtsdk::sim {
+namespace {
+
+using internal::hexString;
+using internal::toData;
+using namespace std::chrono_literals;
+
+/// Does what the words say and gives what the recorder sent meanwhile, in words again.
+std::string sent(RecorderModel& model, const std::string& steps) {
+  const std::map<std::string, std::string> frames{{"start0", "0181010000"}, {"start1", "0281010000"},
+                                                  {"start2", "0381010000"}, {"start3", "0481010000"},
+                                                  {"toggle", "0081010000"}, {"count", "0182010000"},
+                                                  {"broken", "0181010001"}, {"unknown", "0581010000"}};
+  const std::map<std::string, std::string> packets{
+      {"1280040000005400", "started0"},  {"1280040000015400", "started1"}, {"1280040000025400", "started2"},
+      {"1280040000035400", "started3"},  {"1280040000045400", "started4"}, {"1280040000105400", "inCall"},
+      {"1280040000115400", "notInCall"}, {"0080010000", "stopped"},        {"0801000100", "endByHost"},
+      {"0801001100", "endByKey"},        {"0801002100", "endByCall"},      {"50010300b8fffe", "sound"}};
+  std::istringstream words(steps);
+  for (std::string word; words >> word;) {
+    if (const auto frame = frames.find(word); frame != frames.end()) {
+      model.write(Channel::recorder, toData(frame->second));
+    } else if (word == "key") {
+      model.pressKey();
+    } else if (word == "lost") {
+      model.linkLost();
+    } else if (word == "call" || word == "hangUp") {
+      model.setInCall(word == "call");
+    } else {
+      for (int i = std::stoi(word) / 20; i > 0; --i) model.recordPacket();
+    }
+  }
+  std::string all;
+  while (const auto packet = model.nextPacket()) {
+    const std::string hex = hexString(packet->value);
+    const auto known = packets.find(hex);
+    all.append(all.empty() ? "" : " ").append(known == packets.end() ? hex : known->second);
+  }
+  return all;
+}
+
+TEST(RecordingService, AnswersByItsState) {
+  struct Case {
+    std::string steps, expected;
+    std::optional<Duration> keyAfter = std::nullopt, callAfter = std::nullopt;
+  };
+  const Case cases[]{
+      {"20", ""},
+      {"start0 40ms toggle 20ms", "started0 sound sound stopped endByHost"},
+      {"start1 start3 20ms", "started1 started3 sound"},
+      {"toggle 20ms toggle toggle", "started4 sound stopped endByHost started4"},
+      {"broken unknown 20ms count", ""},
+      {"start2 start0 start2 20ms", "notInCall started0 notInCall sound"},
+      {"call start0 toggle start2 call 20ms hangUp 20ms toggle",
+       "inCall inCall started2 sound sound stopped endByHost"},
+      {"start0 20ms key key 20ms toggle toggle", "started0 sound endByKey stopped started4"},
+      {"start0 call toggle toggle", "started0 endByCall stopped inCall"},
+      {"start0 key count toggle", "started0 endByKey started4"},
+      {"start0 key start1 20ms toggle", "started0 endByKey started1 sound stopped endByHost"},
+      {"key toggle", "started4"},
+      {"start0 20ms lost 20ms toggle", "started4"},
+      {"start0 key lost toggle", "started4"},
+      {"start0 100ms start1 100ms", "started0 sound sound endByKey started1 sound sound endByKey", 30ms},
+      {"start0 toggle", "started0 endByKey stopped", 0ms},
+      {"start0 100ms start0 start2 20ms", "started0 sound endByCall inCall started2 sound", {}, 20ms},
+  };
+  for (const auto& [steps, expected, keyAfter, callAfter] : cases) {
+    RecorderModel model(std::make_shared<MemoryStore>());
+    model.setKeyAfter(keyAfter);
+    model.setCallAfter(callAfter);
+    EXPECT_EQ(sent(model, steps), expected) << steps;
+  }
+}
+
+TEST(RecordingService, HearsTheMicrophoneFromItsBeginningAndPassesTheFilter) {
+  struct Counting : Microphone {
+    void start() override { next = 0; }
+    Bytes nextPacket() override { return Bytes(300, ++next); }
+    std::uint8_t next = 7;
+  };
+  RecorderModel model(std::make_shared<MemoryStore>());
+  model.setMicrophone(std::make_shared<Counting>());
+  std::vector<std::string> seen;
+  model.setReplyFilter([&](const Bytes& request, const Bytes& reply) -> std::optional<Bytes> {
+    seen.push_back(hexString(request).substr(0, 4) + ">" + hexString(reply).substr(0, 10));
+    if (reply[0] != 0x50) return std::nullopt;
+    return reply;
+  });
+  EXPECT_EQ(sent(model, "start1 40ms start0 20ms toggle start3 key").size(), 3 * 2 * 304 + 2U);
+  EXPECT_EQ(seen, (std::vector<std::string>{"0281>1280040000", "0281>50012c0101", "0281>50012c0102",
+                                            "0181>1280040000", "0181>50012c0101", "0081>0080010000",
+                                            "0081>0801000100", "0481>1280040000", "0481>0801001100"}));
+  model.setReplyFilter(nullptr);
+  model.setMicrophone(nullptr);
+  EXPECT_EQ(sent(model, "start0 20ms"), "started0 sound");
+}
+
+}  // namespace
+}  // namespace kwtsdk::sim
