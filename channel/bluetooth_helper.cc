@@ -204,9 +204,7 @@ void KWTBluetoothHelper::startRecordWithType(std::int64_t type, const std::strin
                                              Completion completion) {
   impl_->recording.startRecordWithType(type, toOutputFilePath, std::move(completion));
 }
-void KWTBluetoothHelper::stopRecord(Completion completion) {
-  impl_->recording.stopRecord(std::move(completion));
-}
+void KWTBluetoothHelper::stopRecord(Completion completion) { impl_->recording.stopRecord(completion); }
 
 bool KWTBluetoothHelper::decodeOpusFile(const std::string& inputPath, const std::string& toOutputFilePath,
                                         std::int64_t withDecodeType) {
