@@ -49,6 +49,8 @@ Host::Host(Answer answer)
       statusNotify(channel("C92A", characteristic_property::notify)),
       fileWrite(channel(internal::CHARACTERISTIC_WRITE, characteristic_property::write)),
       fileNotify(channel(internal::CHARACTERISTIC_NOTIFY, characteristic_property::notify)),
+      firmware(channel(internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                       characteristic_property::write | characteristic_property::notify)),
       helper(KWTBluetoothHelper::create({.scheduler = threadScheduler(),
                                          .settings = nullptr,
                                          .opusConverter = nullptr,
@@ -57,7 +59,7 @@ Host::Host(Answer answer)
       link_(std::make_shared<InstantLink>(
           [this](const Bytes& frame, const auto& written) { handle(frame, written); })) {
   helper->setConnectedPeripheral(link_);
-  for (const auto& each : {statusWrite, statusNotify, fileWrite, fileNotify}) {
+  for (const auto& each : {statusWrite, statusNotify, fileWrite, fileNotify, firmware}) {
     helper->addDiscoveredCharacteristic(each);
   }
 }
@@ -66,7 +68,9 @@ void Host::handle(const Bytes& frame, const std::shared_ptr<Characteristic>& wri
   helper->didWriteValueForCharacteristic(link_, written, std::nullopt);
   const auto reply = answer_(frame);
   if (!reply) return;
-  const Channel& notified = written == statusWrite ? statusNotify : fileNotify;
+  const Channel& notified = written == firmware      ? firmware
+                            : written == statusWrite ? statusNotify
+                                                     : fileNotify;
   notified->setValue(*reply);
   notify(notified);
 }

@@ -55,7 +55,7 @@ class Host {
     helper->didUpdateValueForCharacteristic(link_, channel, std::nullopt);
   }
 
-  const Channel statusWrite, statusNotify, fileWrite, fileNotify;
+  const Channel statusWrite, statusNotify, fileWrite, fileNotify, firmware;
   const std::shared_ptr<KWTBluetoothHelper> helper;
 
  private:

@@ -1,39 +1,14 @@
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 
 #include <benchmark/benchmark.h>
 
 #include "bench/compare.h"
 #include "bench/host.h"
+#include "bench/mailbox.h"
 #include "bench/undisturbed.h"
 
 namespace kwtsdk::bench {
 namespace {
-
-/// One thread's letter box: the least that waking another thread takes.
-class Mailbox {
- public:
-  enum class Letter { none, token, end };
-
-  void put(Letter letter) {
-    {
-      const std::lock_guard lock(mutex_);
-      letter_ = letter;
-    }
-    arrived_.notify_one();
-  }
-  Letter take() {
-    std::unique_lock lock(mutex_);
-    arrived_.wait(lock, [this] { return letter_ != Letter::none; });
-    return std::exchange(letter_, Letter::none);
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable arrived_;
-  Letter letter_ = Letter::none;
-};
 
 /// Caller, worker, link, caller: the threads that a command passes, with nothing to do.
 class BareRoundTrip {

@@ -14,6 +14,9 @@
 #include "recording/conversion.h"
 #include "recording/live_recording.h"
 #include "status/status_queries.h"
+#include "update/image_transfer.h"
+#include "update/update_driver.h"
+#include "update/update_handshake.h"
 
 namespace kwtsdk {
 
@@ -28,7 +31,10 @@ struct KWTBluetoothHelper::Impl {
         listing(channel, status, files),
         download(channel, status, files, deletion),
         recording(channel),
-        conversion(channel) {}
+        conversion(channel),
+        handshake(channel),
+        transfer(channel, handshake.mtu),
+        update(channel, handshake, transfer) {}
 
   internal::CommandChannel channel;
   internal::StatusQueries status;
@@ -38,8 +44,10 @@ struct KWTBluetoothHelper::Impl {
   internal::FileDownload download;
   internal::LiveRecording recording;
   internal::Conversion conversion;
+  internal::UpdateHandshake handshake;
+  internal::ImageTransfer transfer;
+  internal::UpdateDriver update;
 
-  std::atomic<std::int64_t> mtu{0};
   SharedField<std::shared_ptr<Characteristic>> commandCharacteristic;
 };
 
@@ -126,8 +134,8 @@ void KWTBluetoothHelper::setCommandCharacteristic(std::shared_ptr<Characteristic
 std::int64_t KWTBluetoothHelper::cmdType() const { return impl_->channel.dispatcher.cmdType; }
 void KWTBluetoothHelper::setCmdType(std::int64_t cmdType) { impl_->channel.dispatcher.cmdType = cmdType; }
 
-std::int64_t KWTBluetoothHelper::MTU() const { return impl_->mtu; }
-void KWTBluetoothHelper::setMTU(std::int64_t mtu) { impl_->mtu = mtu; }
+std::int64_t KWTBluetoothHelper::MTU() const { return impl_->handshake.mtu; }
+void KWTBluetoothHelper::setMTU(std::int64_t mtu) { impl_->handshake.mtu = mtu; }
 
 ReplyHandler KWTBluetoothHelper::completionBlock() const {
   return impl_->channel.dispatcher.pending.callback();
@@ -247,5 +255,43 @@ void KWTBluetoothHelper::deleteFile(std::int64_t fileId, ValueCompletion<ByteCou
 void KWTBluetoothHelper::deleteFirstFlashFile(Completion completion) {
   impl_->deletion.deleteFirstFlashFile(std::move(completion));
 }
+
+// ---- Firmware update ----
+
+void KWTBluetoothHelper::updateFirmware(const std::string& imagePath, Progress progress,
+                                        ValueCompletion<std::string> completion) {
+  impl_->update.updateFirmware(imagePath, progress, completion);
+}
+
+void KWTBluetoothHelper::updatePrepare(StepCompletion completion) {
+  impl_->handshake.updatePrepare(completion);
+}
+void KWTBluetoothHelper::updateSelectionSide(StepCompletion completion) {
+  impl_->handshake.updateSelectionSide(completion);
+}
+void KWTBluetoothHelper::updateResumeVerify(std::int64_t segmentSize, std::uint64_t offset,
+                                            StepCompletion completion) {
+  impl_->handshake.updateResumeVerify(segmentSize, offset, completion);
+}
+void KWTBluetoothHelper::updateBegin(const Bytes& image, StepCompletion completion) {
+  impl_->handshake.updateBegin(image, completion);
+}
+void KWTBluetoothHelper::updateConfig(const Bytes& image, StepCompletion completion) {
+  impl_->handshake.updateConfig(image, completion);
+}
+
+void KWTBluetoothHelper::uploadFirmWare(const std::optional<Bytes>& image, std::uint64_t offset,
+                                        Progress progress, ValueCompletion<std::string> completion) {
+  impl_->transfer.uploadFirmWare(image ? std::make_shared<const Bytes>(*image) : nullptr, offset, progress,
+                                 completion);
+}
+void KWTBluetoothHelper::updateSendData(const Bytes& packet, ReplyHandler completion) {
+  impl_->transfer.updateSendData(packet, completion);
+}
+void KWTBluetoothHelper::updateCheckData(const Bytes& segment, StepCompletion completion) {
+  impl_->transfer.updateCheckData(segment, completion);
+}
+void KWTBluetoothHelper::updateBye(StepCompletion completion) { impl_->transfer.updateBye(completion); }
+void KWTBluetoothHelper::updateDone() { impl_->transfer.updateDone(); }
 
 }  // namespace kwtsdk

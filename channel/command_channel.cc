@@ -52,6 +52,19 @@ void CommandChannel::request(const Request& request) {
   });
 }
 
+void CommandChannel::exchange(const char* characteristic, std::int64_t cmdType, const Bytes& frame,
+                              const std::function<ReplyHandler(Subscription)>& handlerFor) {
+  const auto self = owner();
+  ReplyHandler handler;
+  std::optional<Dispatcher::Refusal> refusal;
+  {
+    const SendGate::Hold hold(dispatcher.gate);
+    handler = handlerFor(subscribe(characteristic));
+    refusal = dispatcher.sendHeld(frame, characteristic, cmdType, handler);
+  }
+  if (refusal) dispatcher.reportRefusal(*refusal, handler);
+}
+
 std::optional<Dispatcher::Refusal> CommandChannel::subscribeAndSend(const Request& request) {
   subscribe(request.notifyOn);
   return dispatcher.sendHeld(request.frame, request.writeTo, request.cmdType, request.onReply);

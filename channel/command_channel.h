@@ -16,6 +16,9 @@
 
 namespace kwtsdk::internal {
 
+/// Between two commands of a chain: devices need a moment after a reply.
+inline constexpr Duration kPause = std::chrono::milliseconds(3);
+
 /// One device operation that a public completion form sends.
 struct Request {
   const char* writeTo;
@@ -49,6 +52,11 @@ class CommandChannel {
   /// Subscribes and sends, without an end of the subscription. Under the gate; the caller reports a refusal
   /// after it.
   std::optional<Dispatcher::Refusal> subscribeAndSend(const Request& request);
+
+  /// Subscribes to the characteristic and sends on it, whatever is pending; `handlerFor` gets the number of
+  /// the subscription, which the handler has to end. A refusal reaches the handler inside the call.
+  void exchange(const char* characteristic, std::int64_t cmdType, const Bytes& frame,
+                const std::function<ReplyHandler(std::uint64_t subscription)>& handlerFor);
 
   struct Attempt {
     ReplyHandler handler;  // is told of the refusal

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include <kwtsdk/scheduler.h>
@@ -27,8 +28,13 @@ class WaitCell {
     DeliveryScope::signal(semaphore_);
   }
 
-  /// The value given, or the fallback when none came in time.
-  T wait(Duration timeout) {
+  /// For the callback to hold: when the last copy of it is gone, uncalled, the wait ends with the fallback.
+  static std::shared_ptr<void> endWhenDropped(const std::shared_ptr<WaitCell>& cell) {
+    return {nullptr, [cell](void*) { cell->drop(); }};
+  }
+
+  /// The value given, or the fallback when none came in time; waits without limit for none.
+  T wait(std::optional<Duration> timeout) {
     semaphore_->wait(timeout);
     const std::lock_guard lock(mutex_);
     decided_ = true;
@@ -41,6 +47,14 @@ class WaitCell {
   }
 
  private:
+  void drop() {
+    {
+      const std::lock_guard lock(mutex_);
+      if (std::exchange(decided_, true)) return;
+    }
+    DeliveryScope::signal(semaphore_);
+  }
+
   const std::shared_ptr<Semaphore> semaphore_;
   mutable std::mutex mutex_;
   T value_;

@@ -8,11 +8,18 @@ namespace kwtsdk::internal {
 
 const char* labelOf(QueueId id) {
   static constexpr std::array<const char*, kQueueCount> kLabels{
-      "com.kwt.sdk.getpower",          "com.kwt.sdk.getFirmwareVersion",
-      "com.kwt.sdk.getCapacity",       "com.kwt.getflashlist.filenum",
-      "com.kwt.getFileInfo",           "com.kwt.getflashlist",
-      "com.kwt.getflashlist",          "com.kwt.notifyDownloadSuccess",
-      "com.kwt.getflashlist.download", "com.kwt.sdk.record",
+      "com.kwt.sdk.getpower",
+      "com.kwt.sdk.getFirmwareVersion",
+      "com.kwt.sdk.getCapacity",
+      "com.kwt.getflashlist.filenum",
+      "com.kwt.getFileInfo",
+      "com.kwt.getflashlist",
+      "com.kwt.getflashlist",
+      "com.kwt.notifyDownloadSuccess",
+      "com.kwt.getflashlist.download",
+      "com.kwt.sdk.record",
+      "com.kwt.await",
+      "com.kwt.sdk.send",
   };
   return kLabels.at(static_cast<std::size_t>(id));
 }

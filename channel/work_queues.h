@@ -22,8 +22,10 @@ enum class QueueId {
   notifyDownload,
   download,
   record,
+  await,
+  send,
 };
-inline constexpr std::size_t kQueueCount = 10;
+inline constexpr std::size_t kQueueCount = 12;
 
 const char* labelOf(QueueId id);
 

@@ -9,6 +9,7 @@ namespace kwtsdk::internal {
 inline constexpr char kErrorDomain[] = "com.kwt.sdk";
 inline constexpr char kDescriptionKey[] = "NSLocalizedDescription";
 
+inline Error transferDisconnectedError() { return errorWithInfo(1000, "蓝牙断开，停止固件传输"); }
 inline Error monitorTimeoutError() { return errorWithInfo(999, "命令执行超时"); }
 inline Error disconnectedError() { return errorWithInfo(1001, "蓝牙断开连接"); }
 inline Error characteristicNotFoundError(const std::string& uuid) {
@@ -23,6 +24,14 @@ inline Error recordStartError() { return errorWithInfo(1004, "启动录音失败
 inline Error fileIdError() { return errorWithInfo(1005, "文件ID获取失败"); }
 inline Error fileInfoError() { return errorWithInfo(1006, "获取文件信息失败"); }
 inline Error longerThanFileError() { return errorWithInfo(1007, "已下载文件长度大于待下载文件总长度"); }
+inline Error updatePrepareError() { return errorWithInfo(1008, "固件更新-准备失败"); }
+inline Error updateConfigError() { return errorWithInfo(1009, "固件更新-配置失败"); }
+inline Error updateSelectionError() { return errorWithInfo(1010, "固件更新-分区选择错误"); }
+inline Error unreadableImageError() { return errorWithInfo(1011, "读取固件文件失败"); }
+inline Error emptyImageError() { return errorWithInfo(1011, "固件更新失败-空数据"); }
+inline Error checkFailedError() { return errorWithInfo(1012, "固件更新-校验失败"); }     // of one check
+inline Error transferCheckError() { return errorWithInfo(1012, "固件更新-校验错误"); }  // of the transfer
+inline Error updateByeError() { return errorWithInfo(1013, "固件更新-结束失败"); }
 
 /// What the host's objects or the system threw; the log has the details.
 inline Error exceptionError(const char* text) { return {"std::exception", 0, {{kDescriptionKey, text}}}; }

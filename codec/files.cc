@@ -110,7 +110,12 @@ namespace internal {
 std::optional<Bytes> dataOfFile(const std::string& path) {
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (descriptor < 0) return std::nullopt;
+  struct stat status {};
   Bytes data;
+  // At once: a buffer that grows needs up to three times the file's size.
+  if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+    data.reserve(static_cast<std::size_t>(status.st_size));
+  }
   std::array<std::uint8_t, 65536> chunk{};
   ssize_t got = 0;
   do {

@@ -23,7 +23,4 @@ class FileQueries {
   CommandChannel& channel_;
 };
 
-/// Between two commands of a chain: devices need a moment after a reply.
-inline constexpr Duration kPause = std::chrono::milliseconds(3);
-
 }  // namespace kwtsdk::internal

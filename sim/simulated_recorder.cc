@@ -3,8 +3,11 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include <kwtsdk/sim/folder_store.h>
+
+#include "sim/store/firmware_file.h"
 
 namespace kwtsdk::sim {
 
@@ -34,6 +37,10 @@ SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& schedu
   model->setInCall(script.inCall);
   model->setKeyAfter(script.keyAfter);
   model->setCallAfter(script.callAfter);
+  model->setUpdateTroubles(std::move(script.updateTroubles));
+  model->setUpdateMtu(script.updateMtu);
+  if (auto image = readFirmware(folder)) model->setFirmware(std::move(*image));
+  model->setFirmwareSlot([folder](const Bytes& image) { return writeFirmware(folder, image); });
   auto link = SimulatedLink::create(scheduler, model, script.timing, std::move(script.faults));
   return {std::move(model), std::move(link)};
 }

@@ -96,7 +96,7 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   std::int64_t cmdType() const;
   void setCmdType(std::int64_t cmdType);
 
-  /// Payload size of the firmware transfer in bytes.
+  /// Bytes in one packet of the firmware transfer, set by updateBegin; under 220 counts as 220.
   std::int64_t MTU() const;
   void setMTU(std::int64_t mtu);
 
@@ -236,6 +236,61 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   /// "com.kwt.getflashlist" of its own for errors that need no answer. Reports what deleteFile reports; when
   /// the count query fails the recorder is asked to delete id 0.
   void deleteFirstFlashFile(Completion completion);
+
+  // ---- Firmware update, on the firmware channel. Sizes and offsets in bytes; a segment has 8192. ----
+
+  /// Installs the image in a file: prepare, partition selection, resume verification (always from 0), begin,
+  /// configuration, transfer, bye, done. Returns at once; updates run one after the other on the queue
+  /// "com.kwt.await", where the completion ("success" or none) is called; `progress` (bytes sent, image size)
+  /// is called after every packet on "com.kwt.sdk.send".
+  ///
+  /// Reports 1011 "读取固件文件失败" before anything is sent; the errors of the steps below unchanged; 999
+  /// "timeout" when one of the first five is not answered within 5 s; what uploadFirmWare reports; an error
+  /// of domain "std::exception" when no thread can be started or the memory does not suffice. Transfer and
+  /// bye have no time-out: a write or check that is never answered keeps this update, those behind it and the
+  /// facade waiting. A host ends that with setCompletionBlock(nullptr) after it has cut the link: 1000, or
+  /// 999 for the bye. Unlike other operations an update is not refused while another command is pending: it
+  /// then fails with 1008, and the other command is dropped without a word.
+  void updateFirmware(const std::string& imagePath, Progress progress,
+                      ValueCompletion<std::string> completion);
+
+  // The steps. Each returns at once; its completion (error, success) runs on the link thread, or inside the
+  // call when the dispatcher refuses. Answered or refused, the first five clear what is pending, also another
+  // command. They have no time-out.
+
+  /// Reports 1008 "固件更新-准备失败" for every failure.
+  void updatePrepare(StepCompletion completion);
+  /// Reports 1010 "固件更新-分区选择错误" for every failure.
+  void updateSelectionSide(StepCompletion completion);
+  /// Any answer is success. Reports the dispatcher error.
+  void updateResumeVerify(std::int64_t segmentSize, std::uint64_t offset, StepCompletion completion);
+  /// Sets MTU to what the recorder offers, at most the peripheral's longest write; 0 without an answer.
+  /// Reports the dispatcher error.
+  void updateBegin(const Bytes& image, StepCompletion completion);
+  /// Reports 1009 "固件更新-配置失败" for every failure.
+  void updateConfig(const Bytes& image, StepCompletion completion);
+
+  /// Sends the image from `offset` on, in packets of MTU bytes (at least 220) and with a check after every
+  /// segment; keeps the confirmed offset in the settings under "KWTKey_" and the image's CRC-32, without
+  /// flushing them. Copies the image; returns at once. The completion runs on "com.kwt.sdk.send", its value
+  /// is always none; inside the call for no image, 1011 "固件更新失败-空数据", for an offset that is the
+  /// image's size (nothing to do), and when no thread can be started. An offset beyond the image counts as 0.
+  /// Reports 1000 "蓝牙断开，停止固件传输", 1012 "固件更新-校验错误", and an error of domain
+  /// "std::out_of_range", code 0: a packet holds at least 88 bytes, and fewer remain where there is room for
+  /// more. No time-out.
+  void uploadFirmWare(const std::optional<Bytes>& image, std::uint64_t offset, Progress progress,
+                      ValueCompletion<std::string> completion);
+
+  /// Sends one packet and blocks, without limit, until its write has been acknowledged; not on the link
+  /// thread. The completion runs before it returns, on the link thread. Reports the dispatcher error.
+  void updateSendData(const Bytes& packet, ReplyHandler completion);
+  /// Has the recorder compare a segment's CRC-32. Reports 1012 "固件更新-校验失败" for every failure.
+  void updateCheckData(const Bytes& segment, StepCompletion completion);
+  /// Reports 1013 "固件更新-结束失败" for every failure.
+  void updateBye(StepCompletion completion);
+  /// Sends the command that ends an update. Nobody answers: it stays pending until completionBlock is
+  /// cleared.
+  void updateDone();
 
  private:
   struct Impl;

@@ -37,6 +37,7 @@ std::shared_ptr<SimulatedLink> SimulatedLink::create(const std::shared_ptr<Sched
                                                      std::shared_ptr<RecorderModel> model, LinkTiming timing,
                                                      std::shared_ptr<FaultPlan> faults) {
   check(timing);
+  model->setLinkMtu(timing.mtu);
   auto core = std::make_shared<LinkCore>(scheduler, std::move(model), timing, std::move(faults));
   return std::shared_ptr<SimulatedLink>(new SimulatedLink(std::make_unique<Impl>(std::move(core))));
 }

@@ -4,10 +4,10 @@
 #include <memory>
 #include <optional>
 
-#include <kwtsdk/bytes.h>
 #include <kwtsdk/scheduler.h>
 #include <kwtsdk/sim/recording_store.h>
 
+#include "sim/model/firmware_state.h"
 #include "sim/model/silent_microphone.h"
 
 namespace kwtsdk::sim {
@@ -16,9 +16,9 @@ namespace kwtsdk::sim {
 struct DeviceState {
   std::shared_ptr<RecordingStore> store;
   std::uint32_t batteryLevel = 80;
-  Bytes version = {0, 1, 2, 3};
   std::uint16_t totalBlocks = 16384;
   bool alwaysEndMarker = false;
+  FirmwareState firmware;
 
   std::shared_ptr<Microphone> microphone = std::make_shared<SilentMicrophone>();
   bool inCall = false;

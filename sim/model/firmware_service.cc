@@ -10,7 +10,7 @@ std::optional<Bytes> FirmwareService::handle(const Bytes& frame) {
   if (frame != versionRequest) return std::nullopt;
 
   Bytes reply{0x8F, 'B', 'E', 'S', 'T'};
-  reply.insert(reply.end(), device_.version.begin(), device_.version.end());
+  reply.insert(reply.end(), firmware_.version.begin(), firmware_.version.end());
   const std::uint32_t crc = internal::crc32Value(reply);
   const std::size_t crcAt = reply.size();
   reply.resize(crcAt + 4);

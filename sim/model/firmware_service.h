@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sim/model/device_state.h"
+#include "sim/model/firmware_state.h"
 #include "sim/model/service.h"
 
 namespace kwtsdk::sim {
@@ -8,11 +8,11 @@ namespace kwtsdk::sim {
 /// The version query, in frames that carry the magic "BEST".
 class FirmwareService : public Service {
  public:
-  explicit FirmwareService(const DeviceState& device) : device_(device) {}
+  explicit FirmwareService(const FirmwareState& firmware) : firmware_(firmware) {}
   std::optional<Bytes> handle(const Bytes& frame) override;
 
  private:
-  const DeviceState& device_;
+  const FirmwareState& firmware_;
 };
 
 }  // namespace kwtsdk::sim

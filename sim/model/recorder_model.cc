@@ -2,11 +2,14 @@
 
 #include <array>
 #include <mutex>
+#include <stdexcept>
 #include <utility>
 
 #include "sim/model/device_state.h"
 #include "sim/model/file_service.h"
+#include "sim/model/firmware_image.h"
 #include "sim/model/firmware_service.h"
+#include "sim/model/firmware_update.h"
 #include "sim/model/recording_service.h"
 #include "sim/model/silent_microphone.h"
 #include "sim/model/status_service.h"
@@ -30,17 +33,20 @@ struct RecorderModel::Impl {
 
   mutable std::mutex mutex;
   DeviceState device;
+  FrameFilter frameFilter;
   ReplyFilter filter;
   StatusService status{device};
   RecordingService recordings{device};
   FileService files{device};
-  FirmwareService firmware{device};
+  FirmwareService version{device.firmware};
+  FirmwareUpdate update{device.firmware};
   // A frame goes to the first that answers, packets come from the first that has some: a download must not
   // hold up a recording.
-  std::array<Entry, 4> services{{{Channel::status, status},
+  std::array<Entry, 5> services{{{Channel::status, status},
                                  {Channel::recorder, recordings},
                                  {Channel::recorder, files},
-                                 {Channel::firmware, firmware}}};
+                                 {Channel::firmware, version},
+                                 {Channel::firmware, update}}};
 };
 
 RecorderModel::RecorderModel(std::shared_ptr<RecordingStore> store)
@@ -55,7 +61,7 @@ void RecorderModel::setBatteryLevel(std::uint32_t level) {
 
 void RecorderModel::setVersion(Bytes version) {
   const std::lock_guard lock(impl_->mutex);
-  impl_->device.version = std::move(version);
+  impl_->device.firmware.version = std::move(version);
 }
 
 void RecorderModel::setTotalBlocks(std::uint16_t blocks) {
@@ -94,6 +100,43 @@ void RecorderModel::setCallAfter(std::optional<Duration> recorded) {
   impl_->device.callAfter = recorded;
 }
 
+void RecorderModel::setFirmware(Bytes image) {
+  if (!isImageSize(image.size())) throw std::invalid_argument("a firmware image has 4 to 67108864 bytes");
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.firmware.version = versionOf(image);
+  impl_->device.firmware.image = std::move(image);
+}
+
+std::optional<Bytes> RecorderModel::installedImage() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->device.firmware.image;
+}
+
+void RecorderModel::setFirmwareSlot(FirmwareSlot slot) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.firmware.slot = std::move(slot);
+}
+
+void RecorderModel::setUpdateTroubles(std::vector<UpdateTrouble> troubles) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.firmware.troubles = std::move(troubles);
+}
+
+void RecorderModel::setUpdateMtu(std::optional<std::uint16_t> mtu) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.firmware.updateMtu = mtu;
+}
+
+std::optional<ResumeVerification> RecorderModel::lastResume() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->device.firmware.lastResume;
+}
+
+void RecorderModel::setFrameFilter(FrameFilter filter) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->frameFilter = std::move(filter);
+}
+
 void RecorderModel::setReplyFilter(ReplyFilter filter) {
   const std::lock_guard lock(impl_->mutex);
   impl_->filter = std::move(filter);
@@ -101,14 +144,24 @@ void RecorderModel::setReplyFilter(ReplyFilter filter) {
 
 std::optional<Bytes> RecorderModel::write(Channel channel, const Bytes& frame) {
   std::unique_lock lock(impl_->mutex);
+  if (const FrameFilter filter = impl_->frameFilter) {
+    lock.unlock();  // so that a filter may change the model
+    if (!filter(channel, frame)) return std::nullopt;
+    lock.lock();
+  }
   std::optional<Bytes> reply;
   for (const auto& entry : impl_->services) {
     if (entry.channel == channel && !reply) reply = entry.service.handle(frame);
   }
   if (!reply || !impl_->filter) return reply;
   const ReplyFilter filter = impl_->filter;
-  lock.unlock();  // so that a filter may change the model
+  lock.unlock();
   return filter(frame, std::move(*reply));
+}
+
+void RecorderModel::setLinkMtu(std::size_t mtu) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->device.firmware.linkMtu = mtu;
 }
 
 bool RecorderModel::streaming() const {

@@ -40,7 +40,7 @@ void HostThread::run() {
     if (number_ == 0 && scene_.peripheral.state() != PeripheralState::connected) {
       scene_.link.connect();
     }
-    switch (scene_.profile.blocking ? random_.below(6) : 0) {
+    switch (scene_.profile.blocking ? random_.below(7) : 0) {
       case 0:
         completionForm();
         break;
@@ -54,8 +54,11 @@ void HostThread::run() {
       case 4:
         number_ == 0 ? download() : blockingForm();
         break;
-      default:
+      case 5:
         number_ == 0 ? recording() : blockingForm();
+        break;
+      default:
+        number_ == 0 ? update() : blockingForm();
         break;
     }
   }

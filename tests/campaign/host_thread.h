@@ -69,7 +69,10 @@ class HostThread {
   void composite();
   void download();
   void recording();
+  void update();
 
+  Shared startUpdate(std::size_t size);
+  void awaitUpdate(const Shared& report);
   Shared startRecording(bool refused);
   void queryWhileRecording();
   void stopRecording();

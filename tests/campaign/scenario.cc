@@ -6,6 +6,7 @@
 
 #include "tests/campaign/counting_microphone.h"
 #include "tests/campaign/host_thread.h"
+#include "tests/support/noted_settings.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
 
@@ -51,7 +52,7 @@ void runScenario(std::uint64_t seed, const Profile& profile) {
     auto link = sim::SimulatedLink::create(
         scheduler, model, {}, std::make_shared<LedgerFaults>(seed, profile.trouble, ledger, trace));
     auto helper = KWTBluetoothHelper::create({.scheduler = scheduler,
-                                              .settings = nullptr,
+                                              .settings = std::make_shared<testing::NotedSettings>(),
                                               .opusConverter = nullptr,
                                               .log = std::make_shared<LedgerLog>(*scheduler, ledger, trace)});
     link->attach(helper);

@@ -13,7 +13,8 @@ TEST(DeviceScript, ReadsTimingFaultsAndTheRecordersPart) {
   const auto script = parseDeviceScript(
       "# a slow link\n latency 5ms\ninterval 7.5ms # as phones ask for\npackets 3\r\nmtu 185\n\n"
       "notification 2 delay 250us\nnotification 3 corrupt 12\nwrite 1 refuse\nnotification 2 drop\n"
-      "key 3s\ncall\ncall 1500ms");
+      "key 3s\ncall\ncall 1500ms\nupdate refuse check\nupdate silent check 7\nupdate silent begin\nupdate "
+      "mtu 0");
   EXPECT_EQ(script.timing.latency, 5ms);
   EXPECT_EQ(script.timing.connectionInterval, 7500us);
   EXPECT_EQ(script.timing.packetsPerInterval, 3U);
@@ -21,6 +22,9 @@ TEST(DeviceScript, ReadsTimingFaultsAndTheRecordersPart) {
   EXPECT_EQ(script.keyAfter, 3s);
   EXPECT_EQ(script.callAfter, 1500ms);
   EXPECT_TRUE(script.inCall);
+  EXPECT_EQ(script.updateMtu, 0);
+  using enum UpdateStep;
+  EXPECT_EQ(script.updateTroubles, (std::vector<UpdateTrouble>{{check}, {check, true, 7}, {begin, true}}));
   EXPECT_FALSE(parseDeviceScript("call 2s").inCall);
   const auto next = [&script](LinkEvent event) { return script.faults->next(event); };
   EXPECT_EQ(next(LinkEvent::notification).fault, Fault::none);
@@ -42,6 +46,13 @@ TEST(DeviceScript, NamesTheLineItCannotRead) {
       {"interval 3601s", "\"3601s\" is not a duration"},
       {"key", "write it as \"key DURATION\""},
       {"call me later", "write it as \"call [DURATION]\""},
+      {"update refuse", "write it as \"update refuse|silent STEP or update mtu NUMBER\""},
+      {"update refuse done", "\"done\" is no step; use prepare"},
+      {"update refuse begin", "begin has no refusal"},
+      {"update silent bye 2", "write it as \"update silent bye\""},
+      {"update refuse check 0", "\"0\" is not a whole number"},
+      {"update mtu 65536", "\"65536\" is not a whole number"},
+      {"update delay bye", "write it as \"update refuse|silent"},
       {"mtu 22", "\"22\" is not a whole number from 23 to 517"},
   };
   for (const auto& [line, reason] : cases) {

@@ -20,7 +20,7 @@ using kwtsdk::testing::writeFile;
 
 std::string little(std::uint32_t value, std::size_t size) {
   std::string bytes;
-  for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>(value >> 8 * i);
+  for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>(i < 4 ? value >> 8 * i : 0);
   return bytes;
 }
 

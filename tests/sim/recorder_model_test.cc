@@ -125,13 +125,15 @@ TEST(RecorderModel, AStreamEndsWithTheLinkOrWithTheNextRequest) {
 TEST(RecorderModel, SurvivesRandomFrames) {
   Recorder recorder;
   std::mt19937 random(20240517);
-  const std::string seeds[] = {battery, infoOf10, deletion11, download10, "8e42455354", "0182010000"};
+  const std::string seeds[] = {battery,      infoOf10, deletion11, download10,           "8e42455354",
+                               "0182010000", "9701",   "9000",     "804245535400040000", "8242455354",
+                               "85",         "88"};
   for (int i = 0; i < 20000; ++i) {
     Bytes frame = toData(seeds[random() % std::size(seeds)]);
     frame.resize(random() % 30);
     if (!frame.empty()) frame[random() % frame.size()] = static_cast<std::uint8_t>(random());
     if (const auto reply = recorder.model.write(static_cast<Channel>(random() % 3), frame)) {
-      EXPECT_GE(reply->size(), 8U);
+      EXPECT_GE(reply->size(), 2U);
     }
     recorder.model.nextPacket();
   }

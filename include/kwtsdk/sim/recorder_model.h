@@ -4,9 +4,11 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <kwtsdk/bytes.h>
 #include <kwtsdk/export.h>
+#include <kwtsdk/sim/firmware_update.h>
 #include <kwtsdk/sim/microphone.h>
 #include <kwtsdk/sim/recording_store.h>
 
@@ -54,6 +56,32 @@ class KWTSDK_EXPORT RecorderModel {
   void setKeyAfter(std::optional<Duration> recorded);
   void setCallAfter(std::optional<Duration> recorded);
 
+  /// Puts an image of 4 bytes to 64 MiB on the recorder, which answers its version from then on: the first
+  /// three of its last four bytes. Does not use the slot. Throws std::invalid_argument for any other size.
+  void setFirmware(Bytes image);
+
+  /// The image last put there, by an update or setFirmware.
+  std::optional<Bytes> installedImage() const;
+
+  /// Where an update's image is kept as well. Called on the link's thread, under the model's lock: it must
+  /// not call the model. None, as at first: in memory alone.
+  void setFirmwareSlot(FirmwareSlot slot);
+
+  /// Replaces what went wrong in updates so far.
+  void setUpdateTroubles(std::vector<UpdateTrouble> troubles);
+
+  /// The MTU that updates are offered. None, as at first: the link's ATT MTU less 3.
+  void setUpdateMtu(std::optional<std::uint16_t> mtu);
+
+  /// The last one that the recorder answered.
+  std::optional<ResumeVerification> lastResume() const;
+
+  /// For tests of what a host sends: gets every frame that is written, in order, also those that have no
+  /// answer, such as an update's data. False: the recorder never sees it; the link acknowledges it all the
+  /// same. Runs on the link's thread.
+  using FrameFilter = std::function<bool(Channel channel, const Bytes& frame)>;
+  void setFrameFilter(FrameFilter filter);
+
   /// For tests of misbehaving recorders: gets every notification before it is sent, with the frame that asked
   /// for it (of a recording that the recorder ends: the one that started it), and gives what is sent instead;
   /// none: nothing is sent. Runs on the link's thread.
@@ -61,6 +89,9 @@ class KWTSDK_EXPORT RecorderModel {
   void setReplyFilter(ReplyFilter filter);
 
   // ---- The link's side ----
+
+  /// The link's ATT MTU; 247 at first.
+  void setLinkMtu(std::size_t mtu);
 
   /// Takes a frame written to the channel; gives the answer, if any, sent on the same channel. What the frame
   /// sets going, answers of live recordings included, comes as packets.
@@ -75,7 +106,7 @@ class KWTSDK_EXPORT RecorderModel {
   bool recording() const;
   void recordPacket();
 
-  /// Ends every stream and recording.
+  /// Ends every stream and recording; drops an update under way.
   void linkLost();
 
  private:

@@ -4,7 +4,9 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <vector>
 
+#include <kwtsdk/sim/firmware_update.h>
 #include <kwtsdk/sim/link_timing.h>
 #include <kwtsdk/sim/recorder_model.h>
 #include <kwtsdk/sim/scripted_faults.h>
@@ -20,11 +22,16 @@ namespace kwtsdk::sim {
 ///   key 3s       the key is pressed that long into each recording
 ///   call         in a call from the beginning
 ///   call 1500ms  enters a call that long into each recording
+///   update refuse STEP  in each firmware update: prepare, partition, configuration, check [NUMBER] or bye
+///   update silent STEP  the same, and resume and begin; NUMBER counts from 1, which it is when left out
+///   update mtu 100      the MTU that updates are offered, 0 to 65535
 struct DeviceScript {
   LinkTiming timing;
   std::shared_ptr<ScriptedFaults> faults = std::make_shared<ScriptedFaults>();
   std::optional<Duration> keyAfter, callAfter;
   bool inCall = false;
+  std::vector<UpdateTrouble> updateTroubles;
+  std::optional<std::uint16_t> updateMtu;
 };
 
 /// Throws std::runtime_error naming the line that cannot be read.
@@ -37,6 +44,7 @@ struct SimulatedRecorder {
 };
 
 /// Opens the folder as FolderStore does; recorder and link follow `device/script` below it where that exists.
+/// An update leaves its image in `device/firmware.bin`, which the recorder starts with from then on.
 /// Throws std::runtime_error whose text says what to do.
 KWTSDK_EXPORT SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& scheduler,
                                                       const std::filesystem::path& folder);

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "channel/command_channel.h"
+
+namespace kwtsdk::internal {
+
+/// Sends an image in packets, lets the recorder confirm every segment, and closes the update.
+class ImageTransfer {
+ public:
+  /// `mtu` is what the begin exchange settled.
+  ImageTransfer(CommandChannel& channel, const std::atomic<std::int64_t>& mtu)
+      : channel_(channel), mtu_(mtu) {}
+
+  using Image = std::shared_ptr<const Bytes>;  // null: none
+  using Outcome = ValueCompletion<std::string>;
+
+  void uploadFirmWare(const Image& image, std::uint64_t offset, const Progress& progress,
+                      const Outcome& completion);
+  void updateSendData(const Bytes& packet, const ReplyHandler& completion);
+  void updateCheckData(const Bytes& segment, const StepCompletion& completion);
+  void updateBye(const StepCompletion& completion);
+
+  /// The generation of the command, which nobody is expected to answer; 0 when it was refused.
+  CallbackSlot::Generation updateDone();
+
+ private:
+  struct Job;
+
+  // On the transfer queue.
+  void run(Job& job);
+  MaybeError sendAll(Job& job);
+  void sendPacket(Job& job, std::uint64_t limit);
+  void checkSegment(Job& job);
+
+  CommandChannel& channel_;
+  const std::atomic<std::int64_t>& mtu_;
+};
+
+}  // namespace kwtsdk::internal

@@ -1,0 +1,107 @@
+#include "update/update_driver.h"
+
+#include <array>
+#include <memory>
+#include <utility>
+
+#include "channel/host_call.h"
+#include "channel/wait_cell.h"
+#include "codec/crc32.h"
+#include "codec/error_codes.h"
+#include "codec/file_data.h"
+#include "update/resume_record.h"
+#include "update/segment.h"
+
+namespace kwtsdk::internal {
+namespace {
+
+constexpr Duration kStepTimeout = std::chrono::seconds(5);
+
+// Every update sends the whole image, whatever was confirmed before: recorders begin anew with each prepare.
+constexpr std::uint64_t kOffset = 0;
+
+}  // namespace
+
+void UpdateDriver::updateFirmware(const std::string& imagePath, const Progress& progress,
+                                  const ValueCompletion<std::string>& completion) {
+  const auto work = [this, owner = channel_.owner(), imagePath, progress, completion] {
+    const auto report = [&](const MaybeError& error) {
+      callHost(channel_.log, completion, error, error ? std::nullopt : std::optional<std::string>("success"));
+    };
+    MaybeError outcome = exceptionError("The update failed; the log says why.");
+    CallbackSlot::Generation done = 0;
+    guardedCall(channel_.log, "An update", [&] {
+      auto data = dataOfFile(imagePath);
+      if (!data) {
+        outcome = unreadableImageError();
+        return;
+      }
+      const auto image = std::make_shared<const Bytes>(std::move(*data));
+      logConfirmed(*image);
+      outcome = install(image, progress);
+      if (!outcome) done = finish(*image);
+    });
+    report(outcome);
+    // Nobody answers the done command.
+    channel_.dispatcher.pending.clearUpTo(done);
+  };
+  if (!channel_.queues.async(QueueId::await, work)) {
+    callHost(channel_.log, completion, noThreadError(), std::nullopt);
+  }
+}
+
+MaybeError UpdateDriver::install(const ImageTransfer::Image& image, const Progress& progress) {
+  using Done = std::function<void(const MaybeError&)>;
+  const auto flag = [](const Done& done) { return [done](const MaybeError& error, bool) { done(error); }; };
+  const std::array<std::pair<std::optional<Duration>, std::function<void(Done)>>, 7> steps{{
+      {kStepTimeout, [&](const Done& done) { handshake_.updatePrepare(flag(done)); }},
+      {kStepTimeout, [&](const Done& done) { handshake_.updateSelectionSide(flag(done)); }},
+      {kStepTimeout,
+       [&](const Done& done) {
+         handshake_.updateResumeVerify(static_cast<std::int64_t>(kSegmentSize), kOffset, flag(done));
+       }},
+      {kStepTimeout, [&](const Done& done) { handshake_.updateBegin(*image, flag(done)); }},
+      {kStepTimeout, [&](const Done& done) { handshake_.updateConfig(*image, flag(done)); }},
+      {std::nullopt,
+       [&](const Done& done) {
+         transfer_.uploadFirmWare(image, kOffset, progress,
+                                  [done](const MaybeError& error, const auto&) { done(error); });
+       }},
+      {std::nullopt, [&](const Done& done) { transfer_.updateBye(flag(done)); }},
+  }};
+  for (const auto& [timeout, step] : steps) {
+    if (auto error = runStep(timeout, step)) return error;
+    channel_.platform.scheduler->sleep(kPause);
+  }
+  return std::nullopt;
+}
+
+MaybeError UpdateDriver::runStep(std::optional<Duration> timeout,
+                                 const std::function<void(std::function<void(const MaybeError&)>)>& step) {
+  // One for each step: the late answer to an earlier step ends nothing.
+  const auto cell =
+      std::make_shared<WaitCell<MaybeError>>(*channel_.platform.scheduler, "kwt.update.step", timeoutError());
+  // Without a time-out nothing else would end the wait for a command that was cleared.
+  step([cell, dropped = timeout ? nullptr : WaitCell<MaybeError>::endWhenDropped(cell)](
+           const MaybeError& error) { cell->finish(error); });
+  return cell->wait(timeout);
+}
+
+void UpdateDriver::logConfirmed(const Bytes& image) const {
+  guardedCall(channel_.log, "Settings", [&] {
+    const auto confirmed = channel_.platform.settings->read(resumeKey(crc32Value(image)));
+    channel_.log.info("Confirmed before: %lu bytes of %lu", confirmed.value_or(0), image.size());
+  });
+}
+
+CallbackSlot::Generation UpdateDriver::finish(const Bytes& image) {
+  guardedCall(channel_.log, "Settings", [&] {
+    channel_.platform.settings->remove(resumeKey(crc32Value(image)));
+    channel_.platform.settings->flush();
+  });
+  const CallbackSlot::Generation done = transfer_.updateDone();
+  channel_.platform.scheduler->sleep(kPause);
+  return done;
+}
+
+}  // namespace kwtsdk::internal
