@@ -29,7 +29,7 @@ inline Error updateConfigError() { return errorWithInfo(1009, "固件更新-配�
 inline Error updateSelectionError() { return errorWithInfo(1010, "固件更新-分区选择错误"); }
 inline Error unreadableImageError() { return errorWithInfo(1011, "读取固件文件失败"); }
 inline Error emptyImageError() { return errorWithInfo(1011, "固件更新失败-空数据"); }
-inline Error checkFailedError() { return errorWithInfo(1012, "固件更新-校验失败"); }     // of one check
+inline Error checkFailedError() { return errorWithInfo(1012, "固件更新-校验失败"); }    // of one check
 inline Error transferCheckError() { return errorWithInfo(1012, "固件更新-校验错误"); }  // of the transfer
 inline Error updateByeError() { return errorWithInfo(1013, "固件更新-结束失败"); }
 

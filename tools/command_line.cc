@@ -18,8 +18,9 @@ constexpr const char* kFooter =
     "With --json the result is one JSON object; after a failure its \"error\" holds domain, code, text and "
     "hint.\n"
     "Sizes are in bytes. Exit status: 0 success, 1 the recorder or a file said no, or Ctrl-C stopped a\n"
-    "download, which then can be continued, or a conversion; 2 wrong usage. Ctrl-C is a good end of a live\n"
-    "recording. Its \"ended\" is \"host\" (Ctrl-C), \"time\", \"key\", \"call\" or \"recorder\".";
+    "download, which then can be continued, an update, which then starts again, or a conversion; 2 wrong\n"
+    "usage. Ctrl-C is a good end of a live recording. Its \"ended\" is \"host\" (Ctrl-C),\n"
+    "\"time\", \"key\", \"call\" or \"recorder\".";
 
 /// By the number that the library and the recorder have for them.
 constexpr std::array<const char*, 5> kRecordTypes{"normal", "noise-reduced", "call", "media", "ambient"};
@@ -104,6 +105,15 @@ void addRecord(CLI::App& app, Invocation& invocation, Arguments& arguments) {
   });
 }
 
+void addUpdate(CLI::App& app, Invocation& invocation, Arguments& arguments) {
+  auto* const update = app.add_subcommand(
+      "update", "Install a firmware image; until all of it has arrived the recorder keeps its old firmware");
+  update->add_option("image", arguments.file, "The image")->type_name("IMAGE")->required();
+  update->callback([&invocation, &file = arguments.file] {
+    invocation.command = [file](const Host& host, Output& output) { runUpdate(host, file, output); };
+  });
+}
+
 void addConvert(CLI::App& app, Invocation& invocation, ConvertRequest& request) {
   auto* const convert =
       app.add_subcommand("convert", "Make a WAV or MP3 file (24 kbit/s) of a recording, live or downloaded");
@@ -127,6 +137,7 @@ void addCommands(CLI::App& app, Invocation& invocation, Arguments& arguments) {
   addPull(app, invocation, arguments);
   add("rm", "Delete the first recording on the recorder", runRemove);
   addRecord(app, invocation, arguments);
+  addUpdate(app, invocation, arguments);
   addConvert(app, invocation, arguments.conversion);
   add("tour", "Show all of it with a fresh simulated recorder in a temporary folder", runTour);
 }

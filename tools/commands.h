@@ -31,6 +31,9 @@ struct RecordRequest {
 /// Records live into a file that is new or empty.
 void runRecord(const Host& host, const RecordRequest& request, Output& output);
 
+/// Installs the firmware image in a file.
+void runUpdate(const Host& host, const std::string& image, Output& output);
+
 struct ConvertRequest {
   std::string input, output;
   opus::Format format = opus::Format::wav;

@@ -8,7 +8,6 @@ namespace kwtsdk::tool {
 namespace {
 
 constexpr const char* kToolDomain = "kwt";
-constexpr const char* kLibraryDomain = "com.kwt.sdk";
 
 struct Explanation {
   std::int64_t code;

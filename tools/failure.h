@@ -23,6 +23,7 @@ enum class ToolError : std::int64_t {
   nothingRecorded = 9,
   notStopped = 10,  // the recorder did not confirm the end of a live recording
   notConverted = 11,
+  notConfirmed = 12,  // an accepted image, that it runs
 };
 
 /// Why a command ends with status 1. `what()` says what happened, the hint what to do next.
@@ -42,6 +43,7 @@ class Failure : public std::runtime_error {
   std::string hint_;
 };
 
+inline constexpr const char* kLibraryDomain = "com.kwt.sdk";
 inline constexpr std::int64_t kLongerThanRecording = 1007;
 
 /// The library's and the recorder's errors in the words of someone at a terminal.

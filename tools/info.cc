@@ -10,10 +10,9 @@ void runInfo(const Host& host, Output& output) {
   output.set("battery", battery);
 
   pause(session);
-  const auto version = session.recorder().getFirmwareVersion();
-  if (!version || version->empty()) throw noAnswer(session);
-  output.line("Firmware version  " + *version);
-  output.set("firmware", *version);
+  const std::string version = firmwareVersion(session);
+  output.line("Firmware version  " + version);
+  output.set("firmware", version);
 
   pause(session);
   const auto capacity = session.recorder().getCapacity();

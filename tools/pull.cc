@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <filesystem>
 
 #include <kwtsdk/files.h>
@@ -91,9 +89,7 @@ Failure failureOf(const DownloadOutcome& outcome, const OutputFile& file, std::u
 
 void reportSaved(const OutputFile& file, std::uint64_t begin, std::uint64_t total, double seconds,
                  Output& output) {
-  std::array<char, 32> time{};
-  std::snprintf(time.data(), time.size(), "%.1f s", seconds);
-  output.line("Saved " + file.path() + " (" + bytesText(total) + " in " + time.data() +
+  output.line("Saved " + file.path() + " (" + bytesText(total) + " in " + secondsText(seconds, 1) +
               (begin > 0 ? ", continued at byte " + std::to_string(begin) : "") + ").");
   output.set("bytes", total);
   output.set("continuedAt", begin);

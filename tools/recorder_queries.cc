@@ -1,12 +1,14 @@
 #include "tools/recorder_queries.h"
 
-#include <string>
-
 namespace kwtsdk::tool {
 
-Failure noAnswer(Session& session, Duration waited) {
+bool isConnected(Session& session) {
   const auto peripheral = session.recorder().connectedPeripheral();
-  if (!peripheral || peripheral->state() != PeripheralState::connected) {
+  return peripheral && peripheral->state() == PeripheralState::connected;
+}
+
+Failure noAnswer(Session& session, Duration waited) {
+  if (!isConnected(session)) {
     return {ToolError::connectionLost, "The connection to the recorder was lost.",
             "Bring the recorder into range, then run the command again."};
   }
@@ -21,6 +23,12 @@ std::int64_t batteryLevel(Session& session) {
   const std::int64_t level = session.recorder().getPower();
   if (level < 0) throw noAnswer(session);
   return level;
+}
+
+std::string firmwareVersion(Session& session) {
+  const auto version = session.recorder().getFirmwareVersion();
+  if (!version || version->empty()) throw noAnswer(session);
+  return *version;
 }
 
 FlashInfo storeInfo(Session& session) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <string>
 
 #include <kwtsdk/callbacks.h>
 #include <kwtsdk/file_header.h>
@@ -13,6 +14,8 @@ namespace kwtsdk::tool {
 
 // Queries whose missing answer is a Failure that says so.
 
+bool isConnected(Session& session);
+
 /// The recorder did not answer in the time that it had, or the connection is gone. The library's blocking
 /// forms wait for 5 s.
 Failure noAnswer(Session& session, Duration waited = std::chrono::seconds(5));
@@ -22,6 +25,9 @@ void pause(Session& session);
 
 /// The battery level. The first query of every command: it wakes the recorder.
 std::int64_t batteryLevel(Session& session);
+
+/// Such as "1.2.3".
+std::string firmwareVersion(Session& session);
 
 FlashInfo storeInfo(Session& session);
 

@@ -19,9 +19,9 @@ std::string creationTimeText(Date created, const char* format) {
 
 std::string bytesText(std::uint64_t count) { return std::to_string(count) + " bytes"; }
 
-std::string secondsText(double seconds) {
+std::string secondsText(double seconds, int decimals) {
   std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.2f s", seconds);
+  std::snprintf(text.data(), text.size(), "%.*f s", decimals, seconds);
   return text.data();
 }
 

@@ -12,6 +12,6 @@ std::string creationTimeText(Date created, const char* format);
 
 std::string bytesText(std::uint64_t count);                      // "84 bytes"
 std::string ofBytesText(std::uint64_t done, std::uint64_t all);  // "84 of 98304 bytes"
-std::string secondsText(double seconds);                         // "4.98 s"
+std::string secondsText(double seconds, int decimals = 2);       // "4.98 s"
 
 }  // namespace kwtsdk::tool

@@ -30,6 +30,7 @@ class Tour {
   void recordLive();
   void convert(const std::string& title, const std::string& input, const char* name, opus::Format format);
   void listen();
+  void updateFirmware();
   [[noreturn]] void fail(const std::string& reason) const;
 
   /// What a person would type to reach the tour's recorder.
@@ -126,6 +127,15 @@ void Tour::listen() {
   output_.set("notes", names.substr(1));
 }
 
+void Tour::updateFirmware() {
+  folder_.writeFirmware();
+  show("A firmware update", simulated("update " + folder_.firmware()),
+       [&](const Host& host, Output& output) { runUpdate(host, folder_.firmware(), output); });
+  show("The recorder with its new firmware", simulated("info"), runInfo);
+  if (!folder_.isFirmwareInstalled()) fail("the recorder has another firmware than it was sent");
+  output_.line("Its firmware is the image, byte for byte.");
+}
+
 void Tour::fail(const std::string& reason) const {
   throw Failure(ToolError::other, reason, "Its files are in " + folder_.path() + ".");
 }
@@ -141,16 +151,18 @@ void Tour::run() {
     convert("The live recording as MP3", folder_.file("live.rec"), "live.mp3", opus::Format::mp3);
     convert("The downloaded recording as WAV", folder_.pulled(), "pulled.wav", opus::Format::wav);
     listen();
+    updateFirmware();
   } catch (const std::exception& exception) {
     throw Failure(ToolError::other, "The tour failed at \"" + step_ + "\": " + exception.what(),
                   "Its files are in " + folder_.path() + ".");
   }
   output_.line(
       "\nTour done: queried and listed a recorder, downloaded a recording over a connection that broke and "
-      "found it the same byte for byte, recorded live, converted to WAV and MP3, and found the melody in the "
-      "WAV file.\nFiles: " +
+      "found it the same byte for byte, recorded live, converted to WAV and MP3, found the melody in the WAV "
+      "file, and installed a firmware image.\nFiles: " +
       folder_.path() +
-      " (pulled.opus, original.opus, pulled.wav, live.rec, live.wav, live.mp3, and the recorder's store/)");
+      " (pulled.opus, original.opus, pulled.wav, live.rec, live.wav, live.mp3, firmware.bin, and the "
+      "recorder's store/)");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "sim/samples/firmware_image.h"
 #include "sim/samples/sample_store.h"
 
 namespace kwtsdk::tool {
@@ -62,6 +63,17 @@ void TourFolder::writeScript(const std::string& faults) const {
 
 std::uint64_t TourFolder::storedSize() const {
   return (fs::file_size(original()) + kBlockSize - 1) / kBlockSize * kBlockSize;
+}
+
+void TourFolder::writeFirmware() const {
+  const Bytes image = sim::firmwareImage(49152, {2, 5, 1});
+  std::ofstream file(firmware(), std::ios::binary);
+  std::ranges::copy(image, std::ostreambuf_iterator<char>(file));
+  if (!file.flush()) throw std::runtime_error(firmware() + " cannot be written: free some space.");
+}
+
+bool TourFolder::isFirmwareInstalled() const {
+  return contentOf(firmware()) == contentOf(fs::path(store()) / "device" / "firmware.bin");
 }
 
 bool TourFolder::isPulledWhole() const {

@@ -7,8 +7,8 @@
 namespace kwtsdk::tool {
 
 /// The new folder that a tour works in: a simulated recorder's store, an untouched copy of its first
-/// recording, and what the tour downloads, records and converts. It stays. Throws std::runtime_error whose
-/// text says what to do.
+/// recording, a firmware image, and what the tour downloads, records and converts. It stays. Throws
+/// std::runtime_error whose text says what to do.
 class TourFolder {
  public:
   TourFolder();
@@ -19,6 +19,8 @@ class TourFolder {
   std::string original() const { return path_ / "original.opus"; }
   std::string file(const char* name) const { return path_ / name; }
 
+  std::string firmware() const { return path_ / "firmware.bin"; }
+
   /// How the recorder's link behaves from the next connection on; `faults` in the language of its script.
   void writeScript(const std::string& faults) const;
 
@@ -27,6 +29,12 @@ class TourFolder {
 
   /// Whether what was pulled is the original, followed by the zeros that fill its last block.
   bool isPulledWhole() const;
+
+  /// A firmware image of version 2.5.1.
+  void writeFirmware() const;
+
+  /// Whether the recorder has what writeFirmware wrote.
+  bool isFirmwareInstalled() const;
 
   bool isFirstDeleted() const { return !std::filesystem::exists(first_); }
 

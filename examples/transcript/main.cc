@@ -43,6 +43,28 @@ std::shared_ptr<sim::RecorderModel> recorder() {
   return model;
 }
 
+// Prints the frames that nothing answers, and which the model's filter therefore does not see.
+class PrintingPeripheral : public kwtsdk::Peripheral {
+ public:
+  explicit PrintingPeripheral(std::shared_ptr<kwtsdk::Peripheral> link) : link_(std::move(link)) {}
+  kwtsdk::PeripheralState state() const override { return link_->state(); }
+  void writeValue(const kwtsdk::Bytes& value, const std::shared_ptr<kwtsdk::Characteristic>& to,
+                  kwtsdk::WriteType type) override {
+    constexpr std::uint8_t data = 0x85, done = 0x92;
+    if (value.front() == data || value.front() == done) print("> ", value);
+    link_->writeValue(value, to, type);
+  }
+  void setNotifyValue(bool enabled, const std::shared_ptr<kwtsdk::Characteristic>& of) override {
+    link_->setNotifyValue(enabled, of);
+  }
+  std::size_t maximumWriteValueLengthForType(kwtsdk::WriteType type) const override {
+    return link_->maximumWriteValueLengthForType(type);
+  }
+
+ private:
+  const std::shared_ptr<kwtsdk::Peripheral> link_;
+};
+
 void useEverything(kwtsdk::KWTBluetoothHelper& helper, kwtsdk::Scheduler& scheduler, const fs::path& folder) {
   helper.getPower();
   helper.getFirmwareVersion();
@@ -89,6 +111,18 @@ void recordEverything(kwtsdk::KWTBluetoothHelper& helper, kwtsdk::Scheduler& sch
   record(helper, scheduler, 2, file);
 }
 
+// An update to version 2.5.1.
+void update(kwtsdk::KWTBluetoothHelper& helper, kwtsdk::Scheduler& scheduler, const fs::path& folder) {
+  kwtsdk::Bytes image(96);
+  for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<std::uint8_t>(i);
+  for (const std::uint8_t byte : {2, 5, 1, 0}) image.push_back(byte);
+  const auto file = kwtsdk::getFileHandleForWrite(folder / "image");
+  file->write(image.data(), image.size());
+  helper.updateFirmware(folder / "image", nullptr, nullptr);
+  scheduler.sleep(1min);
+  helper.getFirmwareVersion();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -102,9 +136,12 @@ int main(int argc, char** argv) {
     const auto link = sim::SimulatedLink::create(scheduler, model);
     kwtsdk::Platform platform;
     platform.scheduler = scheduler;
+    platform.settings = kwtsdk::fileSettings(fs::path(argv[1]) / "settings");
     const auto helper = kwtsdk::KWTBluetoothHelper::create(platform);
     link->attach(helper);
+    helper->setConnectedPeripheral(std::make_shared<PrintingPeripheral>(link->peripheral()));
     useEverything(*helper, *scheduler, argv[1]);
+    update(*helper, *scheduler, argv[1]);
     recordEverything(*helper, *scheduler, *model, fs::path(argv[1]) / "live");
   });
 }

@@ -30,7 +30,7 @@ const std::vector<Exchange> update{
     {"9000", "9101", "9100", UpdateStep::partition},
     {"8c42455354" + zeros(28) + "00400000002000004c81f016", "8d424553540040000000200000", "none",
      UpdateStep::resume},
-    {"80424553540a000000d7950e7c", "814245535401000000f400", "none", UpdateStep::begin},
+    {"80424553540a000000d7950e7c", "814245535401000000f300", "none", UpdateStep::begin},
     {"865800000002050100" + zeros(80) + "d1e8611d", "8701", "8700", UpdateStep::configuration},
     {data, "none", "none"},
     {check, "8301", "8300", UpdateStep::check},
@@ -157,7 +157,7 @@ TEST(FirmwareUpdate, RefusesWhatDoesNotFit) {
       {kBegin, "804245535403000000d7950e7c", "none", false},       // too small an image
       {kBegin, "804245535401000004d7950e7c", "none", false},       // too large
       {kConfiguration, "865800000002050100" + zeros(80) + "d1e8611c", "8700", false},
-      {kBegin, "80424553540a0000008b1010dd", "814245535401000000f400", true},         // another image's CRC
+      {kBegin, "80424553540a0000008b1010dd", "814245535401000000f300", true},         // another image's CRC
       {kConfiguration, "865800000002050163" + zeros(80) + "3b5aa40f", "8701", true},  // not the identity
   };
   for (const auto& [at, request, reply, atBye] : cases) {
@@ -178,7 +178,7 @@ TEST(FirmwareUpdate, LeavesItsImageInTheFolder) {
   const auto file = folder.file("device/firmware.bin");
   std::filesystem::create_directory(folder.file("device"));
   for (const auto& [script, mtu] :
-       {std::pair{"mtu 185\nupdate silent resume", "b600"}, {"update mtu 1", "0100"}}) {
+       {std::pair{"mtu 185\nupdate silent resume", "b500"}, {"update mtu 1", "0100"}}) {
     writeFile(folder.file("device/script"), script);
     Recorder recorder = open();
     recorder.start(2);

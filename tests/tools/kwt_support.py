@@ -66,8 +66,8 @@ class Recorder:
         streams = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
         simulated = [] if arguments[0] == "convert" else ["--sim", str(self.store)]
         command = [KWT, *simulated, *arguments]
-        return subprocess.Popen(command, cwd=self.home, text=True, preexec_fn=prepare,
-                                env={**os.environ, "TZ": "UTC0"}, **streams)
+        environment = {**os.environ, "TZ": "UTC0", "XDG_STATE_HOME": str(self.home.parent / "state")}
+        return subprocess.Popen(command, cwd=self.home, text=True, preexec_fn=prepare, env=environment, **streams)
 
     def run(self, *arguments, **options):
         process = self.start(*arguments, **options)

@@ -56,6 +56,7 @@ class KwtTest(KwtTestCase):
     def test_usage(self):
         for arguments in ([], ["list"], ["--sim", ".", "dance"], ["--sim", ".", "tour"],
                           ["--sim", ".", "pull", "-o", ""], ["--sim", "", "info"],
+                          ["--sim", ".", "update"], ["update", "f"],
                           ["--sim", ".", "list", "more"], ["--sim", ".", "record"], ["record", "-o", "f"],
                           ["--sim", ".", "record", "-o", "f", "-t", "5"],
                           ["--sim", ".", "record", "-o", "f", "-d", "0"],
@@ -176,8 +177,9 @@ class KwtTest(KwtTestCase):
 
     def test_tour(self):
         with tempfile.TemporaryDirectory() as folder:
-            result = tool("tour", TMPDIR=folder)
-            self.check(result, 0, "Connection lost after", "same, byte for byte", "C4 D4 E4 F4 G4")
+            result = tool("tour", TMPDIR=folder, XDG_STATE_HOME=folder)
+            self.check(result, 0, "Connection lost after", "same, byte for byte", "C4 D4 E4 F4 G4",
+                       "firmware 1.2.3 -> 2.5.1.", "Firmware version  2.5.1", "the image, byte for byte")
             self.assertIn(f"Files: {folder}/kwt-tour-", result[1].splitlines()[-1])
             self.check(tool("tour", TMPDIR=folder + "/missing"), 1, "set TMPDIR")
 

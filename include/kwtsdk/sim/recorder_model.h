@@ -70,7 +70,8 @@ class KWTSDK_EXPORT RecorderModel {
   /// Replaces what went wrong in updates so far.
   void setUpdateTroubles(std::vector<UpdateTrouble> troubles);
 
-  /// The MTU that updates are offered. None, as at first: the link's ATT MTU less 3.
+  /// The MTU that updates are offered. None, as at first: what fits one write, the link's ATT MTU less 4 and
+  /// at most 511.
   void setUpdateMtu(std::optional<std::uint16_t> mtu);
 
   /// The last one that the recorder answered.
