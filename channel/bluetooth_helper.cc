@@ -282,8 +282,7 @@ void KWTBluetoothHelper::updateConfig(const Bytes& image, StepCompletion complet
 
 void KWTBluetoothHelper::uploadFirmWare(const std::optional<Bytes>& image, std::uint64_t offset,
                                         Progress progress, ValueCompletion<std::string> completion) {
-  impl_->transfer.uploadFirmWare(image ? std::make_shared<const Bytes>(*image) : nullptr, offset, progress,
-                                 completion);
+  impl_->transfer.uploadCopyOf(image, offset, progress, completion);
 }
 void KWTBluetoothHelper::updateSendData(const Bytes& packet, ReplyHandler completion) {
   impl_->transfer.updateSendData(packet, completion);

@@ -20,13 +20,23 @@ DeliveryScope::~DeliveryScope() {
 }
 
 void DeliveryScope::signal(std::shared_ptr<Semaphore> semaphore) {
-  DeliveryScope* scope = innermost;
+  DeliveryScope* const scope = outermost();
   if (scope == nullptr) {
     semaphore->signal();
-    return;
+  } else {
+    scope->signals_.push_back(std::move(semaphore));
   }
-  while (scope->outer_ != nullptr) scope = scope->outer_;
-  scope->signals_.push_back(std::move(semaphore));
+}
+
+bool DeliveryScope::withdraw(const std::shared_ptr<Semaphore>& semaphore) {
+  DeliveryScope* const scope = outermost();
+  return scope != nullptr && std::erase(scope->signals_, semaphore) > 0;
+}
+
+DeliveryScope* DeliveryScope::outermost() {
+  DeliveryScope* scope = innermost;
+  while (scope != nullptr && scope->outer_ != nullptr) scope = scope->outer_;
+  return scope;
 }
 
 CallbackSlot::Generation DeliveryScope::generationOf(const CallbackSlot& slot) {

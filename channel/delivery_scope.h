@@ -26,11 +26,16 @@ class DeliveryScope {
   /// Signals at the end of the outermost scope; at once outside of any.
   static void signal(std::shared_ptr<Semaphore> semaphore);
 
+  /// Takes back a signal that waits for the end of this thread's scopes; false when there is none.
+  static bool withdraw(const std::shared_ptr<Semaphore>& semaphore);
+
   /// The newest generation of `slot` that a callback called by the innermost scope may clear: its own.
   /// Outside of a delivery from that slot, the slot's newest.
   static CallbackSlot::Generation generationOf(const CallbackSlot& slot);
 
  private:
+  static DeliveryScope* outermost();
+
   SendGate& gate_;
   const CallbackSlot* slot_;
   CallbackSlot::Generation generation_;

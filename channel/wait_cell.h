@@ -35,9 +35,12 @@ class WaitCell {
 
   /// The value given, or the fallback when none came in time; waits without limit for none.
   T wait(std::optional<Duration> timeout) {
-    semaphore_->wait(timeout);
+    // What this thread itself raised inside a delivery, nobody else is going to fire.
+    const bool ended = DeliveryScope::withdraw(semaphore_) || semaphore_->wait(timeout);
+    const bool decided = decide();
+    // Decided at the last moment: the signal is on its way, and comes when the clean-up is done.
+    if (!ended && decided) semaphore_->wait(std::nullopt);
     const std::lock_guard lock(mutex_);
-    decided_ = true;
     return value_;
   }
 
@@ -48,11 +51,13 @@ class WaitCell {
 
  private:
   void drop() {
-    {
-      const std::lock_guard lock(mutex_);
-      if (std::exchange(decided_, true)) return;
-    }
-    DeliveryScope::signal(semaphore_);
+    if (!decide()) DeliveryScope::signal(semaphore_);
+  }
+
+  /// From now on no outcome counts; true when there was one.
+  bool decide() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(decided_, true);
   }
 
   const std::shared_ptr<Semaphore> semaphore_;

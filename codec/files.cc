@@ -9,6 +9,7 @@
 #include <cstring>
 #include <optional>
 
+#include "codec/descriptor.h"
 #include "codec/file_data.h"
 
 namespace kwtsdk {
@@ -108,21 +109,20 @@ std::uint64_t filesizeFromBlockNum(std::uint32_t blocks) { return blocks * kBloc
 namespace internal {
 
 std::optional<Bytes> dataOfFile(const std::string& path) {
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-  if (descriptor < 0) return std::nullopt;
+  const Descriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  if (descriptor.get() < 0) return std::nullopt;
   struct stat status {};
   Bytes data;
   // At once: a buffer that grows needs up to three times the file's size.
-  if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+  if (::fstat(descriptor.get(), &status) == 0 && S_ISREG(status.st_mode)) {
     data.reserve(static_cast<std::size_t>(status.st_size));
   }
   std::array<std::uint8_t, 65536> chunk{};
   ssize_t got = 0;
   do {
-    got = ::read(descriptor, chunk.data(), chunk.size());
+    got = ::read(descriptor.get(), chunk.data(), chunk.size());
     if (got > 0) data.insert(data.end(), chunk.begin(), chunk.begin() + got);
   } while (got > 0 || (got < 0 && errno == EINTR));
-  ::close(descriptor);
   if (got < 0) return std::nullopt;  // a directory opens, but does not read
   return data;
 }

@@ -42,6 +42,18 @@ struct ImageTransfer::Job {
   bool confirmed = true;
 };
 
+void ImageTransfer::uploadCopyOf(const std::optional<Bytes>& image, std::uint64_t offset,
+                                 const Progress& progress, const Outcome& completion) {
+  Image copy;
+  if (guardedCall(channel_.log, "Copying an image",
+                  [&] { copy = image ? std::make_shared<const Bytes>(*image) : nullptr; })) {
+    uploadFirmWare(copy, offset, progress, completion);
+  } else {
+    const Error error = exceptionError("The image could not be copied; the log says why.");
+    callHost(channel_.log, completion, error, std::nullopt);
+  }
+}
+
 void ImageTransfer::uploadFirmWare(const Image& image, std::uint64_t offset, const Progress& progress,
                                    const Outcome& completion) {
   const auto self = channel_.owner();

@@ -19,6 +19,9 @@ class ImageTransfer {
   using Image = std::shared_ptr<const Bytes>;  // null: none
   using Outcome = ValueCompletion<std::string>;
 
+  /// The same for an image that the caller keeps.
+  void uploadCopyOf(const std::optional<Bytes>& image, std::uint64_t offset, const Progress& progress,
+                    const Outcome& completion);
   void uploadFirmWare(const Image& image, std::uint64_t offset, const Progress& progress,
                       const Outcome& completion);
   void updateSendData(const Bytes& packet, const ReplyHandler& completion);

@@ -274,7 +274,8 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   /// segment; keeps the confirmed offset in the settings under "KWTKey_" and the image's CRC-32, without
   /// flushing them. Copies the image; returns at once. The completion runs on "com.kwt.sdk.send", its value
   /// is always none; inside the call for no image, 1011 "固件更新失败-空数据", for an offset that is the
-  /// image's size (nothing to do), and when no thread can be started. An offset beyond the image counts as 0.
+  /// image's size (nothing to do), and with an error of domain "std::exception" when memory is short or no
+  /// thread can be started. An offset beyond the image counts as 0.
   /// Reports 1000 "蓝牙断开，停止固件传输", 1012 "固件更新-校验错误", and an error of domain
   /// "std::out_of_range", code 0: a packet holds at least 88 bytes, and fewer remain where there is room for
   /// more. No time-out.

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/opus/descriptor.h"
+#include "codec/descriptor.h"
 #include "platform/opus/input_file.h"
 
 namespace kwtsdk::internal {

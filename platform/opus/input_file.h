@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 
-#include "platform/opus/descriptor.h"
+#include "codec/descriptor.h"
 
 namespace kwtsdk::internal {
 

@@ -11,24 +11,11 @@
 #include <kwtsdk/files.h>
 #include <kwtsdk/settings.h>
 
+#include "codec/descriptor.h"
 #include "codec/file_data.h"
 
 namespace kwtsdk {
 namespace {
-
-class Descriptor {
- public:
-  explicit Descriptor(int value) : value_(value) {}
-  ~Descriptor() {
-    if (value_ >= 0) ::close(value_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return value_; }
-
- private:
-  int value_;
-};
 
 using Values = std::map<std::string, std::uint64_t>;
 
@@ -96,7 +83,7 @@ class FileSettings : public Settings {
   void flush() override {
     const std::lock_guard lock(mutex_);
     createParents(path_);
-    const Descriptor parent(::open(parentOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const internal::Descriptor parent(::open(parentOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (parent.get() >= 0) ::flock(parent.get(), LOCK_EX);  // until it is closed
     Values values = load(path_);
     for (const auto& [key, value] : changes_) {

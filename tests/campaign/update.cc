@@ -31,6 +31,9 @@ void HostThread::update() {
   const bool first =
       overPending && reports.front()->error;  // the pending command costs the first its prepare
   if (calm()) {
+    if (first) {
+      EXPECT_EQ(reports.front()->error->code(), 1008);
+    }
     for (std::size_t i = first ? 1 : 0; i < reports.size(); ++i) {
       EXPECT_TRUE(reports[i]->right) << "an update reported something wrong";
       EXPECT_EQ(scene_.model.installedImage(), image) << "another image was installed";

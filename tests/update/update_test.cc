@@ -259,6 +259,43 @@ TEST(Update, AHostEndsATransferThatWaits) {
   }
 }
 
+// A host that ends there leaves the same behind: what was confirmed, and a recorder that starts anew.
+TEST(Update, ALinkLostAtAnyWriteLeavesWhatWasConfirmed) {
+  constexpr int firstPacket = 6, packets = 34, writes = 76;  // of two segments; the last one is bye
+  for (int lost = 1; lost <= writes; ++lost) {
+    update([lost](Update& u) {
+      u.disconnectAt = u.silentAt = lost;
+      u.run(16384, 10s);
+      u.host.helper->setCompletionBlock(nullptr);  // a handshake step has ended by itself
+      ASSERT_TRUE(u.outcome.calls == 1 || u.outcome.wait());
+      EXPECT_NE(u.outcome.text(), "ok") << lost;
+      const int checks = (lost - firstPacket) / (packets + 1);
+      EXPECT_EQ(u.settings->read(u.key).value_or(0), 8192U * static_cast<unsigned>(checks)) << lost;
+      u.disconnectAt = u.silentAt = 0;
+      u.host.peripheral->current = PeripheralState::connected;
+      u.outcome = testing::Outcome(u.scheduler);
+      u.run(16384);
+      EXPECT_EQ(u.outcome.text(), "ok") << lost;
+      EXPECT_FALSE(u.settings->read(u.key));
+    });
+  }
+}
+
+TEST(Transfer, ARefusedPacketReturnsAlsoInsideACompletion) {
+  for (const bool connected : {false, true}) {
+    update([connected](Update& u) {
+      if (!connected) u.host.peripheral->current = PeripheralState::disconnected;
+      testing::Outcome packet(u.scheduler);
+      u.host.helper->updatePrepare([&](const MaybeError& error, bool) {
+        u.host.helper->updateSendData({1}, packet.completion(u.value));
+        u.outcome.completion(u.value)(error, std::nullopt);
+      });
+      ASSERT_TRUE(u.outcome.wait() && packet.wait());
+      EXPECT_TRUE(packet.text().starts_with(connected ? "1002" : "1001")) << packet.text();
+    });
+  }
+}
+
 TEST(Transfer, BeginsWhereTheCallerSays) {
   struct Case {
     std::uint64_t offset;
