@@ -40,8 +40,10 @@ std::optional<Bytes> agree(const Bytes& frame) {
       return std::nullopt;
     case 0x80:
       return internal::toData("81424553540000000000f400");
+    case 0x88:
+      return Bytes{0x84, 0x01};
     default:
-      return Bytes{static_cast<std::uint8_t>(frame.front() == 0x86 ? 0x87 : frame.front() + 1), 0x01};
+      return Bytes{static_cast<std::uint8_t>(frame.front() + 1), 0x01};
   }
 }
 
