@@ -6,9 +6,7 @@ namespace kwtsdk {
 namespace {
 
 using namespace std::chrono_literals;
-using sim::VirtualTimeScheduler;
-using testing::onVirtualTime;
-using testing::SimHost;
+using namespace testing;
 
 // Checks happen up to 0.1 s late, as the seed likes.
 void expectAbout(Duration actual, Duration expected) {
@@ -18,19 +16,17 @@ void expectAbout(Duration actual, Duration expected) {
 
 TEST(Watchdog, SilenceEndsTheStream) {
   onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
-    testing::Outcome outcome(scheduler);
     const auto pending = [](const MaybeError&, const auto&) { ADD_FAILURE() << "cleared, not called"; };
     host.helper->setCompletionBlock(pending);
     host.helper->setWriteDataBlock(pending);
     host.helper->startMonitorTimer([&](const MaybeError& error, const auto& reply) {
       EXPECT_FALSE(reply);
       EXPECT_TRUE(host.helper->completionBlock());
-      outcome.take(error);
+      host.outcome.take(error);
     });
-    ASSERT_TRUE(outcome.wait());
+    EXPECT_EQ(host.outcome.ended(), "999 命令执行超时");
     expectAbout(scheduler.now(), 1s);
     scheduler.sleep(1ms);
-    EXPECT_EQ(outcome.text(), "999 命令执行超时");
     EXPECT_FALSE(host.helper->completionBlock() || host.helper->writeDataBlock() ||
                  host.helper->monitorTimer());
     EXPECT_EQ(host.log->lines(), std::vector<std::string>{"Timeout!"});
@@ -39,14 +35,13 @@ TEST(Watchdog, SilenceEndsTheStream) {
 
 TEST(Watchdog, DataInEachIntervalKeepsItWaiting) {
   onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
-    testing::Outcome outcome(scheduler);
-    host.helper->startMonitorTimer([&](const MaybeError& error, const auto&) { outcome.take(error); });
+    host.helper->startMonitorTimer([&](const MaybeError& error, const auto&) { host.outcome.take(error); });
     for (int interval = 0; interval < 3; ++interval) {
       host.helper->setWritten(true);
       scheduler.sleep(interval == 0 ? 1500ms : 5s);
       EXPECT_FALSE(host.helper->written());
     }
-    ASSERT_TRUE(outcome.wait());
+    ASSERT_TRUE(host.outcome.wait());
     expectAbout(scheduler.now(), 16s);
   });
 }

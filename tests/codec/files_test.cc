@@ -8,9 +8,7 @@
 namespace kwtsdk {
 namespace {
 
-using testing::contentOf;
-using testing::TemporaryFolder;
-using testing::writeFile;
+using namespace testing;
 
 TEST(Files, WritingNeverTruncates) {
   const TemporaryFolder folder;
@@ -47,26 +45,20 @@ TEST(Files, NothingIsWrittenAfterAFailedWrite) {
   EXPECT_FALSE(full->isOpen());
 }
 
-TEST(Files, SizesAndExistence) {
-  const TemporaryFolder folder;
-  writeFile(folder.file("f"), "12345");
-  EXPECT_EQ(fileSize(folder.file("f")), 5);
-  EXPECT_EQ(fileSize(folder.file("missing")), 0);
-  EXPECT_TRUE(fileIsExist(folder.file("f")));
-  EXPECT_FALSE(fileIsExist(folder.path()));
-  EXPECT_FALSE(fileIsExist(folder.file("missing")));
-  EXPECT_EQ(filesizeFromBlockNum(0xFFFFFFFF), 0xFFFFFFFFULL * 32768);
-}
-
-TEST(Files, WholeFilesAndWhatIsNone) {
+TEST(Files, SizesAndWholeContents) {
   const TemporaryFolder folder;
   const std::string large(200000, 'x');
   writeFile(folder.file("large"), large);
   writeFile(folder.file("empty"), "");
+  EXPECT_EQ(fileSize(folder.file("large")), 200000);
+  EXPECT_EQ(fileSize(folder.file("missing")), 0);
+  EXPECT_TRUE(fileIsExist(folder.file("empty")));
+  EXPECT_FALSE(fileIsExist(folder.path()) || fileIsExist(folder.file("missing")));
   EXPECT_EQ(internal::dataOfFile(folder.file("large")), Bytes(large.begin(), large.end()));
   EXPECT_EQ(internal::dataOfFile(folder.file("empty")), Bytes{});
   EXPECT_EQ(internal::dataOfFile(folder.path()), std::nullopt);
   EXPECT_EQ(internal::dataOfFile(folder.file("missing")), std::nullopt);
+  EXPECT_EQ(filesizeFromBlockNum(0xFFFFFFFF), 0xFFFFFFFFULL * 32768);
 }
 
 }  // namespace

@@ -6,104 +6,46 @@ namespace kwtsdk {
 namespace {
 
 using namespace std::chrono_literals;
-using sim::VirtualTimeScheduler;
-using testing::onVirtualTime;
-using testing::Outcome;
-using testing::recordingOf;
-using testing::SimHost;
-using Lines = std::vector<std::string>;
+using namespace testing;
 
 std::optional<Bytes> hex(const char* text) { return internal::toData(text); }
 
-TEST(FileQueries, FramesOnTheWire) {
-  testing::FakeHost host;
-  const auto sent = [&](auto operation) {
-    host.peripheral->calls.clear();
-    operation();
-    host.acknowledge(host.fileWrite);
-    host.notify(host.fileNotify, "00");
-    EXPECT_EQ(host.peripheral->calls.front(), "on 9E07");
-    EXPECT_EQ(host.peripheral->calls.back(), "off 9E07");
-    EXPECT_FALSE(host.helper->completionBlock());
-    return host.peripheral->calls.at(1);
-  };
-  EXPECT_EQ(sent([&] { host.helper->getFileNumAndFirstId(nullptr); }), "write 0182010000");
-  EXPECT_EQ(sent([&] { host.helper->getFileInfo(10, nullptr); }), "write 028204000a000000d103ee45");
-  EXPECT_EQ(sent([&] { host.helper->getFileInfo((1LL << 32) + 10, nullptr); }),
-            "write 028204000a000000d103ee45");
-  EXPECT_EQ(sent([&] { host.helper->deleteFile(10, nullptr); }), "write 048204000a000000d103ee45");
-  EXPECT_EQ(sent([&] { host.helper->notifyDownloadSuccess(nullptr); }), "write 1382020000");
-}
-
-struct Failure {
-  const char* what;
-  const char* reply;  // null: nothing changed
-  bool connected;
-  Lines outcomes;  // count, info, notice, deletion
-};
-
+// Each operation's outcome, with "none" where there is no value: when the reply is another's, without a
+// connection, and while a command is pending.
 TEST(FileQueries, WhatEachFailureReports) {
-  const std::vector<Failure> failures{
-      {"another reply",
-       "0102030405060708",
-       true,
-       {"1005 文件ID获取失败 none", "ok none", "ok 0102030405060708", "ok none"}},
-      {"no connection",
-       nullptr,
-       false,
-       {"1005 文件ID获取失败 none", "1001 蓝牙断开连接 none", "1001 蓝牙断开连接 none",
-        "1001 蓝牙断开连接 none"}},
-  };
-  for (const auto& failure : failures) {
+  const std::string lost = "1001 蓝牙断开连接 none", busy = "1002 已有操作在进行中 none",
+                    none = "1005 文件ID获取失败 none";
+  const Lines cases[]{{none, "0 none", "0 value", "0 none", none, "0 none", none},
+                      {none, lost, lost, lost, none, lost, none},
+                      {busy, busy, busy, busy, busy, busy, busy}};
+  for (const Lines& expected : cases) {
     onVirtualTime([&](SimHost& host, VirtualTimeScheduler& scheduler) {
-      if (failure.reply != nullptr)
-        host.setReplies([&](const auto&, const auto&) { return hex(failure.reply); });
-      if (!failure.connected) host.link->disconnect();
+      KWTBluetoothHelper& helper = *host.helper;
+      host.setReplies([](const auto&, const auto&) { return hex("0102030405060708"); });
+      if (expected[1] == lost) host.link->disconnect();
       Lines outcomes;
-      const auto finish = [&](Outcome& outcome, const auto& value) {
-        ASSERT_TRUE(outcome.wait()) << failure.what;
-        std::string text = value ? "some" : "none";
-        if constexpr (std::is_same_v<decltype(value), const std::optional<std::string>&>)
-          text = value.value_or(text);
-        outcomes.push_back(outcome.text() + " " + text);
-        scheduler.sleep(3ms);
+      const auto note = [&](const MaybeError& error, const auto&... value) {
+        const std::string text = error ? " " + error->localizedDescription() : "";
+        outcomes.push_back(std::to_string(error ? error->code() : 0) + text +
+                           ((value || ...) ? " value" : " none"));
       };
-      std::optional<FlashInfo> info;
-      std::optional<KWTFileHeader> header;
-      std::optional<std::string> reply;
-      std::optional<ByteCounts> result;
-      Outcome count(scheduler), infoOf(scheduler), notice(scheduler), deletion(scheduler);
-      host.helper->getFileNumAndFirstId(count.completion(info));
-      finish(count, info);
-      host.helper->getFileInfo(1, infoOf.completion(header));
-      finish(infoOf, header);
-      host.helper->notifyDownloadSuccess(notice.completion(reply));
-      finish(notice, reply);
-      host.helper->deleteFile(1, deletion.completion(result));
-      finish(deletion, result);
-      EXPECT_EQ(outcomes, failure.outcomes) << failure.what;
+      const std::function<void()> operations[]{
+          [&] { helper.getFileNumAndFirstId(note); },
+          [&] { helper.getFileInfo(1, note); },
+          [&] { helper.notifyDownloadSuccess(note); },
+          [&] { helper.deleteFile(1, note); },
+          [&] { helper.getFlashFileList(note); },
+          [&] { helper.deleteFirstFlashFile(note); },
+          [&] { helper.downloadFirstFlashFile("/nowhere", nullptr, note); }};
+      for (const auto& operation : operations) {
+        if (expected[0] == busy) helper.setCompletionBlock([](const MaybeError&, const auto&) {});
+        operation();
+        scheduler.sleep(100ms);
+      }
+      EXPECT_EQ(outcomes, expected);
+      EXPECT_EQ(host.requests.empty(), expected[1] != "0 none");
     });
   }
-}
-
-TEST(FileQueries, EveryOperationIsRefusedWhileACommandIsPending) {
-  onVirtualTime([](SimHost& host, VirtualTimeScheduler&) {
-    host.helper->setCompletionBlock([](const MaybeError&, const auto&) {});
-    int refused = 0;
-    const auto check = [&](const MaybeError& error, const auto&...) {
-      refused +=
-          error && error->code() == 1002 && error->localizedDescription() == "已有操作在进行中" ? 1 : 0;
-    };
-    host.helper->getFileNumAndFirstId(check);
-    host.helper->getFileInfo(1, check);
-    host.helper->getFlashFileList(check);
-    host.helper->notifyDownloadSuccess(check);
-    host.helper->deleteFile(1, check);
-    host.helper->deleteFirstFlashFile(check);
-    host.helper->downloadFirstFlashFile("/nowhere", nullptr, check);
-    EXPECT_EQ(refused, 7);
-    EXPECT_TRUE(host.requests.empty());
-  });
 }
 
 TEST(Deletion, TheRecordersResultIsTheErrorsCode) {
@@ -117,13 +59,12 @@ TEST(Deletion, TheRecordersResultIsTheErrorsCode) {
       {"0482080004000000", "4 删除失败，文件系统为空 4,0"},
   };
   for (const auto& test : cases) {
-    onVirtualTime([&](SimHost& host, VirtualTimeScheduler& scheduler) {
+    onVirtualTime([&](SimHost& host, auto&) {
       host.setReplies([&](const auto&, const auto&) { return hex(test.first); });
-      Outcome outcome(scheduler);
       std::optional<ByteCounts> result;
-      host.helper->deleteFile(1, outcome.completion(result));
-      ASSERT_TRUE(outcome.wait());
-      EXPECT_EQ(outcome.text() + " " + std::to_string(result->at(0)) + "," + std::to_string(result->at(1)),
+      host.helper->deleteFile(1, host.outcome.completion(result));
+      const std::string outcome = host.outcome.ended();
+      EXPECT_EQ(outcome + " " + std::to_string(result->at(0)) + "," + std::to_string(result->at(1)),
                 test.second);
     });
   }
@@ -132,23 +73,20 @@ TEST(Deletion, TheRecordersResultIsTheErrorsCode) {
 TEST(Deletion, OfTheFirstFileAsksForIdZeroWhenTheCountFails) {
   onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
     host.store->add(recordingOf(100));
-    Outcome refused(scheduler), done(scheduler), empty(scheduler);
+    const auto deleteFirst = [&] {
+      host.helper->deleteFirstFlashFile(host.outcome.completion());
+      const std::string outcome = host.outcome.ended();
+      scheduler.sleep(3ms);
+      return outcome;
+    };
     host.setReplies([](const std::string& request, Bytes reply) {
       return request.starts_with("01") ? Bytes{0xFF} : reply;
     });
-    host.helper->deleteFirstFlashFile(refused.completion());
-    ASSERT_TRUE(refused.wait());
-    EXPECT_EQ(refused.text(), "2 删除失败，文件ID不存在");
+    EXPECT_EQ(deleteFirst(), "2 删除失败，文件ID不存在");
     host.setReplies([](const auto&, Bytes reply) { return reply; });
-    scheduler.sleep(3ms);
-    host.helper->deleteFirstFlashFile(done.completion());
-    ASSERT_TRUE(done.wait());
-    EXPECT_EQ(done.text(), "ok");
+    EXPECT_EQ(deleteFirst(), "ok");
     EXPECT_EQ(host.store->count(), 0U);
-    scheduler.sleep(3ms);
-    host.helper->deleteFirstFlashFile(empty.completion());
-    ASSERT_TRUE(empty.wait());
-    EXPECT_EQ(empty.text(), "4 删除失败，文件系统为空");
+    EXPECT_EQ(deleteFirst(), "4 删除失败，文件系统为空");
     EXPECT_EQ(host.requests.at(1).substr(0, 16), "0482040000000000");
   });
 }
@@ -157,11 +95,9 @@ TEST(Listing, CostsOneExchangeAndOnePauseAFile) {
   for (const std::size_t count : {0U, 10U, 100U, 1000U}) {
     onVirtualTime([count](SimHost& host, VirtualTimeScheduler& scheduler) {
       for (std::size_t i = 0; i < count; ++i) host.store->add(Bytes{1}, {}, static_cast<std::uint8_t>(i));
-      Outcome outcome(scheduler);
       std::optional<std::vector<KWTFileHeader>> headers;
-      host.helper->getFlashFileList(outcome.completion(headers));
-      ASSERT_TRUE(outcome.wait());
-      ASSERT_EQ(outcome.text(), "ok");
+      host.helper->getFlashFileList(host.outcome.completion(headers));
+      ASSERT_EQ(host.outcome.ended(), "ok");
       ASSERT_EQ(headers->size(), count);
       EXPECT_EQ(host.requests.size(), count + 2);
       EXPECT_EQ(scheduler.now(), 3ms * static_cast<int>(count));
@@ -172,23 +108,17 @@ TEST(Listing, CostsOneExchangeAndOnePauseAFile) {
 }
 
 TEST(Listing, LeavesOutWhatDoesNotAnswer) {
-  onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
+  onVirtualTime([](SimHost& host, auto&) {
     for (int i = 0; i < 4; ++i) host.store->add(Bytes{1}, {}, static_cast<std::uint8_t>(i));
-    Outcome outcome(scheduler), failed(scheduler);
     std::optional<std::vector<KWTFileHeader>> headers;
     host.setReplies([](const std::string& request, Bytes reply) -> std::optional<Bytes> {
       if (request.starts_with("028204000b")) return std::nullopt;
       return request.starts_with("028204000c") ? Bytes{2} : reply;
     });
-    host.helper->getFlashFileList(outcome.completion(headers));
-    ASSERT_TRUE(outcome.wait());
+    host.helper->getFlashFileList(host.outcome.completion(headers));
+    ASSERT_EQ(host.outcome.ended(), "ok");
     ASSERT_EQ(headers->size(), 2U);
     EXPECT_EQ(headers->at(0).recordType() * 10 + headers->at(1).recordType(), 3);
-    host.link->disconnect();
-    host.helper->getFlashFileList(failed.completion(headers));
-    ASSERT_TRUE(failed.wait());
-    EXPECT_EQ(failed.text(), "1005 文件ID获取失败");
-    EXPECT_FALSE(headers);
   });
 }
 

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <kwtsdk/opus/conversion.h>
 #include <kwtsdk/opus/opus_file_converter.h>
 
 #include "platform/platform_defaults.h"
@@ -12,12 +11,12 @@ namespace kwtsdk::opus {
 namespace {
 
 using namespace testing;
+using namespace std::string_literals;
 
 TEST(Conversion, GivesTheSoundOfALiveRecordingAsTheDecoderDoes) {
   const TemporaryFolder folder;
   const auto records = liveRecords(60);
-  writeFile(folder.file("in"), joined(records));
-  const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, {});
+  const auto result = wavOf(folder, joined(records));
   ASSERT_EQ(result.status, ConversionResult::kConverted) << result.text;
   EXPECT_EQ(result.source, Source::liveRecording);
   EXPECT_EQ(result.frames, 60 * kPacketFrames);
@@ -71,10 +70,8 @@ TEST(Conversion, TellsPlayersTheExactLengthOfAnMp3) {
                         info = std::max<std::size_t>(frame, 72);
       ASSERT_EQ(mp3.substr(13, 4), "Info");
       const auto bigEndian = [&](std::size_t at, std::size_t size) {
-        std::size_t value = 0;
-        for (std::size_t i = 0; i < size; ++i)
-          value = value << 8U | static_cast<unsigned char>(mp3.at(at + i));
-        return value;
+        const std::string bytes = mp3.substr(at, size);
+        return number({bytes.rbegin(), bytes.rend()}, 0, size);
       };
       const std::size_t frames = bigEndian(21, 4), delay = bigEndian(50, 3) >> 12U,
                         padding = bigEndian(50, 3) & 0xFFFU;
@@ -87,27 +84,20 @@ TEST(Conversion, TellsPlayersTheExactLengthOfAnMp3) {
   }
 }
 
-struct Refusal {
-  const char* content;
-  std::size_t size;
-  const char* says;
-};
-
 TEST(Conversion, SaysWhatItFoundInsteadOfARecording) {
   const TemporaryFolder folder;
-  const std::vector<Refusal> refusals{
-      {"", 0, "is empty"},
-      {"RIFF\x10\0\0\0WAVEfmt ", 16, "is RIFF/WAVE audio"},
-      {"ID3\4", 4, "is MP3 audio"},
-      {"OggS\0\2", 6, "is an Ogg file without Opus sound"},
-      {"\x89PNG\r\n\x1a\n\0", 9, "begins with the bytes 89 50 4e 47 0d 0a 1a 0a:"},
-      {"P", 1, "begins with the bytes 50:"},
-      {"\x50\x01\4\0ab", 6, "holds no sound"}};
-  for (const Refusal& refusal : refusals) {
-    writeFile(folder.file("in"), std::string(refusal.content, refusal.size));
-    const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, {});
+  const std::pair<std::string, const char*> refusals[]{
+      {"", "is empty"},
+      {"RIFF\x10\0\0\0WAVEfmt "s, "is RIFF/WAVE audio"},
+      {"ID3\4", "is MP3 audio"},
+      {"OggS\0\2"s, "is an Ogg file without Opus sound"},
+      {"\x89PNG\r\n\x1a\n\0"s, "begins with the bytes 89 50 4e 47 0d 0a 1a 0a:"},
+      {"P", "begins with the bytes 50:"},
+      {"\x50\x01\4\0ab"s, "holds no sound"}};
+  for (const auto& [content, says] : refusals) {
+    const auto result = wavOf(folder, content);
     EXPECT_EQ(result.status, ConversionResult::kFailed);
-    EXPECT_NE(result.text.find(refusal.says), std::string::npos) << result.text;
+    EXPECT_NE(result.text.find(says), std::string::npos) << result.text;
   }
   ::mkfifo(folder.file("pipe").c_str(), 0600);
   for (const auto& [name, says] :
@@ -139,10 +129,7 @@ TEST(Converter, LogsFailuresAndDamageInOneLine) {
 TEST(Converter, OfThePlatformIsTheInstalledOne) {
   const TemporaryFolder folder;
   const auto log = std::make_shared<LineLog>();
-  const auto converter =
-      internal::withDefaults(
-          {.scheduler = nullptr, .settings = nullptr, .opusConverter = nullptr, .log = log})
-          .opusConverter;
+  const auto converter = internal::withDefaults({nullptr, nullptr, nullptr, log}).opusConverter;
   writeFile(folder.file("in"), joined(liveRecords(5)));
   const std::string in = folder.file("in"), out = folder.file("out");
 #ifdef KWTSDK_OPUS_IS_INSTALLED

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <kwtsdk/opus/conversion.h>
-
 #include "tests/opus/recordings.h"
 
 namespace kwtsdk::opus {
@@ -46,13 +44,12 @@ std::vector<LiveDamage> damagesOf(const Records& r) {  // 50 of them
 TEST(DamagedLiveRecording, KeepsItsGoodPacketsAndTheirTime) {
   const TemporaryFolder folder;
   for (const LiveDamage& damage : damagesOf(liveRecords(50))) {
-    writeFile(folder.file("in"), damage.content);
-    const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, {});
-    EXPECT_EQ(result.status, 0) << damage.name << ": " << result.text;
-    EXPECT_EQ(result.source, Source::liveRecording) << damage.name;
-    EXPECT_EQ(result.frames, damage.packets * kPacketFrames) << damage.name;
-    EXPECT_EQ(result.damagedPackets, damage.damaged) << damage.name;
-    EXPECT_TRUE(isWav(contentOf(folder.file("out")), 16000, result.frames)) << damage.name;
+    SCOPED_TRACE(damage.name);
+    const auto result = wavOf(folder, damage.content);
+    EXPECT_TRUE(result.status == 0 && result.source == Source::liveRecording) << result.text;
+    EXPECT_EQ(result.frames, damage.packets * kPacketFrames);
+    EXPECT_EQ(result.damagedPackets, damage.damaged);
+    EXPECT_TRUE(isWav(contentOf(folder.file("out")), 16000, result.frames));
   }
 }
 
@@ -74,11 +71,9 @@ TEST(DamagedOggFile, GivesWhatCanBeDecoded) {
                {"page missing", std::string(whole).erase(secondPage, 5000), frames / 2, frames - 1, true},
                {"chained", whole + oggOpus(50, 2), frames + 48000, frames + 48000, false}};
   for (const auto& c : cases) {
-    writeFile(folder.file("in"), c.content);
-    const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, {});
+    const auto result = wavOf(folder, c.content);
     EXPECT_EQ(result.status, 0) << c.name << ": " << result.text;
-    EXPECT_GE(result.frames, c.least) << c.name;
-    EXPECT_LE(result.frames, c.most) << c.name;
+    EXPECT_TRUE(result.frames >= c.least && result.frames <= c.most) << c.name << ": " << result.frames;
     EXPECT_EQ(result.damagedPackets > 0, c.isDamaged) << c.name;
   }
 }
@@ -89,8 +84,7 @@ TEST(DamagedOggFile, WithoutSoundIsAFailure) {
   std::string badHeader = whole;
   badHeader[30] = 'x';
   for (const std::string& content : {whole.substr(0, 60), whole.substr(0, 150), badHeader}) {
-    writeFile(folder.file("in"), content);
-    EXPECT_EQ(convert(folder.file("in"), folder.file("out"), Format::wav, 0, {}).status, -1);
+    EXPECT_EQ(wavOf(folder, content).status, -1);
   }
   EXPECT_EQ(namesIn(folder.path()), std::vector<std::string>{"in"});
 }

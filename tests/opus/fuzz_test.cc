@@ -2,7 +2,6 @@
 
 #include <iostream>
 
-#include <kwtsdk/opus/conversion.h>
 #include <kwtsdk/opus/recording_meter.h>
 #include <kwtsdk/sim/seed.h>
 
@@ -39,29 +38,20 @@ class Mutator {
 
   void change(std::string& bytes) {
     const std::size_t at = placeIn(bytes);
-    switch (random_.below(8)) {
-      case 0:
-        bytes.resize(at);
-        break;
-      case 1:
-        bytes.erase(at, random_.below(100));
-        break;
-      case 2:
-        bytes.insert(at, noise(random_.below(100)));
-        break;
-      case 3:
-        bytes.insert(at, std::string(random_.below(3000), '\0'));
-        break;
-      case 4:  // a record of any length
-        bytes.insert(at, "\x50\x01" + noise(2));
-        break;
-      case 5: {
-        const std::string& other = original();
-        bytes = bytes.substr(0, at) + other.substr(placeIn(other));
-        break;
-      }
-      default:
-        if (at < bytes.size()) bytes[at] = static_cast<char>(bytes[at] ^ (1 << random_.below(8)));
+    const std::string& other = original();
+    const std::function<void()> changes[]{
+        [&] { bytes.resize(at); },
+        [&] { bytes.erase(at, random_.below(100)); },
+        [&] { bytes.insert(at, noise(random_.below(100))); },
+        [&] { bytes.insert(at, std::string(random_.below(3000), '\0')); },
+        [&] { bytes.insert(at, "\x50\x01" + noise(2)); },  // a record of any length
+        [&] { bytes = bytes.substr(0, at) + other.substr(placeIn(other)); },
+    };
+    const std::uint64_t change = random_.below(8);
+    if (change < std::size(changes)) {
+      changes[change]();
+    } else if (at < bytes.size()) {
+      bytes[at] = static_cast<char>(bytes[at] ^ (1 << random_.below(8)));
     }
   }
 

@@ -28,15 +28,12 @@ std::string printedBy(const std::string& command) {
 }
 
 void recordMelody(const std::string& path) {
-  using namespace std::chrono_literals;
   const auto scheduler = sim::VirtualTimeScheduler::create(1);
   scheduler->run([&] {
     testing::SimHost host(scheduler, {.latency = 2ms, .connectionInterval = 7500us});
     host.model->setMicrophone(sim::melodyMicrophone());
-    testing::Outcome started(*scheduler);
-    host.helper->startRecordWithType(0, path, started.completion());
-    ASSERT_TRUE(started.wait());
-    ASSERT_EQ(started.text(), "ok");
+    host.helper->startRecordWithType(0, path, host.outcome.completion());
+    ASSERT_EQ(host.outcome.ended(), "ok");
     scheduler->sleep(12s);
     host.helper->stopRecord(nullptr);
     scheduler->sleep(1s);
@@ -49,10 +46,8 @@ TEST(Melody, IsHeardInWhatItsRecordingIsConvertedTo) {
   const std::string live = folder.file("live"), wav = folder.file("a.wav"), mp3 = folder.file("a.mp3"),
                     decoded = folder.file("b.wav");
   recordMelody(live);
-  const auto helper = KWTBluetoothHelper::create({.scheduler = nullptr,
-                                                  .settings = nullptr,
-                                                  .opusConverter = opus::opusFileConverter(nullptr),
-                                                  .log = nullptr});
+  const auto helper =
+      KWTBluetoothHelper::create({nullptr, nullptr, opus::opusFileConverter(nullptr), nullptr});
   ASSERT_TRUE(helper->decodeOpusFile(live, wav, OpusConvertTypeWav));
   ASSERT_TRUE(helper->decodeOpusFile(live, mp3, OpusConvertTypeMp3));
 

@@ -16,26 +16,20 @@ TEST(RecordingMeter, FollowsAGrowingFile) {
   RecordingMeter meter(path);
   EXPECT_FALSE(meter.read().peak);
   const std::size_t firstTen = joined(liveRecords(10)).size();
-  const struct {
-    std::size_t bytes;
-    int milliseconds;
-    bool isNew;
-  } steps[] = {{1, 0, false},
-               {firstTen, 200, true},
-               {firstTen, 200, false},
-               {firstTen + 1, 200, false},
-               {firstTen + 20, 200, false},
-               {whole.size() - 1, 980, true},
-               {whole.size(), 1000, true}};
-  for (const auto& step : steps) {
-    writeFile(path, whole.substr(0, step.bytes));
+  const std::tuple<std::size_t, int, bool> steps[]{{1, 0, false},
+                                                   {firstTen, 200, true},
+                                                   {firstTen, 200, false},
+                                                   {firstTen + 1, 200, false},
+                                                   {firstTen + 20, 200, false},
+                                                   {whole.size() - 1, 980, true},
+                                                   {whole.size(), 1000, true}};
+  for (const auto& [bytes, recorded, isNew] : steps) {
+    writeFile(path, whole.substr(0, bytes));
     const auto reading = meter.read();
-    EXPECT_EQ(reading.recorded, milliseconds(step.milliseconds)) << step.bytes;
-    EXPECT_EQ(reading.bytes, step.bytes);
-    EXPECT_EQ(reading.peak.has_value(), step.isNew) << step.bytes;
-    if (step.isNew) {
-      EXPECT_NEAR(*reading.peak, -9, 6);
-    }
+    EXPECT_EQ(reading.recorded, milliseconds(recorded)) << bytes;
+    EXPECT_EQ(reading.bytes, bytes);
+    EXPECT_EQ(reading.peak.has_value(), isNew) << bytes;
+    EXPECT_NEAR(reading.peak.value_or(-9), -9, 6);
   }
 }
 

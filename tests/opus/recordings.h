@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include <kwtsdk/opus/conversion.h>
+
 #include "sim/samples/opus_file.h"
 #include "sim/samples/tones.h"
 #include "tests/support/temporary_folder.h"
@@ -46,6 +48,12 @@ inline std::string oggOpus(std::size_t packets, int serialNumber = 1) {
   sound.resize(packets * kPacketFrames);
   sim::writeOpusFile(folder.file("o"), sound, serialNumber);
   return contentOf(folder.file("o"));
+}
+
+/// Converts `content` in the folder's "in" into its "out".
+inline opus::ConversionResult wavOf(const TemporaryFolder& folder, const std::string& content) {
+  writeFile(folder.file("in"), content);
+  return opus::convert(folder.file("in"), folder.file("out"), opus::Format::wav, 0, {});
 }
 
 inline std::size_t number(const std::string& bytes, std::size_t at, std::size_t size) {

@@ -6,38 +6,25 @@
 namespace kwtsdk {
 namespace {
 
-using testing::contentOf;
-using testing::TemporaryFolder;
-using testing::writeFile;
+using namespace testing;
 
-TEST(FileSettings, OnlyAFlushReachesTheFile) {
+TEST(FileSettings, OnlyAFlushReachesTheFileAndKeepsTheKeysOfOthers) {
   const TemporaryFolder folder;
   const std::string path = folder.file("a/b/settings");
-  const auto first = fileSettings(path);
-  first->write("KWTKey_1", 8192);
-  first->write("KWTKey_2", ~0ULL);
-  EXPECT_EQ(fileSettings(path)->read("KWTKey_1"), std::nullopt);
-  first->flush();
-  EXPECT_EQ(fileSettings(path)->read("KWTKey_2"), ~0ULL);
-  first->remove("KWTKey_2");
-  first->flush();
-  EXPECT_EQ(contentOf(path), "KWTKey_1 8192\n");
-}
-
-TEST(FileSettings, InstancesOnOneFileKeepEachOthersKeys) {
-  const TemporaryFolder folder;
-  const std::string path = folder.file("settings");
   const auto one = fileSettings(path), other = fileSettings(path);
   EXPECT_EQ(one->read("a"), std::nullopt);
   EXPECT_EQ(other->read("a"), std::nullopt);
   one->write("a", 1);
+  EXPECT_EQ(fileSettings(path)->read("a"), std::nullopt);
   one->flush();
-  other->write("b", 2);
+  other->write("b", ~0ULL);
   other->flush();
+  EXPECT_EQ(contentOf(path), "a 1\nb 18446744073709551615\n");
   one->remove("a");
   one->flush();
   other->flush();
-  EXPECT_EQ(contentOf(path), "b 2\n");
+  EXPECT_EQ(contentOf(path), "b 18446744073709551615\n");
+  EXPECT_EQ(fileSettings(path)->read("b"), ~0ULL);
 }
 
 TEST(FileSettings, SurvivesWhatItCannotUse) {

@@ -36,11 +36,6 @@ TEST(ThreadScheduler, AQueueKeepsOrderAndMayDestroyItself) {
 // Destroying the queue drops what has not begun, and only that lets the running work end, which it then waits
 // for.
 TEST(ThreadScheduler, DestroyingAQueueDropsItsWorkAndWaitsForTheRest) {
-  struct SignalsWhenDropped {
-    explicit SignalsWhenDropped(std::shared_ptr<Semaphore> given) : semaphore(std::move(given)) {}
-    const std::shared_ptr<Semaphore> semaphore;
-    ~SignalsWhenDropped() { semaphore->signal(); }
-  };
   const auto scheduler = threadScheduler();
   const auto started = scheduler->semaphore("started"), release = scheduler->semaphore("release");
   std::atomic<int> finished{0};
@@ -50,7 +45,8 @@ TEST(ThreadScheduler, DestroyingAQueueDropsItsWorkAndWaitsForTheRest) {
     release->wait(std::nullopt);
     ++finished;
   });
-  queue->async([&, token = std::make_shared<SignalsWhenDropped>(release)] { ++finished; });
+  std::shared_ptr<void> token(nullptr, [release](void*) { release->signal(); });
+  queue->async([&finished, token = std::move(token)] { ++finished; });
   ASSERT_TRUE(started->wait(std::nullopt));
   queue = nullptr;
   EXPECT_EQ(finished, 1);
@@ -88,8 +84,8 @@ TEST(ThreadScheduler, ATimerRepeatsUntilItsOwnFireDestroysIt) {
 // a third.
 TEST(ThreadScheduler, AThousandBlockingQueriesWhileNotificationsArrive) {
   const auto scheduler = threadScheduler();
-  testing::SimHost host(scheduler, {},
-                        std::make_shared<sim::SeededFaults>(1, sim::FaultRates{.duplicate = 0.3}));
+  const auto faults = std::make_shared<sim::SeededFaults>(1, sim::FaultRates{.duplicate = 0.3});
+  testing::SimHost host(scheduler, {}, faults);
   std::thread observer([&] {
     for (int i = 0; i < 20000; ++i) {
       host.helper->setWritten(host.helper->cmdType() != 0 && host.helper->completionBlock() != nullptr);

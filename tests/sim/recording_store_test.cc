@@ -5,13 +5,12 @@
 #include <sys/stat.h>
 
 #include "tests/support/temporary_folder.h"
+#include "tests/support/thrown_by.h"
 
 namespace kwtsdk::sim {
 namespace {
 
-using kwtsdk::testing::contentOf;
-using kwtsdk::testing::TemporaryFolder;
-using kwtsdk::testing::writeFile;
+using namespace testing;
 
 std::string opus(const std::string& audio, char segments = 1) {
   return "OggS" + std::string(22, '\0') + segments + std::string(static_cast<std::size_t>(segments), 'x') +
@@ -93,12 +92,8 @@ TEST(FolderStore, RefusesAnIdThatIsNone) {
   std::filesystem::create_directory(folder.file("device"));
   for (const char* text : {"", "0", "-1", "7 8", "4294967295"}) {
     writeFile(folder.file("device/first-id"), text);
-    try {
-      FolderStore::open(folder.path());
-      ADD_FAILURE() << "accepted: " << text;
-    } catch (const std::runtime_error& error) {
-      EXPECT_NE(std::string(error.what()).find("first-id holds no recording id"), std::string::npos) << text;
-    }
+    const std::string failure = thrownBy([&] { FolderStore::open(folder.path()); });
+    EXPECT_NE(failure.find("first-id holds no recording id"), std::string::npos) << text;
   }
 }
 

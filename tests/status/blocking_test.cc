@@ -6,18 +6,22 @@ namespace kwtsdk {
 namespace {
 
 using namespace std::chrono_literals;
-using sim::VirtualTimeScheduler;
-using testing::onVirtualTime;
-using testing::SimHost;
+using namespace testing;
 
-TEST(Blocking, AnswersOfAHealthyRecorder) {
+TEST(Blocking, EachFormSendsItsFrameAndGivesTheAnswer) {
   onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
     EXPECT_EQ(host.helper->getPower(), 87);
-    EXPECT_EQ(host.helper->getFirmwareVersion(), "1.2.3");
     EXPECT_EQ(host.helper->getCapacity()->size(), 2U);
+    EXPECT_EQ(host.helper->getFirmwareVersion(), "1.2.3");
     EXPECT_EQ(host.helper->getFileNumAndFirstId(), (FlashInfo{0, 0}));
-    EXPECT_FALSE(host.helper->getFileInfo(10)->exist());
+    EXPECT_FALSE(host.helper->getFileInfo((1LL << 32) + 10)->exist());
     EXPECT_TRUE(host.helper->notifyDownloadSuccess());
+    std::optional<ByteCounts> result;
+    host.helper->deleteFile(10, host.outcome.completion(result));
+    EXPECT_EQ(host.outcome.ended(), "4 删除失败，文件系统为空");
+    EXPECT_EQ(host.requests, (Lines{"99ec2a02b20a0001000000000000001003a34083df",
+                                    "99ec2a02b20a000100000000000000107fb47d3086", "8e42455354", "0182010000",
+                                    "028204000a000000d103ee45", "1382020000", "048204000a000000d103ee45"}));
     EXPECT_EQ(scheduler.now(), 0s);
   });
 }
@@ -25,18 +29,19 @@ TEST(Blocking, AnswersOfAHealthyRecorder) {
 TEST(Blocking, SilenceEndsAfterTheTimeOutAndFreesTheFacade) {
   onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
     host.setReplies([](const auto&, const auto&) { return std::nullopt; });
-    const auto timed = [&](const char* what, Duration expected, auto call) {
+    const std::tuple<Duration, std::function<bool(KWTBluetoothHelper&)>> calls[]{
+        {5s, [](auto& helper) { return helper.getPower() == -1; }},
+        {5s, [](auto& helper) { return !helper.getFirmwareVersion(); }},
+        {5s, [](auto& helper) { return !helper.getCapacity(); }},
+        {5s, [](auto& helper) { return !helper.getFileNumAndFirstId(); }},
+        {5s, [](auto& helper) { return !helper.getFileInfo(10); }},
+        {2s, [](auto& helper) { return helper.notifyDownloadSuccess(); }}};
+    for (const auto& [timeOut, call] : calls) {
       const Duration start = scheduler.now();
-      call();
-      EXPECT_EQ(scheduler.now() - start, expected) << what;
-      EXPECT_FALSE(host.helper->completionBlock()) << what;
-    };
-    timed("power", 5s, [&] { EXPECT_EQ(host.helper->getPower(), -1); });
-    timed("version", 5s, [&] { EXPECT_EQ(host.helper->getFirmwareVersion(), std::nullopt); });
-    timed("capacity", 5s, [&] { EXPECT_EQ(host.helper->getCapacity(), std::nullopt); });
-    timed("count", 5s, [&] { EXPECT_EQ(host.helper->getFileNumAndFirstId(), std::nullopt); });
-    timed("info", 5s, [&] { EXPECT_FALSE(host.helper->getFileInfo(10)); });
-    timed("notice", 2s, [&] { EXPECT_TRUE(host.helper->notifyDownloadSuccess()); });
+      EXPECT_TRUE(call(*host.helper)) << start / 1s;
+      EXPECT_EQ(scheduler.now() - start, timeOut);
+      EXPECT_FALSE(host.helper->completionBlock());
+    }
   });
 }
 
@@ -58,13 +63,12 @@ TEST(Blocking, ARefusedCallFreesTheFacadeToo) {
 TEST(Blocking, OnTheLinkThreadItRunsIntoItsTimeOut) {
   onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
     std::vector<std::int64_t> levels;
-    testing::Outcome outcome(scheduler);
     host.helper->getPower([&](const MaybeError& error, std::uint64_t) {
       levels.push_back(host.helper->getPower());  // refused, which frees the facade
       levels.push_back(host.helper->getPower());  // sent, but this thread cannot forward the answer
-      outcome.take(error);
+      host.outcome.take(error);
     });
-    ASSERT_TRUE(outcome.wait());
+    ASSERT_TRUE(host.outcome.wait());
     EXPECT_EQ(levels, (std::vector<std::int64_t>{0, -1}));
     EXPECT_EQ(scheduler.now(), 5s);
     EXPECT_EQ(host.helper->getPower(), 87);

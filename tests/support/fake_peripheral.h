@@ -14,6 +14,8 @@
 
 namespace kwtsdk::testing {
 
+using Lines = std::vector<std::string>;
+
 class FakeCharacteristic : public Characteristic {
  public:
   FakeCharacteristic(const std::string& uuid, std::uint32_t properties)
@@ -44,7 +46,7 @@ class FakePeripheral : public Peripheral {
   std::size_t maximumWriteValueLengthForType(WriteType) const override { return 512; }
 
   PeripheralState current = PeripheralState::connected;
-  std::vector<std::string> calls;
+  Lines calls;
   std::function<void(const std::shared_ptr<Characteristic>&)> onWrite;
 };
 
@@ -54,7 +56,7 @@ class LineLog : public Log {
     const std::lock_guard lock(mutex_);
     if (level != LogLevel::debug) lines_.emplace_back(line);
   }
-  std::vector<std::string> lines() const {
+  Lines lines() const {
     const std::lock_guard lock(mutex_);
     return lines_;
   }
@@ -66,14 +68,13 @@ class LineLog : public Log {
 
  private:
   mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
+  Lines lines_;
 };
 
 /// A facade with the recorder's five characteristics on a fake peripheral.
 struct FakeHost {
   explicit FakeHost(std::shared_ptr<Scheduler> scheduler = nullptr)
-      : helper(KWTBluetoothHelper::create(
-            {.scheduler = std::move(scheduler), .settings = nullptr, .opusConverter = nullptr, .log = log})) {
+      : helper(KWTBluetoothHelper::create({std::move(scheduler), nullptr, nullptr, log})) {
     helper->setConnectedPeripheral(peripheral);
     for (const auto& characteristic : {statusWrite, statusNotify, fileWrite, fileNotify, firmware}) {
       helper->addDiscoveredCharacteristic(characteristic);

@@ -18,51 +18,41 @@ struct Case {
   std::optional<RecordingWatch::Refusal> refusal = std::nullopt;
 };
 
-void PrintTo(const Case& shown, std::ostream* out) { *out << shown.name; }
-
-class RecordingWatchTest : public ::testing::TestWithParam<Case> {};
-
-TEST_P(RecordingWatchTest, TellsTheFirstEndAndWhetherTheRecorderEnded) {
-  const auto scheduler = threadScheduler();
-  RecordingWatch watch(*scheduler);
-  watch.onNotification(kAudio);
-  GetParam().happens(watch);
-  EXPECT_EQ(watch.waitForEnd(Duration(0)), GetParam().end);
-  EXPECT_EQ(watch.endOfRecorder(), GetParam().endOfRecorder);
-  EXPECT_EQ(watch.waitForStop(Duration(0)).has_value(), GetParam().stopped);
-  EXPECT_EQ(watch.refusal(), GetParam().refusal);
-}
-
 using enum RecordingEnd;
 using Refusal = RecordingWatch::Refusal;
 const auto kNone = std::nullopt;
 const Case kCases[] = {
-    {"Audio", [](auto&) {}, kNone, kNone, false},
-    {"Started", [](auto& watch) { watch.onNotification(status(0)); }, kNone, kNone, false},
-    {"InCall", [](auto& watch) { watch.onNotification(status(0x10)); }, kNone, kNone, false, Refusal::inCall},
-    {"NotInCall", [](auto& watch) { watch.onNotification(status(0x11)); }, kNone, kNone, false,
+    {"audio", [](auto&) {}, kNone, kNone, false},
+    {"started", [](auto& watch) { watch.onNotification(status(0)); }, kNone, kNone, false},
+    {"in a call", [](auto& watch) { watch.onNotification(status(0x10)); }, kNone, kNone, false,
+     Refusal::inCall},
+    {"in no call", [](auto& watch) { watch.onNotification(status(0x11)); }, kNone, kNone, false,
      Refusal::notInCall},
-    {"Key", [](auto& watch) { watch.onNotification(end(0x11)); }, key, key, false},
-    {"Call", [](auto& watch) { watch.onNotification(end(0x21)); }, call, call, false},
-    {"Unasked", [](auto& watch) { watch.onNotification(end(0x01)); }, recorder, recorder, true},
-    {"LinkLost", [](auto& watch) { watch.onLinkLost(); }, linkLost, kNone, true},
-    {"Interrupt", [](auto& watch) { watch.onInterrupt(); }, interrupted, kNone, false},
-    {"AnswerToStop",
-     [](auto& watch) {
-       watch.onInterrupt();
-       watch.onNotification(kStopped);
-     },
-     interrupted, kNone, true},
+    {"key", [](auto& watch) { watch.onNotification(end(0x11)); }, key, key, false},
+    {"call", [](auto& watch) { watch.onNotification(end(0x21)); }, call, call, false},
+    {"unasked", [](auto& watch) { watch.onNotification(end(0x01)); }, recorder, recorder, true},
+    {"link lost", [](auto& watch) { watch.onLinkLost(); }, linkLost, kNone, true},
+    {"interrupt", [](auto& watch) { watch.onInterrupt(); }, interrupted, kNone, false},
+    {"answer to stop", [](auto& watch) { watch.onInterrupt(), watch.onNotification(kStopped); }, interrupted,
+     kNone, true},
     // After which a stop would start a recording.
-    {"KeyAfterInterrupt",
-     [](auto& watch) {
-       watch.onInterrupt();
-       watch.onNotification(end(0x11));
-     },
+    {"key after interrupt", [](auto& watch) { watch.onInterrupt(), watch.onNotification(end(0x11)); },
      interrupted, key, false},
 };
-INSTANTIATE_TEST_SUITE_P(All, RecordingWatchTest, ::testing::ValuesIn(kCases),
-                         [](const auto& instance) { return instance.param.name; });
+
+TEST(RecordingWatchTest, TellsTheFirstEndAndWhetherTheRecorderEnded) {
+  const auto scheduler = threadScheduler();
+  for (const Case& test : kCases) {
+    SCOPED_TRACE(test.name);
+    RecordingWatch watch(*scheduler);
+    watch.onNotification(kAudio);
+    test.happens(watch);
+    EXPECT_EQ(watch.waitForEnd(Duration(0)), test.end);
+    EXPECT_EQ(watch.endOfRecorder(), test.endOfRecorder);
+    EXPECT_EQ(watch.waitForStop(Duration(0)).has_value(), test.stopped);
+    EXPECT_EQ(watch.refusal(), test.refusal);
+  }
+}
 
 }  // namespace
 }  // namespace kwtsdk::tool
