@@ -31,6 +31,9 @@ if(TARGET kwtsdk_sim)
   kwtsdk_install_library(kwtsdk_sim sim kwtsdk/sim "Simulated voice recorder for tests of kwtsdk hosts" "kwtsdk")
 endif()
 
+if(TARGET kwtsdk_bluez)
+  kwtsdk_install_library(kwtsdk_bluez bluez kwtsdk/bluez "BlueZ adapter for kwtsdk hosts" "kwtsdk" "sdbus-c++")
+endif()
 if(TARGET kwtsdk_opus)
   kwtsdk_install_library(kwtsdk_opus opus kwtsdk/opus "Opus conversion for kwtsdk hosts" "kwtsdk" "opusfile opus"
                          "-lmp3lame")
@@ -46,8 +49,10 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/kwtsdkConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/kwtsdkConfig.cmake ${PROJECT_BINARY_DIR}/kwtsdkConfigVersion.cmake
         DESTINATION ${KWTSDK_PACKAGE_DIR})
 
-if(TARGET kwt)
-  file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-  set_target_properties(kwt PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
-  install(TARGETS kwt)
-endif()
+file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+foreach(tool kwt kwt-recorder)
+  if(TARGET ${tool})
+    set_target_properties(${tool} PROPERTIES INSTALL_RPATH $ORIGIN/${to_libraries})
+    install(TARGETS ${tool})
+  endif()
+endforeach()

@@ -31,9 +31,11 @@ DeviceScript readScript(const std::filesystem::path& path) {
 }  // namespace
 
 SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& scheduler,
-                                        const std::filesystem::path& folder) {
+                                        const std::filesystem::path& folder,
+                                        const std::function<void(LinkTiming&)>& adjust) {
   auto model = std::make_shared<RecorderModel>(FolderStore::open(folder));
   DeviceScript script = readScript(folder / "device" / "script");
+  if (adjust) adjust(script.timing);
   model->setInCall(script.inCall);
   model->setKeyAfter(script.keyAfter);
   model->setCallAfter(script.callAfter);

@@ -6,6 +6,8 @@
 #include <array>
 #include <filesystem>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "tools/commands.h"
 
@@ -60,6 +62,9 @@ void addOptions(CLI::App& app, Invocation& invocation) {
          "Use a simulated recorder: the folder's Opus files are its recordings, and are deleted with them; "
          "it hears device/microphone.wav, or a melody")
       ->type_name("DIR");
+  app.add_option("--device", invocation.device,
+                 "Use the recorder of this Bluetooth address; `kwt scan` shows it")
+      ->type_name("ADDRESS");
   app.add_flag("--json", invocation.json, "Print the result as JSON");
   app.footer(kFooter);
   app.require_subcommand(1);
@@ -70,9 +75,27 @@ void addOptions(CLI::App& app, Invocation& invocation) {
 struct Arguments {
   std::string file;
   std::string recordType = kRecordTypes.front();
-  double seconds = 0;
+  double seconds = 0, scanSeconds = 8;
+  bool allDevices = false;
   ConvertRequest conversion;
 };
+
+Duration scanTimeOf(double seconds) {
+  constexpr double longest = 3600;
+  require(seconds > 0 && seconds <= longest, "-d needs seconds, more than 0 and at most 3600");
+  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
+}
+
+void addScan(CLI::App& app, Invocation& invocation, Arguments& arguments) {
+  auto* const scan = app.add_subcommand("scan", "Show the recorders in Bluetooth range");
+  scan->add_option("-d,--duration", arguments.scanSeconds, "Listen so many seconds (default: 8)")
+      ->type_name("SECONDS");
+  scan->add_flag("--all", arguments.allDevices, "Show every Bluetooth Low Energy device, recorder or not");
+  scan->callback([&invocation, &arguments] {
+    const ScanRequest request{scanTimeOf(arguments.scanSeconds), arguments.allDevices};
+    invocation.command = [request](const Host& host, Output& output) { runScan(host, request, output); };
+  });
+}
 
 void addPull(CLI::App& app, Invocation& invocation, Arguments& arguments) {
   auto* const pull = app.add_subcommand("pull", "Download the first recording; the recorder then deletes it");
@@ -132,6 +155,7 @@ void addCommands(CLI::App& app, Invocation& invocation, Arguments& arguments) {
   const auto add = [&](const char* name, const char* description, auto run) {
     return app.add_subcommand(name, description)->callback([&invocation, run] { invocation.command = run; });
   };
+  addScan(app, invocation, arguments);
   add("info", "Show battery level, firmware version and storage", runInfo);
   add("list", "List the recordings", runList);
   addPull(app, invocation, arguments);
@@ -142,12 +166,27 @@ void addCommands(CLI::App& app, Invocation& invocation, Arguments& arguments) {
   add("tour", "Show all of it with a fresh simulated recorder in a temporary folder", runTour);
 }
 
-void checkSimulation(const CLI::App& app, const Invocation& invocation) {
-  const bool named = !invocation.simulatedFolder.empty();
-  const bool isTour = app.got_subcommand("tour"), isConvert = app.got_subcommand("convert");
-  require(isTour || isConvert || named, "No recorder named: add --sim DIR");
-  require(!isTour || !named, "tour makes a recorder of its own: leave --sim out");
-  require(!isConvert || !named, "convert needs no recorder: leave --sim out");
+bool isAddress(const std::string& text) {
+  const std::vector<std::string> pairs = CLI::detail::split(text, ':');
+  return pairs.size() == 6 && std::ranges::all_of(pairs, [](const std::string& pair) {
+           return pair.size() == 2 && pair.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+         });
+}
+
+void checkRecorder(const CLI::App& app, const Invocation& invocation) {
+  const bool simulated = !invocation.simulatedFolder.empty(), device = app.count("--device") > 0;
+  const bool isTour = app.got_subcommand("tour");
+  require(!simulated || !device, "--sim and --device name two recorders: leave one out");
+  require(!device || isAddress(invocation.device),
+          "--device needs an address such as 00:1A:7D:DA:71:13; `kwt scan` shows it");
+  require(!isTour || !(simulated || device),
+          "tour makes a recorder of its own: leave --sim and --device out");
+  for (const char* const command : {"convert", "scan"}) {
+    require(!app.got_subcommand(command) || !(simulated || device),
+            std::string(command) + " needs no recorder: leave --sim and --device out");
+    if (app.got_subcommand(command)) return;
+  }
+  require(isTour || simulated || device, "No recorder named: add --sim DIR or --device ADDRESS");
 }
 
 }  // namespace
@@ -160,7 +199,7 @@ std::variant<Invocation, int> parseCommandLine(int argc, char** argv) {
   addCommands(app, invocation, arguments);
   try {
     app.parse(argc, argv);
-    checkSimulation(app, invocation);
+    checkRecorder(app, invocation);
   } catch (const CLI::ParseError& error) {
     return app.exit(error, std::cout, std::cerr) == 0 ? 0 : kUsage;
   }

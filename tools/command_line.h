@@ -12,7 +12,7 @@ namespace kwtsdk::tool {
 /// What the command line asks for.
 struct Invocation {
   std::function<void(const Host&, Output&)> command;
-  std::string simulatedFolder;
+  std::string simulatedFolder, device;
   bool json = false;
 };
 

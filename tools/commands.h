@@ -13,6 +13,14 @@ namespace kwtsdk::tool {
 
 // The commands. Each throws a Failure when the recorder or a file says no.
 
+struct ScanRequest {
+  Duration time;
+  bool all = false;  // also what does not look like a recorder
+};
+
+/// Needs no recorder; Ctrl-C ends it early.
+void runScan(const Host& host, const ScanRequest& request, Output& output);
+
 void runInfo(const Host& host, Output& output);
 void runList(const Host& host, Output& output);
 

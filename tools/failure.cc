@@ -4,6 +4,10 @@
 #include <array>
 #include <utility>
 
+#include <kwtsdk/bluez/problem.h>
+
+#include "tools/bluetooth_failure.h"
+
 namespace kwtsdk::tool {
 namespace {
 
@@ -63,6 +67,7 @@ bool Failure::is(ToolError code) const {
 }
 
 Failure explained(const Error& error) {
+  if (error.domain() == bluez::kDomain) return bluetoothFailure(error);
   const auto found =
       std::ranges::find_if(kExplanations, [&](const auto& known) { return known.code == error.code(); });
   if (error.domain() == kLibraryDomain && found != kExplanations.end())

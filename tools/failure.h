@@ -24,6 +24,8 @@ enum class ToolError : std::int64_t {
   notStopped = 10,  // the recorder did not confirm the end of a live recording
   notConverted = 11,
   notConfirmed = 12,  // an accepted image, that it runs
+  noRecorder = 13,    // a Bluetooth device without the recorder's channels
+  packetsTooSmall = 14,
 };
 
 /// Why a command ends with status 1. `what()` says what happened, the hint what to do next.

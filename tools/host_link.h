@@ -8,6 +8,8 @@
 #include <kwtsdk/bytes.h>
 #include <kwtsdk/scheduler.h>
 
+#include "tools/interrupt.h"
+
 namespace kwtsdk::tool {
 
 /// The connection to a recorder, however it was made.
@@ -33,5 +35,10 @@ class HostLink {
 /// Throws std::runtime_error whose text says what to do.
 std::unique_ptr<HostLink> openSimulatedHostLink(const std::shared_ptr<Scheduler>& scheduler,
                                                 const std::string& folder);
+
+/// Finds the recorder of that Bluetooth address and connects, which a person at a terminal sees. Ctrl-C ends
+/// the attempt, and the connection as long as nobody sets another action. Throws Failure.
+std::unique_ptr<HostLink> openBluetoothHostLink(const std::shared_ptr<Scheduler>& scheduler,
+                                                Interrupt& interrupt, const std::string& address);
 
 }  // namespace kwtsdk::tool

@@ -17,7 +17,7 @@ int run(const Invocation& invocation) {
   Interrupt interrupt(*scheduler);
   Output output(invocation.json);
   try {
-    invocation.command({scheduler, interrupt, invocation.simulatedFolder}, output);
+    invocation.command({scheduler, interrupt, invocation.simulatedFolder, invocation.device}, output);
   } catch (const Failure& failure) {
     output.fail(failure);
   } catch (const std::exception& exception) {

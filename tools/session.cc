@@ -26,13 +26,18 @@ Platform platformOf(const std::shared_ptr<Scheduler>& scheduler, const std::shar
   return platform;
 }
 
+std::unique_ptr<HostLink> openHostLink(const Host& host) {
+  if (!host.simulatedFolder.empty()) return openSimulatedHostLink(host.scheduler, host.simulatedFolder);
+  return openBluetoothHostLink(host.scheduler, host.interrupt, host.device);
+}
+
 }  // namespace
 
 Session::Session(const Host& host)
     : scheduler_(host.scheduler),
       interrupt_(host.interrupt),
       log_(std::make_shared<ObservedLog>(systemLog())),
-      link_(openSimulatedHostLink(scheduler_, host.simulatedFolder)),
+      link_(openHostLink(host)),
       recorder_(KWTBluetoothHelper::create(platformOf(scheduler_, log_))) {
   link_->attach(recorder_);
 }

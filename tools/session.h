@@ -17,13 +17,14 @@ struct Host {
   std::shared_ptr<Scheduler> scheduler;
   Interrupt& interrupt;
   std::string simulatedFolder;
+  std::string device;  // Bluetooth address; used when there is no folder
 };
 
 /// A connected recorder, for the length of one command. A facade of its own each time: what an earlier
 /// command left pending, such as a download's watchdog, cannot reach the next one.
 class Session {
  public:
-  /// Throws std::runtime_error whose text says what to do.
+  /// Connects. Throws Failure, or std::runtime_error whose text says what to do.
   explicit Session(const Host& host);
   ~Session();
   Session(const Session&) = delete;

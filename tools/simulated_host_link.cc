@@ -1,47 +1,21 @@
 #include <filesystem>
-#include <mutex>
 #include <utility>
 
 #include <kwtsdk/sim/simulated_recorder.h>
 
 #include "sim/samples/microphones.h"
 #include "tools/host_link.h"
+#include "tools/observation.h"
 
 namespace kwtsdk::tool {
 namespace {
 
-/// The folder's device/microphone.wav, or else the melody of the sample recordings.
-std::shared_ptr<sim::Microphone> microphoneIn(const std::filesystem::path& folder) {
-  const auto wav = folder / "device" / "microphone.wav";
-  return std::filesystem::exists(wav) ? sim::microphoneOf(wav) : sim::melodyMicrophone();
-}
-
 std::shared_ptr<sim::SimulatedLink> open(const std::shared_ptr<Scheduler>& scheduler,
                                          const std::filesystem::path& folder) {
   const auto recorder = sim::openSimulatedRecorder(scheduler, folder);
-  recorder.model->setMicrophone(microphoneIn(folder));
+  recorder.model->setMicrophone(sim::microphoneIn(folder));
   return recorder.link;
 }
-
-/// Outlives the link's owner, since the link's thread may.
-class Observation {
- public:
-  void set(HostLink::NotificationObserver observer) {
-    const std::lock_guard lock(mutex_);
-    observer_.swap(observer);
-  }
-  void show(const Characteristic& characteristic) {
-    std::unique_lock lock(mutex_);
-    const auto observer = observer_;
-    lock.unlock();
-    const auto value = characteristic.value();
-    if (observer && value) observer(*value);
-  }
-
- private:
-  std::mutex mutex_;
-  HostLink::NotificationObserver observer_;
-};
 
 class SimulatedHostLink : public HostLink {
  public:
@@ -61,11 +35,7 @@ class SimulatedHostLink : public HostLink {
     for (const auto& characteristic : link_->characteristics())
       facade->addDiscoveredCharacteristic(characteristic);
     link_->setEvents(facade->didWriteValueForCharacteristicBlock(),
-                     [observation = observation_, forward = facade->didUpdateValueForCharacteristicBlock()](
-                         const auto& peripheral, const auto& characteristic, const MaybeError& error) {
-                       observation->show(*characteristic);
-                       forward(peripheral, characteristic, error);
-                     });
+                     Observation::before(observation_, facade->didUpdateValueForCharacteristicBlock()));
   }
   void setOnNotification(NotificationObserver onNotification) override {
     observation_->set(std::move(onNotification));

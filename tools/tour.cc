@@ -14,7 +14,7 @@ namespace {
 class Tour {
  public:
   Tour(const Host& host, Output& output)
-      : host_{host.scheduler, host.interrupt, folder_.store()}, output_(output), steps_(output.json()) {}
+      : host_{host.scheduler, host.interrupt, folder_.store(), {}}, output_(output), steps_(output.json()) {}
 
   void run();
 

@@ -19,7 +19,7 @@ LinkCore::LinkCore(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<Recorde
       model_(std::move(model)),
       timing_(timing),
       instant_(isInstant(timing)),
-      queue_(*scheduler_),
+      queue_(*scheduler_, "kwt.sim.link"),
       faults_(std::move(faults)),
       air_(timing, scheduler_->now()),
       pace_(*scheduler_, Microphone::kPacketDuration) {}

@@ -11,8 +11,8 @@
 
 #include <kwtsdk/sim/simulated_link.h>
 
+#include "platform/closable_queue.h"
 #include "sim/link/air_time.h"
-#include "sim/link/link_queue.h"
 #include "sim/link/pace.h"
 #include "sim/link/simulated_characteristic.h"
 
@@ -88,7 +88,7 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
   const LinkTiming timing_;
   const bool instant_;
   const std::vector<CharacteristicPtr> characteristics_ = recorderCharacteristics();
-  LinkQueue queue_;
+  internal::ClosableQueue queue_;
   std::atomic<std::size_t> pending_{0};
 
   mutable std::mutex mutex_;  // never held while calling out

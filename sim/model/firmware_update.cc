@@ -92,9 +92,9 @@ bool FirmwareUpdate::announce(const Bytes& frame) {
 }
 
 Bytes FirmwareUpdate::offer() const {
-  // A data frame, its code included, fits into one write and into what an attribute can hold.
-  constexpr std::size_t attHead = 3, longestAttribute = 512, code = 1;
-  const std::size_t fitting = std::min(firmware_.linkMtu - attHead, longestAttribute) - code;
+  // A data frame, its code included, fits into one write. Linux has no plain write that is longer than this.
+  constexpr std::size_t attHead = 3, longestWrite = 510, code = 1;
+  const std::size_t fitting = std::min(firmware_.linkMtu - attHead, longestWrite) - code;
   Bytes offer{1, 0, 0, 0, 0, 0};
   putLittle16(offer, 4, firmware_.updateMtu.value_or(static_cast<std::uint16_t>(fitting)));
   return offer;

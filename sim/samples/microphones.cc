@@ -15,4 +15,9 @@ std::shared_ptr<Microphone> microphoneOf(const std::filesystem::path& wav) {
   return opusMicrophone(std::move(sound.samples), sound.sampleRate);
 }
 
+std::shared_ptr<Microphone> microphoneIn(const std::filesystem::path& folder) {
+  const auto wav = folder / "device" / "microphone.wav";
+  return std::filesystem::exists(wav) ? microphoneOf(wav) : melodyMicrophone();
+}
+
 }  // namespace kwtsdk::sim

@@ -14,4 +14,7 @@ std::shared_ptr<Microphone> melodyMicrophone();
 /// Throws std::runtime_error whose text says what to do for any other file.
 std::shared_ptr<Microphone> microphoneOf(const std::filesystem::path& wav);
 
+/// Of a recorder's folder: hears its device/microphone.wav, or else the melody. Throws as microphoneOf does.
+std::shared_ptr<Microphone> microphoneIn(const std::filesystem::path& folder);
+
 }  // namespace kwtsdk::sim

@@ -13,12 +13,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kFileName = "firmware.bin";
+constexpr const char* kFirmwareFileName = "firmware.bin";
 
 }  // namespace
 
 std::optional<Bytes> readFirmware(const fs::path& folder) {
-  const fs::path path = deviceFile(folder, kFileName);
+  const fs::path path = deviceFile(folder, kFirmwareFileName);
   if (!fs::exists(path)) return std::nullopt;
   std::error_code failure;
   const std::uintmax_t size = fs::is_regular_file(path) ? fs::file_size(path, failure) : 0;
@@ -34,7 +34,7 @@ std::optional<Bytes> readFirmware(const fs::path& folder) {
 }
 
 bool writeFirmware(const fs::path& folder, const Bytes& image) {
-  return replaceDeviceFile(folder, kFileName, image);
+  return replaceDeviceFile(folder, kFirmwareFileName, image);
 }
 
 }  // namespace kwtsdk::sim

@@ -15,12 +15,12 @@ namespace kwtsdk::sim {
 
 namespace {
 
-constexpr const char* kFileName = "first-id";
+constexpr const char* kFirstIdFileName = "first-id";
 
 }  // namespace
 
 std::uint32_t readFirstId(const std::filesystem::path& folder) {
-  const auto path = deviceFile(folder, kFileName);
+  const auto path = deviceFile(folder, kFirstIdFileName);
   if (!std::filesystem::exists(path)) return 1;
   std::ifstream file(path);
   std::ostringstream content;
@@ -39,7 +39,7 @@ std::uint32_t readFirstId(const std::filesystem::path& folder) {
 
 bool writeFirstId(const std::filesystem::path& folder, std::uint32_t id) {
   const std::string text = std::to_string(id) + "\n";
-  return replaceDeviceFile(folder, kFileName, Bytes(text.begin(), text.end()));
+  return replaceDeviceFile(folder, kFirstIdFileName, Bytes(text.begin(), text.end()));
 }
 
 }  // namespace kwtsdk::sim

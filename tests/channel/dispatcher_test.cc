@@ -5,8 +5,7 @@
 namespace kwtsdk {
 namespace {
 
-using testing::FakeHost;
-using Lines = std::vector<std::string>;
+using namespace testing;
 
 constexpr char kFileWrite[] = "4b1d9e07-53a6-42c8-b7f0-6e2a19820004";
 
@@ -21,21 +20,23 @@ ReplyHandler into(Lines& outcomes) {
 TEST(Dispatcher, RefusesInAFixedOrder) {
   FakeHost host;
   Lines outcomes;
+  const auto send = [&](const char* uuid = "C92A") {
+    host.helper->sendCommand({2}, uuid, 11, into(outcomes));
+  };
   host.helper->sendCommand({1}, kFileWrite, 3, into(outcomes));
   host.peripheral->current = PeripheralState::disconnecting;
-  host.helper->sendCommand({2}, "C92A", 11, into(outcomes));
+  send();
   host.helper->sendCommand({2}, "C92A", 11, nullptr);
   host.helper->setCompletionBlock(nullptr);
-  host.helper->sendCommand({2}, "C92A", 11, into(outcomes));
+  send();
   host.helper->setConnectedPeripheral(nullptr);
-  host.helper->sendCommand({2}, "C92A", 11, into(outcomes));
+  send();
   host.helper->setConnectedPeripheral(host.peripheral);
   host.peripheral->current = PeripheralState::connected;
-  for (const char* uuid : {"C92A", "1234", "no uuid"})
-    host.helper->sendCommand({2}, uuid, 11, into(outcomes));
-  EXPECT_EQ(outcomes, (Lines{"1002|cmdType:11, 已有操作在进行中|none", "1001|蓝牙断开连接|none",
-                             "1001|蓝牙断开连接|none", "1001|找不到特征值：C92A|none",
-                             "1001|找不到特征值：1234|none", "1001|找不到特征值：no uuid|none"}));
+  for (const char* uuid : {"C92A", "1234", "no uuid"}) send(uuid);
+  const std::string lost = "1001|蓝牙断开连接|none", unknown = "1001|找不到特征值：";
+  EXPECT_EQ(outcomes, (Lines{"1002|cmdType:11, 已有操作在进行中|none", lost, lost, unknown + "C92A|none",
+                             unknown + "1234|none", unknown + "no uuid|none"}));
   EXPECT_EQ(host.peripheral->calls, Lines{"write 01"});
   EXPECT_EQ(host.log->count("Error:Error Domain=com.kwt.sdk Code=1001"), 5);
 }
@@ -62,11 +63,8 @@ TEST(Dispatcher, RoutesAcknowledgementsAndNotifications) {
   EXPECT_EQ(outcomes, Lines{"6||none"});
   host.acknowledge(host.fileWrite);  // its context went with the failure
   EXPECT_EQ(host.helper->cmdType(), 0);
-}
 
-TEST(Dispatcher, FirmwareDataCompletesOnItsAcknowledgement) {
-  FakeHost host;
-  Lines outcomes;
+  outcomes.clear();  // firmware data completes on its acknowledgement
   host.firmware->setValue(Bytes{0x83, 0x01});
   host.helper->sendCommand({0x85}, internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, 15, into(outcomes));
   host.acknowledge(host.firmware);
@@ -117,11 +115,8 @@ TEST(Dispatcher, HostExceptionsStopAtTheLibrary) {
   EXPECT_EQ(outcomes, Lines{"0|The peripheral threw when it was asked to write.|none"});
   EXPECT_FALSE(host.helper->completionBlock());
   EXPECT_EQ(host.log->count("threw"), 3);
-}
 
-TEST(Dispatcher, AWriteThatFailsTwiceIsReportedOnce) {
-  FakeHost host;
-  Lines outcomes;
+  outcomes.clear();  // a write that fails twice is reported once
   host.peripheral->onWrite = [&](const auto& characteristic) {
     host.helper->didWriteValueForCharacteristic(host.peripheral, characteristic, Error("radio", 6, {}));
     throw std::runtime_error("and threw");
@@ -170,9 +165,8 @@ TEST(Registry, FindsByValueAndReplaces) {
 }
 
 TEST(Facade, SharedIsOneAndItsPlatformIsFixedByTheFirstUse) {
-  const auto log = std::make_shared<testing::LineLog>();
-  KWTBluetoothHelper::setSharedPlatform(
-      {.scheduler = nullptr, .settings = nullptr, .opusConverter = nullptr, .log = log});
+  const auto log = std::make_shared<LineLog>();
+  KWTBluetoothHelper::setSharedPlatform({nullptr, nullptr, nullptr, log});
   const auto helper = KWTBluetoothHelper::shared();
   EXPECT_EQ(helper, KWTBluetoothHelper::shared());
   KWTBluetoothHelper::setSharedPlatform({});
@@ -181,28 +175,24 @@ TEST(Facade, SharedIsOneAndItsPlatformIsFixedByTheFirstUse) {
 }
 
 TEST(ReplyCheck, LooksAtTheTypesThatHaveOne) {
-  const std::string status = "99ec" + std::string(36, '0') + "03" + std::string(22, '0');
-  const std::vector<std::tuple<std::int64_t, std::string, bool>> cases{
-      {1, status, true},
-      {1, status.substr(0, 62), false},
-      {1, "99ec" + std::string(36, '0') + "04" + std::string(22, '0'), false},
-      {1, "99EC" + status.substr(4), false},
-      {11, "9801", true},
-      {11, "980", false},
-      {11, "9101", false},  // the partition selection's answer, under the same number
-      {13, "8142455354" + std::string(12, '0'), true},
-      {13, "8142455354" + std::string(11, '0'), false},
-      {14, "8700", true},
-      {16, "8401", false},
-      {17, "8401", true},
-      {0, "", true},
-      {19, "", true},
-      {-1, "", true},
-      {15, "x", true},
-  };
-  for (const auto& [type, reply, valid] : cases) {
-    EXPECT_EQ(KWTCmdResponse::responseWithCmdType(type, nullptr).isValidResponse(reply), valid)
-        << type << ' ' << reply;
+  const auto zeros = [](std::size_t count) { return std::string(count, '0'); };
+  const std::string status = "99ec" + zeros(36) + "03" + zeros(22), begun = "8142455354" + zeros(11);
+  // 9101 is the partition selection's answer, under the number of the preparation's.
+  const std::vector<std::pair<std::int64_t, std::string>> valid{{1, status},  {11, "9801"}, {13, begun + "0"},
+                                                                {14, "8700"}, {17, "8401"}, {0, ""},
+                                                                {19, ""},     {-1, ""},     {15, "x"}};
+  const std::vector<std::pair<std::int64_t, std::string>> invalid{{1, status.substr(0, 62)},
+                                                                  {1, "99ec" + zeros(36) + "04" + zeros(22)},
+                                                                  {1, "99EC" + status.substr(4)},
+                                                                  {11, "980"},
+                                                                  {11, "9101"},
+                                                                  {13, begun},
+                                                                  {16, "8401"}};
+  for (const auto* cases : {&valid, &invalid}) {
+    for (const auto& [type, reply] : *cases) {
+      EXPECT_EQ(KWTCmdResponse::responseWithCmdType(type, nullptr).isValidResponse(reply), cases == &valid)
+          << type << ' ' << reply;
+    }
   }
 }
 

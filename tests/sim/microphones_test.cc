@@ -11,12 +11,12 @@
 #include "sim/samples/opus_microphone.h"
 #include "sim/samples/wav_file.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/thrown_by.h"
 
 namespace kwtsdk::sim {
 namespace {
 
-using kwtsdk::testing::TemporaryFolder;
-using kwtsdk::testing::writeFile;
+using namespace testing;
 
 std::string little(std::uint32_t value, std::size_t size) {
   std::string bytes;
@@ -74,21 +74,16 @@ TEST(WavFile, ThatIsUnusableIsNamedWithTheWayOut) {
       {with(format(3, 1, 16000, 32)), "holds 32-bit floating point"},
       {with(format(0xFFFE, 1, 16000, 16)), "holds encoded sound"},
   };
-  const auto failure = [](const std::string& path) -> std::string {
-    try {
-      microphoneOf(path);
-    } catch (const std::runtime_error& error) {
-      return error.what();
-    }
-    return "accepted";
+  const auto expect = [&](const std::string& name, const std::string& reason) {
+    const std::string failure = thrownBy([&] { microphoneOf(folder.file(name)); });
+    EXPECT_NE(failure.find(name + " " + reason), std::string::npos) << failure;
   };
   for (const auto& [content, reason] : cases) {
     writeFile(folder.file("a.wav"), content);
-    EXPECT_NE(failure(folder.file("a.wav")).find("a.wav " + reason), std::string::npos)
-        << failure(folder.file("a.wav"));
+    expect("a.wav", reason);
   }
-  EXPECT_NE(failure(folder.file("none")).find("none cannot be read (No such file"), std::string::npos);
-  EXPECT_NE(failure(folder.path()).find("cannot be read (not a regular file)"), std::string::npos);
+  expect("none", "cannot be read (No such file");
+  expect(".", "cannot be read (not a regular file)");
 }
 
 /// The loudness of packets 10 to 39, since the first ones swell.

@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
-#include <kwtsdk/sim/memory_store.h>
-#include <kwtsdk/sim/recorder_model.h>
 
 #include <random>
 
-#include "codec/hex.h"
+#include "tests/support/sim_host.h"
 
 namespace kwtsdk::sim {
 namespace {
@@ -23,9 +21,7 @@ const std::string battery = "99ec2a02b20a0001000000000000001003a34083df",
 /// Two recordings, of two blocks and of one; the first has id 10.
 struct Recorder {
   Recorder() {
-    Bytes content(40000);
-    for (std::size_t i = 0; i < content.size(); ++i) content[i] = static_cast<std::uint8_t>(1 + i % 251);
-    store->add(content, std::chrono::local_days(2024y / 5 / 17) + 9h + 30min + 1s, 3);
+    store->add(testing::recordingOf(40000), std::chrono::local_days(2024y / 5 / 17) + 9h + 30min + 1s, 3);
     store->add(Bytes(100, 7));
   }
   std::string answer(Channel channel, const std::string& hex) {
@@ -93,9 +89,9 @@ TEST(RecorderModel, StreamsFromTheOffsetAndEndsWithTheMarkerWhereAShortPacketDoe
   Recorder recorder;
   const std::string end = "03825c00ffffffff", full = "03825c0054000000";
   const std::tuple<std::string, bool, std::size_t, std::string, std::string> cases[]{
-      {download10, false, 781, full + "0000000001", "03825c00100000000c030000"},  // 65536 = 780 * 84 + 16
-      {download10, true, 782, full + "0000000001", end},
-      {download10From32768, false, 391, full + "000000008b", "03825c0008000000"},      // 32768 = 390 * 84 + 8
+      {download10, false, 781, full + "0000000007", "03825c00100000000c030000"},  // 65536 = 780 * 84 + 16
+      {download10, true, 782, full + "0000000007", end},
+      {download10From32768, false, 391, full + "0000000089", "03825c0008000000"},      // 32768 = 390 * 84 + 8
       {"03820c00000000000a000000acff00007266abd3", false, 2, full + "00000000", end},  // the last 84 bytes
       {"03820c00000000000a0000000000010063c59573", false, 1, end, end},                // none left
   };

@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
-#include <kwtsdk/sim/memory_store.h>
-#include <kwtsdk/sim/recorder_model.h>
 
 #include <map>
 #include <sstream>
 
-#include "codec/hex.h"
+#include "tests/support/sim_host.h"
 
 namespace kwtsdk::sim {
 namespace {
@@ -35,6 +33,10 @@ std::string sent(RecorderModel& model, const std::string& steps) {
       model.linkLost();
     } else if (word == "call" || word == "hangUp") {
       model.setInCall(word == "call");
+    } else if (word.starts_with("keyAfter")) {
+      model.setKeyAfter(1ms * std::stoi(word.substr(8)));
+    } else if (word.starts_with("callAfter")) {
+      model.setCallAfter(1ms * std::stoi(word.substr(9)));
     } else {
       for (int i = std::stoi(word) / 20; i > 0; --i) model.recordPacket();
     }
@@ -49,11 +51,7 @@ std::string sent(RecorderModel& model, const std::string& steps) {
 }
 
 TEST(RecordingService, AnswersByItsState) {
-  struct Case {
-    std::string steps, expected;
-    std::optional<Duration> keyAfter = std::nullopt, callAfter = std::nullopt;
-  };
-  const Case cases[]{
+  const std::pair<std::string, std::string> cases[]{
       {"20", ""},
       {"start0 40ms toggle 20ms", "started0 sound sound stopped endByHost"},
       {"start1 start3 20ms", "started1 started3 sound"},
@@ -69,14 +67,12 @@ TEST(RecordingService, AnswersByItsState) {
       {"key toggle", "started4"},
       {"start0 20ms lost 20ms toggle", "started4"},
       {"start0 key lost toggle", "started4"},
-      {"start0 100ms start1 100ms", "started0 sound sound endByKey started1 sound sound endByKey", 30ms},
-      {"start0 toggle", "started0 endByKey stopped", 0ms},
-      {"start0 100ms start0 start2 20ms", "started0 sound endByCall inCall started2 sound", {}, 20ms},
+      {"keyAfter30 start0 100ms start1 100ms", "started0 sound sound endByKey started1 sound sound endByKey"},
+      {"keyAfter0 start0 toggle", "started0 endByKey stopped"},
+      {"callAfter20 start0 100ms start0 start2 20ms", "started0 sound endByCall inCall started2 sound"},
   };
-  for (const auto& [steps, expected, keyAfter, callAfter] : cases) {
+  for (const auto& [steps, expected] : cases) {
     RecorderModel model(std::make_shared<MemoryStore>());
-    model.setKeyAfter(keyAfter);
-    model.setCallAfter(callAfter);
     EXPECT_EQ(sent(model, steps), expected) << steps;
   }
 }

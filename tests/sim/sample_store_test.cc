@@ -7,8 +7,7 @@
 namespace kwtsdk::sim {
 namespace {
 
-using kwtsdk::testing::contentOf;
-using kwtsdk::testing::TemporaryFolder;
+using namespace testing;
 
 TEST(SampleStore, HoldsTheSameThreeRecordingsEachTimeInANewFolder) {
   const TemporaryFolder folder;

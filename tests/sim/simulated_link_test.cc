@@ -1,13 +1,9 @@
 #include <gtest/gtest.h>
-#include <kwtsdk/sim/memory_store.h>
-#include <kwtsdk/sim/scripted_faults.h>
 #include <kwtsdk/sim/seed.h>
-#include <kwtsdk/sim/simulated_link.h>
-#include <kwtsdk/sim/virtual_time_scheduler.h>
 
 #include <algorithm>
 
-#include "codec/hex.h"
+#include "tests/support/sim_host.h"
 
 namespace kwtsdk::sim {
 namespace {
@@ -15,6 +11,7 @@ namespace {
 using internal::hexString;
 using internal::toData;
 using namespace std::chrono_literals;
+using Events = std::vector<std::string>;
 
 const std::string fileWrite = "4B1D9E07-53A6-42C8-B7F0-6E2A19820004",
                   fileNotify = "4B1D9E07-53A6-42C8-B7F0-6E2A19820003", count = "0182010000",
@@ -43,6 +40,11 @@ struct Host {
     events.push_back(event);
     if (onEvent) onEvent(event);
   }
+  /// Begins what `request` asks for, with the notifications on.
+  void ask(const std::string& request) {
+    subscribe();
+    write(request);
+  }
   void write(const std::string& hex, const std::string& uuid = fileWrite) {
     link->peripheral()->writeValue(toData(hex), link->characteristic(uuid), WriteType::withResponse);
   }
@@ -50,7 +52,7 @@ struct Host {
     link->peripheral()->setNotifyValue(enabled, link->characteristic(fileNotify));
   }
   /// The events of what `body` does, up to the moment when nothing is under way.
-  std::vector<std::string> eventsOf(const std::function<void()>& body) {
+  Events eventsOf(const std::function<void()>& body) {
     events.clear();
     scheduler->run([&] {
       began = scheduler->now();
@@ -66,11 +68,9 @@ struct Host {
   std::shared_ptr<SimulatedLink> link;
   bool timed;
   Duration began{0};
-  std::vector<std::string> events;
+  Events events;
   std::function<void(const std::string&)> onEvent;
 };
-
-using Events = std::vector<std::string>;
 
 template <class Body>
 void forManySeeds(Body body) {
@@ -84,7 +84,7 @@ void forManySeeds(Body body) {
 TEST(SimulatedLink, AcknowledgesThenNotifiesWhileSubscribed) {
   Host host;
   EXPECT_EQ(host.eventsOf([&] { host.write(count); }), (Events{"ack"}));
-  EXPECT_EQ(host.eventsOf([&] { host.subscribe(), host.write(count); }), (Events{"ack", "01820800"}));
+  EXPECT_EQ(host.eventsOf([&] { host.ask(count); }), (Events{"ack", "01820800"}));
   EXPECT_EQ(host.eventsOf([&] { host.subscribe(false), host.write(count); }), (Events{"ack"}));
   EXPECT_EQ(host.eventsOf([&] { host.write(count, fileNotify); }), (Events{"ack!3"}));
   EXPECT_EQ(host.eventsOf([&] { host.write(std::string(2 * 513, '0')); }), (Events{"ack!13"}));
@@ -94,10 +94,10 @@ TEST(SimulatedLink, KeepsToIntervalsAndLatency) {
   const LinkTiming slots{.connectionInterval = 10ms, .packetsPerInterval = 2};
   Host host(slots);
   // Sent at 0: the subscription and a write; at 10: the other write and an acknowledgement; and so on.
-  EXPECT_EQ(host.eventsOf([&] { host.subscribe(), host.write(count), host.write(notice); }),
+  EXPECT_EQ(host.eventsOf([&] { host.ask(count), host.write(notice); }),
             (Events{"ack@10", "01820800@20", "ack@20", "13820400@30"}));
   Host both({.latency = 3ms, .connectionInterval = 10ms, .packetsPerInterval = 4, .mtu = 23});
-  EXPECT_EQ(both.eventsOf([&] { both.subscribe(), both.write(std::string(80, '0')); }), (Events{"ack@23"}))
+  EXPECT_EQ(both.eventsOf([&] { both.ask(std::string(80, '0')); }), (Events{"ack@23"}))
       << "40 bytes go in three parts and one packet that has them executed";
   Host delayed(slots, "write 1 delay 25ms");
   EXPECT_EQ(delayed.eventsOf([&] { delayed.write(count), delayed.write(count); }),
@@ -109,7 +109,7 @@ TEST(SimulatedLink, ServesAWriteAmidAStream) {
   host.onEvent = [&host](const std::string& event) {
     if (event == "03825c00@30" || event == "03825c00@80") host.write(count);
   };
-  const auto events = host.eventsOf([&] { host.subscribe(), host.write(download); });
+  const auto events = host.eventsOf([&] { host.ask(download); });
   ASSERT_EQ(events.size(), 396U);
   EXPECT_EQ((Events{events.begin(), events.begin() + 9}),
             (Events{"ack@20", "03825c00@30", "03825c00@50", "ack@60", "01820800@70", "03825c00@80",
@@ -135,8 +135,7 @@ TEST(SimulatedLink, FollowsItsFaults) {
   for (const auto& [script, expected] : cases) {
     Host host({}, script);
     // One after the other, so that the order does not depend on when the second write is asked.
-    const auto events =
-        host.eventsOf([&] { host.subscribe(), host.write(count), host.link->drain(), host.write(notice); });
+    const auto events = host.eventsOf([&] { host.ask(count), host.link->drain(), host.write(notice); });
     EXPECT_EQ(events, expected) << script;
   }
 }
@@ -144,7 +143,7 @@ TEST(SimulatedLink, FollowsItsFaults) {
 TEST(SimulatedLink, ALostLinkTakesEverythingWithItAndCanBeMadeAgain) {
   Host host({.latency = 5ms});
   const auto lose = [&host](const std::string& request, Duration after) {
-    host.subscribe(), host.write(request);
+    host.ask(request);
     host.scheduler->sleep(after);
     host.link->disconnect();
     host.link->disconnect();
@@ -158,7 +157,7 @@ TEST(SimulatedLink, ALostLinkTakesEverythingWithItAndCanBeMadeAgain) {
   EXPECT_EQ(host.eventsOf([&] {
     lose(download, 7ms);
     host.link->connect();
-    host.subscribe(), host.write(count);
+    host.ask(count);
   }),
             (Events{"lost@10", "ack@17", "01820800@17"}));
   EXPECT_FALSE(host.model->streaming());
@@ -168,10 +167,10 @@ TEST(SimulatedLink, AStreamAskedForRightAfterTheLossGoesOn) {
   forManySeeds([](std::uint64_t, const auto& scheduler) {
     Host host({}, "notification 1 disconnect", scheduler);
     const auto events = host.eventsOf([&] {
-      host.subscribe(), host.write(download);
+      host.ask(download);
       while (host.link->peripheral()->state() == PeripheralState::connected) scheduler->preemptionPoint();
       host.link->connect();
-      host.subscribe(), host.write(download);
+      host.ask(download);
     });
     EXPECT_EQ(std::count(events.begin(), events.end(), "03825c00"), 391);
   });
@@ -180,7 +179,7 @@ TEST(SimulatedLink, AStreamAskedForRightAfterTheLossGoesOn) {
 TEST(SimulatedLink, SendsARecordingAtItsPaceAndServesCommandsInBetween) {
   Host host({.latency = 2ms});
   const auto events = host.eventsOf([&] {
-    host.subscribe(), host.write(record);
+    host.ask(record);
     host.scheduler->sleep(30ms);
     host.write("99ec2a02b20a0001000000000000001003a34083df", "CA2A");
     host.link->drain();
@@ -202,7 +201,7 @@ TEST(SimulatedLink, CatchesUpWithARecordingsPaceButPilesNothingUp) {
   for (const auto& [timing, faults, expected] : cases) {
     Host host(timing, faults);
     const auto events = host.eventsOf([&] {
-      host.subscribe(), host.write(record);
+      host.ask(record);
       host.scheduler->sleep(1010ms);
       host.write(stop);
     });
@@ -217,7 +216,7 @@ TEST(SimulatedLink, ARecordingEndsWithTheKeyOrTheLinkAndItsTimerWithIt) {
     Host host({}, "", scheduler);
     const auto recordUntil = [&](const std::function<void()>& end) {
       return host.eventsOf([&] {
-        host.subscribe(), host.write(record);
+        host.ask(record);
         scheduler->sleep(50ms + seed % 9 * 1ms);
         end();
         host.link->connect();
@@ -237,7 +236,7 @@ TEST(SimulatedLink, CanBeReleasedInsideAnEvent) {
   Host host;
   host.onEvent = [&host](const std::string&) { host.link.reset(); };
   const auto peripheral = host.link->peripheral();
-  host.scheduler->run([&] { host.subscribe(), host.write(download); });
+  host.scheduler->run([&] { host.ask(download); });
   EXPECT_EQ(host.events, (Events{"ack"}));
   EXPECT_EQ(peripheral->state(), PeripheralState::disconnected);
   EXPECT_FALSE(host.model->streaming());

@@ -9,10 +9,10 @@
 namespace kwtsdk::sim {
 namespace {
 
-using kwtsdk::testing::writeFile;
+using namespace testing;
 
 TEST(SimulatedRecorder, TakesItsIdsItsLinkAndItsRecordingsEndsFromTheFolder) {
-  const kwtsdk::testing::TemporaryFolder folder;
+  const TemporaryFolder folder;
   writeFile(folder.file("1.opus"), "OggS" + std::string(22, '\0') + "\1xOpusHead");
   std::filesystem::create_directory(folder.file("device"));
   writeFile(folder.file("device/first-id"), "5");

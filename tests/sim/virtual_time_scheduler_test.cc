@@ -1,13 +1,8 @@
-#include <chrono>
-#include <functional>
-#include <memory>
+#include <gtest/gtest.h>
+
 #include <mutex>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <kwtsdk/sim/seed.h>
 #include <kwtsdk/sim/virtual_time_scheduler.h>
 
@@ -73,17 +68,10 @@ TEST(VirtualTimeScheduler, SignalAndTimeOutAtOneInstantHappenInEitherOrder) {
 }
 
 TEST(VirtualTimeScheduler, TimerKeepsItsPaceUntilCancelledOrDestroyed) {
-  struct Case {
-    std::size_t cancelledIn, destroyedIn, lastingFire;  // the first is 1
-    std::vector<Duration> expected;
-  };
-  const Case cases[] = {
-      {0, 0, 0, {2s, 5s, 8s}},
-      {2, 0, 0, {2s, 5s}},
-      {0, 1, 0, {2s}},
-      {0, 0, 1, {2s, 9s}},
-  };
-  for (const Case& test : cases) {
+  // The fire that cancels, destroys or lasts, the first being 1, and when the timer fires.
+  const std::tuple<std::size_t, std::size_t, std::size_t, std::vector<Duration>> cases[]{
+      {0, 0, 0, {2s, 5s, 8s}}, {2, 0, 0, {2s, 5s}}, {0, 1, 0, {2s}}, {0, 0, 1, {2s, 9s}}};
+  for (const auto& test : cases) {
     outcomesOf([&](VirtualTimeScheduler& v) {
       std::vector<Duration> fires;
       std::string trace;
@@ -92,14 +80,14 @@ TEST(VirtualTimeScheduler, TimerKeepsItsPaceUntilCancelledOrDestroyed) {
         const auto held = tracker(v, trace, 'd');
         timer = v.repeatingTimer(2s, 3s, 0s, [&, held] {
           fires.push_back(v.now());
-          if (fires.size() == test.cancelledIn) timer->cancel();
-          if (fires.size() == test.destroyedIn) timer.reset();
-          if (fires.size() == test.lastingFire) v.sleep(7s);
+          if (fires.size() == std::get<0>(test)) timer->cancel();
+          if (fires.size() == std::get<1>(test)) timer.reset();
+          if (fires.size() == std::get<2>(test)) v.sleep(7s);
         });
         v.sleep(10s);
         if (timer) timer->cancel();
       });
-      EXPECT_EQ(fires, test.expected);
+      EXPECT_EQ(fires, std::get<3>(test));
       EXPECT_EQ(trace, "d") << "the callback is released although the timer object is still there";
       return 0;
     });
@@ -133,11 +121,8 @@ TEST(VirtualTimeScheduler, DestroyedQueueDropsWhatHasNotBegun) {
 }
 
 TEST(VirtualTimeScheduler, ReportsWhatCannotGoOnAndLetsTheHandlerHelp) {
-  struct Case {
-    std::function<void(VirtualTimeScheduler&, Semaphore&)> body;
-    std::vector<std::string> reported;
-  };
-  const Case cases[] = {
+  using Body = std::function<void(VirtualTimeScheduler&, Semaphore&)>;
+  const std::pair<Body, std::vector<std::string>> cases[]{
       {[](auto& v, auto& reply) {
          const auto lock = v.recursiveLock("dispatcher");
          v.spawn("host", [&v, lock] {
@@ -163,7 +148,7 @@ TEST(VirtualTimeScheduler, ReportsWhatCannotGoOnAndLetsTheHandlerHelp) {
        },
        {"the clock does not move", "main: running"}},
   };
-  for (const Case& test : cases) {
+  for (const auto& test : cases) {
     const auto scheduler = VirtualTimeScheduler::create(1);
     const auto reply = scheduler->semaphore("reply");
     std::vector<std::string> reports;
@@ -171,9 +156,9 @@ TEST(VirtualTimeScheduler, ReportsWhatCannotGoOnAndLetsTheHandlerHelp) {
       reports.push_back(report);
       reply->signal();
     });
-    scheduler->run([&] { test.body(*scheduler, *reply); });
-    ASSERT_EQ(reports.size(), 1U) << test.reported[0];
-    for (const std::string& part : test.reported) {
+    scheduler->run([&] { test.first(*scheduler, *reply); });
+    ASSERT_EQ(reports.size(), 1U) << test.second[0];
+    for (const std::string& part : test.second) {
       EXPECT_NE(reports[0].find(part), std::string::npos) << part << "\nnot in\n" << reports[0];
     }
   }

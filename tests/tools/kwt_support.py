@@ -54,6 +54,10 @@ class Recorder:
     def script(self, text):
         (self.store / "device" / "script").write_text(text)
 
+    def options(self):
+        """How kwt is told of the recorder."""
+        return ["--sim", str(self.store)]
+
     def names(self):
         return sorted(path.name for path in self.store.glob("*.opus"))
 
@@ -64,8 +68,7 @@ class Recorder:
                 resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
 
         streams = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
-        simulated = [] if arguments[0] == "convert" else ["--sim", str(self.store)]
-        command = [KWT, *simulated, *arguments]
+        command = [KWT, *([] if arguments[0] in ("convert", "scan") else self.options()), *arguments]
         environment = {**os.environ, "TZ": "UTC0", "XDG_STATE_HOME": str(self.home.parent / "state")}
         return subprocess.Popen(command, cwd=self.home, text=True, preexec_fn=prepare, env=environment, **streams)
 

@@ -71,7 +71,7 @@ class KWTSDK_EXPORT RecorderModel {
   void setUpdateTroubles(std::vector<UpdateTrouble> troubles);
 
   /// The MTU that updates are offered. None, as at first: what fits one write, the link's ATT MTU less 4 and
-  /// at most 511.
+  /// at most 509.
   void setUpdateMtu(std::optional<std::uint16_t> mtu);
 
   /// The last one that the recorder answered.

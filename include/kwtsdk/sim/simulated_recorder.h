@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -44,9 +45,11 @@ struct SimulatedRecorder {
 };
 
 /// Opens the folder as FolderStore does; recorder and link follow `device/script` below it where that exists.
-/// An update leaves its image in `device/firmware.bin`, which the recorder starts with from then on.
+/// `adjust`, unless empty, may change the link's timing that the script gave, and is called before this
+/// returns. An update leaves its image in `device/firmware.bin`, which the recorder starts with from then on.
 /// Throws std::runtime_error whose text says what to do.
-KWTSDK_EXPORT SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& scheduler,
-                                                      const std::filesystem::path& folder);
+KWTSDK_EXPORT SimulatedRecorder
+openSimulatedRecorder(const std::shared_ptr<Scheduler>& scheduler, const std::filesystem::path& folder,
+                      const std::function<void(LinkTiming&)>& adjust = nullptr);
 
 }  // namespace kwtsdk::sim

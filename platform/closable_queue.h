@@ -2,26 +2,30 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 #include <kwtsdk/scheduler.h>
 
-namespace kwtsdk::sim {
+namespace kwtsdk::internal {
 
-/// The link's callback thread, which can be closed while others still submit to it.
-class LinkQueue {
+/// A serial queue which can be closed while others still submit to it.
+class ClosableQueue {
  public:
-  explicit LinkQueue(Scheduler& scheduler);
+  ClosableQueue(Scheduler& scheduler, const std::string& label);
 
   /// Dropped once closed.
   void async(std::function<void()> work);
+
+  /// Whether this thread is inside work of this queue.
+  bool isCurrent() const;
 
   /// Drops what has not begun and waits for what runs, unless called by it.
   void close();
 
  private:
   // Held across a call of the scheduler, hence the scheduler's own lock.
-  std::shared_ptr<RecursiveLock> lock_;
+  const std::shared_ptr<RecursiveLock> lock_;
   std::shared_ptr<SerialQueue> queue_;
 };
 
-}  // namespace kwtsdk::sim
+}  // namespace kwtsdk::internal

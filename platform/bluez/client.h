@@ -1,0 +1,94 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include <kwtsdk/bytes.h>
+#include <kwtsdk/error.h>
+#include <kwtsdk/scheduler.h>
+
+#include "platform/bluez/bus.h"
+#include "platform/bluez/objects.h"
+#include "platform/bluez/trouble.h"
+
+namespace kwtsdk::bluez {
+
+/// How long BlueZ may take for what needs no radio.
+inline constexpr Duration kPrompt = std::chrono::seconds(5);
+
+/// BlueZ as one connection to the system bus shows it: its objects, kept up to date, and calls to them. What
+/// waits here is one thread at a time.
+class Client {
+ public:
+  /// On the bus's thread: they must not wait for a thread that is in here, and must not throw.
+  struct Events {
+    std::function<void(const std::string& path, Bytes value)> onValue;  // of a characteristic
+    std::function<void()> onChange;                                     // of objects, or gone()
+  };
+
+  /// Opens the bus. Throws Trouble.
+  Client(Scheduler& scheduler, Events events);
+
+  /// Waits for an event that is running on the bus's thread.
+  ~Client();
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  /// Asks BlueZ for all its objects. Throws Trouble.
+  void load();
+
+  /// A look at the objects. Any thread.
+  template <class Look>
+  auto look(Look&& look) const {
+    const std::lock_guard lock(mutex_);
+    return look(objects_);
+  }
+
+  /// Waits until the condition holds; looks at it after every change. False: it did not in time. Throws
+  /// Trouble when it no longer can: cancelled, or what gone() says. The condition may throw.
+  bool waitFor(const std::function<bool(const Objects&)>& condition, Duration timeout);
+
+  /// Ends waits, also those that begin later, with that Problem. Any thread.
+  void cancel(Problem problem = Problem::cancelled);
+
+  /// Lets waits begin again.
+  void resume();
+
+  /// Calls and waits for the answer. Throws Trouble: the answer, or `late` when there is none in time.
+  /// `read`, on the bus's thread, takes what was answered.
+  void call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,
+            const std::function<void(sdbus::MethodReply&)>& read = nullptr);
+
+  /// Calls; `onDone` comes on the bus's thread, or inside the call when it cannot be sent. Any thread.
+  void start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout,
+             const std::function<void(const MaybeError&)>& onDone) noexcept;
+
+  /// Why BlueZ cannot be reached any more. Any thread.
+  MaybeError gone() const;
+
+ private:
+  void send(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout,
+            Bus::Answer onAnswer);
+  void onSignal(sdbus::Message& signal);
+  void readProperties(sdbus::Message& signal);
+  void end(const char* reason);
+  void changed();
+  void wake();
+
+  Scheduler& scheduler_;
+  const Events events_;
+  const std::shared_ptr<Semaphore> woken_;
+  mutable std::mutex mutex_;
+  Objects objects_;
+  MaybeError gone_, cancelled_;
+  bool waiting_ = false;
+  std::unique_ptr<Bus> bus_;  // last, so that its thread ends first
+};
+
+/// Arguments of a call that has none.
+inline void noArguments(sdbus::MethodCall&) {}
+
+}  // namespace kwtsdk::bluez

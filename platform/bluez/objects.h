@@ -1,0 +1,73 @@
+#pragma once
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include <kwtsdk/bluez/scanner.h>
+#include <kwtsdk/peripheral.h>
+#include <kwtsdk/uuid.h>
+
+namespace kwtsdk::bluez {
+
+inline constexpr const char* kAdapter = "org.bluez.Adapter1";
+inline constexpr const char* kDevice = "org.bluez.Device1";
+inline constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
+inline constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
+inline constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
+
+/// BlueZ's objects by path, as far as the adapter needs them. Values are copies: those of sdbus-c++ share
+/// their message. One thread at a time.
+class Objects {
+ public:
+  using Added = std::map<std::string, std::map<std::string, sdbus::Variant>>;  // by interface
+
+  void replaceBy(const std::map<sdbus::ObjectPath, Added>& all);
+  void add(const std::string& path, const Added& interfaces);
+  void remove(const std::string& path, const std::vector<std::string>& interfaces);
+  void change(const std::string& path, const std::string& interface,
+              const std::map<std::string, sdbus::Variant>& changed,
+              const std::vector<std::string>& invalidated);
+  void clear() { objects_.clear(); }
+
+  struct Adapter {
+    std::string path;
+    bool powered;
+  };
+  std::vector<Adapter> adapters() const;
+
+  /// The path of an adapter's device; empty when it knows none of this address.
+  std::string deviceAt(const std::string& adapter, const std::string& address) const;
+
+  /// Those that an adapter hears now.
+  std::vector<FoundDevice> heardBy(const std::string& adapter) const;
+
+  /// A property that is true; false also when there is no such object.
+  bool isTrue(const std::string& path, const char* interface, const char* property) const;
+  bool exists(const std::string& path, const char* interface) const;
+
+  struct Characteristic {
+    std::string path;
+    Uuid uuid;
+    std::uint32_t properties;
+    std::size_t mtu;  // of the connection; 0 when not told
+  };
+  std::vector<Characteristic> characteristicsOf(const std::string& device) const;
+
+ private:
+  using Value = std::variant<bool, std::int16_t, std::uint16_t, std::string, std::vector<std::string>>;
+  using Interface = std::map<std::string, Value>;
+
+  static std::optional<Value> valueOf(const sdbus::Variant& value);
+  static void set(Interface& interface, const std::map<std::string, sdbus::Variant>& values);
+  const Interface* find(const std::string& path, const char* interface) const;
+
+  std::map<std::string, std::map<std::string, Interface>> objects_;
+};
+
+}  // namespace kwtsdk::bluez

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <utility>
+
+#include <kwtsdk/bluez/problem.h>
+#include <kwtsdk/error.h>
+
+namespace sdbus {
+class Error;
+}
+
+namespace kwtsdk::bluez {
+
+/// How an error travels inside the adapter, as far as the public operation that reports it.
+class Trouble : public std::exception {
+ public:
+  explicit Trouble(Error error) : error_(std::move(error)) {}
+  explicit Trouble(Problem problem, const std::string& detail = {});
+
+  const Error& error() const { return error_; }
+  const char* what() const noexcept override { return "Bluetooth trouble"; }
+
+ private:
+  Error error_;
+};
+
+/// In the words of Problem; `detail` is added to the text.
+Error errorOf(Problem problem, const std::string& detail = {});
+
+/// What BlueZ or the bus answered: a Problem where it says that BlueZ cannot be reached, else the D-Bus name
+/// as domain.
+Error errorOf(const sdbus::Error& answer);
+
+/// Of a bus that could not be opened.
+Error openingErrorOf(const sdbus::Error& failure);
+
+/// Runs what may throw, at the edge of a public operation.
+template <class Work>
+MaybeError attempted(Work&& work) {
+  try {
+    work();
+    return std::nullopt;
+  } catch (const Trouble& trouble) {
+    return trouble.error();
+  } catch (const std::exception& exception) {
+    return errorOf(Problem::busFailure, exception.what());
+  }
+}
+
+}  // namespace kwtsdk::bluez

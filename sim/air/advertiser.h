@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <kwtsdk/scheduler.h>
+
+#include "sim/air/controller.h"
+#include "sim/air/management_socket.h"
+
+namespace kwtsdk::sim {
+
+/// Keeps a controller advertising the recorder, from construction to destruction.
+class Advertiser {
+ public:
+  /// What the scan response has room for.
+  static constexpr std::size_t kLongestName = 29;
+
+  /// Switches the controller on. Throws std::runtime_error whose text says what to do.
+  Advertiser(std::shared_ptr<Scheduler> scheduler, ManagementSocket& management, const Controller& controller,
+             std::string name);
+  ~Advertiser();
+  Advertiser(const Advertiser&) = delete;
+  Advertiser& operator=(const Advertiser&) = delete;
+
+  /// To be told of every event. True: another program, usually the Bluetooth service at its start, or a loss
+  /// of power had ended the advertising, which goes on now. Throws when the controller has gone.
+  bool follow(const ManagementSocket::Event& event);
+
+ private:
+  void switchOn(ManagementSocket::Command command);
+  void advertise();
+
+  const std::shared_ptr<Scheduler> scheduler_;
+  ManagementSocket& management_;
+  const Controller controller_;
+  const std::string name_;
+  bool powered_ = true;
+};
+
+}  // namespace kwtsdk::sim

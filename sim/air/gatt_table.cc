@@ -1,0 +1,84 @@
+#include "sim/air/gatt_table.h"
+
+#include <utility>
+
+#include "sim/air/att.h"
+#include "sim/air/att_uuid.h"
+
+namespace kwtsdk::sim {
+
+namespace {
+
+struct ServiceForm {
+  const char* uuid;
+  std::vector<const char*> characteristics;
+};
+
+/// The services' UUIDs are the simulation's own choice: hosts look for characteristics.
+const ServiceForm kServices[]{
+    {kRecorderService, {"4B1D9E07-53A6-42C8-B7F0-6E2A19820004", "4B1D9E07-53A6-42C8-B7F0-6E2A19820003"}},
+    {"4B1D9E07-53A6-42C8-B7F0-6E2A19821001", {"CA2A", "C92A"}},
+    {"4B1D9E07-53A6-42C8-B7F0-6E2A19822001", {"77777777-7777-7777-7777-777777777777"}},
+};
+
+constexpr std::uint16_t kGenericAccess = 0x1800, kDeviceName = 0x2A00, kAppearance = 0x2A01;
+constexpr std::uint32_t kReadProperty = 0x02;
+
+class TableBuilder {
+ public:
+  void addService(const Uuid& uuid) {
+    serviceAt_ = table_.size();
+    add(shortUuid(att::primaryService), attUuid(uuid));
+  }
+
+  void addReadable(std::uint16_t number, Bytes value) {
+    declare(shortUuid(number), kReadProperty);
+    add(shortUuid(number), std::move(value));
+  }
+
+  void addCharacteristic(const std::shared_ptr<Characteristic>& characteristic) {
+    declare(characteristic->UUID(), characteristic->properties());
+    add(characteristic->UUID(), std::nullopt, characteristic);
+    if ((characteristic->properties() & characteristic_property::notify) == 0) return;
+    add(shortUuid(att::clientCharacteristicConfiguration), Bytes{0, 0}, characteristic);
+  }
+
+  GattTable take() { return std::move(table_); }
+
+ private:
+  void declare(const Uuid& uuid, std::uint32_t properties) {
+    const std::size_t valueHandle = table_.size() + 2;
+    Bytes declaration{static_cast<std::uint8_t>(properties), static_cast<std::uint8_t>(valueHandle),
+                      static_cast<std::uint8_t>(valueHandle >> 8)};
+    const Bytes type = attUuid(uuid);
+    declaration.insert(declaration.end(), type.begin(), type.end());
+    add(shortUuid(att::characteristicDeclaration), std::move(declaration));
+  }
+
+  void add(const Uuid& type, std::optional<Bytes> value,
+           std::shared_ptr<Characteristic> characteristic = nullptr) {
+    const auto handle = static_cast<std::uint16_t>(table_.size() + 1);
+    table_.push_back({handle, handle, type, std::move(value), std::move(characteristic)});
+    table_[serviceAt_].groupEnd = handle;
+  }
+
+  GattTable table_;
+  std::size_t serviceAt_ = 0;
+};
+
+}  // namespace
+
+GattTable gattTable(const SimulatedLink& link, const std::string& deviceName) {
+  TableBuilder builder;
+  builder.addService(shortUuid(kGenericAccess));
+  builder.addReadable(kDeviceName, {deviceName.begin(), deviceName.end()});
+  builder.addReadable(kAppearance, {0, 0});
+  for (const auto& service : kServices) {
+    builder.addService(Uuid::fromString(service.uuid).value());
+    for (const char* const uuid : service.characteristics)
+      builder.addCharacteristic(link.characteristic(uuid));
+  }
+  return builder.take();
+}
+
+}  // namespace kwtsdk::sim

@@ -1,0 +1,149 @@
+"""kwt operates recorders over the air, in the virtual machine: air_test.py KWT KWT-RECORDER [UNITTEST-ARGUMENT...]"""
+
+import json
+import os
+import random
+import subprocess
+import time
+import unittest
+
+from air_support import ADDRESS, KWT_RECORDER, NAME, AirRecorder, BluetoothService
+from kwt_support import KwtTestCase, Terminal, finish, tool
+
+BLOCK, PACKET, SEGMENT = 32768, 84, 8192
+QUERIES = 6  # before a download's packets come so many answers
+ROUNDS = int(os.environ["KWT_ROUNDS"])
+
+bluetooth = BluetoothService()
+
+
+def setUpModule():
+    bluetooth.start()
+
+
+def tearDownModule():
+    bluetooth.kill()
+
+
+def image(size, version=(2, 5, 1)):
+    return random.Random(size).randbytes(size - 4) + bytes(version) + b"\x07"
+
+
+class AirTest(KwtTestCase):
+    def assert_pulled(self, recorder, name, content):
+        stored = content + bytes(-len(content) % BLOCK)
+        pulled = (recorder.home / name).read_bytes()
+        differing = next((at for at, pair in enumerate(zip(stored, pulled)) if pair[0] != pair[1]), None)
+        self.assertIsNone(differing, f"{name}, {len(pulled)} bytes")
+        self.assertLess(len(pulled) - len(stored), PACKET)
+
+    def assert_recorded(self, recorder, name):
+        code, out, err = recorder.run("convert", name, name + ".wav", "--json")
+        self.assertEqual((code, err), (0, ""), out)
+        result = json.loads(out)
+        self.assertEqual(result["damagedPackets"], 0)
+        self.assertGreater(result["seconds"], 0)
+
+    def assert_updates(self, recorder, size):
+        (recorder.home / "fw").write_bytes(image(size))
+        self.check(recorder.run("update", "fw"), 0, "firmware 1.2.3 -> 2.5.1")
+        self.assertEqual((recorder.store / "device" / "firmware.bin").read_bytes(), image(size))
+
+    def all_operations(self, mtu):
+        seed = random.randrange(2**32)
+        lost = random.Random(seed).randint(1, BLOCK // PACKET)
+        recorder = AirRecorder(self, BLOCK, BLOCK - 1, script=f"notification {2 + 2 + QUERIES + lost} disconnect",
+                               mtu=mtu)
+        first, second = recorder.contents
+        self.check(recorder.run("info"), 0, "1.2.3")
+        self.check(recorder.run("list"), 0, "1         32768", "2         32768")
+        with self.subTest(f"download that is cut off, seed {seed}"):
+            self.check(recorder.run("pull", "-o", "f.opus"), 1, "lost")
+            size = os.path.getsize(recorder.home / "f.opus") if "f.opus" in os.listdir(recorder.home) else 0
+            self.assertLess(size, lost * PACKET)  # what was under way is lost
+            self.check(recorder.run("pull", "-o", "f.opus"), 0, f"continued at byte {size}" if size else "has deleted")
+            self.assert_pulled(recorder, "f.opus", first)
+        self.check(recorder.run("pull", "-o", "g.opus"), 0, "has deleted")
+        self.assert_pulled(recorder, "g.opus", second)
+        self.assertEqual(recorder.names(), [])
+        self.check(recorder.run("record", "-o", "f.rec", "-d", "1"), 0, "Recorded f.rec")
+        self.assert_recorded(recorder, "f.rec")
+        self.assert_updates(recorder, SEGMENT)
+
+    def test_mtu_185(self):
+        self.all_operations(185)
+
+    def test_mtu_247(self):
+        self.all_operations(247)
+
+    def test_mtu_517(self):
+        self.all_operations(517)
+
+    def test_mtu_that_is_too_small(self):
+        self.check(AirRecorder(self, mtu=23).run("info"), 1, "ATT MTU 23", "at least 99")
+
+    def test_scan(self):
+        AirRecorder(self)
+        self.check(tool("scan", "-d", "2"), 0, ADDRESS, NAME)
+        code, out, err = tool("scan", "-d", "2", "--json")
+        self.assertEqual((code, err), (0, ""))
+        found = [(device["address"], device["name"]) for device in json.loads(out)["devices"]]
+        self.assertEqual(found, [(ADDRESS, NAME)])
+
+    def test_rounds(self):
+        recorder = AirRecorder(self)
+        for number in range(ROUNDS):
+            with self.subTest(number):
+                self.check(recorder.run("info"), 0, "1.2.3")
+
+    def test_advertising_ends_with_kwt_recorder(self):
+        AirRecorder(self)
+        self.doCleanups()
+        advertised = subprocess.run(["btmgmt", "--index", "1", "advinfo"], capture_output=True, text=True, timeout=20)
+        self.assertIn("with 0 items", advertised.stdout)
+
+    def test_adapters_that_are_not_there(self):
+        recorder = AirRecorder(self)
+        for adapter in ("hci7", "00:00:00:00:00:01"):
+            refused = subprocess.Popen([KWT_RECORDER, "--adapter", adapter, str(recorder.store)], text=True,
+                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            self.check(finish(refused), 1, f"no Bluetooth controller {adapter}", f"hci1 ({ADDRESS})")
+
+    def lose_service(self, recorder, mark, count, *command):
+        """The service ends in the middle of the command, which ends soon after; its text."""
+        terminal = Terminal(lambda stderr: recorder.start(*command, stderr=stderr))
+        terminal.wait_for(mark, count)
+        began = time.monotonic()
+        bluetooth.kill()
+        code, out, shown = terminal.finish()
+        took = time.monotonic() - began
+        bluetooth.start()
+        recorder.program.wait_for("^Disconnected")  # the kernel keeps the radio's connection for some seconds
+        self.assertEqual(code, 1, shown)
+        self.assertLess(took, 10, shown)
+        return shown
+
+    def test_service_restarts_during_a_download(self):
+        recorder = AirRecorder(self, 3 * BLOCK)
+        self.assertIn("lost", self.lose_service(recorder, b"%", 3, "pull", "-o", "f.opus"))
+        size = (recorder.home / "f.opus").stat().st_size
+        self.assertGreater(size, 0)
+        self.check(recorder.run("pull", "-o", "f.opus"), 0, f"continued at byte {size}")
+        self.assert_pulled(recorder, "f.opus", recorder.contents[0])
+
+    def test_service_restarts_during_a_recording(self):
+        recorder = AirRecorder(self)
+        self.assertIn("Connection lost after", self.lose_service(recorder, b"dBFS", 3, "record", "-o", "f.rec"))
+        self.assert_recorded(recorder, "f.rec")
+        self.check(recorder.run("record", "-o", "g.rec", "-d", "1"), 0, "Recorded g.rec")
+        self.assert_recorded(recorder, "g.rec")
+
+    def test_service_restarts_during_an_update(self):
+        recorder = AirRecorder(self)
+        (recorder.home / "fw").write_bytes(image(5 * SEGMENT))
+        self.assertIn("old firmware", self.lose_service(recorder, b"%", 3, "update", "fw"))
+        self.assertFalse((recorder.store / "device" / "firmware.bin").exists())
+        self.assert_updates(recorder, 5 * SEGMENT)
+
+
+unittest.main(verbosity=2)

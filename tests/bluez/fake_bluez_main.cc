@@ -1,0 +1,40 @@
+// A fake bluetoothd for tests of programs: fake-bluez STORE [COMMAND...]. It serves the recorder of that
+// folder on the bus of DBUS_SYSTEM_BUS_ADDRESS, says "ready", obeys a line of commands at a time from
+// standard input, answering each with "done", and ends with its input.
+
+#include <iostream>
+
+#include <kwtsdk/sim/simulated_recorder.h>
+
+#include "sim/samples/microphones.h"
+#include "tests/bluez/fake_bluez.h"
+
+namespace {
+
+void serve(int count, char** arguments) {
+  const auto scheduler = kwtsdk::threadScheduler();
+  const auto journal = std::make_shared<kwtsdk::testing::Journal>(*scheduler);
+  auto recorder = kwtsdk::sim::openSimulatedRecorder(scheduler, arguments[1]);
+  recorder.model->setMicrophone(kwtsdk::sim::microphoneIn(arguments[1]));
+  kwtsdk::testing::FakeBluez bluez(*scheduler, std::move(recorder.link), journal);
+  for (int i = 2; i < count; ++i) bluez.obey(arguments[i]);
+  bluez.obey("start");
+  std::cout << "ready" << std::endl;
+  for (std::string line; std::getline(std::cin, line);) {
+    bluez.obey(line);
+    std::cout << "done" << std::endl;
+  }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  try {
+    if (count < 2) throw std::runtime_error("usage: fake-bluez STORE [COMMAND...]");
+    serve(count, arguments);
+    return 0;
+  } catch (const std::exception& failure) {
+    std::cerr << "fake-bluez: " << failure.what() << '\n';
+    return 1;
+  }
+}

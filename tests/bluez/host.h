@@ -1,0 +1,79 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <kwtsdk/bluez/device.h>
+#include <kwtsdk/bluez/scanner.h>
+#include <kwtsdk/sim/memory_store.h>
+
+#include "tests/bluez/fake_bluez.h"
+#include "tests/bluez/private_bus.h"
+#include "tests/support/noted_settings.h"
+#include "tests/support/sim_host.h"
+
+namespace kwtsdk::testing {
+
+using bluez::ConnectStep;
+using bluez::Device;
+using bluez::Problem;
+using std::chrono_literals::operator""ms;
+using std::chrono_literals::operator""min;
+
+inline std::string nameOf(const MaybeError& error) {
+  if (!error) return "ok";
+  return error->domain() == bluez::kDomain ? "problem " + std::to_string(error->code()) : error->domain();
+}
+inline std::string nameOf(Problem problem) { return "problem " + std::to_string(static_cast<int>(problem)); }
+
+/// A device on a private bus with the fake BlueZ. The journal also gets its events: "didWrite ERROR",
+/// "didUpdate", "onDisconnect".
+struct Host {
+  explicit Host(PrivateBus::Policy policy = PrivateBus::Policy::open) : bus(policy) {
+    model->setBatteryLevel(87);
+    bluez.obey("start");
+    listen();
+  }
+
+  void listen() {
+    device->setEvents(
+        [this](auto, auto, const MaybeError& error) { journal->add("didWrite " + nameOf(error)); },
+        [this](auto, auto, auto) { journal->add("didUpdate"); });
+    device->setOnDisconnect([this] { journal->add("onDisconnect"); });
+  }
+
+  /// A completion that adds "done ERROR".
+  auto completion() const {
+    return [journal = journal](const MaybeError& error, auto&&...) { journal->add("done " + nameOf(error)); };
+  }
+
+  std::shared_ptr<Characteristic> characteristic(const char* uuid) const {
+    for (const auto& each : device->characteristics()) {
+      if (each->UUID() == Uuid::fromString(uuid)) return each;
+    }
+    return nullptr;
+  }
+  void write() {  // the battery query
+    device->peripheral()->writeValue(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"),
+                                     characteristic("CA2A"), WriteType::withResponse);
+  }
+  void setNotify(bool on) { device->peripheral()->setNotifyValue(on, characteristic("C92A")); }
+
+  PrivateBus bus;
+  std::shared_ptr<Scheduler> scheduler = threadScheduler();
+  std::shared_ptr<Journal> journal = std::make_shared<Journal>(*scheduler);
+  std::shared_ptr<sim::MemoryStore> store = std::make_shared<sim::MemoryStore>();
+  std::shared_ptr<sim::RecorderModel> model = std::make_shared<sim::RecorderModel>(store);
+  FakeBluez bluez{*scheduler, sim::SimulatedLink::create(scheduler, model), journal};
+  std::shared_ptr<Device> device = Device::create(scheduler, "aa:bb:cc:dd:ee:ff");
+  std::shared_ptr<KWTBluetoothHelper> helper =
+      KWTBluetoothHelper::create({.scheduler = scheduler,
+                                  .settings = std::make_shared<NotedSettings>(),
+                                  .opusConverter = nullptr,
+                                  .log = std::make_shared<LineLog>()});
+};
+
+}  // namespace kwtsdk::testing

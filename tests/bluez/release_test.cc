@@ -1,0 +1,108 @@
+#include <filesystem>
+
+#include "tests/bluez/host.h"
+
+namespace kwtsdk::testing {
+namespace {
+
+// Nothing comes after the end of the device, and BlueZ is told.
+TEST(BluezRelease, AtAnyMoment) {
+  const std::vector<std::tuple<std::string, std::string, bool>> cases{
+      {"didWrite", "release WriteValue", true},
+      {"didUpdate", "release WriteValue", true},
+      {"didWrite", "lose", false},
+      {"onDisconnect", "lose", false},
+      {"nowhere", "mtu 100", true},
+  };
+  for (const auto& [moment, command, connected] : cases) {
+    SCOPED_TRACE(moment + " " + command);
+    Host host;
+    const auto event = [&host, moment = moment](const std::string& name) {
+      host.journal->add(name);
+      if (name == moment) host.device = nullptr;
+      if (name == moment) host.journal->add("ended");
+    };
+    ASSERT_EQ(nameOf(host.device->connect()), "ok");
+    host.device->setEvents([event](auto&&...) { event("didWrite"); },
+                           [event](auto&&...) { event("didUpdate"); });
+    host.device->setOnDisconnect([event] { event("onDisconnect"); });
+    const auto peripheral = host.device->peripheral();
+    host.bluez.obey("hold WriteValue");
+    host.setNotify(true);
+    for (int i = 0; i < 4; ++i) host.write();
+    EXPECT_TRUE(host.journal->await("WriteValue CA2A"));
+    host.bluez.obey(command);
+    if (moment == "nowhere") event(moment);
+    EXPECT_TRUE(host.journal->await("ended"));
+    EXPECT_EQ(peripheral->state(), PeripheralState::disconnected);
+    const auto next = Device::create(host.scheduler, kRecorderAddress);
+    EXPECT_EQ(nameOf(next->connect()), "ok");
+    const auto lines = host.journal->take();
+    if (connected) {
+      EXPECT_EQ(std::ranges::count(lines, "Disconnect"), 1);
+    }
+    for (const auto* const name : {"didWrite", "didUpdate", "onDisconnect"})
+      EXPECT_EQ(std::count(std::ranges::find(lines, "ended"), lines.end(), name), 0) << name;
+  }
+}
+
+// Threads that know nothing of each other; whichever holds the device last ends it.
+TEST(BluezRelease, WhileOthersConnectDisconnectWriteAndLose) {
+  Host host;
+  for (int round = 0; round < 40; ++round) {
+    std::vector<std::shared_ptr<SerialQueue>> queues;
+    const auto ended = host.scheduler->semaphore("ended");
+    const auto often = [&](std::function<void(const std::shared_ptr<Device>&)> work) {
+      queues.push_back(host.scheduler->serialQueue("other"));
+      queues.back()->async([ended, work, device = host.device] {
+        for (int i = 0; i < 8; ++i) work(device);
+        ended->signal();
+      });
+    };
+    for (int i = 0; i < 2; ++i) often([](const auto& device) { device->connect(); });
+    often([](const auto& device) { device->disconnect(); });
+    often([&](const auto&) { host.bluez.obey("lose"); });
+    often([](const auto& device) {
+      for (const auto& each : device->characteristics()) {
+        device->peripheral()->setNotifyValue(true, each);
+        device->peripheral()->writeValue({1}, each, WriteType::withResponse);
+      }
+    });
+    host.device = nullptr;
+    for (std::size_t i = 0; i < queues.size(); ++i) ASSERT_TRUE(ended->wait(5min));
+    queues.clear();
+    host.device = Device::create(host.scheduler, kRecorderAddress);
+    host.listen();
+  }
+  EXPECT_EQ(nameOf(host.device->connect()), "ok");
+  host.write();
+  EXPECT_TRUE(host.journal->await("didWrite ok"));
+}
+
+TEST(BluezRelease, RoundsLeaveNothingBehind) {
+  Host host;
+  const auto used = [] {
+    std::ptrdiff_t entries = 0;
+    for (const auto* const folder : {"/proc/self/fd", "/proc/self/task"})
+      entries += std::distance(std::filesystem::directory_iterator(folder), {});
+    return entries;
+  };
+  std::ptrdiff_t before = 0;
+  for (int round = 0; round < 200; ++round) {
+    ASSERT_EQ(nameOf(host.device->connect()), "ok");
+    host.device->attach(host.helper);
+    EXPECT_EQ(host.helper->getPower(), 87);
+    if (round % 2 == 0) {
+      host.device->disconnect();
+    } else {
+      host.bluez.obey("lose");
+    }
+    EXPECT_TRUE(host.journal->await("onDisconnect"));
+    host.journal->take();
+    if (round == 10) before = used();
+  }
+  EXPECT_LT(used(), before + 10);
+}
+
+}  // namespace
+}  // namespace kwtsdk::testing

@@ -1,0 +1,102 @@
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include <kwtsdk/bluez/device.h>
+
+#include "channel/channels.h"
+#include "tools/bluetooth_failure.h"
+#include "tools/host_link.h"
+#include "tools/observation.h"
+#include "tools/terminal_line.h"
+
+namespace kwtsdk::tool {
+namespace {
+
+using Device = std::shared_ptr<bluez::Device>;
+
+const char* textOf(bluez::ConnectStep step) {
+  switch (step) {
+    case bluez::ConnectStep::searching:
+      return "Looking for the recorder...";
+    case bluez::ConnectStep::connecting:
+      return "Connecting...";
+    default:
+      return "Asking what it can do...";
+  }
+}
+
+void connect(const Device& device, const Scheduler& scheduler) {
+  TerminalLine line(scheduler);
+  bluez::ConnectOptions options;
+  options.onStep = [&](bluez::ConnectStep step) { line.show(textOf(step)); };
+  const MaybeError error = device->connect(options);
+  line.clear();
+  if (error) throw bluetoothFailure(*error);
+}
+
+void checkChannels(const bluez::Device& device) {
+  const auto characteristics = device.characteristics();
+  for (const char* const text :
+       {internal::CHARACTERISTIC_FOR_COMMUNICATION_WRITE, internal::CHARACTERISTIC_FOR_COMMUNICATION_NOTIFY,
+        internal::CHARACTERISTIC_WRITE, internal::CHARACTERISTIC_NOTIFY,
+        internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY}) {
+    const auto isIt = [uuid = Uuid::fromString(text)](const auto& known) { return known->UUID() == uuid; };
+    if (std::ranges::any_of(characteristics, isIt)) continue;
+    throw Failure(
+        ToolError::noRecorder,
+        std::string("The device is no recorder: it lacks the characteristic ").append(text).append("."),
+        "Name the address of a recorder; `kwt scan` shows those in range.");
+  }
+}
+
+/// Its packets of audio have that size, and what does not fit one arrives cut off.
+void checkPacketSize(const bluez::Device& device) {
+  constexpr std::size_t needed = 96, attHead = 3;
+  const std::size_t fitting = device.peripheral()->maximumWriteValueLengthForType(WriteType::withResponse);
+  if (fitting >= needed) return;
+  throw Failure(ToolError::packetsTooSmall,
+                "The connection is of no use: it carries " + std::to_string(fitting) +
+                    " bytes at a time (ATT MTU " + std::to_string(fitting + attHead) +
+                    "), and the recorder's packets have " + std::to_string(needed) + ".",
+                "Both ends have to agree on an ATT MTU of at least " + std::to_string(needed + attHead) +
+                    ": use another Bluetooth adapter, or have the recorder's firmware updated.");
+}
+
+class BluetoothHostLink : public HostLink {
+ public:
+  explicit BluetoothHostLink(Device device) : device_(std::move(device)) {}
+
+  void attach(const std::shared_ptr<KWTBluetoothHelper>& facade) override {
+    device_->attach(facade);
+    device_->setEvents(facade->didWriteValueForCharacteristicBlock(),
+                       Observation::before(observation_, facade->didUpdateValueForCharacteristicBlock()));
+  }
+  void setOnNotification(NotificationObserver onNotification) override {
+    observation_->set(std::move(onNotification));
+  }
+  void setOnDisconnect(std::function<void()> onDisconnect) override {
+    device_->setOnDisconnect(std::move(onDisconnect));
+  }
+  void disconnect() override { device_->disconnect(); }
+
+ private:
+  const std::shared_ptr<Observation> observation_ = std::make_shared<Observation>();
+  const Device device_;
+};
+
+}  // namespace
+
+std::unique_ptr<HostLink> openBluetoothHostLink(const std::shared_ptr<Scheduler>& scheduler,
+                                                Interrupt& interrupt, const std::string& address) {
+  const Device device = bluez::Device::create(scheduler, address);
+  interrupt.setAction([weak = std::weak_ptr(device)] {
+    if (const auto connected = weak.lock()) connected->disconnect();
+  });
+  connect(device, *scheduler);
+  checkChannels(*device);
+  checkPacketSize(*device);
+  return std::make_unique<BluetoothHostLink>(device);
+}
+
+}  // namespace kwtsdk::tool
