@@ -5,6 +5,8 @@
 namespace kwtsdk::bluez {
 namespace {
 
+constexpr Duration kForever = std::chrono::hours(24 * 365);
+
 std::unique_ptr<Bus> opened(Scheduler& scheduler, Bus::Events events) {
   try {
     return std::make_unique<Bus>(scheduler, std::move(events));
@@ -73,7 +75,9 @@ void Client::readProperties(sdbus::Message& signal) {
     const std::lock_guard lock(mutex_);
     objects_.change(path, interface, values, invalidated);
   }
-  if (interface != kCharacteristic) changed();
+  const auto connected = values.find("Connected");
+  const bool ended = interface == kDevice && connected != values.end() && !connected->second.get<bool>();
+  if (interface != kCharacteristic) changed(ended ? path : "");
 }
 
 void Client::end(const char* reason) {
@@ -85,9 +89,9 @@ void Client::end(const char* reason) {
   changed();
 }
 
-void Client::changed() {
+void Client::changed(const std::string& ended) {
   wake();
-  events_.onChange();
+  events_.onChange(ended);
 }
 
 void Client::wake() {
@@ -99,7 +103,7 @@ void Client::wake() {
 }
 
 bool Client::waitFor(const std::function<bool(const Objects&)>& condition, Duration timeout) {
-  const Duration end = scheduler_.now() + timeout;
+  const Duration end = scheduler_.now() + std::min(timeout, kForever);
   while (true) {
     {
       const std::lock_guard lock(mutex_);
@@ -121,9 +125,9 @@ void Client::cancel(Problem problem) {
   wake();
 }
 
-void Client::resume() {
+bool Client::resume() {
   const std::lock_guard lock(mutex_);
-  cancelled_.reset();
+  return std::exchange(cancelled_, std::nullopt).has_value();
 }
 
 void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,
@@ -134,7 +138,7 @@ void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Du
   };
   const auto answer = std::make_shared<Answer>();
   // The bus's own limit comes later: who waits here has to be the first, to say what was late.
-  send(method, arguments, timeout + kPrompt,
+  send(method, arguments, std::min(timeout, kForever) + kPrompt,
        [this, answer, read](sdbus::MethodReply& reply, const sdbus::Error* error) {
          MaybeError outcome = error == nullptr ? MaybeError() : errorOf(*error);
          try {

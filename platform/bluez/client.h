@@ -26,7 +26,7 @@ class Client {
   /// On the bus's thread: they must not wait for a thread that is in here, and must not throw.
   struct Events {
     std::function<void(const std::string& path, Bytes value)> onValue;  // of a characteristic
-    std::function<void()> onChange;                                     // of objects, or gone()
+    std::function<void(const std::string& ended)> onChange;             // of objects, or gone()
   };
 
   /// Opens the bus. Throws Trouble.
@@ -54,8 +54,8 @@ class Client {
   /// Ends waits, also those that begin later, with that Problem. Any thread.
   void cancel(Problem problem = Problem::cancelled);
 
-  /// Lets waits begin again.
-  void resume();
+  /// Lets waits begin again. Whether it was cancelled.
+  bool resume();
 
   /// Calls and waits for the answer. Throws Trouble: the answer, or `late` when there is none in time.
   /// `read`, on the bus's thread, takes what was answered.
@@ -75,7 +75,7 @@ class Client {
   void onSignal(sdbus::Message& signal);
   void readProperties(sdbus::Message& signal);
   void end(const char* reason);
-  void changed();
+  void changed(const std::string& ended = {});
   void wake();
 
   Scheduler& scheduler_;

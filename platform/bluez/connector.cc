@@ -48,10 +48,11 @@ void Connector::reach(const std::string& device, const Adopt& adopt) {
 /// Waits for the answer: until then the device counts as connected, and the next attempt would rely on that.
 void Connector::giveUp(const std::string& device) {
   if (client_.gone()) return;
-  client_.resume();
+  const bool cancelled = client_.resume();
   attempted([&] {
     client_.call({device, kDevice, "Disconnect"}, noArguments, kPrompt, Problem::noConnection);
   });
+  if (cancelled) client_.cancel();  // also what may follow
 }
 
 /// BlueZ knows a device that it heard a short while ago.
@@ -97,7 +98,10 @@ ConnectedDevice Connector::discover(const std::string& device) {
   // BlueZ may have answered before it tells that the device is connected.
   if (!client_.waitFor(resolved, options_.discovering)) throw Trouble(Problem::noServices, address_);
   client_.load();  // with the ATT MTU, which BlueZ does not announce
-  return {device, client_.look([&](const Objects& objects) { return objects.characteristicsOf(device); })};
+  auto characteristics =
+      client_.look([&](const Objects& objects) { return objects.characteristicsOf(device); });
+  if (characteristics.empty()) throw Trouble(Problem::noServices, address_);
+  return {device, std::move(characteristics)};
 }
 
 }  // namespace kwtsdk::bluez

@@ -26,7 +26,10 @@ std::shared_ptr<Device> Device::create(std::shared_ptr<Scheduler> scheduler, std
 Device::Device(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Device::~Device() { impl_->core->close(); }
 
-MaybeError Device::connect(const ConnectOptions& options) { return impl_->core->connect(options); }
+MaybeError Device::connect(const ConnectOptions& options) {
+  const auto core = impl_->core;  // onStep may end the device
+  return core->connect(options);
+}
 void Device::disconnect() { impl_->core->disconnect(); }
 
 std::shared_ptr<Peripheral> Device::peripheral() const { return impl_->peripheral; }

@@ -44,10 +44,13 @@ DeviceCore::DeviceCore(std::shared_ptr<Scheduler> scheduler, std::string address
 
 MaybeError DeviceCore::connect(const ConnectOptions& options) {
   const std::unique_lock one(*connecting_);
+  if (state_ == PeripheralState::connecting)  // the lock lets the same thread in again
+    return errorOf(Problem::badArgument, "connect() while it is connecting, on the same thread");
   if (!isAddress(address_))
     return errorOf(Problem::badArgument, "\"" + address_ + "\" is no Bluetooth address");
   if (std::min({options.searching, options.connecting, options.discovering}) < Duration::zero())
     return errorOf(Problem::badArgument, "a step of less than no time");
+  awaitEvents();
   auto before = PeripheralState::disconnecting;
   while (before == PeripheralState::disconnecting) {
     if (!awaitLeft()) return errorOf(Problem::noConnection, "BlueZ has not ended the connection before");
@@ -60,6 +63,16 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
   client = std::exchange(attempting_, nullptr);
   if (error) state_ = PeripheralState::disconnected;
   return error;
+}
+
+/// What is on its way to the events' thread belongs to the connection before: its loss is told by one work,
+/// which leaves another one behind for onDisconnect. A host that lets an event wait for this gets no answer.
+void DeviceCore::awaitEvents() {
+  const auto told = scheduler_->semaphore("kwt.bluez.told");
+  for (int i = 0; i < 2 && !queue_.isCurrent(); ++i) {
+    queue_.async([told] { told->signal(); });
+    if (!told->wait(kLeaveLimit)) return;
+  }
 }
 
 bool DeviceCore::awaitLeft() const {
@@ -102,21 +115,20 @@ std::shared_ptr<Client> DeviceCore::clientOf(Attempt attempt) {
       core.valueChanged(attempt, path, value);
     });
   };
-  const auto onChange = [post = poster(), attempt] {
-    post([attempt](DeviceCore& core) { core.check(attempt); });
+  const auto onChange = [post = poster(), attempt](const std::string& ended) {
+    post([attempt, ended](DeviceCore& core) { core.check(attempt, ended); });
   };
   return std::make_shared<Client>(*scheduler_, Client::Events{onValue, onChange});
 }
 
 DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> client, std::string device,
                                                    Attempt attempt) {
-  const auto connection = std::shared_ptr<Connection>(
-      new Connection{std::move(client), std::move(device), attempt,
-                     GattQueue([this](const GattOperation& operation) { send(*connection_, operation); },
-                               [this](const CharacteristicPtr& target, const MaybeError& error) {
-                                 deliver(&Events::didWrite, target, error);
-                               })});
-  return connection;
+  return std::make_shared<Connection>(
+      Connection{std::move(client), std::move(device), attempt,
+                 GattQueue([this](const GattOperation& operation) { send(*connection_, operation); },
+                           [this](const CharacteristicPtr& target, const MaybeError& error) {
+                             deliver(&Events::didWrite, target, error);
+                           })});
 }
 
 /// From here on the connection is the events' thread's.
@@ -199,12 +211,16 @@ DeviceCore::CharacteristicPtr DeviceCore::ours(const std::shared_ptr<Characteris
 void DeviceCore::write(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type) {
   const auto kind = type == WriteType::withResponse ? GattOperation::Kind::write
                                                     : GattOperation::Kind::writeWithoutResponse;
-  post([operation = GattOperation{kind, ours(target), value}](DeviceCore& core) { core.add(operation); });
+  post([operation = GattOperation{kind, ours(target), value}, target](DeviceCore& core) {
+    core.add(operation, target);
+  });
 }
 
 void DeviceCore::setNotify(bool enabled, const std::shared_ptr<Characteristic>& target) {
   const auto kind = enabled ? GattOperation::Kind::subscribe : GattOperation::Kind::unsubscribe;
-  post([operation = GattOperation{kind, ours(target), {}}](DeviceCore& core) { core.add(operation); });
+  post([operation = GattOperation{kind, ours(target), {}}, target](DeviceCore& core) {
+    core.add(operation, target);
+  });
 }
 
 void DeviceCore::setPeripheral(const std::shared_ptr<Peripheral>& peripheral) {

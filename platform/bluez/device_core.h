@@ -65,6 +65,7 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   ConnectionPtr connectionOf(std::shared_ptr<Client> client, std::string device, Attempt attempt);
   PeripheralState beginAttempt();
   bool awaitLeft() const;
+  void awaitEvents();
   void finish();
   CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
 
@@ -75,16 +76,17 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
 
   // ---- The events' thread ----
 
-  void add(GattOperation operation);
+  void add(GattOperation operation, const std::shared_ptr<Characteristic>& asked);
   void send(Connection& connection, const GattOperation& operation);
   void answered(Attempt attempt, const MaybeError& error);
   void valueChanged(Attempt attempt, const std::string& path, const Bytes& value);
-  void check(Attempt attempt);
+  void check(Attempt attempt, const std::string& ended = {});
   void lose(const Error& reason);
   void leave(Attempt attempt);
   void left(Attempt attempt);
   void tellDisconnected();
-  void deliver(Device::Event Events::*event, const CharacteristicPtr& source, const MaybeError& error);
+  void deliver(Device::Event Events::*event, const std::shared_ptr<Characteristic>& source,
+               const MaybeError& error);
 
   const std::shared_ptr<Scheduler> scheduler_;
   const std::string address_, adapter_;
@@ -93,7 +95,7 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   std::atomic<PeripheralState> state_{PeripheralState::disconnected};  // changed under mutex_
   std::atomic<std::size_t> longestWrite_;
 
-  mutable std::mutex mutex_;  // never held while calling out
+  mutable std::mutex mutex_;  // never held while calling a host
   std::vector<CharacteristicPtr> characteristics_;
   std::weak_ptr<Peripheral> peripheral_;
   std::shared_ptr<const Events> events_ = std::make_shared<Events>();

@@ -31,17 +31,17 @@ void addArguments(sdbus::MethodCall& call, const GattOperation& operation) {
 
 }  // namespace
 
-void DeviceCore::add(GattOperation operation) {
+void DeviceCore::add(GattOperation operation, const std::shared_ptr<Characteristic>& asked) {
   const auto connection = connection_;
-  if (!operation.target || state_ == PeripheralState::disconnecting) return;
-  if (connection && state_ == PeripheralState::connected) {
+  if (operation.target && connection && state_ == PeripheralState::connected) {
     connection->operations.add(std::move(operation));
   } else if (operation.kind == GattOperation::Kind::write) {
-    deliver(&Events::didWrite, operation.target, errorOf(Problem::connectionLost));
+    deliver(&Events::didWrite, asked, errorOf(Problem::connectionLost));
   }
 }
 
 void DeviceCore::send(Connection& connection, const GattOperation& operation) {
+  if (state_ != PeripheralState::connected) return;  // its end is on the way and reports the operation
   connection.client->start(
       {operation.target->path(), kCharacteristic, methodOf(operation.kind)},
       [&](sdbus::MethodCall& call) { addArguments(call, operation); }, kGattLimit,
@@ -52,7 +52,11 @@ void DeviceCore::send(Connection& connection, const GattOperation& operation) {
 
 void DeviceCore::answered(Attempt attempt, const MaybeError& error) {
   const auto connection = connection_;
-  if (connection && connection->attempt == attempt) connection->operations.finished(error);
+  if (!connection || connection->attempt != attempt) return;
+  if (error && error->domain() == kDomain &&
+      error->code() == static_cast<std::int64_t>(Problem::connectionLost))
+    disconnect();  // no answer at all: what comes later would meet InProgress
+  connection->operations.finished(error);
 }
 
 void DeviceCore::valueChanged(Attempt attempt, const std::string& path, const Bytes& value) {
@@ -66,7 +70,7 @@ void DeviceCore::valueChanged(Attempt attempt, const std::string& path, const By
 }
 
 /// After anything has changed: whether the connection is still there.
-void DeviceCore::check(Attempt attempt) {
+void DeviceCore::check(Attempt attempt, const std::string& ended) {
   const auto connection = connection_;
   if (!connection || connection->attempt != attempt) return;
   const MaybeError gone = connection->client->gone();
@@ -74,8 +78,9 @@ void DeviceCore::check(Attempt attempt) {
     if (gone) left(attempt);  // nobody is going to answer
     return;
   }
-  const bool connected = connection->client->look(
-      [&](const Objects& objects) { return objects.isTrue(connection->device, kDevice, "Connected"); });
+  const bool connected = ended != connection->device && connection->client->look([&](const Objects& objects) {
+    return objects.isTrue(connection->device, kDevice, "Connected");
+  });
   if (!connected) lose(gone ? *gone : errorOf(Problem::connectionLost, address_));
 }
 
@@ -93,7 +98,8 @@ void DeviceCore::lose(const Error& reason) {
 void DeviceCore::leave(Attempt attempt) {
   const auto connection = connection_;
   if (!connection || connection->attempt != attempt) return;  // lost meanwhile
-  connection->operations.end(std::nullopt);
+  if (connection->client->gone()) return left(attempt);
+  connection->operations.end(errorOf(Problem::connectionLost));
   connection->client->start({connection->device, kDevice, "Disconnect"}, noArguments, kLeaveLimit,
                             [post = poster(), attempt](const MaybeError&) {
                               post([attempt](DeviceCore& core) { core.left(attempt); });
@@ -109,7 +115,8 @@ void DeviceCore::left(Attempt attempt) {
     waitedFor = left_;
     post([](DeviceCore& core) { core.tellDisconnected(); });
   }
-  connection_.reset();
+  const auto connection = std::exchange(connection_, nullptr);
+  connection->operations.end(errorOf(Problem::connectionLost));
   waitedFor->signal();
 }
 
@@ -120,7 +127,7 @@ void DeviceCore::tellDisconnected() {
   if (onDisconnect) onDisconnect();
 }
 
-void DeviceCore::deliver(Device::Event Events::*event, const CharacteristicPtr& source,
+void DeviceCore::deliver(Device::Event Events::*event, const std::shared_ptr<Characteristic>& source,
                          const MaybeError& error) {
   std::unique_lock lock(mutex_);
   const auto events = events_;

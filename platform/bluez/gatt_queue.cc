@@ -27,10 +27,11 @@ bool GattQueue::begin(const GattOperation& operation) {
       break;
     case GattOperation::Kind::unsubscribe:
       subscribed_.erase(operation.target);
+      noteSubscription(operation.target, std::nullopt);
       break;
     case GattOperation::Kind::write:
-      if (const auto refused = std::exchange(refusedSubscription_, std::nullopt)) {
-        report_(operation.target, refused);
+      if (const auto refusal = std::exchange(refusal_, std::nullopt)) {
+        report_(operation.target, refusal);
         return false;
       }
       break;
@@ -44,11 +45,18 @@ void GattQueue::finished(const MaybeError& error) {
   if (!running_) return;
   const GattOperation done = *std::exchange(running_, std::nullopt);
   if (done.kind == GattOperation::Kind::subscribe) {
-    refusedSubscription_ = error;
+    noteSubscription(done.target, error);
     if (error) subscribed_.erase(done.target);
   }
   if (done.kind == GattOperation::Kind::write) report_(done.target, error);
   startNext();
+}
+
+/// Another characteristic's good subscription does not make up for a refused one.
+void GattQueue::noteSubscription(const Target& target, const MaybeError& error) {
+  if (!error && refused_ != target) return;
+  refused_ = target;
+  refusal_ = error;
 }
 
 void GattQueue::end(const MaybeError& error) {

@@ -45,13 +45,15 @@ class GattQueue {
  private:
   void startNext();
   bool begin(const GattOperation& operation);
+  void noteSubscription(const Target& target, const MaybeError& error);
 
   const std::function<void(const GattOperation&)> send_;
   const std::function<void(const Target&, const MaybeError&)> report_;
   std::deque<GattOperation> waiting_;
   std::optional<GattOperation> running_;
   std::set<Target> subscribed_;
-  MaybeError refusedSubscription_;  // the next write fails with it
+  Target refused_;      // the last subscription that was refused: the next write
+  MaybeError refusal_;  // fails with this
   bool ended_ = false;
 };
 

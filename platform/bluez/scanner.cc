@@ -51,7 +51,8 @@ class Scanner::Impl {
 
 void Scanner::Impl::listen(Duration time, const ScanFilter& filter, std::vector<FoundDevice>& found) {
   if (time < Duration::zero()) throw Trouble(Problem::badArgument, "a scan of less than no time");
-  const auto client = std::make_shared<Client>(*scheduler_, Client::Events{[](auto&&, auto&&) {}, [] {}});
+  const auto client =
+      std::make_shared<Client>(*scheduler_, Client::Events{[](auto&&, auto&&) {}, [](auto&&) {}});
   announce(client);
   client->load();
   const std::string adapter = usableAdapter(*client, adapter_);
@@ -78,8 +79,9 @@ void Scanner::Impl::announce(const std::shared_ptr<Client>& client) {
 }
 
 void Scanner::Impl::finish() {
+  std::shared_ptr<Client> client;  // outlives the lock
   const std::lock_guard lock(mutex_);
-  client_ = nullptr;
+  client = std::exchange(client_, nullptr);
 }
 
 void Scanner::Impl::stop() {

@@ -80,16 +80,17 @@ bool Advertiser::follow(const ManagementSocket::Event& event) {
 
 void Advertiser::switchOn(ManagementSocket::Command command) {
   constexpr std::uint8_t on = 1;
-  management_.command(command, controller_.index, std::array{on});
+  patiently(command, std::array{on});
 }
 
-void Advertiser::advertise() {
+void Advertiser::advertise() { patiently(ManagementSocket::addAdvertising, addAdvertisingParameters(name_)); }
+
+void Advertiser::patiently(ManagementSocket::Command command, std::span<const std::uint8_t> parameters) {
   // The Bluetooth service may have a command of its own under way.
   constexpr int attempts = 20;
   for (int attempt = 1;; ++attempt) {
     try {
-      management_.command(ManagementSocket::addAdvertising, controller_.index,
-                          addAdvertisingParameters(name_));
+      management_.command(command, controller_.index, parameters);
       return;
     } catch (const ControllerBusy&) {
       if (attempt == attempts) throw;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include <kwtsdk/scheduler.h>
@@ -30,6 +32,7 @@ class Advertiser {
  private:
   void switchOn(ManagementSocket::Command command);
   void advertise();
+  void patiently(ManagementSocket::Command command, std::span<const std::uint8_t> parameters);
 
   const std::shared_ptr<Scheduler> scheduler_;
   ManagementSocket& management_;

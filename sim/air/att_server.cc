@@ -43,11 +43,6 @@ const AttServer::Form AttServer::kForms[]{
 AttServer::AttServer(GattTable table, std::size_t mtu)
     : offeredMtu_(mtu), table_(std::move(table)), mtu_(att::kDefaultMtu) {}
 
-std::size_t AttServer::mtu() const {
-  const std::lock_guard lock(mutex_);
-  return mtu_;
-}
-
 AttReaction AttServer::take(Pdu pdu) {
   if (pdu.empty()) return {};
   const std::uint8_t opcode = pdu[0];
@@ -55,7 +50,6 @@ AttReaction AttServer::take(Pdu pdu) {
   if (form == std::end(kForms)) {
     return isRequest(opcode) ? refuse(opcode, 0, att::requestNotSupported) : AttReaction{};
   }
-  const std::lock_guard lock(mutex_);
   if (pdu.size() < form->least || pdu.size() > std::min(form->most, mtu_)) {
     return isRequest(opcode) ? refuse(opcode, 0, att::invalidPdu) : AttReaction{};
   }
@@ -119,6 +113,7 @@ std::uint8_t AttServer::writeError(std::uint16_t handle) const {
 
 AttReaction AttServer::store(std::uint8_t opcode, std::uint16_t handle, Bytes value) {
   if (const auto error = writeError(handle)) return refuse(opcode, handle, error);
+  if (value.size() > att::kLongestValue) return refuse(opcode, handle, att::invalidAttributeValueLength);
   Attribute& attribute = table_[handle - 1U];
   if (attribute.isConfiguration()) return configure(opcode, attribute, value);
   const auto& target = attribute.characteristic;
@@ -141,7 +136,6 @@ AttReaction AttServer::configure(std::uint8_t opcode, Attribute& attribute, cons
 }
 
 std::optional<Bytes> AttServer::writeDone(const Characteristic& target, const MaybeError& error) {
-  const std::lock_guard lock(mutex_);
   if (!pending_ || pending_->target.get() != &target) return std::nullopt;
   const PendingWrite done = *std::exchange(pending_, std::nullopt);
   if (!error) return Bytes{responseTo(done.opcode)};
@@ -152,7 +146,6 @@ std::optional<Bytes> AttServer::writeDone(const Characteristic& target, const Ma
 }
 
 Bytes AttServer::notification(const Characteristic& source, const Bytes& value) const {
-  const std::lock_guard lock(mutex_);
   const auto attribute = std::ranges::find_if(table_, [&source](const Attribute& candidate) {
     return candidate.isCharacteristicValue() && candidate.characteristic.get() == &source;
   });

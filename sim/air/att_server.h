@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 
@@ -33,7 +32,7 @@ struct AttReaction {
 };
 
 /// The server's side of one connection's Attribute Protocol: PDUs in, PDUs out. What comes from the air may
-/// be anything; each request gets one response. Safe on any thread.
+/// be anything; each request gets one response. One thread at a time.
 class AttServer {
  public:
   /// `mtu` is what the server offers, 23 to 517.
@@ -47,7 +46,7 @@ class AttServer {
   Bytes notification(const Characteristic& source, const Bytes& value) const;
 
   /// As negotiated so far.
-  std::size_t mtu() const;
+  std::size_t mtu() const { return mtu_; }
 
  private:
   using Pdu = std::span<const std::uint8_t>;
@@ -84,7 +83,6 @@ class AttServer {
   AttReaction configure(std::uint8_t opcode, Attribute& attribute, const Bytes& value);
 
   const std::size_t offeredMtu_;
-  mutable std::mutex mutex_;
   GattTable table_;  // with this connection's configurations
   std::size_t mtu_;
   std::optional<PendingWrite> pending_;

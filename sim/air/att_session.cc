@@ -1,5 +1,6 @@
 #include "sim/air/att_session.h"
 
+#include <mutex>
 #include <utility>
 
 #include "sim/air/att_server.h"
@@ -19,14 +20,32 @@ std::size_t mtuOf(const SimulatedLink& link) {
 class AttSession::Bearer {
  public:
   Bearer(GattTable table, std::size_t mtu, Transport transport)
-      : server(std::move(table), mtu), transport_(std::move(transport)) {}
+      : server_(std::move(table), mtu), transport_(std::move(transport)) {}
 
-  void send(const Bytes& pdu) const { transport_.send(pdu); }
+  std::size_t mtu() const {
+    const std::lock_guard lock(mutex_);
+    return server_.mtu();
+  }
+  AttReaction take(std::span<const std::uint8_t> pdu) {
+    const std::lock_guard lock(mutex_);
+    AttReaction reaction = server_.take(pdu);
+    if (reaction.response) transport_.send(*reaction.response);
+    return reaction;
+  }
+  void writeDone(const Characteristic& target, const MaybeError& error) {
+    const std::lock_guard lock(mutex_);
+    if (const auto response = server_.writeDone(target, error)) transport_.send(*response);
+  }
+  void notify(const Characteristic& source) {
+    const std::lock_guard lock(mutex_);
+    transport_.send(server_.notification(source, source.value().value()));
+  }
   void close() const { transport_.close(); }
 
-  AttServer server;
-
  private:
+  // Held until a PDU is sent: a notification that fills a new MTU must not pass the response that grants it.
+  mutable std::mutex mutex_;
+  AttServer server_;
   const Transport transport_;
 };
 
@@ -35,15 +54,13 @@ AttSession::AttSession(const SimulatedRecorder& recorder, const std::string& dev
     : recorder_(recorder),
       bearer_(
           std::make_shared<Bearer>(gattTable(*recorder.link, deviceName), mtuOf(*recorder.link), transport)) {
-  recorder_.model->setLinkMtu(bearer_->server.mtu());
+  recorder_.model->setLinkMtu(bearer_->mtu());
   recorder_.link->connect();
   recorder_.link->setEvents(
       [bearer = bearer_](const auto&, const auto& target, const MaybeError& error) {
-        if (const auto response = bearer->server.writeDone(*target, error)) bearer->send(*response);
+        bearer->writeDone(*target, error);
       },
-      [bearer = bearer_](const auto&, const auto& source, const auto&) {
-        bearer->send(bearer->server.notification(*source, source->value().value()));
-      });
+      [bearer = bearer_](const auto&, const auto& source, const auto&) { bearer->notify(*source); });
   // The end of the connection before may still be on its way here; it finds the link connected.
   recorder_.link->setOnDisconnect([bearer = bearer_, peripheral = recorder_.link->peripheral()] {
     if (peripheral->state() == PeripheralState::disconnected) bearer->close();
@@ -57,10 +74,9 @@ AttSession::~AttSession() {
 }
 
 void AttSession::receive(std::span<const std::uint8_t> pdu) {
-  AttReaction reaction = bearer_->server.take(pdu);
-  recorder_.model->setLinkMtu(bearer_->server.mtu());
   // The response is on the air before anything that follows from the PDU.
-  if (reaction.response) bearer_->send(*reaction.response);
+  const AttReaction reaction = bearer_->take(pdu);
+  recorder_.model->setLinkMtu(bearer_->mtu());
   const auto peripheral = recorder_.link->peripheral();
   if (reaction.subscription) {
     peripheral->setNotifyValue(reaction.subscription->enabled, reaction.subscription->target);

@@ -15,7 +15,8 @@ namespace kwtsdk::sim {
 /// whose link has to be disconnected before.
 class AttSession {
  public:
-  /// Where PDUs go, and what ends the connection; both on any thread, and neither may wait for the other end.
+  /// Where PDUs go, one at a time, and what ends the connection, also while a PDU is being sent; both on any
+  /// thread. Neither may call the session.
   struct Transport {
     std::function<void(const Bytes& pdu)> send;
     std::function<void()> close;

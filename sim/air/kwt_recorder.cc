@@ -5,10 +5,14 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -65,12 +69,23 @@ void pace(LinkTiming& timing) {
   timing.packetsPerInterval = 1;
 }
 
+/// The link's end waits for its thread, which may be busy with a delay that the script asks for: so it ends
+/// on a queue that nobody waits for.
+std::shared_ptr<SimulatedLink> endingElsewhere(const std::shared_ptr<Scheduler>& scheduler,
+                                               const std::shared_ptr<SimulatedLink>& link) {
+  return {link.get(), [scheduler, link = link](SimulatedLink*) mutable {
+            const auto queue = scheduler->serialQueue("kwt.sim.release");
+            queue->async([queue, link = std::move(link)] {});
+          }};
+}
+
 SimulatedRecorder open(const std::shared_ptr<Scheduler>& scheduler, const Options& options) {
   auto recorder = openSimulatedRecorder(scheduler, options.folder, [&options](LinkTiming& timing) {
     timing.mtu = options.mtu.value_or(timing.mtu);
     pace(timing);
   });
   recorder.model->setMicrophone(microphoneIn(options.folder));
+  recorder.link = endingElsewhere(scheduler, recorder.link);
   return recorder;
 }
 
@@ -81,23 +96,21 @@ internal::Descriptor stopSignals() {
   ::sigaddset(&signals, SIGINT);
   ::sigaddset(&signals, SIGTERM);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  return internal::Descriptor(::signalfd(-1, &signals, SFD_CLOEXEC));
+  internal::Descriptor readable(::signalfd(-1, &signals, SFD_CLOEXEC));
+  if (readable.get() < 0) {
+    throw std::runtime_error(std::string("Signals cannot be waited for (") + std::strerror(errno) +
+                             "): close other programs and start again.");
+  }
+  return readable;
 }
 
 void serve(const Options& options) {
   const internal::Descriptor stop = stopSignals();
   const auto scheduler = threadScheduler();
-  SimulatedRecorder recorder = open(scheduler, options);
-  {
-    RecorderServer server(scheduler, recorder, options.adapter, options.name);
-    std::cout << "Serving " << options.folder << " as " << options.name << ", "
-              << server.controller().address.toString() << std::endl;
-    server.run(stop.get());
-  }
-  // The link's end waits for its thread, which may be busy with a delay that the script asks for: so it ends
-  // on a queue that nobody waits for.
-  const auto queue = scheduler->serialQueue("kwt.sim.release");
-  queue->async([queue, link = std::exchange(recorder.link, nullptr)] {});
+  RecorderServer server(scheduler, open(scheduler, options), options.adapter, options.name);
+  std::cout << "Serving " << options.folder << " as " << options.name << ", "
+            << server.controller().address.toString() << std::endl;
+  server.run(stop.get());
 }
 
 }  // namespace

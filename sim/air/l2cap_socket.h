@@ -29,8 +29,8 @@ class L2capConnection {
   /// The next packet; none once the connection has ended. Blocks until then.
   std::optional<Bytes> receive() const;
 
-  /// Blocks while the controller has no room. A packet for a connection that has ended is dropped. Any
-  /// thread.
+  /// Blocks while the controller has no room, at most half a minute. A packet that cannot be sent ends the
+  /// connection; one for a connection that has ended is dropped. Any thread.
   void send(const Bytes& packet) const;
 
   /// Ends the connection and whatever blocks on it. Any thread.
@@ -50,10 +50,11 @@ class L2capListener {
 
   int descriptor() const { return socket_.get(); }
 
-  /// Null when whoever connected has gone again. Never blocks.
+  /// Null when whoever connected has gone again. Never blocks. Throws as the constructor does.
   std::shared_ptr<L2capConnection> accept() const;
 
  private:
+  BluetoothAddress address_;
   internal::Descriptor socket_;
 };
 

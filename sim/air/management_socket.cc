@@ -32,12 +32,20 @@ constexpr std::size_t kAnswerHead = 3;
 constexpr const char* kBecomeRoot = "run it as root, or give it the capability CAP_NET_ADMIN";
 
 /// Bluetooth management interface, "Error Codes".
-enum Status : std::uint8_t { busy = 0x0A, invalidIndex = 0x11, rfKilled = 0x12, permissionDenied = 0x14 };
+enum Status : std::uint8_t {
+  busy = 0x0A,
+  notSupported = 0x0C,
+  invalidIndex = 0x11,
+  rfKilled = 0x12,
+  permissionDenied = 0x14
+};
 
 std::string reason(std::uint8_t status) {
   switch (status) {
     case busy:
       return "it is busy; try again";
+    case notSupported:
+      return "it does not know Low Energy; use another one";
     case invalidIndex:
       return "it is no longer there; plug it in";
     case rfKilled:
@@ -55,7 +63,7 @@ std::string reason(std::uint8_t status) {
   throw std::runtime_error(text);
 }
 
-[[noreturn]] void failToOpen() {
+[[noreturn]] void failOfSocket() {
   const std::string advice =
       errno == EPERM || errno == EACCES
           ? kBecomeRoot
@@ -73,7 +81,7 @@ ManagementSocket::ManagementSocket()
   if (socket_.get() < 0 ||
       ::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&control), sizeof control) != 0 ||
       ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &answer, sizeof answer) != 0) {
-    failToOpen();
+    failOfSocket();
   }
 }
 
@@ -84,7 +92,7 @@ Bytes ManagementSocket::command(Command command, std::uint16_t controller,
   putLittle16(message, 2, controller);
   putLittle16(message, 4, static_cast<std::uint32_t>(parameters.size()));
   message.insert(message.end(), parameters.begin(), parameters.end());
-  if (::send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) failToOpen();
+  if (::send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) failOfSocket();
 
   while (auto event = receive(0)) {
     const bool isAnswer = event->code == commandComplete || event->code == commandStatus;
@@ -109,7 +117,11 @@ std::optional<ManagementSocket::Event> ManagementSocket::nextEvent() {
 
 std::optional<ManagementSocket::Event> ManagementSocket::receive(int flags) const {
   Bytes message(kLongestMessage);
-  const ssize_t size = ::recv(socket_.get(), message.data(), message.size(), flags);
+  ssize_t size = 0;
+  do {
+    size = ::recv(socket_.get(), message.data(), message.size(), flags);
+  } while (size < 0 && errno == EINTR);
+  if (size < 0 && errno != EAGAIN) failOfSocket();
   if (size < static_cast<ssize_t>(kHeadSize)) return std::nullopt;
   return Event{
       little16(message, 0), little16(message, 2), {message.begin() + kHeadSize, message.begin() + size}};

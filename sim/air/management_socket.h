@@ -54,7 +54,7 @@ class ManagementSocket {
   /// What the command returns. Blocks until it is complete.
   Bytes command(Command command, std::uint16_t controller, std::span<const std::uint8_t> parameters = {});
 
-  /// Those that have arrived, one at a time; none when there is no more. Never blocks.
+  /// Those that have arrived, one at a time; none when there is no more. Never blocks. Throws as the others.
   std::optional<Event> nextEvent();
 
  private:

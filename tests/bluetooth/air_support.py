@@ -49,6 +49,12 @@ class Program:
                 raise AssertionError(f"{self.name} ended without {missing}")
             missing -= {pattern for pattern in missing if re.search(pattern, line)}
 
+    def used(self):
+        """Descriptors, threads and kB of memory."""
+        process = pathlib.Path("/proc", str(self.process.pid))
+        memory = int(re.search(r"VmRSS:\s*(\d+)", (process / "status").read_text())[1])
+        return len(os.listdir(process / "fd")), len(os.listdir(process / "task")), memory
+
     def end(self, stop=subprocess.Popen.terminate):
         stop(self.process)
         try:

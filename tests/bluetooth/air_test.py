@@ -4,6 +4,7 @@ import json
 import os
 import random
 import subprocess
+import sys
 import time
 import unittest
 
@@ -92,9 +93,15 @@ class AirTest(KwtTestCase):
 
     def test_rounds(self):
         recorder = AirRecorder(self)
+        used = []
         for number in range(ROUNDS):
             with self.subTest(number):
                 self.check(recorder.run("info"), 0, "1.2.3")
+                recorder.program.wait_for("^Disconnected")
+            used.append(recorder.program.used())
+        print(f"kwt-recorder's descriptors, threads, kB: {used[2]}, {used[-1]} after {ROUNDS} rounds", file=sys.stderr)
+        for name, margin, early, late in zip(("descriptors", "threads", "kB"), (3, 3, 1000), used[2], used[-1]):
+            self.assertLess(late, early + margin, name)
 
     def test_advertising_ends_with_kwt_recorder(self):
         AirRecorder(self)
@@ -146,4 +153,5 @@ class AirTest(KwtTestCase):
         self.assert_updates(recorder, 5 * SEGMENT)
 
 
-unittest.main(verbosity=2)
+program = unittest.main(verbosity=2, exit=False)
+sys.exit(not (program.result.testsRun and program.result.wasSuccessful()))  # none at all is a mistake too

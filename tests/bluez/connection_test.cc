@@ -51,11 +51,6 @@ TEST(BluezScan, EndsWithWhatItStandsOn) {
   }
 }
 
-void connectAndAttach(const Host& host) {
-  ASSERT_EQ(nameOf(host.device->connect()), "ok");
-  host.device->attach(host.helper);
-}
-
 TEST(BluezConnection, CarriesQueriesAndUpdates) {
   Host host;
   std::vector<ConnectStep> steps;
@@ -80,36 +75,6 @@ TEST(BluezConnection, CarriesQueriesAndUpdates) {
   EXPECT_TRUE(installed->wait(1min));
   EXPECT_TRUE(host.model->installedImage() == image);
   EXPECT_EQ(std::ranges::count(host.journal->take(), "overlap"), 0);
-}
-
-TEST(BluezConnection, CarriesDownloads) {
-  Host host;
-  host.store->add(recordingOf(40000));
-  connectAndAttach(host);
-  const TemporaryFolder folder;
-  host.helper->downloadFirstFlashFile(folder.file("pulled"), nullptr, host.completion());
-  EXPECT_TRUE(host.journal->await("done ok"));
-  const auto content = contentOf(folder.file("pulled")).substr(0, 40000);
-  EXPECT_TRUE(Bytes(content.begin(), content.end()) == recordingOf(40000));
-}
-
-TEST(BluezConnection, CarriesLiveRecordings) {
-  Host host;
-  connectAndAttach(host);
-  host.device->setEvents(host.helper->didWriteValueForCharacteristicBlock(),
-                         [&, forward = host.helper->didUpdateValueForCharacteristicBlock()](auto&&... event) {
-                           forward(event...);
-                           host.journal->add("didUpdate");
-                         });
-  const TemporaryFolder folder;
-  host.helper->startRecordWithType(0, folder.file("live"), host.completion());
-  EXPECT_TRUE(host.journal->await("done ok"));
-  EXPECT_TRUE(host.model->recording());
-  while (host.helper->completionBlock()) EXPECT_TRUE(host.journal->await("didUpdate"));
-  host.journal->take();
-  host.helper->stopRecord(host.completion());
-  EXPECT_TRUE(host.journal->await("WriteValue answered"));
-  EXPECT_FALSE(host.model->recording());
 }
 
 TEST(BluezConnection, AWriteWaitsForItsSubscription) {

@@ -38,10 +38,12 @@ void FakeService::follow() {
   }
   if (discovering_) hear();
   resolve();
+  std::vector<HeldCall> released;  // whose work may fail what is still held
   for (auto& [method, calls] : held_) {
     if (isHeld(method)) continue;
-    for (const auto& held : std::exchange(calls, {})) held.work();
+    for (auto& held : std::exchange(calls, {})) released.push_back(std::move(held));
   }
+  for (const auto& held : released) held.work();
 }
 
 // Calls

@@ -56,6 +56,11 @@ TEST(BluezProblems, OfArguments) {
   EXPECT_EQ(nameOf(Device::create(host.scheduler, kRecorderAddress, "hci1")->connect()),
             nameOf(Problem::noAdapter));
   EXPECT_EQ(nameOf(bluez::Scanner::create(host.scheduler)->scan(-1ms).error), nameOf(Problem::badArgument));
+  const auto again = [&](auto) { EXPECT_EQ(nameOf(host.device->connect()), nameOf(Problem::badArgument)); };
+  EXPECT_EQ(nameOf(host.device->connect({.onStep = again})), "ok");
+  host.device->disconnect();
+  const auto end = [&](auto) { host.device = nullptr; };
+  EXPECT_EQ(nameOf(host.device->connect({.onStep = end})), nameOf(Problem::cancelled));
 }
 
 TEST(BluezProblems, OfTheBus) {

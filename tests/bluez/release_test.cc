@@ -1,5 +1,7 @@
 #include <filesystem>
 
+#include <malloc.h>
+
 #include "tests/bluez/host.h"
 
 namespace kwtsdk::testing {
@@ -41,6 +43,9 @@ TEST(BluezRelease, AtAnyMoment) {
     if (connected) {
       EXPECT_EQ(std::ranges::count(lines, "Disconnect"), 1);
     }
+    if (moment == "didWrite") {
+      EXPECT_EQ(std::ranges::count(lines, "WriteValue CA2A"), 1);
+    }
     for (const auto* const name : {"didWrite", "didUpdate", "onDisconnect"})
       EXPECT_EQ(std::count(std::ranges::find(lines, "ended"), lines.end(), name), 0) << name;
   }
@@ -81,11 +86,11 @@ TEST(BluezRelease, WhileOthersConnectDisconnectWriteAndLose) {
 
 TEST(BluezRelease, RoundsLeaveNothingBehind) {
   Host host;
-  const auto used = [] {
-    std::ptrdiff_t entries = 0;
+  const auto used = [] {  // descriptors, threads and heap in units of 20,000 bytes
+    std::ptrdiff_t count = static_cast<std::ptrdiff_t>(::mallinfo2().uordblks) / 20000;
     for (const auto* const folder : {"/proc/self/fd", "/proc/self/task"})
-      entries += std::distance(std::filesystem::directory_iterator(folder), {});
-    return entries;
+      count += std::distance(std::filesystem::directory_iterator(folder), {});
+    return count;
   };
   std::ptrdiff_t before = 0;
   for (int round = 0; round < 200; ++round) {

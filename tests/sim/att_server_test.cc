@@ -55,8 +55,8 @@ struct Central {
   Pdus walk(const std::string& opcode, const std::string& type, std::size_t mtu) {
     Pdus entries;
     for (std::size_t first = 1;;) {
-      const auto handle = hexString(Bytes{static_cast<std::uint8_t>(first), 0});
-      const Bytes response = toData(say(opcode + handle + "ffff" + type).at(0));
+      const auto range = hexString(Bytes{static_cast<std::uint8_t>(first), 0}).append("ffff");
+      const Bytes response = toData(say(std::string(opcode).append(range).append(type)).at(0));
       if (response[0] == 1) return entries;
       EXPECT_LE(response.size(), mtu);
       const std::size_t size = response[0] == 5 ? (response[1] == 1 ? 4 : 18) : response[1];

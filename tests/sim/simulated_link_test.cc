@@ -163,19 +163,6 @@ TEST(SimulatedLink, ALostLinkTakesEverythingWithItAndCanBeMadeAgain) {
   EXPECT_FALSE(host.model->streaming());
 }
 
-TEST(SimulatedLink, AStreamAskedForRightAfterTheLossGoesOn) {
-  forManySeeds([](std::uint64_t, const auto& scheduler) {
-    Host host({}, "notification 1 disconnect", scheduler);
-    const auto events = host.eventsOf([&] {
-      host.ask(download);
-      while (host.link->peripheral()->state() == PeripheralState::connected) scheduler->preemptionPoint();
-      host.link->connect();
-      host.ask(download);
-    });
-    EXPECT_EQ(std::count(events.begin(), events.end(), "03825c00"), 391);
-  });
-}
-
 TEST(SimulatedLink, SendsARecordingAtItsPaceAndServesCommandsInBetween) {
   Host host({.latency = 2ms});
   const auto events = host.eventsOf([&] {

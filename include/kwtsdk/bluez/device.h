@@ -32,8 +32,8 @@ struct ConnectOptions {
 ///
 /// Every event arrives on one thread ("kwt.bluez"), in the order in which BlueZ told. Writes and
 /// subscriptions are sent one by one, in the order asked, the next when BlueZ has answered the one before. A
-/// write whose subscription failed before it is not sent and reports the subscription's error, since its
-/// answer would never arrive. A link that is lost, by distance, by a removed adapter or by an end of
+/// write after a refused subscription is not sent and reports the subscription's error, since its answer
+/// would never arrive. A link that is lost, by distance, by a removed adapter or by an end of
 /// bluetoothd, fails what was queued and leaves the peripheral disconnected; connect() brings the same
 /// objects back.
 ///
@@ -53,14 +53,15 @@ class KWTSDK_EXPORT Device {
   Device& operator=(const Device&) = delete;
 
   /// Finds the device, connects, waits until its characteristics are known. Blocks as long as the options
-  /// say, and up to 10 s more when BlueZ is slow; not inside an event. Connected already: nothing happens. A
-  /// failure leaves it disconnected. Errors: Problem busUnreachable, notPermitted, serviceNotRunning,
-  /// noAdapter, adapterOff, deviceNotFound, noConnection, noServices, connectionLost, cancelled, badArgument,
-  /// busFailure; or BlueZ's own.
+  /// say, up to a minute more when BlueZ or an event is slow, and up to 90 s, the D-Bus library's own limit,
+  /// where the bus itself hangs. Not inside an event or onStep. Connected already: nothing happens. A
+  /// connection that another program made is shared; a failure ends it. Errors: Problem busUnreachable,
+  /// notPermitted, serviceNotRunning, noAdapter, adapterOff, deviceNotFound, noConnection, noServices,
+  /// connectionLost, cancelled, badArgument, busFailure; or BlueZ's own.
   MaybeError connect(const ConnectOptions& options = {});
 
-  /// Ends the connection, or the attempt of another thread to make one. Nothing is sent that has not begun.
-  /// Returns at once.
+  /// Ends the connection, or the attempt that is under way to make one. Nothing is sent that has not begun;
+  /// writes with response that are not answered yet fail with connectionLost. Returns at once.
   void disconnect();
 
   std::shared_ptr<Peripheral> peripheral() const;
@@ -69,7 +70,8 @@ class KWTSDK_EXPORT Device {
   /// connect() is the same object.
   std::vector<std::shared_ptr<Characteristic>> characteristics() const;
 
-  /// Acknowledgements, or failures, of writes with response; notifications. Events must not throw.
+  /// Acknowledgements, or failures, of writes with response; notifications. Events must not throw. One that
+  /// is running may be of those set before.
   using Event = KWTBluetoothHelper::PeripheralEvent;
   void setEvents(Event didWrite, Event didUpdate);
 

@@ -41,13 +41,15 @@ class KWTSDK_EXPORT Scanner {
   Scanner(const Scanner&) = delete;
   Scanner& operator=(const Scanner&) = delete;
 
-  /// Listens that long, or until stop(), and blocks meanwhile (up to 10 s more when BlueZ is slow). Not on a
-  /// thread that forwards events. Every error can come with devices that were found before it. Errors:
+  /// Listens that long, or until stop(), and blocks meanwhile (up to 20 s more when BlueZ is slow, and up to
+  /// 90 s, the D-Bus library's own limit, where the bus itself hangs). One scan at a time. Not on a thread
+  /// that forwards events. Every error can come with devices that were found before it. Errors:
   /// Problem busUnreachable, notPermitted, serviceNotRunning, noAdapter, adapterOff, badArgument (a negative
   /// time), connectionLost, busFailure; or BlueZ's own.
   ScanResult scan(Duration time, const ScanFilter& filter = {});
 
-  /// Ends a scan that runs; one that has not begun ends at once. Any thread, never blocks.
+  /// Ends the scan that runs; with none running, the next one ends as soon as it begins. Any thread, never
+  /// blocks.
   void stop();
 
  private:
