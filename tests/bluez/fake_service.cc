@@ -57,7 +57,7 @@ void FakeService::addMethod(const Object& object, const char* interface, const c
 }
 
 void FakeService::take(const CallPtr& call, const std::string& detail, std::function<void()> work) {
-  journal_.add(call->method + detail);
+  journal_.add(detail.empty() ? call->method : call->method + " " + detail);
   const auto refused = state_.refused.find(call->method);
   if (refused != state_.refused.end()) return answer(call, refused->second);
   if (isHeld(call->method)) return held_[call->method].push_back({call, std::move(work)});
@@ -234,7 +234,7 @@ void FakeService::takeGatt(Gatt& gatt, const CallPtr& call, std::function<void()
     journal_.add("overlap");
   if (gatt.running) return answer(call, "org.bluez.Error.InProgress");
   gatt.running = call;
-  take(call, " " + gatt.characteristic->UUID().toString().substr(4, 4), std::move(work));
+  take(call, gatt.characteristic->UUID().toString().substr(4, 4), std::move(work));
 }
 
 void FakeService::write(Gatt& gatt, const CallPtr& call, const Bytes& value, const Properties& options) {

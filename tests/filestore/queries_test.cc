@@ -25,9 +25,9 @@ TEST(FileQueries, WhatEachFailureReports) {
       if (expected[1] == lost) host.link->disconnect();
       Lines outcomes;
       const auto note = [&](const MaybeError& error, const auto&... value) {
-        const std::string text = error ? " " + error->localizedDescription() : "";
-        outcomes.push_back(std::to_string(error ? error->code() : 0) + text +
-                           ((value || ...) ? " value" : " none"));
+        outcomes.push_back(std::to_string(error ? error->code() : 0));
+        if (error) outcomes.back().append(" ").append(error->localizedDescription());
+        outcomes.back().append((value || ...) ? " value" : " none");
       };
       const std::function<void()> operations[]{
           [&] { helper.getFileNumAndFirstId(note); },
