@@ -18,10 +18,9 @@ struct Advice {
 
 constexpr const char* kFindRecorder =
     "Check that the recorder is switched on, in range and not connected to another host, then run the "
-    "command "
-    "again; `kwt scan` shows what is in range.";
+    "command again; `kwt scan` shows what is in range.";
 
-constexpr std::array<Advice, 10> kAdvice{{
+constexpr std::array<Advice, 9> kAdvice{{
     {Problem::busUnreachable, "Bluetooth cannot be reached: there is no system bus",
      "Start it with `sudo systemctl start dbus`, then run the command again."},
     {Problem::notPermitted, "This user may not use Bluetooth",
@@ -33,15 +32,13 @@ constexpr std::array<Advice, 10> kAdvice{{
      "Plug one in, then run the command again; `bluetoothctl list` shows those that work."},
     {Problem::adapterOff, "Bluetooth is off",
      "Switch it on with `bluetoothctl power on`, after `rfkill unblock bluetooth` if that is refused, then "
-     "run "
-     "the command again."},
+     "run the command again."},
     {Problem::deviceNotFound, "The recorder was not found", kFindRecorder},
     {Problem::noConnection, "The recorder did not accept the connection", kFindRecorder},
     {Problem::noServices, "The recorder accepted the connection, but did not say what it can do",
      "Switch it off and on, then run the command again."},
     {Problem::connectionLost, "The Bluetooth connection was lost",
      "Run the command again; a download continues where it ended."},
-    {Problem::cancelled, "Interrupted", "Run the command again."},
 }};
 
 }  // namespace
@@ -51,8 +48,10 @@ Failure bluetoothFailure(const Error& error) {
     return error.domain() == bluez::kDomain && error.code() == static_cast<std::int64_t>(advice.problem);
   });
   if (found != kAdvice.end()) return {error, found->text, found->hint};
-  return {error, "Bluetooth reported an error",
-          "Run the command again; if it comes back, `sudo systemctl restart bluetooth` may help."};
+  return {
+      error, "Bluetooth reported an error",
+      "Check that the recorder is switched on and in range, then run the command again; if it comes back, "
+      "`sudo systemctl restart bluetooth` may help."};
 }
 
 }  // namespace kwtsdk::tool

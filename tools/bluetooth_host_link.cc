@@ -1,5 +1,5 @@
 #include <algorithm>
-#include <array>
+#include <mutex>
 #include <utility>
 
 #include <kwtsdk/bluez/device.h>
@@ -21,15 +21,26 @@ const char* textOf(bluez::ConnectStep step) {
       return "Looking for the recorder...";
     case bluez::ConnectStep::connecting:
       return "Connecting...";
-    default:
+    case bluez::ConnectStep::discovering:
       return "Asking what it can do...";
   }
+  return "";
 }
 
-void connect(const Device& device, const Scheduler& scheduler) {
+std::function<void()> interruptActionFor(const Device& device, Interrupt& interrupt) {
+  return [weak = std::weak_ptr(device), &interrupt] {
+    interrupt.noteLinkEnded();
+    if (const auto connected = weak.lock()) connected->disconnect();
+  };
+}
+
+void connect(const Device& device, const Scheduler& scheduler, const Interrupt& interrupt) {
   TerminalLine line(scheduler);
   bluez::ConnectOptions options;
-  options.onStep = [&](bluez::ConnectStep step) { line.show(textOf(step)); };
+  options.onStep = [&](bluez::ConnectStep step) {
+    if (interrupt.hasEndedLink()) device->disconnect();  // it came before the attempt had begun
+    line.show(textOf(step));
+  };
   const MaybeError error = device->connect(options);
   line.clear();
   if (error) throw bluetoothFailure(*error);
@@ -63,14 +74,37 @@ void checkPacketSize(const bluez::Device& device) {
                     ": use another Bluetooth adapter, or have the recorder's firmware updated.");
 }
 
+/// Outlives the link's owner, since the events' thread may.
+class LastError {
+ public:
+  void set(const MaybeError& error) {
+    const std::lock_guard lock(mutex_);
+    error_ = error;
+  }
+  MaybeError get() const {
+    const std::lock_guard lock(mutex_);
+    return error_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  MaybeError error_;
+};
+
 class BluetoothHostLink : public HostLink {
  public:
-  explicit BluetoothHostLink(Device device) : device_(std::move(device)) {}
+  BluetoothHostLink(Device device, Interrupt& interrupt)
+      : device_(std::move(device)), interrupt_(interrupt) {}
 
   void attach(const std::shared_ptr<KWTBluetoothHelper>& facade) override {
     device_->attach(facade);
-    device_->setEvents(facade->didWriteValueForCharacteristicBlock(),
-                       Observation::before(observation_, facade->didUpdateValueForCharacteristicBlock()));
+    device_->setEvents(
+        [lastError = lastError_, forward = facade->didWriteValueForCharacteristicBlock()](
+            const auto& peripheral, const auto& characteristic, const MaybeError& error) {
+          lastError->set(error);
+          forward(peripheral, characteristic, error);
+        },
+        Observation::before(observation_, facade->didUpdateValueForCharacteristicBlock()));
   }
   void setOnNotification(NotificationObserver onNotification) override {
     observation_->set(std::move(onNotification));
@@ -79,10 +113,14 @@ class BluetoothHostLink : public HostLink {
     device_->setOnDisconnect(std::move(onDisconnect));
   }
   void disconnect() override { device_->disconnect(); }
+  MaybeError writeError() const override { return lastError_->get(); }
+  std::function<void()> interruptAction() const override { return interruptActionFor(device_, interrupt_); }
 
  private:
   const std::shared_ptr<Observation> observation_ = std::make_shared<Observation>();
+  const std::shared_ptr<LastError> lastError_ = std::make_shared<LastError>();
   const Device device_;
+  Interrupt& interrupt_;
 };
 
 }  // namespace
@@ -90,13 +128,11 @@ class BluetoothHostLink : public HostLink {
 std::unique_ptr<HostLink> openBluetoothHostLink(const std::shared_ptr<Scheduler>& scheduler,
                                                 Interrupt& interrupt, const std::string& address) {
   const Device device = bluez::Device::create(scheduler, address);
-  interrupt.setAction([weak = std::weak_ptr(device)] {
-    if (const auto connected = weak.lock()) connected->disconnect();
-  });
-  connect(device, *scheduler);
+  interrupt.setAction(interruptActionFor(device, interrupt));
+  connect(device, *scheduler, interrupt);
   checkChannels(*device);
   checkPacketSize(*device);
-  return std::make_unique<BluetoothHostLink>(device);
+  return std::make_unique<BluetoothHostLink>(device, interrupt);
 }
 
 }  // namespace kwtsdk::tool

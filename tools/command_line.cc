@@ -19,9 +19,11 @@ constexpr const char* kFooter =
     "\nResults go to standard output, errors and (on a terminal) progress to standard error.\n"
     "With --json the result is one JSON object; after a failure its \"error\" holds domain, code, text and "
     "hint.\n"
-    "Sizes are in bytes. Exit status: 0 success, 1 the recorder or a file said no, or Ctrl-C stopped a\n"
-    "download, which then can be continued, an update, which then starts again, or a conversion; 2 wrong\n"
-    "usage. Ctrl-C is a good end of a live recording. Its \"ended\" is \"host\" (Ctrl-C),\n"
+    "Sizes are in bytes. Exit status: 0 success, 1 the recorder, Bluetooth or a file said no, or Ctrl-C "
+    "came:\n"
+    "a download can then be continued, an update starts again; 2 wrong usage. Ctrl-C is a good end of a "
+    "scan\n"
+    "and of a live recording. Its \"ended\" is \"host\" (Ctrl-C),\n"
     "\"time\", \"key\", \"call\" or \"recorder\".";
 
 /// By the number that the library and the recorder have for them.

@@ -17,7 +17,7 @@ Download::Download(Session& session, std::string path)
 }
 
 Download::~Download() {
-  session_.interrupt().setAction(nullptr);
+  session_.endLinkOnInterrupt();
   session_.link().setOnDisconnect(nullptr);
   session_.log().observe(nullptr);
 }

@@ -43,9 +43,11 @@ constexpr std::array<Explanation, 10> kExplanations{{
      "Name another file, or none, with -o."},
 }};
 
+/// BlueZ's errors have no code, and name their domain themselves.
 std::string withCode(const std::string& text, const Error& error) {
-  return text + " (" + error.domain() + " " + std::to_string(error.code()) + ": " +
-         error.localizedDescription() + ").";
+  const std::string description = error.localizedDescription();
+  if (description.starts_with(error.domain())) return text + " (" + description + ").";
+  return text + " (" + error.domain() + " " + std::to_string(error.code()) + ": " + description + ").";
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ enum class ToolError : std::int64_t {
   interrupted = 4,
   fileUnusable = 5,  // cannot be written, or is not what it has to be
   incomplete = 6,    // packets were lost on the way
-  notDeleted = 7,    // downloaded, but the recorder did not confirm that it deleted its copy
+  notDeleted = 7,    // the recorder did not confirm that it deleted a recording
   storeEmpty = 8,
   nothingRecorded = 9,
   notStopped = 10,  // the recorder did not confirm the end of a live recording

@@ -6,6 +6,7 @@
 
 #include <kwtsdk/bluetooth_helper.h>
 #include <kwtsdk/bytes.h>
+#include <kwtsdk/error.h>
 #include <kwtsdk/scheduler.h>
 
 #include "tools/interrupt.h"
@@ -30,6 +31,12 @@ class HostLink {
 
   /// Nothing is sent or forwarded that has not yet begun. Returns at once; any thread.
   virtual void disconnect() = 0;
+
+  /// The last write's error, which the library's blocking forms do not tell.
+  virtual MaybeError writeError() const { return std::nullopt; }
+
+  /// For Ctrl-C while nothing is under way that has to be ended in order. May be called after the link's end.
+  virtual std::function<void()> interruptAction() const { return nullptr; }
 };
 
 /// Throws std::runtime_error whose text says what to do.
@@ -37,7 +44,7 @@ std::unique_ptr<HostLink> openSimulatedHostLink(const std::shared_ptr<Scheduler>
                                                 const std::string& folder);
 
 /// Finds the recorder of that Bluetooth address and connects, which a person at a terminal sees. Ctrl-C ends
-/// the attempt, and the connection as long as nobody sets another action. Throws Failure.
+/// the attempt. Throws Failure.
 std::unique_ptr<HostLink> openBluetoothHostLink(const std::shared_ptr<Scheduler>& scheduler,
                                                 Interrupt& interrupt, const std::string& address);
 

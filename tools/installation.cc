@@ -17,7 +17,7 @@ Installation::Installation(Session& session, std::string path, std::uint64_t siz
 }
 
 Installation::~Installation() {
-  session_.interrupt().setAction(nullptr);
+  session_.endLinkOnInterrupt();
   session_.link().setOnDisconnect(nullptr);
   session_.link().setOnNotification(nullptr);
 }

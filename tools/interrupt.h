@@ -26,13 +26,17 @@ class Interrupt {
   /// Called for the next signal, once; empty: none.
   void setAction(std::function<void()> action);
 
+  /// An action has ended the connection: whatever fails from now on fails for that reason.
+  void noteLinkEnded() { linkEnded_ = true; }
+  bool hasEndedLink() const { return linkEnded_; }
+
  private:
   void watch();
   void onSignal(int number);
 
   const Scheduler& scheduler_;
   sigset_t signals_{};
-  std::atomic<bool> stopping_{false};
+  std::atomic<bool> stopping_{false}, linkEnded_{false};
   std::mutex mutex_;
   std::function<void()> action_;
   std::optional<Duration> acted_;  // on the watching thread only

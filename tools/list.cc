@@ -23,6 +23,7 @@ Headers headersOf(Session& session) {
   });
   // Comes always: every exchange of the listing has a time-out of its own.
   const auto result = answer->take(std::nullopt);
+  if (!isConnected(session)) throw noAnswer(session);
   if (result->error) throw explained(*result->error);
   return result->headers.value_or(Headers{});
 }

@@ -19,7 +19,11 @@ int run(const Invocation& invocation) {
   try {
     invocation.command({scheduler, interrupt, invocation.simulatedFolder, invocation.device}, output);
   } catch (const Failure& failure) {
-    output.fail(failure);
+    // What happened on the recorder nobody knows; everything else the command just did not get to.
+    const bool isOpen = failure.is(ToolError::notConfirmed) || failure.is(ToolError::notDeleted);
+    const bool interrupted = interrupt.hasEndedLink() && !isOpen;
+    output.fail(interrupted ? Failure(ToolError::interrupted, "Interrupted.", "Run the command again.")
+                            : failure);
   } catch (const std::exception& exception) {
     output.fail({ToolError::other, exception.what(), ""});
   }

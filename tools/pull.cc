@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <filesystem>
 
 #include <kwtsdk/files.h>
@@ -45,20 +47,23 @@ Failure stopped(ToolError code, const std::string& what, const OutputFile& file,
 }
 
 Failure refused(const Error& error, const OutputFile& file, std::uint64_t total) {
+  if (error.domain() != kLibraryDomain) return explained(error);
+  // Its own queries before the packets could not be sent, or stayed without an answer.
+  constexpr std::array<std::int64_t, 3> unanswered{1001, 1005, 1006};
+  if (std::ranges::find(unanswered, error.code()) != unanswered.end())
+    return stopped(ToolError::connectionLost, "The recorder could not be reached any more", file, total);
   if (error.code() != kLongerThanRecording) return explained(error);
   return {error,
           file.path() + " is longer (" + bytesText(file.size()) + ") than the recorder's first recording (" +
               bytesText(total) + ")",
           "A finished download is up to 83 bytes longer than its recording. If this is one, delete the "
-          "recorder's "
-          "copy with `kwt rm`; if not, name another file with -o."};
+          "recorder's copy with `kwt rm`; if not, name another file with -o."};
 }
 
 Failure unwritable(const std::string& reason, const OutputFile& file) {
   return {ToolError::fileUnusable, "Cannot write " + file.path() + ": " + reason + ".",
           "The recorder still has the recording. Free space on the disk or raise the limit, then run the "
-          "same command "
-          "again to continue."};
+          "same command again to continue."};
 }
 
 Failure incomplete(const OutputFile& file, std::uint64_t total) {
@@ -66,8 +71,7 @@ Failure incomplete(const OutputFile& file, std::uint64_t total) {
           "Packets were lost: " + file.path() + " has " + ofBytesText(file.size(), total) +
               ", with parts missing.",
           "The recorder still has the recording. Remove the file, bring the recorder closer and run the same "
-          "command "
-          "again."};
+          "command again."};
 }
 
 Failure failureOf(const DownloadOutcome& outcome, const OutputFile& file, std::uint64_t total) {
@@ -96,15 +100,19 @@ void reportSaved(const OutputFile& file, std::uint64_t begin, std::uint64_t tota
   output.set("seconds", seconds);
 }
 
-void reportDeletion(const std::optional<Deletion>& deletion, const OutputFile& file, Output& output) {
+void reportDeletion(const std::optional<Deletion>& deletion, const OutputFile& file, std::int64_t id,
+                    Output& output) {
   const bool deleted = deletion && !deletion->error;
   output.set("deleted", deleted);
   if (deleted) return output.line("The recorder has deleted its copy.");
-  const std::string hint = file.path() + " is safe. Delete the recorder's copy with `kwt rm`.";
-  if (deletion)
-    throw Failure(*deletion->error, "The recording was saved, but the recorder kept its copy", hint);
+  if (deletion && deletion->error->domain() == kLibraryDomain) {
+    throw Failure(*deletion->error, "The recording was saved, but the recorder kept its copy",
+                  file.path() + " is safe. Delete the recorder's copy with `kwt rm`.");
+  }
   throw Failure(ToolError::notDeleted,
-                "The recording was saved, but the recorder did not confirm that it deleted its copy.", hint);
+                "The recording was saved, but the recorder did not confirm that it deleted its copy.",
+                file.path() + " is safe. Look with `kwt list` whether the recorder still has recording " +
+                    std::to_string(id) + " before you delete that with `kwt rm`.");
 }
 
 }  // namespace
@@ -127,7 +135,7 @@ void runPull(const Host& host, const std::string& name, Output& output) {
 
   const std::chrono::duration<double> elapsed = session.scheduler().now() - start;
   reportSaved(*file, begin, total, elapsed.count(), output);
-  reportDeletion(download.waitForDeletion(), *file, output);
+  reportDeletion(download.waitForDeletion(), *file, first.id, output);
 }
 
 }  // namespace kwtsdk::tool

@@ -12,6 +12,7 @@ Failure noAnswer(Session& session, Duration waited) {
     return {ToolError::connectionLost, "The connection to the recorder was lost.",
             "Bring the recorder into range, then run the command again."};
   }
+  if (const MaybeError error = session.link().writeError()) return explained(*error);
   return {ToolError::noAnswer,
           "The recorder did not answer within " + std::to_string(waited / std::chrono::seconds(1)) + " s.",
           "Check that it is switched on and in range, then run the command again."};
@@ -21,7 +22,9 @@ void pause(Session& session) { session.scheduler().sleep(std::chrono::millisecon
 
 std::int64_t batteryLevel(Session& session) {
   const std::int64_t level = session.recorder().getPower();
-  if (level < 0) throw noAnswer(session);
+  // 0 is also what a query has that was never sent.
+  const bool isSent = isConnected(session) && !session.link().writeError();
+  if (level < 0 || (level == 0 && !isSent)) throw noAnswer(session);
   return level;
 }
 

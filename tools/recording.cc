@@ -52,7 +52,7 @@ Recording::Recording(Session& session, std::string path)
 }
 
 Recording::~Recording() {
-  session_.interrupt().setAction(nullptr);
+  session_.endLinkOnInterrupt();
   session_.link().setOnDisconnect(nullptr);
   session_.link().setOnNotification(nullptr);
 }
@@ -78,7 +78,7 @@ void Recording::start(std::int64_t type) {
         type, path_, [completion](const MaybeError& error) { completion->error = error; });
   }
   const auto answer = watch_->waitForStart(longest);
-  if (!answer || answer->linkLost) throw noAnswer(session_, longest);
+  if (!answer || answer->linkLost || !isConnected(session_)) throw noAnswer(session_, longest);
   if (answer->error) throw notStarted(*answer->error, watch_->refusal());
   file_ = session_.recorder().recordFileHandle();
 }
@@ -108,8 +108,8 @@ RecordingOutcome Recording::stop(RecordingEnd end) {
   session_.recorder().stopRecord([watch = watch_](const MaybeError& error) { watch->onStopped(error); });
   const auto answer = watch_->waitForStop(longest);
   if (!failure.empty()) return outcomeOf(end, failure);
-  if (answer && answer->linkLost) return outcomeOf(RecordingEnd::linkLost, "");
-  if (answer && !answer->error) return outcomeOf(end, "");
+  if (answer && !answer->error && !answer->linkLost) return outcomeOf(end, "");
+  if (!isConnected(session_)) return outcomeOf(RecordingEnd::linkLost, "");
   return {RecordingEnd::notStopped, answer ? answer->error : std::nullopt, ""};
 }
 

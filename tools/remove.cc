@@ -1,4 +1,5 @@
 #include <chrono>
+#include <cstdint>
 
 #include "tools/commands.h"
 #include "tools/handover.h"
@@ -9,7 +10,7 @@ namespace kwtsdk::tool {
 namespace {
 
 // The deletion itself has no time-out: without an answer its completion never comes.
-void deleteFirst(Session& session) {
+void deleteFirst(Session& session, std::int64_t id) {
   constexpr Duration longest = std::chrono::seconds(10);
   struct Answer {
     bool linkLost;
@@ -19,8 +20,11 @@ void deleteFirst(Session& session) {
   session.link().setOnDisconnect([answer] { answer->put({true, std::nullopt}); });
   session.recorder().deleteFirstFlashFile([answer](const MaybeError& error) { answer->put({false, error}); });
   const auto result = answer->take(longest);
-  if (!result || result->linkLost) throw noAnswer(session, longest);
-  if (result->error) throw explained(*result->error);
+  if (result && !result->linkLost && !result->error) return;
+  if (result && result->error && result->error->domain() == kLibraryDomain) throw explained(*result->error);
+  throw Failure(ToolError::notDeleted,
+                "The recorder did not confirm that it deleted recording " + std::to_string(id) + ".",
+                "Look with `kwt list` whether it is still there before you run `kwt rm` again.");
 }
 
 }  // namespace
@@ -29,7 +33,7 @@ void runRemove(const Host& host, Output& output) {
   Session session(host);
   const FirstRecording first = firstRecording(session);
   pause(session);
-  deleteFirst(session);
+  deleteFirst(session, first.id);
 
   const auto created = first.header.creatTime();
   output.line("Deleted recording " + std::to_string(first.id) + " from the recorder (" +

@@ -1,5 +1,4 @@
-#include <cstdio>
-
+#include <kwtsdk/bluez/problem.h>
 #include <kwtsdk/bluez/scanner.h>
 
 #include "tools/bluetooth_failure.h"
@@ -26,10 +25,17 @@ bluez::ScanResult listen(const Host& host, const ScanRequest& request) {
   return result;
 }
 
+Failure failureOf(const Error& error) {
+  if (error.domain() != bluez::kDomain ||
+      error.code() != static_cast<std::int64_t>(bluez::Problem::connectionLost))
+    return bluetoothFailure(error);
+  return {error, "The Bluetooth service ended meanwhile", "Run the command again."};
+}
+
 std::string lineOf(const bluez::FoundDevice& device) {
   const std::string signal = device.signal ? std::to_string(*device.signal) : "?";
   return device.address + "  " + std::string(signal.size() < 12 ? 12 - signal.size() : 0, ' ') + signal +
-         "  " + device.name;
+         "  " + printable(device.name);
 }
 
 Record recordOf(const bluez::FoundDevice& device) {
@@ -49,7 +55,7 @@ void runScan(const Host& host, const ScanRequest& request, Output& output) {
     records.push_back(recordOf(device));
   }
   output.setList("devices", records);
-  if (result.error) throw bluetoothFailure(*result.error);
+  if (result.error) throw failureOf(*result.error);
   if (!result.devices.empty()) return;
   output.line(request.all
                   ? "No Bluetooth Low Energy device was heard."

@@ -40,8 +40,12 @@ Session::Session(const Host& host)
       link_(openHostLink(host)),
       recorder_(KWTBluetoothHelper::create(platformOf(scheduler_, log_))) {
   link_->attach(recorder_);
+  endLinkOnInterrupt();
 }
 
-Session::~Session() { recorder_->stopMonitorTimer(); }
+Session::~Session() {
+  interrupt_.setAction(nullptr);
+  recorder_->stopMonitorTimer();
+}
 
 }  // namespace kwtsdk::tool

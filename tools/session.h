@@ -36,6 +36,9 @@ class Session {
   ObservedLog& log() { return *log_; }
   HostLink& link() { return *link_; }
 
+  /// What Ctrl-C does as long as nobody sets another action.
+  void endLinkOnInterrupt() { interrupt_.setAction(link_->interruptAction()); }
+
  private:
   const std::shared_ptr<Scheduler> scheduler_;
   Interrupt& interrupt_;

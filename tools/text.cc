@@ -29,4 +29,14 @@ std::string ofBytesText(std::uint64_t done, std::uint64_t all) {
   return std::to_string(done) + " of " + bytesText(all);
 }
 
+std::string printable(std::string text) {
+  const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool isC1 = byteAt(i) == 0xC2 && i + 1 < text.size() && byteAt(i + 1) < 0xA0;  // in two bytes
+    if (isC1) text.erase(i, 1);
+    if (isC1 || byteAt(i) < 0x20 || byteAt(i) == 0x7F) text[i] = '?';
+  }
+  return text;
+}
+
 }  // namespace kwtsdk::tool

@@ -1,6 +1,6 @@
 // A fake bluetoothd for tests of programs: fake-bluez STORE [COMMAND...]. It serves the recorder of that
 // folder on the bus of DBUS_SYSTEM_BUS_ADDRESS, says "ready", obeys a line of commands at a time from
-// standard input, answering each with "done", and ends with its input.
+// standard input, answering each with "done", and ends with its input. "await CALL" waits for a call to it.
 
 #include <iostream>
 
@@ -21,7 +21,11 @@ void serve(int count, char** arguments) {
   bluez.obey("start");
   std::cout << "ready" << std::endl;
   for (std::string line; std::getline(std::cin, line);) {
-    bluez.obey(line);
+    if (constexpr std::string_view await = "await "; line.starts_with(await)) {
+      journal->await(line.substr(await.size()));
+    } else {
+      bluez.obey(line);
+    }
     std::cout << "done" << std::endl;
   }
 }

@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import signal
 import subprocess
 import sys
 import tempfile
@@ -28,6 +29,16 @@ TROUBLES = (
     ("lack 7777", ["info"], ("is no recorder", "77777777-7777", "kwt scan")),
     ("mtu 23", ["info"], ("ATT MTU 23", "at least 99")),
 )
+# The recorder's script, arguments of kwt, and what kwt says when the connection ends there.
+LOSSES = (
+    ("notification 5 disconnect", ["rm"], ("did not confirm that it deleted recording 1", "kwt list")),
+    ("notification 399 disconnect", ["pull", "-o", "f"], ("f is safe", "kwt list", "recording 1")),
+    ("write 6 disconnect", ["pull", "-o", "f"], ("still has the recording",)),
+    ("notification 3 disconnect", ["list"], ("connection to the recorder was lost",)),
+    ("acknowledgement 1 refuse", ["info"], ("org.bluez.Error.Failed",)),
+)
+# What the fake does not answer to kwt, which is interrupted then.
+INTERRUPTED = ("Connect", "StartNotify C92A", "WriteValue CA2A")
 # These wait for a time-out of 20 s.
 SLOW_TROUBLES = (
     ("heard off", ["info"], ("recorder was not found", "switched on", "kwt scan")),
@@ -82,7 +93,11 @@ class Station(Recorder):
 class DeviceTest(KwtTestCase):
     @classmethod
     def setUpClass(cls):
-        owner = types.SimpleNamespace(addCleanup=cls.addClassCleanup, assertTrue=lambda value, text: value or cls.fail(text))
+        def require(value, text):
+            if not value:
+                raise AssertionError(text)
+
+        owner = types.SimpleNamespace(addCleanup=cls.addClassCleanup, assertTrue=require)
         cls.slow = []
         for commands, arguments, words in SLOW_TROUBLES:
             station = Station(owner)
@@ -131,6 +146,22 @@ class DeviceTest(KwtTestCase):
         self.check(denied.run("info"), 1, "may not use Bluetooth", "group bluetooth")
         denied.address = "unix:path=/nowhere/socket"
         self.check(denied.run("info"), 1, "there is no system bus")
+
+    def test_losses(self):
+        for script, arguments, words in LOSSES:
+            with self.subTest(script):
+                self.check(Station(self, BLOCK, BLOCK, script=script).run(*arguments), 1, *words)
+
+    def test_interrupts(self):
+        for call in INTERRUPTED:
+            with self.subTest(call):
+                station = Station(self, BLOCK)
+                station.obey("hold " + call)
+                process = station.start("--json", "info")
+                station.obey("await " + call)
+                process.send_signal(signal.SIGINT)
+                code, out, _ = finish(process)
+                self.assertEqual((code, json.loads(out)["error"]["text"]), (1, "Interrupted."))
 
     def test_time_outs(self):
         for process, commands, words in self.slow:

@@ -79,8 +79,9 @@ class KWTSDK_EXPORT Device {
   /// was queued.
   void setOnDisconnect(std::function<void()> onDisconnect);
 
-  /// All that a host does after connect(): hands the peripheral and its characteristics to the facade and
-  /// forwards the events to it.
+  /// What a host does after connect(): hands the peripheral and its characteristics to the facade and
+  /// forwards the events to it. What the facade has to be told when a link is lost is left to
+  /// setOnDisconnect.
   void attach(const std::shared_ptr<KWTBluetoothHelper>& facade);
 
  private:
