@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-Failure unusable(const std::string& path, const std::string& reason, const std::string& hint) {
+Failure unusableImage(const std::string& path, const std::string& reason, const std::string& hint) {
   return {ToolError::fileUnusable, "Cannot install " + path + ": " + reason + ".", hint};
 }
 
@@ -24,13 +24,13 @@ void checkReadable(const std::string& path) {
   const char* const hint = "Name the file of a firmware image.";
   std::error_code problem;
   const fs::file_status status = fs::status(path, problem);
-  if (fs::is_directory(status)) throw unusable(path, "it is a folder", hint);
+  if (fs::is_directory(status)) throw unusableImage(path, "it is a folder", hint);
   if (fs::exists(status) && !fs::is_regular_file(status)) {
-    throw unusable(path, "it is not a regular file", hint);
+    throw unusableImage(path, "it is not a regular file", hint);
   }
   errno = 0;
   if (!std::ifstream(path, std::ios::binary)) {
-    throw unusable(path, std::strerror(errno), "Check the file's name and its permissions.");
+    throw unusableImage(path, std::strerror(errno), "Check the file's name and its permissions.");
   }
 }
 
@@ -41,21 +41,21 @@ std::uint64_t imageSize(const std::string& path) {
   checkReadable(path);
   const std::uint64_t size = fs::file_size(path);
   if (size < identity) {
-    throw unusable(path,
-                   "it has " + bytesText(size) + ", and the last " + bytesText(identity) +
-                       " of an image tell the recorder which one it is",
-                   "Check that it is the image and was copied whole.");
+    throw unusableImage(path,
+                        "it has " + bytesText(size) + ", and the last " + bytesText(identity) +
+                            " of an image tell the recorder which one it is",
+                        "Check that it is the image and was copied whole.");
   }
   if (size > greatest) {
-    throw unusable(path, "it has " + bytesText(size) + ", and an image at most " + bytesText(greatest),
-                   "Check that it is the image.");
+    throw unusableImage(path, "it has " + bytesText(size) + ", and an image at most " + bytesText(greatest),
+                        "Check that it is the image.");
   }
   if (const std::uint64_t tail = unsendableTail(size)) throw unsendable(path, size, tail);
   return size;
 }
 
 Failure unsendable(const std::string& path, std::uint64_t size, std::uint64_t tail) {
-  return unusable(
+  return unusableImage(
       path, "its last " + bytesText(tail) + " are too few for a packet, of its " + bytesText(size),
       "The recorder still runs its old firmware. Have the image padded to " + bytesText(sendableSize(size)) +
           ", so that its last 4 bytes, which identify it, stay the last.");
