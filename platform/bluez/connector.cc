@@ -100,6 +100,7 @@ ConnectedDevice Connector::discover(const std::string& device) {
   client_.load();  // with the ATT MTU, which BlueZ does not announce
   auto characteristics =
       client_.look([&](const Objects& objects) { return objects.characteristicsOf(device); });
+  if (!client_.look(resolved)) throw Trouble(Problem::connectionLost, address_);  // which takes them along
   if (characteristics.empty()) throw Trouble(Problem::noServices, address_);
   return {device, std::move(characteristics)};
 }
