@@ -44,9 +44,8 @@ constexpr std::array<Advice, 9> kAdvice{{
 }  // namespace
 
 Failure bluetoothFailure(const Error& error) {
-  const auto found = std::ranges::find_if(kAdvice, [&](const Advice& advice) {
-    return error.domain() == bluez::kDomain && error.code() == static_cast<std::int64_t>(advice.problem);
-  });
+  const auto found =
+      std::ranges::find_if(kAdvice, [&](const Advice& advice) { return isProblem(error, advice.problem); });
   if (found != kAdvice.end()) return {error, found->text, found->hint};
   return {
       error, "Bluetooth reported an error",

@@ -7,7 +7,8 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
-#include <vector>
+
+#include <kwtsdk/bluez/device.h>
 
 #include "tools/commands.h"
 
@@ -168,18 +169,11 @@ void addCommands(CLI::App& app, Invocation& invocation, Arguments& arguments) {
   add("tour", "Show all of it with a fresh simulated recorder in a temporary folder", runTour);
 }
 
-bool isAddress(const std::string& text) {
-  const std::vector<std::string> pairs = CLI::detail::split(text, ':');
-  return pairs.size() == 6 && std::ranges::all_of(pairs, [](const std::string& pair) {
-           return pair.size() == 2 && pair.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-         });
-}
-
 void checkRecorder(const CLI::App& app, const Invocation& invocation) {
   const bool simulated = !invocation.simulatedFolder.empty(), device = app.count("--device") > 0;
   const bool isTour = app.got_subcommand("tour");
   require(!simulated || !device, "--sim and --device name two recorders: leave one out");
-  require(!device || isAddress(invocation.device),
+  require(!device || bluez::Device::isAddress(invocation.device),
           "--device needs an address such as 00:1A:7D:DA:71:13; `kwt scan` shows it");
   require(!isTour || !(simulated || device),
           "tour makes a recorder of its own: leave --sim and --device out");

@@ -26,9 +26,7 @@ bluez::ScanResult listen(const Host& host, const ScanRequest& request) {
 }
 
 Failure failureOf(const Error& error) {
-  if (error.domain() != bluez::kDomain ||
-      error.code() != static_cast<std::int64_t>(bluez::Problem::connectionLost))
-    return bluetoothFailure(error);
+  if (!isProblem(error, bluez::Problem::connectionLost)) return bluetoothFailure(error);
   return {error, "The Bluetooth service ended meanwhile", "Run the command again."};
 }
 

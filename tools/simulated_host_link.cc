@@ -3,6 +3,7 @@
 
 #include <kwtsdk/sim/simulated_recorder.h>
 
+#include "sim/link/ending_elsewhere.h"
 #include "sim/samples/microphones.h"
 #include "tools/host_link.h"
 #include "tools/observation.h"
@@ -14,21 +15,13 @@ std::shared_ptr<sim::SimulatedLink> open(const std::shared_ptr<Scheduler>& sched
                                          const std::filesystem::path& folder) {
   const auto recorder = sim::openSimulatedRecorder(scheduler, folder);
   recorder.model->setMicrophone(sim::microphoneIn(folder));
-  return recorder.link;
+  return sim::endingElsewhere(scheduler, recorder.link);
 }
 
 class SimulatedHostLink : public HostLink {
  public:
-  SimulatedHostLink(std::shared_ptr<Scheduler> scheduler, const std::string& folder)
-      : scheduler_(std::move(scheduler)), link_(open(scheduler_, folder)) {}
-
-  // The link's end waits for its thread, which may be busy with a delay that the script asks for. So it ends
-  // on a queue that nobody waits for.
-  ~SimulatedHostLink() override {
-    link_->disconnect();
-    const auto queue = scheduler_->serialQueue("kwt.sim.release");
-    queue->async([queue, link = std::exchange(link_, nullptr)] {});
-  }
+  explicit SimulatedHostLink(std::shared_ptr<sim::SimulatedLink> link) : link_(std::move(link)) {}
+  ~SimulatedHostLink() override { link_->disconnect(); }
 
   void attach(const std::shared_ptr<KWTBluetoothHelper>& facade) override {
     facade->setConnectedPeripheral(link_->peripheral());
@@ -46,16 +39,15 @@ class SimulatedHostLink : public HostLink {
   void disconnect() override { link_->disconnect(); }
 
  private:
-  const std::shared_ptr<Scheduler> scheduler_;
   const std::shared_ptr<Observation> observation_ = std::make_shared<Observation>();
-  std::shared_ptr<sim::SimulatedLink> link_;
+  const std::shared_ptr<sim::SimulatedLink> link_;
 };
 
 }  // namespace
 
 std::unique_ptr<HostLink> openSimulatedHostLink(const std::shared_ptr<Scheduler>& scheduler,
                                                 const std::string& folder) {
-  return std::make_unique<SimulatedHostLink>(scheduler, folder);
+  return std::make_unique<SimulatedHostLink>(open(scheduler, folder));
 }
 
 }  // namespace kwtsdk::tool

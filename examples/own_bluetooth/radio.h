@@ -2,6 +2,7 @@
 // thread. A recorder that knows its battery level is in range.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>

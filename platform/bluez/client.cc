@@ -25,7 +25,7 @@ Client::Client(Scheduler& scheduler, Events events)
                   {[this](sdbus::Message& signal) { onSignal(signal); }, [this] { end("bluetoothd ended"); },
                    [this] { end("the system bus ended"); }})) {}
 
-Client::~Client() { bus_.reset(); }
+Client::~Client() = default;
 
 void Client::load() {
   call({"/", kObjectManager, "GetManagedObjects"}, noArguments, kPrompt, Problem::busFailure,
@@ -107,7 +107,7 @@ bool Client::waitFor(const std::function<bool(const Objects&)>& condition, Durat
   while (true) {
     {
       const std::lock_guard lock(mutex_);
-      if (cancelled_) throw Trouble(*cancelled_);
+      if (cancelled_) throw Trouble(Problem::cancelled);
       if (gone_) throw Trouble(*gone_);
       if (condition(objects_)) return true;
       waiting_ = true;
@@ -117,17 +117,17 @@ bool Client::waitFor(const std::function<bool(const Objects&)>& condition, Durat
   }
 }
 
-void Client::cancel(Problem problem) {
+void Client::cancel() {
   {
     const std::lock_guard lock(mutex_);
-    if (!cancelled_) cancelled_ = errorOf(problem);
+    cancelled_ = true;
   }
   wake();
 }
 
 bool Client::resume() {
   const std::lock_guard lock(mutex_);
-  return std::exchange(cancelled_, std::nullopt).has_value();
+  return std::exchange(cancelled_, false);
 }
 
 void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,

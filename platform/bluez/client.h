@@ -51,8 +51,8 @@ class Client {
   /// Trouble when it no longer can: cancelled, or what gone() says. The condition may throw.
   bool waitFor(const std::function<bool(const Objects&)>& condition, Duration timeout);
 
-  /// Ends waits, also those that begin later, with that Problem. Any thread.
-  void cancel(Problem problem = Problem::cancelled);
+  /// Ends waits, also those that begin later. Any thread.
+  void cancel();
 
   /// Lets waits begin again. Whether it was cancelled.
   bool resume();
@@ -83,8 +83,8 @@ class Client {
   const std::shared_ptr<Semaphore> woken_;
   mutable std::mutex mutex_;
   Objects objects_;
-  MaybeError gone_, cancelled_;
-  bool waiting_ = false;
+  MaybeError gone_;
+  bool cancelled_ = false, waiting_ = false;
   std::unique_ptr<Bus> bus_;  // last, so that its thread ends first
 };
 

@@ -23,6 +23,18 @@ std::shared_ptr<Device> Device::create(std::shared_ptr<Scheduler> scheduler, std
   return std::shared_ptr<Device>(new Device(std::make_unique<Impl>(std::move(core))));
 }
 
+bool Device::isAddress(std::string_view text) {
+  constexpr std::size_t length = 17;
+  if (text.size() != length) return false;
+  for (std::size_t i = 0; i < length; ++i) {
+    const bool right =
+        i % 3 == 2 ? text[i] == ':'
+                   : std::string_view("0123456789ABCDEFabcdef").find(text[i]) != std::string_view::npos;
+    if (!right) return false;
+  }
+  return true;
+}
+
 Device::Device(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Device::~Device() { impl_->core->close(); }
 

@@ -8,18 +8,6 @@ namespace {
 
 constexpr std::size_t kSmallestMtu = 23, kAttHead = 3;  // Bluetooth Core standard, Volume 3, Parts F and G
 
-bool isAddress(const std::string& text) {
-  constexpr std::size_t length = 17;
-  if (text.size() != length) return false;
-  for (std::size_t i = 0; i < length; ++i) {
-    const bool right = i % 3 == 2
-                           ? text[i] == ':'
-                           : std::string_view("0123456789ABCDEF").find(text[i]) != std::string_view::npos;
-    if (!right) return false;
-  }
-  return true;
-}
-
 std::string upperCase(std::string text) {
   std::ranges::transform(text, text.begin(),
                          [](char c) { return c >= 'a' && c <= 'f' ? static_cast<char>(c - 'a' + 'A') : c; });
@@ -46,7 +34,7 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
   const std::unique_lock one(*connecting_);
   if (state_ == PeripheralState::connecting)  // the lock lets the same thread in again
     return errorOf(Problem::badArgument, "connect() while it is connecting, on the same thread");
-  if (!isAddress(address_))
+  if (!Device::isAddress(address_))
     return errorOf(Problem::badArgument, "\"" + address_ + "\" is no Bluetooth address");
   if (std::min({options.searching, options.connecting, options.discovering}) < Duration::zero())
     return errorOf(Problem::badArgument, "a step of less than no time");

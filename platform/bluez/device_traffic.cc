@@ -53,9 +53,8 @@ void DeviceCore::send(Connection& connection, const GattOperation& operation) {
 void DeviceCore::answered(Attempt attempt, const MaybeError& error) {
   const auto connection = connection_;
   if (!connection || connection->attempt != attempt) return;
-  if (error && error->domain() == kDomain &&
-      error->code() == static_cast<std::int64_t>(Problem::connectionLost))
-    disconnect();  // no answer at all: what comes later would meet InProgress
+  // No answer at all: what comes later would meet InProgress.
+  if (error && isProblem(*error, Problem::connectionLost)) disconnect();
   connection->operations.finished(error);
 }
 

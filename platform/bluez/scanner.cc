@@ -102,7 +102,7 @@ ScanResult Scanner::scan(Duration time, const ScanFilter& filter) {
   ScanResult result;
   result.error = attempted([&] { impl_->listen(time, filter, result.devices); });
   impl_->finish();
-  if (result.error && *result.error == errorOf(Problem::cancelled)) result.error.reset();  // a stop is none
+  if (result.error && isProblem(*result.error, Problem::cancelled)) result.error.reset();  // a stop is none
   std::ranges::sort(result.devices, std::greater<>(), &FoundDevice::signal);
   return result;
 }

@@ -3,7 +3,6 @@
 #include <sdbus-c++/Error.h>
 
 #include <array>
-#include <string_view>
 #include <utility>
 
 namespace kwtsdk::bluez {
@@ -32,10 +31,6 @@ std::string textOf(const sdbus::Error& error) {
   return error.getMessage().empty() ? error.getName() : error.getName() + ": " + error.getMessage();
 }
 
-bool beginsWith(std::string_view text, std::string_view begin) {
-  return text.substr(0, begin.size()) == begin;
-}
-
 bool isAccessRefusal(const std::string& name) {
   return name == "org.freedesktop.DBus.Error.AccessDenied" ||
          name == "org.freedesktop.DBus.Error.AuthFailed" || name == "System.Error.EACCES" ||
@@ -46,8 +41,8 @@ bool isAccessRefusal(const std::string& name) {
 bool saysNotRunning(const std::string& name) {
   return name == "org.freedesktop.DBus.Error.ServiceUnknown" ||
          name == "org.freedesktop.DBus.Error.NameHasNoOwner" ||
-         beginsWith(name, "org.freedesktop.DBus.Error.Spawn.") ||
-         beginsWith(name, "org.freedesktop.systemd1.");
+         name.starts_with("org.freedesktop.DBus.Error.Spawn.") ||
+         name.starts_with("org.freedesktop.systemd1.");
 }
 
 /// Also what the bus answers for a service that ended in the middle of a call.

@@ -22,7 +22,7 @@ enum DataType : std::uint8_t { completeUuids128 = 0x07, completeLocalName = 0x09
 void appendData(Bytes& data, DataType type, const Bytes& content) {
   data.push_back(static_cast<std::uint8_t>(1 + content.size()));
   data.push_back(type);
-  data.insert(data.end(), content.begin(), content.end());
+  append(data, content);
 }
 
 Bytes addAdvertisingParameters(const std::string& name) {
@@ -37,8 +37,8 @@ Bytes addAdvertisingParameters(const std::string& name) {
   putLittle32(parameters, flagsAt, connectable | generalDiscoverable);
   parameters[headSize - 2] = static_cast<std::uint8_t>(advertisement.size());
   parameters[headSize - 1] = static_cast<std::uint8_t>(scanResponse.size());
-  parameters.insert(parameters.end(), advertisement.begin(), advertisement.end());
-  parameters.insert(parameters.end(), scanResponse.begin(), scanResponse.end());
+  append(parameters, advertisement);
+  append(parameters, scanResponse);
   return parameters;
 }
 

@@ -1,28 +1,18 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <span>
 #include <utility>
 
 #include <kwtsdk/bytes.h>
 
 #include "sim/air/att.h"
 #include "sim/air/att_server.h"
+#include "sim/model/wire.h"
 
 // How responses are put together.
 namespace kwtsdk::sim {
 
 inline std::uint8_t responseTo(std::uint8_t request) { return static_cast<std::uint8_t>(request + 1); }
-
-inline void append(Bytes& bytes, std::span<const std::uint8_t> more) {
-  bytes.insert(bytes.end(), more.begin(), more.end());
-}
-
-inline void appendLittle16(Bytes& bytes, std::size_t value) {
-  bytes.push_back(static_cast<std::uint8_t>(value));
-  bytes.push_back(static_cast<std::uint8_t>(value >> 8));
-}
 
 inline AttReaction answer(Bytes response) { return {std::move(response), std::nullopt, std::nullopt}; }
 

@@ -4,21 +4,13 @@
 #include <charconv>
 #include <string>
 
+#include "sim/air/hex_digits.h"
+
 namespace kwtsdk::sim {
 
 namespace {
 
 constexpr std::size_t kShortSize = 2, kLongSize = 16;
-
-std::string hexDigits(std::span<const std::uint8_t> littleEndian) {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string text;
-  for (auto byte = littleEndian.rbegin(); byte != littleEndian.rend(); ++byte) {
-    text += digits[*byte >> 4];
-    text += digits[*byte & 0x0F];
-  }
-  return text;
-}
 
 }  // namespace
 

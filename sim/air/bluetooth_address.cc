@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstddef>
 
+#include "sim/air/hex_digits.h"
+
 namespace kwtsdk::sim {
 
 std::optional<BluetoothAddress> BluetoothAddress::fromString(std::string_view text) {
@@ -18,13 +20,8 @@ std::optional<BluetoothAddress> BluetoothAddress::fromString(std::string_view te
 }
 
 std::string BluetoothAddress::toString() const {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string text;
-  for (auto byte = bytes.rbegin(); byte != bytes.rend(); ++byte) {
-    if (!text.empty()) text += ':';
-    text += digits[*byte >> 4];
-    text += digits[*byte & 0x0F];
-  }
+  std::string text = hexDigits(bytes);
+  for (const std::size_t colon : {10U, 8U, 6U, 4U, 2U}) text.insert(colon, 1, ':');
   return text;
 }
 

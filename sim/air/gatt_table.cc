@@ -4,6 +4,7 @@
 
 #include "sim/air/att.h"
 #include "sim/air/att_uuid.h"
+#include "sim/model/wire.h"
 
 namespace kwtsdk::sim {
 
@@ -47,11 +48,9 @@ class TableBuilder {
 
  private:
   void declare(const Uuid& uuid, std::uint32_t properties) {
-    const std::size_t valueHandle = table_.size() + 2;
-    Bytes declaration{static_cast<std::uint8_t>(properties), static_cast<std::uint8_t>(valueHandle),
-                      static_cast<std::uint8_t>(valueHandle >> 8)};
-    const Bytes type = attUuid(uuid);
-    declaration.insert(declaration.end(), type.begin(), type.end());
+    Bytes declaration{static_cast<std::uint8_t>(properties)};
+    appendLittle16(declaration, table_.size() + 2);  // the handle of the value, which follows
+    append(declaration, attUuid(uuid));
     add(shortUuid(att::characteristicDeclaration), std::move(declaration));
   }
 

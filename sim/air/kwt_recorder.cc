@@ -19,6 +19,7 @@
 #include "codec/descriptor.h"
 #include "sim/air/advertiser.h"
 #include "sim/air/recorder_server.h"
+#include "sim/link/ending_elsewhere.h"
 #include "sim/samples/microphones.h"
 
 namespace kwtsdk::sim {
@@ -67,16 +68,6 @@ void pace(LinkTiming& timing) {
   if (timing.connectionInterval > Duration::zero()) return;
   timing.connectionInterval = std::chrono::microseconds(2500);
   timing.packetsPerInterval = 1;
-}
-
-/// The link's end waits for its thread, which may be busy with a delay that the script asks for: so it ends
-/// on a queue that nobody waits for.
-std::shared_ptr<SimulatedLink> endingElsewhere(const std::shared_ptr<Scheduler>& scheduler,
-                                               const std::shared_ptr<SimulatedLink>& link) {
-  return {link.get(), [scheduler, link = link](SimulatedLink*) mutable {
-            const auto queue = scheduler->serialQueue("kwt.sim.release");
-            queue->async([queue, link = std::move(link)] {});
-          }};
 }
 
 SimulatedRecorder open(const std::shared_ptr<Scheduler>& scheduler, const Options& options) {

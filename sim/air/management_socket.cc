@@ -91,7 +91,7 @@ Bytes ManagementSocket::command(Command command, std::uint16_t controller,
   putLittle16(message, 0, command);
   putLittle16(message, 2, controller);
   putLittle16(message, 4, static_cast<std::uint32_t>(parameters.size()));
-  message.insert(message.end(), parameters.begin(), parameters.end());
+  append(message, parameters);
   if (::send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) failOfSocket();
 
   while (auto event = receive(0)) {

@@ -28,4 +28,13 @@ inline void putLittle32(std::span<std::uint8_t> bytes, std::size_t at, std::uint
   putLittle16(bytes, at + 2, value >> 16);
 }
 
+inline void append(Bytes& bytes, std::span<const std::uint8_t> more) {
+  bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+inline void appendLittle16(Bytes& bytes, std::size_t value) {
+  bytes.push_back(static_cast<std::uint8_t>(value));
+  bytes.push_back(static_cast<std::uint8_t>(value >> 8));
+}
+
 }  // namespace kwtsdk::sim

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <kwtsdk/bluetooth_helper.h>
@@ -44,6 +45,9 @@ class KWTSDK_EXPORT Device {
   /// that has power. Contacts nobody yet.
   static std::shared_ptr<Device> create(std::shared_ptr<Scheduler> scheduler, std::string address,
                                         std::string adapter = {});
+
+  /// Whether it has the form of an address as create() takes it.
+  static bool isAddress(std::string_view text);
 
   /// Disconnects, and waits for BlueZ's answer to that, at most about 10 s, and for an event that is running
   /// on another thread; inside an event it waits for nothing. No event begins any more, and onDisconnect is

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include <kwtsdk/error.h>
+
 namespace kwtsdk::bluez {
 
 /// The domain of the errors that the adapter itself finds. An error that BlueZ or D-Bus answered with has its
@@ -23,5 +25,9 @@ enum class Problem : std::int64_t {
   badArgument = 11,       // an address or a duration that makes no sense
   busFailure = 12,        // the system bus answered something else than it should
 };
+
+inline bool isProblem(const Error& error, Problem problem) {
+  return error.domain() == kDomain && error.code() == static_cast<std::int64_t>(problem);
+}
 
 }  // namespace kwtsdk::bluez
