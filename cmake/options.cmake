@@ -7,7 +7,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
 add_library(kwtsdk_options INTERFACE)
-target_compile_options(kwtsdk_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+target_compile_options(kwtsdk_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                                                $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 if(KWTSDK_WARNINGS_AS_ERRORS)
   target_compile_options(kwtsdk_options INTERFACE -Werror)
 endif()
