@@ -47,9 +47,9 @@ void InstantLink::run() {
 Host::Host(Answer answer)
     : statusWrite(channel("CA2A", characteristic_property::write)),
       statusNotify(channel("C92A", characteristic_property::notify)),
-      fileWrite(channel(internal::CHARACTERISTIC_WRITE, characteristic_property::write)),
-      fileNotify(channel(internal::CHARACTERISTIC_NOTIFY, characteristic_property::notify)),
-      firmware(channel(internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+      fileWrite(channel(wire::CHARACTERISTIC_WRITE, characteristic_property::write)),
+      fileNotify(channel(wire::CHARACTERISTIC_NOTIFY, characteristic_property::notify)),
+      firmware(channel(wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
                        characteristic_property::write | characteristic_property::notify)),
       helper(KWTBluetoothHelper::create({.scheduler = threadScheduler(),
                                          .settings = nullptr,

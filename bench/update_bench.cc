@@ -146,7 +146,7 @@ struct TimedLink {
 void bareWrites(sim::SimulatedLink& link, std::size_t writes) {
   Mailbox acknowledged;
   link.setEvents([&](auto&&...) { acknowledged.put(Mailbox::Letter::token); }, nullptr);
-  const auto characteristic = link.characteristic(internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY);
+  const auto characteristic = link.characteristic(wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY);
   for (std::size_t i = 0; i < writes; ++i) {
     link.peripheral()->writeValue(Bytes(kPacket + 1), characteristic, WriteType::withResponse);
     acknowledged.take();

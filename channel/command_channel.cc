@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "channel/delivery_scope.h"
 #include "codec/error_codes.h"
 #include "platform/platform_defaults.h"
 
@@ -11,89 +10,137 @@ namespace kwtsdk::internal {
 CommandChannel::CommandChannel(Platform given)
     : platform(withDefaults(std::move(given))),
       log(platform.log),
-      link(log),
-      dispatcher(*platform.scheduler, link, log),
-      watchdog(*platform.scheduler, dispatcher, log),
+      gate(*platform.scheduler),
+      binding(gate, log),
+      dispatcher(gate, binding, log),
+      watchdog(*platform.scheduler, gate, dispatcher, log),
       queues(*platform.scheduler, log) {}
 
+// ---- Commands ----
+
+std::shared_ptr<Command> CommandChannel::send(Command::Plan plan) {
+  const auto self = owner();
+  const auto onBusy = std::exchange(plan.onBusy, nullptr);
+  if (onBusy && refusedAsBusy(onBusy)) return nullptr;
+  return send(std::make_shared<Command>(std::move(plan)), onBusy);
+}
+
+void CommandChannel::sendHostCommand(std::int64_t type, const std::string& writeTo, const Bytes& frame,
+                                     ReplyHandler block) {
+  const auto self = owner();
+  send(std::make_shared<Command>(type, writeTo, frame, std::move(block)), nullptr);
+}
+
+std::shared_ptr<Command> CommandChannel::send(const std::shared_ptr<Command>& command,
+                                              const std::function<void(const Error&)>& onBusy) {
+  Outcome outcome;
+  const auto pending = dispatcher.pending();
+  if (pending && !onBusy && command->plan.notifyOn == nullptr) {
+    // Before the gate: what is sent inside a completion must not wait for the gate's holder.
+    outcome = {Outcome::Kind::failed, dispatcherBusyError(command->plan.type), pending};
+  } else {
+    const Gate::Hold hold(gate);
+    outcome = trySend(command, onBusy != nullptr);
+  }
+  switch (outcome.kind) {
+    case Outcome::Kind::sent:
+      return command;
+    case Outcome::Kind::busy:
+      reportBusy(onBusy);
+      break;
+    case Outcome::Kind::failed:
+      dispatcher.refuse(command, *outcome.error, outcome.inItsWay);
+      break;
+    case Outcome::Kind::unwanted:
+      break;
+  }
+  return nullptr;
+}
+
+CommandChannel::Outcome CommandChannel::trySend(const std::shared_ptr<Command>& command, bool isOperation) {
+  using Kind = Outcome::Kind;
+  Command::Plan& plan = command->plan;
+  const auto waiting = plan.waiting.lock();
+  if (waiting && waiting->over()) return {Kind::unwanted, {}, {}};
+  // Another thread may have passed its own busy check together with this one: the command stored first wins,
+  // and the loser must not touch the winner's subscription.
+  if (isOperation && dispatcher.busy()) return {Kind::busy, {}, {}};
+  const auto prepare = std::exchange(plan.prepare, nullptr);
+  if (prepare && !prepare()) return {Kind::failed, dispatcherBusyError(plan.type), dispatcher.pending()};
+  if (plan.notifyOn != nullptr) {
+    (plan.stream ? streamSubscription_ : command->subscription) = binding.subscribe(plan.notifyOn);
+  }
+  if (plan.logLine != nullptr) log.info(plan.logLine);
+  auto error = dispatcher.write(command);
+  if (error) return {Kind::failed, std::move(error), dispatcher.pending()};
+  return {Kind::sent, {}, {}};
+}
+
 bool CommandChannel::refusedAsBusy(const std::function<void(const Error&)>& onBusy) const {
-  if (!dispatcher.pending.occupied()) return false;
+  if (!dispatcher.busy()) return false;
   const auto self = owner();  // the callback may release the host's last reference to the facade
-  refuseAsBusy(onBusy);
+  reportBusy(onBusy);
   return true;
 }
 
-void CommandChannel::refuseAsBusy(const std::function<void(const Error&)>& onBusy) const {
+void CommandChannel::reportBusy(const std::function<void(const Error&)>& onBusy) const {
   const Error error = busyError();
   log.error("%@", description(error));
   onBusy(error);
 }
 
-void CommandChannel::attempt(const std::function<void(const Error&)>& onBusy,
-                             const std::function<Attempt()>& send) {
-  const auto self = owner();
-  if (refusedAsBusy(onBusy)) return;
-  std::optional<Attempt> made;
-  {
-    const SendGate::Hold hold(dispatcher.gate);
-    // Another thread may have passed its own busy check together with this one: the command stored first
-    // wins, and the loser must not touch the winner's subscription or slot.
-    if (!dispatcher.pending.occupied()) made = send();
+void CommandChannel::giveUp(const std::shared_ptr<Command>& command) {
+  if (command && !command->claimed()) dispatcher.clear();
+}
+
+ReplyHandler CommandChannel::completionBlock() {
+  const auto command = dispatcher.pending();
+  if (!command || command->block) return command ? command->block : ReplyHandler();
+  return [this, weak = owner_, command](const MaybeError& error, const Reply& reply) {
+    if (const auto alive = weak.lock()) dispatcher.complete(command, error, reply);
+  };
+}
+
+void CommandChannel::setCompletionBlock(ReplyHandler block) {
+  if (block) {
+    dispatcher.store(std::make_shared<Command>(KWTCmdTypeNone, "", Bytes(), std::move(block)));
+  } else {
+    dispatcher.clear();
   }
-  if (!made) return refuseAsBusy(onBusy);
-  if (made->refusal) dispatcher.reportRefusal(*made->refusal, made->handler);
 }
 
-void CommandChannel::request(const Request& request) {
-  attempt(request.onBusy, [&] {
-    ReplyHandler handler = withCleanUp(request, subscribe(request.notifyOn));
-    auto refusal = dispatcher.sendHeld(request.frame, request.writeTo, request.cmdType, handler);
-    return Attempt{std::move(handler), std::move(refusal)};
-  });
+// ---- Packets ----
+
+void CommandChannel::beginStream(const std::shared_ptr<Stream>& stream, ReplyHandler receiver) {
+  const Gate::Hold hold(gate);
+  stream_ = stream;
+  streamSubscription_ = nullptr;
+  dispatcher.receiver.set(std::make_shared<const ReplyHandler>(std::move(receiver)));
 }
 
-void CommandChannel::exchange(const char* characteristic, std::int64_t cmdType, const Bytes& frame,
-                              const std::function<ReplyHandler(Subscription)>& handlerFor) {
-  const auto self = owner();
-  ReplyHandler handler;
-  std::optional<Dispatcher::Refusal> refusal;
-  {
-    const SendGate::Hold hold(dispatcher.gate);
-    handler = handlerFor(subscribe(characteristic));
-    refusal = dispatcher.sendHeld(frame, characteristic, cmdType, handler);
-  }
-  if (refusal) dispatcher.reportRefusal(*refusal, handler);
+bool CommandChannel::isCurrent(const std::shared_ptr<Stream>& stream) {
+  const Gate::Hold hold(gate);
+  return stream_ == stream;
 }
 
-std::optional<Dispatcher::Refusal> CommandChannel::subscribeAndSend(const Request& request) {
-  subscribe(request.notifyOn);
-  return dispatcher.sendHeld(request.frame, request.writeTo, request.cmdType, request.onReply);
+void CommandChannel::closeStream(const std::shared_ptr<Stream>& stream) {
+  const Gate::Hold hold(gate);
+  if (stream_ != stream) return;
+  dispatcher.receiver.set(nullptr);
+  if (streamSubscription_) binding.unsubscribe(std::exchange(streamSubscription_, nullptr));
 }
 
-CommandChannel::Subscription CommandChannel::subscribe(const char* notifyOn) {
-  lastSubscription_[notifyOn] = ++subscriptions_;
-  const Subscription own = subscriptions_;
-  link.setNotify(true, notifyOn);
-  return own;
+void CommandChannel::endStream(const std::shared_ptr<Stream>& stream) {
+  const Gate::Hold hold(gate);
+  if (stream && stream_ != stream) return;
+  stream_ = nullptr;
+  streamSubscription_ = nullptr;
+  dispatcher.receiver.set(nullptr);
 }
 
-void CommandChannel::endSubscription(const char* notifyOn, Subscription subscription) {
-  dispatcher.gate.whenFree([this, notifyOn, subscription] {
-    if (lastSubscription_[notifyOn] == subscription) link.setNotify(false, notifyOn);
-  });
-}
-
-ReplyHandler CommandChannel::withCleanUp(const Request& request, Subscription subscription) {
-  return
-      [this, weak = owner_, onReply = request.onReply, notifyOn = request.notifyOn, frees = request.freesSlot,
-       subscription](const MaybeError& error, const std::optional<std::string>& reply) {
-        const auto alive = weak.lock();
-        if (!alive) return;
-        const CallbackSlot::Generation own = DeliveryScope::generationOf(dispatcher.pending);
-        onReply(error, reply);
-        endSubscription(notifyOn, subscription);
-        if (frees) dispatcher.pending.clearUpTo(own);
-      };
+void CommandChannel::transaction(const std::function<void()>& work) {
+  const Gate::Hold hold(gate);
+  work();
 }
 
 }  // namespace kwtsdk::internal

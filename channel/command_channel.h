@@ -1,16 +1,17 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
-#include <string>
+#include <optional>
 
 #include <kwtsdk/platform.h>
 
+#include "channel/command.h"
 #include "channel/dispatcher.h"
+#include "channel/gate.h"
 #include "channel/host_call.h"
-#include "channel/link.h"
-#include "channel/logger.h"
+#include "channel/peripheral_binding.h"
+#include "channel/wait.h"
 #include "channel/watchdog.h"
 #include "channel/work_queues.h"
 
@@ -19,18 +20,10 @@ namespace kwtsdk::internal {
 /// Between two commands of a chain: devices need a moment after a reply.
 inline constexpr Duration kPause = std::chrono::milliseconds(3);
 
-/// One device operation that a public completion form sends.
-struct Request {
-  const char* writeTo;
-  const char* notifyOn;
-  std::int64_t cmdType;
-  Bytes frame;
-  ReplyHandler onReply;                      // answer, failed write, or 1001
-  std::function<void(const Error&)> onBusy;  // 1002: another command is pending
-  bool freesSlot = false;                    // whether the reply handler itself clears the pending command
-};
+/// How long a blocking form waits for an answer.
+inline constexpr Duration kReplyTimeout = std::chrono::seconds(5);
 
-/// What the subsystems share: the link, the dispatcher and its slots, the watchdog and the work queues.
+/// What the subsystems share: commands, packets, the watchdog and the work queues.
 /// Callbacks that are stored anywhere hold owner() weakly; work on a queue holds it strongly.
 class CommandChannel {
  public:
@@ -41,36 +34,53 @@ class CommandChannel {
   std::shared_ptr<void> owner() const { return owner_.lock(); }
   const std::weak_ptr<void>& weakOwner() const { return owner_; }
 
-  /// The life of one command: busy check, subscription, sending, and after the reply the end of the
-  /// subscription.
-  void request(const Request& request);
+  // ---- Commands ----
+
+  /// Sends a command. Whatever keeps it from being sent reaches it inside the call; null then.
+  std::shared_ptr<Command> send(Command::Plan plan);
+
+  /// The blocking form of an operation: sends its command on a queue and waits for the value that the plan's
+  /// handler gives. When the wait ends, by value or by time-out, the pending command is cleared whatever it
+  /// is, so that a silent device does not leave the facade busy.
+  template <class T>
+  T ask(const QueueLabel& queue, Duration timeout, T fallback,
+        std::function<Command::Plan(std::function<void(T)> finish)> planFor) {
+    const auto self = owner();
+    Wait<T> wait(*platform.scheduler, queue.label, std::move(fallback));
+    const bool queued = queues.async(queue, [this, self, promise = wait.promise(), waiting = wait.waiting(),
+                                             planFor = std::move(planFor)] {
+      Command::Plan plan = planFor([promise](T value) { promise->set(std::move(value)); });
+      plan.waiting = waiting;
+      send(std::move(plan));
+    });
+    T value = wait.wait(queued ? timeout : Duration{0});
+    dispatcher.clear();
+    return value;
+  }
+
+  /// The same for an operation whose completion gets the value or none.
+  template <class T>
+  std::optional<T> askFor(const QueueLabel& queue, Duration timeout,
+                          std::function<Command::Plan(ValueCompletion<T>)> planFor) {
+    using Value = std::optional<T>;
+    return ask<Value>(queue, timeout, std::nullopt, [planFor = std::move(planFor)](auto finish) {
+      return planFor([finish](const MaybeError&, const Value& value) { finish(value); });
+    });
+  }
+
+  /// Sends what a host itself composed; its block is told of everything, 1002 included.
+  void sendHostCommand(std::int64_t type, const std::string& writeTo, const Bytes& frame, ReplyHandler block);
 
   /// Reports 1002 the way every operation does: logged, then handed to `onBusy`. False when nothing is
   /// pending.
   bool refusedAsBusy(const std::function<void(const Error&)>& onBusy) const;
 
-  /// Subscribes and sends, without an end of the subscription. Under the gate; the caller reports a refusal
-  /// after it.
-  std::optional<Dispatcher::Refusal> subscribeAndSend(const Request& request);
+  /// Clears what is pending unless the command has been answered: it, or what a host wrapped it into.
+  void giveUp(const std::shared_ptr<Command>& command);
 
-  /// Subscribes to the characteristic and sends on it, whatever is pending; `handlerFor` gets the number of
-  /// the subscription, which the handler has to end. A refusal reaches the handler inside the call.
-  void exchange(const char* characteristic, std::int64_t cmdType, const Bytes& frame,
-                const std::function<ReplyHandler(std::uint64_t subscription)>& handlerFor);
-
-  struct Attempt {
-    ReplyHandler handler;  // is told of the refusal
-    std::optional<Dispatcher::Refusal> refusal;
-  };
-  /// Runs `send`, which subscribes and sends, under the gate, unless another command is pending.
-  void attempt(const std::function<void(const Error&)>& onBusy, const std::function<Attempt()>& send);
-
-  /// Switches notifications on; the number tells this subscription from later ones. Under the gate.
-  using Subscription = std::uint64_t;
-  Subscription subscribe(const char* notifyOn);
-
-  /// Switches them off unless a newer command subscribed to the same. Any thread, never waits.
-  void endSubscription(const char* notifyOn, Subscription subscription);
+  /// What completionBlock shows of the pending command.
+  ReplyHandler completionBlock();
+  void setCompletionBlock(ReplyHandler block);
 
   /// Reports an error without a value to the completion.
   template <class T>
@@ -78,22 +88,46 @@ class CommandChannel {
     return [log = log, completion](const Error& error) { callHost(log, completion, error, std::nullopt); };
   }
 
+  // ---- Packets. The stream begun last is the current one; those of others, still queued, are stale.
+  // Not for the thread that delivers events: they wait for the gate. ----
+
+  /// `receiver` gets every notification from now on.
+  void beginStream(const std::shared_ptr<Stream>& stream, ReplyHandler receiver);
+  bool isCurrent(const std::shared_ptr<Stream>& stream);
+
+  /// Packets are no longer received, whoever stored the receiver, unless another stream has begun.
+  /// Unsubscribes. Those still queued stay the current stream's.
+  void closeStream(const std::shared_ptr<Stream>& stream);
+
+  /// The stream, or for null the current one, is over: packets are no longer received, and those still queued
+  /// are stale.
+  void endStream(const std::shared_ptr<Stream>& stream);
+
+  /// Does work between which and any command nothing comes.
+  void transaction(const std::function<void()>& work);
+
   const Platform platform;
   const Logger log;
-  Link link;
+  Gate gate;
+  PeripheralBinding binding;
   Dispatcher dispatcher;
   Watchdog watchdog;
   WorkQueues queues;
 
  private:
-  ReplyHandler withCleanUp(const Request& request, Subscription subscription);
-  void refuseAsBusy(const std::function<void(const Error&)>& onBusy) const;
+  struct Outcome {
+    enum class Kind { sent, busy, failed, unwanted } kind = Kind::sent;
+    std::optional<Error> error;
+    std::shared_ptr<Command> inItsWay;
+  };
+  std::shared_ptr<Command> send(const std::shared_ptr<Command>& command,
+                                const std::function<void(const Error&)>& onBusy);
+  Outcome trySend(const std::shared_ptr<Command>& command, bool isOperation) KWT_REQUIRES(gate);
+  void reportBusy(const std::function<void(const Error&)>& onBusy) const;
 
   std::weak_ptr<void> owner_;
-  // Under the gate: the number of the command that subscribed last, per characteristic. Only that one's reply
-  // switches the notifications off.
-  std::map<std::string, Subscription> lastSubscription_;
-  Subscription subscriptions_ = 0;
+  std::shared_ptr<Stream> stream_ KWT_GUARDED_BY(gate);
+  std::shared_ptr<Subscription> streamSubscription_ KWT_GUARDED_BY(gate);
 };
 
 }  // namespace kwtsdk::internal

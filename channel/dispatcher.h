@@ -3,35 +3,43 @@
 #include <atomic>
 #include <memory>
 #include <optional>
-#include <string>
+#include <vector>
 
-#include "channel/callback_slot.h"
+#include "channel/command.h"
 #include "channel/context_table.h"
-#include "channel/link.h"
-#include "channel/logger.h"
-#include "channel/send_gate.h"
+#include "channel/gate.h"
+#include "channel/host_call.h"
+#include "channel/peripheral_binding.h"
 
 namespace kwtsdk::internal {
 
-/// Writes one command at a time and routes acknowledgements and notifications: to the stream receiver while
-/// there is one, otherwise to the pending command.
+/// Writes one command at a time and routes acknowledgements and notifications: to the receiver of packets
+/// while there is one, otherwise to the pending command.
 class Dispatcher {
  public:
-  Dispatcher(Scheduler& scheduler, Link& link, Logger log)
-      : gate(scheduler), link_(link), log_(std::move(log)) {}
+  Dispatcher(Gate& gate, PeripheralBinding& binding, Logger log)
+      : gate_(gate), binding_(binding), log_(std::move(log)) {}
 
-  /// Any thread. Refusals reach `completion` inside the call, after the gate is released.
-  void send(const Bytes& frame, const std::string& characteristic, std::int64_t type,
-            ReplyHandler completion);
+  // The pending command, which is what completionBlock shows.
+  using SharedCommand = std::shared_ptr<Command>;
+  SharedCommand pending() const { return pending_.get(); }
+  bool busy() const { return pending() != nullptr; }
 
-  /// The part of send that runs under the gate, for operations that subscribe under the same hold.
-  struct Refusal {
-    Error error;
-    CallbackSlot::Generation generation = 0;  // newest command stored when this one was refused
-  };
-  std::optional<Refusal> sendHeld(const Bytes& frame, const std::string& characteristic, std::int64_t type,
-                                  ReplyHandler completion);
-  void reportRefusal(const Refusal& refusal, const ReplyHandler& completion);
+  /// Replaces whatever is pending. What is replaced is not dropped: the host may have wrapped it.
+  void store(SharedCommand command) { pending_.set(std::move(command)); }
+
+  /// Drops whatever is pending.
+  void clear();
+
+  /// The same if it is this one.
+  void clear(const SharedCommand& command);
+
+  /// Stores and writes a command, under the gate. An error: it was not, and has to be refused once the gate
+  /// is left.
+  std::optional<Error> write(const SharedCommand& command);
+
+  /// Reports the error to the command, which stood behind `inItsWay`.
+  void refuse(const SharedCommand& command, const Error& error, const SharedCommand& inItsWay);
 
   // The host's events, on its Bluetooth thread. They take no lock that another thread may hold while waiting.
   void didWrite(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error);
@@ -39,22 +47,26 @@ class Dispatcher {
 
   enum class Delivery { nothingPending, completed, byAnother };
 
-  /// Completes the pending command, unless another thread is just doing so, and clears it.
-  Delivery deliver(const MaybeError& error, const std::optional<std::string>& reply);
+  /// Calls the command, unless another thread is just doing so, and releases it. A host that wrapped its
+  /// handler calls it inside another command: it is then as much a notification as that one's.
+  Delivery complete(const SharedCommand& command, const MaybeError& error, const Reply& reply,
+                    std::optional<bool> isNotification = std::nullopt);
 
-  /// The same for a given command, which may have left the slot meanwhile.
-  Delivery complete(const std::shared_ptr<CallbackSlot::Entry>& command, const MaybeError& error,
-                    const std::optional<std::string>& reply);
-
-  SendGate gate;
-  CallbackSlot pending;
-  CallbackSlot stream;
+  /// What writeDataBlock shows.
+  SharedField<std::shared_ptr<const ReplyHandler>> receiver;
   std::atomic<std::int64_t> cmdType{KWTCmdTypeNone};
 
  private:
-  Link& link_;
+  struct Call;
+
+  void cleanUp(Command& command, const SharedCommand& inItsWay);
+  void letGo(const std::vector<SharedCommand>& commands);
+
+  Gate& gate_;
+  PeripheralBinding& binding_;
   const Logger log_;
   ContextTable contexts_;
+  SharedField<SharedCommand> pending_;
 };
 
 }  // namespace kwtsdk::internal

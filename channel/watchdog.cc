@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "channel/host_call.h"
 #include "codec/error_codes.h"
 
 namespace kwtsdk::internal {
@@ -16,54 +15,33 @@ constexpr Duration kLeeway = std::chrono::milliseconds(100);
 
 void Watchdog::start(const std::weak_ptr<void>& owner, ReplyHandler onTimeout) {
   written = false;
-  const Self self = std::make_shared<std::weak_ptr<Timer>>();
+  const Self self = std::make_shared<SharedField<std::weak_ptr<Timer>>>();
   const auto timer = scheduler_.repeatingTimer(kFirstCheck, kInterval, kLeeway,
                                                [this, owner, self, onTimeout = std::move(onTimeout)] {
                                                  if (const auto alive = owner.lock()) check(self, onTimeout);
                                                });
-  std::shared_ptr<Timer> replaced = timer;  // destroyed, and so cancelled, outside the lock
-  const std::lock_guard lock(mutex_);
-  *self = timer;
-  timer_.swap(replaced);
+  self->set(timer);
+  setTimer(timer);
 }
 
 void Watchdog::check(const Self& self, const ReplyHandler& onTimeout) {
-  std::shared_ptr<Timer> own;
-  CallbackSlot::Generation pending = 0, stream = 0;
-  {
-    const std::lock_guard lock(mutex_);
-    own = self->lock();
-    if (!own || own != timer_ || written.exchange(false)) return;
-    // A download that begins from here on replaces this timer: what it stores is not this check's to clear.
-    pending = dispatcher_.pending.generation();
-    stream = dispatcher_.stream.generation();
-  }
+  const auto own = self->get().lock();
+  if (!own || own != timer() || written.exchange(false)) return;
   callHost(log_, onTimeout, monitorTimeoutError(), std::nullopt);
-  dispatcher_.pending.clearUpTo(pending);
-  dispatcher_.stream.clearUpTo(stream);
-  stopIfStored(own);
+  {
+    const Gate::Hold hold(gate_);
+    // Where no callback has run, only a download that has just begun can have replaced the timer: what that
+    // stored is not this check's to clear.
+    if (!onTimeout && own != timer()) return;
+    dispatcher_.clear();
+    dispatcher_.receiver.set(nullptr);
+    stop();
+  }
   log_.info("Timeout!");
 }
 
-void Watchdog::stop() { stopIfStored(timer()); }
-
-void Watchdog::stopIfStored(const std::shared_ptr<Timer>& timer) {
-  {
-    const std::lock_guard lock(mutex_);
-    if (!timer || timer != timer_) return;
-    timer_ = nullptr;
-  }
-  timer->cancel();
-}
-
-std::shared_ptr<Timer> Watchdog::timer() const {
-  const std::lock_guard lock(mutex_);
-  return timer_;
-}
-
-void Watchdog::setTimer(std::shared_ptr<Timer> timer) {
-  const std::lock_guard lock(mutex_);
-  timer_.swap(timer);
+void Watchdog::stop() {
+  if (const auto timer = timer_.exchange(nullptr)) timer->cancel();
 }
 
 }  // namespace kwtsdk::internal

@@ -2,13 +2,13 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 #include <kwtsdk/callbacks.h>
 #include <kwtsdk/scheduler.h>
 
 #include "channel/dispatcher.h"
-#include "channel/logger.h"
+#include "channel/gate.h"
+#include "channel/host_call.h"
 
 namespace kwtsdk::internal {
 
@@ -16,30 +16,29 @@ namespace kwtsdk::internal {
 /// and then clears what is pending: hosts that go on at once call stop.
 class Watchdog {
  public:
-  Watchdog(Scheduler& scheduler, Dispatcher& dispatcher, Logger log)
-      : scheduler_(scheduler), dispatcher_(dispatcher), log_(std::move(log)) {}
+  Watchdog(Scheduler& scheduler, Gate& gate, Dispatcher& dispatcher, Logger log)
+      : scheduler_(scheduler), gate_(gate), dispatcher_(dispatcher), log_(std::move(log)) {}
 
   /// `owner` keeps this object alive while a check runs; once it is gone, checks do nothing.
   void start(const std::weak_ptr<void>& owner, ReplyHandler onTimeout);
   void stop();
 
-  std::shared_ptr<Timer> timer() const;
+  std::shared_ptr<Timer> timer() const { return timer_.get(); }
 
   /// A timer that is replaced has no effect any more.
-  void setTimer(std::shared_ptr<Timer> timer);
+  void setTimer(std::shared_ptr<Timer> timer) { timer_.set(std::move(timer)); }
 
   std::atomic<bool> written{false};
 
  private:
-  using Self = std::shared_ptr<std::weak_ptr<Timer>>;
+  using Self = std::shared_ptr<SharedField<std::weak_ptr<Timer>>>;
   void check(const Self& self, const ReplyHandler& onTimeout);
-  void stopIfStored(const std::shared_ptr<Timer>& timer);
 
   Scheduler& scheduler_;
+  Gate& gate_;
   Dispatcher& dispatcher_;
   const Logger log_;
-  mutable std::mutex mutex_;
-  std::shared_ptr<Timer> timer_;
+  SharedField<std::shared_ptr<Timer>> timer_;
 };
 
 }  // namespace kwtsdk::internal

@@ -1,33 +1,20 @@
 #pragma once
 
-#include <array>
 #include <functional>
+#include <map>
 #include <memory>
-#include <mutex>
 
 #include <kwtsdk/scheduler.h>
 
-#include "channel/logger.h"
+#include "channel/host_call.h"
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::internal {
 
-enum class QueueId {
-  getPower,
-  getFirmwareVersion,
-  getCapacity,
-  fileNum,
-  fileInfo,
-  fileList,
-  deleteFirst,  // shares its label with fileList, but is a queue of its own
-  notifyDownload,
-  download,
-  record,
-  await,
-  send,
+/// A serial queue's name in reports about threads. The object is the queue: two may have the same label.
+struct QueueLabel {
+  const char* label;
 };
-inline constexpr std::size_t kQueueCount = 12;
-
-const char* labelOf(QueueId id);
 
 /// One facade's serial queues, each created on first use. Any thread.
 class WorkQueues {
@@ -36,15 +23,15 @@ class WorkQueues {
 
   /// Submits work; what it throws stops there and is logged. False, and logged, when the queue could not take
   /// it.
-  bool async(QueueId id, std::function<void()> work);
+  bool async(const QueueLabel& queue, std::function<void()> work);
 
  private:
-  std::shared_ptr<SerialQueue> queue(QueueId id);
+  std::shared_ptr<SerialQueue> find(const QueueLabel& queue);
 
   Scheduler& scheduler_;
   const Logger log_;
-  std::mutex mutex_;
-  std::array<std::shared_ptr<SerialQueue>, kQueueCount> queues_;
+  Mutex mutex_;
+  std::map<const QueueLabel*, std::shared_ptr<SerialQueue>> queues_ KWT_GUARDED_BY(mutex_);
 };
 
 }  // namespace kwtsdk::internal

@@ -20,6 +20,8 @@ Error makeErrorWithInfo(std::int64_t code, const char* format, const std::vector
       {{internal::kDescriptionKey, format == nullptr ? "error!" : internal::formatText(format, arguments)}}};
 }
 
+FormatArgument::FormatArgument(const Error& error) : value_(internal::description(error)) {}
+
 Error timeoutError() { return errorWithInfo(999, "timeout"); }
 
 namespace internal {

@@ -5,11 +5,13 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <optional>
 
 namespace kwtsdk::internal {
 namespace {
 
-constexpr std::size_t kBlock = 16;  // a vector register's bytes
+constexpr std::size_t kVector = 16;  // a vector register's bytes
 
 // Digits are computed, not looked up: the compiler turns both directions into vector instructions.
 
@@ -52,8 +54,8 @@ std::uint8_t convertPairs(const char* text, std::uint8_t* out) {
 
 bool convertDigits(const char* text, std::size_t pairs, std::uint8_t* out) {
   unsigned seen = 0;
-  for (; pairs >= kBlock; pairs -= kBlock, text += 2 * kBlock, out += kBlock)
-    seen |= convertPairs<kBlock>(text, out);
+  for (; pairs >= kVector; pairs -= kVector, text += 2 * kVector, out += kVector)
+    seen |= convertPairs<kVector>(text, out);
   for (; pairs > 0; --pairs, text += 2, ++out) seen |= convertPairs<1>(text, out);
   return (seen & kNoDigit) == 0;
 }
@@ -78,7 +80,7 @@ std::string hexString(std::span<const std::uint8_t> bytes) {
   char* out = text.data();
   const std::uint8_t* in = bytes.data();
   std::size_t left = bytes.size();
-  for (; left >= kBlock; left -= kBlock, in += kBlock, out += 2 * kBlock) writeDigits<kBlock>(in, out);
+  for (; left >= kVector; left -= kVector, in += kVector, out += 2 * kVector) writeDigits<kVector>(in, out);
   for (; left > 0; --left, ++in, out += 2) writeDigits<1>(in, out);
   return text;
 }
@@ -101,17 +103,23 @@ std::uint64_t hexToDecimal(std::span<const std::uint8_t> bytes) {
 }
 
 std::string littleEndianHexStringWithLength(std::uint64_t value, std::int64_t length) {
+  constexpr std::uint64_t kDigits = 8;
   std::array<std::uint8_t, 4> bytes{};
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(value >> (8 * i));
   std::string text = hexString(bytes);
-  if (length > 8) text.insert(0, static_cast<std::size_t>(length - 8), '0');
+  // A negative length counts as a huge one, of which the width of the filler keeps the low 32 bits.
+  const auto asked = static_cast<std::uint64_t>(length);
+  if (asked > kDigits)
+    text.insert(0, nzeros(static_cast<std::int32_t>(static_cast<std::uint32_t>(asked - kDigits))));
   return text;
 }
 
 std::string nzeros(std::int32_t count) {
   const std::int64_t width = std::max<std::int64_t>(1, std::abs(static_cast<std::int64_t>(count)));
   if (count >= 0) return std::string(static_cast<std::size_t>(width), '0');
-  return '0' + std::string(static_cast<std::size_t>(width - 1), ' ');
+  std::string text(static_cast<std::size_t>(width), ' ');
+  text.front() = '0';
+  return text;
 }
 
 std::uint64_t littleEndianField(std::string_view text, std::size_t position, std::size_t count) {
@@ -120,3 +128,17 @@ std::uint64_t littleEndianField(std::string_view text, std::size_t position, std
 }
 
 }  // namespace kwtsdk::internal
+
+namespace kwtsdk {
+
+std::optional<Bytes> subDataWithRange(const Bytes& data, std::uint64_t location, std::uint64_t length) {
+  if (location > data.size() || length > data.size() - location) return std::nullopt;
+  const auto begin = data.begin() + static_cast<Bytes::difference_type>(location);
+  try {
+    return Bytes(begin, begin + static_cast<Bytes::difference_type>(length));
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace kwtsdk

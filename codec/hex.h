@@ -24,9 +24,13 @@ Bytes reverse(std::span<const std::uint8_t> bytes);
 /// Bytes read most significant first; of more than 8 the last 8 count.
 std::uint64_t hexToDecimal(std::span<const std::uint8_t> bytes);
 
-/// The low 32 bits as 8 hex characters, least significant byte first. A longer `length` (hex characters) is
-/// reached by zeros in front: the firmware protocol's wide fields carry their value in their last four bytes.
+/// The low 32 bits as 8 hex characters, least significant byte first. A longer `length` (hex characters,
+/// compared as unsigned) is reached by nzeros in front: the firmware protocol's wide fields carry their value
+/// in their last four bytes.
 std::string littleEndianHexStringWithLength(std::uint64_t value, std::int64_t length);
+
+/// The form in which most numbers travel: 4 bytes.
+inline std::string littleEndian32(std::uint64_t value) { return littleEndianHexStringWithLength(value, 8); }
 
 /// `count` zero characters; one for 0, and for a negative count one zero and blanks up to |count| characters,
 /// as printf's field width gives them.

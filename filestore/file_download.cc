@@ -5,193 +5,177 @@
 
 #include <kwtsdk/cmd_response.h>
 
-#include "channel/channels.h"
-#include "channel/host_call.h"
 #include "codec/error_codes.h"
-#include "filestore/frames.h"
-#include "status/blocking_request.h"
+#include "wire/recorder_channel.h"
 
-namespace kwtsdk::internal {
+namespace kwtsdk {
 
-struct FileDownload::Job {
+std::int64_t KWTCmdResponse::writeDownloadData(const Reply& reply, std::uint64_t* writenSize,
+                                               const std::shared_ptr<FileHandle>& toFileHandle) {
+  using Kind = wire::DownloadPacket::Kind;
+  enum PacketResult : std::int64_t { kMoreToCome = 0, kLastData = 1, kEnd = 2 };
+  const wire::DownloadPacket packet = wire::downloadPacket(reply);
+  if (packet.kind == Kind::ignored) return kMoreToCome;
+  if (packet.kind == Kind::end) return kEnd;
+  if (toFileHandle) toFileHandle->write(packet.data().data(), packet.data().size());
+  if (writenSize != nullptr) *writenSize = packet.valid;
+  return packet.kind == Kind::lastData ? kLastData : kMoreToCome;
+}
+
+namespace internal {
+namespace {
+
+constexpr QueueLabel kDownloadQueue{"com.kwt.getflashlist.download"};
+
+}  // namespace
+
+struct FileDownload::Transfer : Stream {
+  void report(const Logger& log, const MaybeError& error) {
+    if (!reported.exchange(true)) callHost(log, completion, error);
+  }
+  bool saved() const { return file && file->failure().empty(); }
+  void logFailedWrite(const Logger& log);
+
   std::string path;
   Progress progress;
   Completion completion;
-
   std::int64_t fileId = 0;
   std::shared_ptr<FileHandle> file;
-  std::uint64_t written = 0, total = 0;   // bytes; touched on the download queue only
-  CallbackSlot::Generation receiver = 0;  // of this download in the stream slot
-  CallbackSlot::Generation command = 0;   // of its request in the pending slot
+  std::uint64_t written = 0, total = 0;  // bytes; touched on the download queue only
   bool failureLogged = false;
-
-  // Set once the outcome is decided: packet steps still queued then do nothing. Without it a stray packet
-  // would finish the download twice, and one that was reported as failed would still delete the recording.
-  std::atomic<bool> over{false};
-
-  void report(const Logger& log, const MaybeError& error) const { callHost(log, completion, error); }
+  std::atomic<bool> complete{false}, reported{false};
 };
+
+void FileDownload::Transfer::logFailedWrite(const Logger& log) {
+  if (failureLogged || !file) return;
+  const std::string failure = file->failure();
+  if (failure.empty()) return;
+  failureLogged = true;
+  log.error("Cannot write %@: %@; the recording stays on the device", path, failure);
+}
 
 void FileDownload::downloadFirstFlashFile(const std::string& outputFilePath, Progress progress,
                                           Completion completion) {
   const auto refuse = [&](const Error& error) { callHost(channel_.log, completion, error); };
   if (channel_.refusedAsBusy(refuse)) return;
-  const auto job = std::make_shared<Job>();
-  job->path = outputFilePath;
-  job->progress = std::move(progress);
-  job->completion = completion;
-  const auto work = [this, owner = channel_.owner(), job] {
-    if (!guardedCall(channel_.log, "A download", [&] { prepare(job); })) abandon(job);
+  const auto transfer = std::make_shared<Transfer>();
+  transfer->path = outputFilePath;
+  transfer->progress = std::move(progress);
+  transfer->completion = completion;
+  const auto work = [this, owner = channel_.owner(), transfer] {
+    if (!guardedCall(channel_.log, "A download", [&] { prepare(transfer); })) abandon(transfer);
   };
-  if (!channel_.queues.async(QueueId::download, work)) refuse(noThreadError());
+  if (!channel_.queues.async(kDownloadQueue, work)) refuse(noThreadError());
 }
 
-void FileDownload::abandon(const SharedJob& job) {
-  channel_.dispatcher.stream.clearUpTo(job->receiver);
-  if (!job->over.exchange(true)) job->report(channel_.log, noThreadError());
+void FileDownload::abandon(const SharedTransfer& transfer) {
+  channel_.endStream(transfer);
+  transfer->report(channel_.log, noThreadError());
 }
 
-void FileDownload::prepare(const SharedJob& job) {
+void FileDownload::prepare(const SharedTransfer& transfer) {
+  const auto fail = [&](const Error& error) { transfer->report(channel_.log, error); };
   status_.getPower();  // wakes the recorder; the level does not matter
-  job->fileId = static_cast<std::int64_t>(files_.getFileNumAndFirstId().value_or(FlashInfo{}).FirstID);
-  if (job->fileId <= 0) return job->report(channel_.log, fileIdError());
+  transfer->fileId = files_.firstId();
+  if (transfer->fileId <= 0) return fail(fileIdError());
   channel_.platform.scheduler->sleep(kPause);
-  const auto header = files_.getFileInfo(job->fileId);
-  if (!header) return job->report(channel_.log, fileInfoError());
-  job->file = getFileHandleForAppend(job->path);
-  if (!job->file)
-    channel_.log.error("Cannot open %@ for writing; the recording stays on the device", job->path);
-  job->written = static_cast<std::uint64_t>(fileSize(job->path));
-  job->total = header->filesize();
-  if (job->written > job->total) return job->report(channel_.log, longerThanFileError());
-  stream(job);
+  const auto header = files_.getFileInfo(transfer->fileId);
+  if (!header) return fail(fileInfoError());
+  transfer->file = getFileHandleForAppend(transfer->path);
+  if (!transfer->file)
+    channel_.log.error("Cannot open %@ for writing; the recording stays on the device", transfer->path);
+  transfer->written = static_cast<std::uint64_t>(fileSize(transfer->path));
+  transfer->total = header->filesize();
+  if (transfer->written > transfer->total) return fail(longerThanFileError());
+  request(transfer);
 }
 
-void FileDownload::stream(const SharedJob& job) {
-  const Request request{
-      .writeTo = CHARACTERISTIC_WRITE,
-      .notifyOn = CHARACTERISTIC_NOTIFY,
-      .cmdType = KWTCmdTypeDownloadFile,
-      .frame = downloadRequest(job->fileId, job->written),
-      .onReply =
-          [log = channel_.log, job](const MaybeError& error, const std::optional<std::string>&) {
-            // Success is decided by the last packet. A notification that comes here without it found the
-            // receiver already taken away by the watchdog.
-            const bool unfinished = !job->over.exchange(true);
-            job->report(log, unfinished && !error ? monitorTimeoutError() : error);
-            closeFileHandle(job->file);
-          },
-      .onBusy = nullptr,
-  };
-  std::optional<Dispatcher::Refusal> refusal;
-  {
-    const SendGate::Hold hold(channel_.dispatcher.gate);
-    refusal = sendRequest(job, request);
-  }
-  if (refusal) channel_.dispatcher.reportRefusal(*refusal, request.onReply);
+void FileDownload::request(const SharedTransfer& transfer) {
+  channel_.send({.type = KWTCmdTypeDownloadFile,
+                 .writeTo = wire::CHARACTERISTIC_WRITE,
+                 .notifyOn = wire::CHARACTERISTIC_NOTIFY,
+                 .frame = wire::downloadRequest(transfer->fileId, transfer->written),
+                 .onAnswer =
+                     [log = channel_.log, transfer](const Answer& answer) {
+                       // Success is decided by the last packet. A notification that comes here without it
+                       // found the receiver already taken away by the watchdog.
+                       const bool unfinished = !transfer->complete && !answer.error;
+                       transfer->report(log, unfinished ? monitorTimeoutError() : answer.error);
+                       closeFileHandle(transfer->file);
+                     },
+                 .prepare = [this, transfer] { return begin(transfer); },
+                 .stream = transfer});
 }
 
-std::optional<Dispatcher::Refusal> FileDownload::sendRequest(const SharedJob& job, const Request& request) {
-  Dispatcher& dispatcher = channel_.dispatcher;
-  // A live recording that has just been started must keep its route and its command.
-  if (dispatcher.pending.occupied() && dispatcher.stream.occupied()) {
-    return Dispatcher::Refusal{dispatcherBusyError(request.cmdType), dispatcher.pending.generation()};
-  }
-  // An earlier download's watchdog must not take the receiver below for its own.
-  channel_.watchdog.stop();
-  job->receiver = dispatcher.stream.set(packetReceiver(job))->generation;
+bool FileDownload::begin(const SharedTransfer& transfer) {
+  // A live recording that has just been started must keep its receiver and its command.
+  if (channel_.dispatcher.busy() && channel_.dispatcher.receiver.get()) return false;
+  channel_.watchdog.stop();  // an earlier download's must not take this receiver for its own
+  channel_.beginStream(transfer, packetReceiver(transfer));
   armWatchdog();
-  auto refusal = channel_.subscribeAndSend(request);
-  job->command = dispatcher.pending.generation();
-  return refusal;
+  return true;
 }
 
 // Whatever command is pending at this moment is told when the stream stalls; in a plain download there is
 // none.
 void FileDownload::armWatchdog() {
   ReplyHandler onTimeout;
-  if (auto pending = channel_.dispatcher.pending.current()) {
-    onTimeout = [this, pending = std::move(pending)](const MaybeError& error, const auto& reply) {
+  if (auto pending = channel_.dispatcher.pending()) {
+    onTimeout = [this, pending = std::move(pending)](const MaybeError& error, const Reply& reply) {
       channel_.dispatcher.complete(pending, error, reply);
     };
   }
   channel_.watchdog.start(channel_.weakOwner(), std::move(onTimeout));
 }
 
-ReplyHandler FileDownload::packetReceiver(const SharedJob& job) {
-  return
-      [this, weak = channel_.weakOwner(), job](const MaybeError&, const std::optional<std::string>& packet) {
-        auto owner = weak.lock();
-        if (!owner) return;
-        channel_.watchdog.written = true;
-        channel_.log.debug("Call writeDataBlock!");
-        channel_.queues.async(QueueId::download,
-                              [this, owner = std::move(owner), job, packet] { takePacket(job, packet); });
-      };
+ReplyHandler FileDownload::packetReceiver(const SharedTransfer& transfer) {
+  return [this, weak = channel_.weakOwner(), transfer](const MaybeError&, const Reply& packet) {
+    auto owner = weak.lock();
+    if (!owner) return;
+    channel_.watchdog.written = true;
+    channel_.log.debug("Call writeDataBlock!");
+    channel_.queues.async(
+        kDownloadQueue, [this, owner = std::move(owner), transfer, packet] { takePacket(transfer, packet); });
+  };
 }
 
-void FileDownload::takePacket(const SharedJob& job, const std::optional<std::string>& packet) {
-  const auto receiver = channel_.dispatcher.stream.current();
-  const bool replaced = receiver && receiver->generation != job->receiver;  // by a live recording
-  if (job->over || replaced) return;
+void FileDownload::takePacket(const SharedTransfer& transfer, const Reply& packet) {
+  if (!isWanted(transfer)) return;
   std::uint64_t size = 0;
-  const std::int64_t result = KWTCmdResponse::writeDownloadData(packet, &size, job->file);
-  logFailedWrite(job);
-  job->written += size;
-  callHost(channel_.log, job->progress, job->written, job->total);
-  if ((job->written != 0 && job->written >= job->total) || result != 0) finish(job);
+  const std::int64_t result = KWTCmdResponse::writeDownloadData(packet, &size, transfer->file);
+  transfer->logFailedWrite(channel_.log);
+  transfer->written += size;
+  callHost(channel_.log, transfer->progress, transfer->written, transfer->total);
+  if ((transfer->written != 0 && transfer->written >= transfer->total) || result != 0) finish(transfer);
 }
 
-void FileDownload::finish(const SharedJob& job) {
-  const bool reported = job->over.exchange(true);
-  const bool saved = job->file && job->file->failure().empty();
-  if (!reported) callHost(channel_.log, job->progress, job->total, job->total);
+// What was reported as failed must not end in a deletion, and another's stream is not this one's to end.
+bool FileDownload::isWanted(const SharedTransfer& transfer) {
+  return !transfer->reported && channel_.isCurrent(transfer);
+}
+
+void FileDownload::finish(const SharedTransfer& transfer) {
+  using Delivery = Dispatcher::Delivery;
+  if (!isWanted(transfer)) return;
+  callHost(channel_.log, transfer->progress, transfer->total, transfer->total);
+  std::shared_ptr<Command> pending;
+  channel_.transaction([&] {
+    transfer->complete = isWanted(transfer);
+    pending = channel_.dispatcher.pending();
+  });
+  if (!transfer->complete) return;
   // A failed acknowledgement may be on its way to the caller at this very moment: then nothing is deleted.
-  const bool failing = reported || complete(job) == Dispatcher::Delivery::byAnother;
-  channel_.dispatcher.stream.clearUpTo(job->receiver);
-  if (failing) return;
-  if (!saved) return;  // the device's copy is the only one
-  notifyDownloadSuccess();
+  const bool failing =
+      channel_.dispatcher.complete(pending, std::nullopt, std::nullopt) == Delivery::byAnother;
+  channel_.endStream(transfer);
+  if (failing || !transfer->saved()) return;  // the device's copy is the only one
+  removal_.notifyDownloadSuccess();
   channel_.platform.scheduler->sleep(kPause);
-  deletion_.deleteFile(job->fileId,
-                       [log = channel_.log, id = job->fileId](const MaybeError& error, const auto&) {
-                         log.info("Delete fileId(%ld) error:%@", id, description(error));
-                       });
+  removal_.deleteFile(transfer->fileId,
+                      [log = channel_.log, id = transfer->fileId](const MaybeError& error, const auto&) {
+                        log.info("Delete fileId(%ld) error:%@", id, description(error));
+                      });
 }
 
-// After the watchdog has cleared the request, the pending command is another's.
-Dispatcher::Delivery FileDownload::complete(const SharedJob& job) {
-  const auto pending = channel_.dispatcher.pending.current();
-  const bool own = pending && pending->generation == job->command;
-  return channel_.dispatcher.complete(own ? pending : nullptr, std::nullopt, std::nullopt);
-}
-
-void FileDownload::logFailedWrite(const SharedJob& job) {
-  if (job->failureLogged || !job->file) return;
-  const std::string failure = job->file->failure();
-  if (failure.empty()) return;
-  job->failureLogged = true;
-  channel_.log.error("Cannot write %@: %@; the recording stays on the device", job->path, failure);
-}
-
-void FileDownload::notifyDownloadSuccess(ReplyHandler completion) {
-  channel_.request({
-      .writeTo = CHARACTERISTIC_WRITE,
-      .notifyOn = CHARACTERISTIC_NOTIFY,
-      .cmdType = KWTCmdTypeNotifyDownloadSuccess,
-      .frame = downloadNotice(),
-      .onReply = [log = channel_.log, completion](
-                     const MaybeError& error,
-                     const std::optional<std::string>& reply) { callHost(log, completion, error, reply); },
-      .onBusy = channel_.errorTo(completion),
-  });
-}
-
-bool FileDownload::notifyDownloadSuccess() {
-  constexpr Duration kNoticeTimeout = std::chrono::seconds(2);
-  return blockingRequest<bool>(channel_, QueueId::notifyDownload, kNoticeTimeout, true, [this](auto finish) {
-    notifyDownloadSuccess([finish](const MaybeError&, const std::optional<std::string>&) { finish(true); });
-  });
-}
-
-}  // namespace kwtsdk::internal
+}  // namespace internal
+}  // namespace kwtsdk

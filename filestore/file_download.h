@@ -3,43 +3,40 @@
 #include <memory>
 #include <string>
 
-#include "filestore/file_deletion.h"
 #include "filestore/file_queries.h"
+#include "filestore/file_removal.h"
 #include "status/status_queries.h"
 
 namespace kwtsdk::internal {
 
-/// Download of the store's first file, and the notice that it succeeded.
+/// Download of the store's first file.
 class FileDownload {
  public:
-  FileDownload(CommandChannel& channel, StatusQueries& status, FileQueries& files, FileDeletion& deletion)
-      : channel_(channel), status_(status), files_(files), deletion_(deletion) {}
+  FileDownload(CommandChannel& channel, StatusQueries& status, FileQueries& files, FileRemoval& removal)
+      : channel_(channel), status_(status), files_(files), removal_(removal) {}
 
   void downloadFirstFlashFile(const std::string& outputFilePath, Progress progress, Completion completion);
-  void notifyDownloadSuccess(ReplyHandler completion);
-  bool notifyDownloadSuccess();
 
  private:
-  struct Job;
-  using SharedJob = std::shared_ptr<Job>;
+  struct Transfer;
+  using SharedTransfer = std::shared_ptr<Transfer>;
 
   // On the download queue, one after the other.
-  void prepare(const SharedJob& job);
-  void stream(const SharedJob& job);
-  std::optional<Dispatcher::Refusal> sendRequest(const SharedJob& job, const Request& request);
-  void takePacket(const SharedJob& job, const std::optional<std::string>& packet);
-  void finish(const SharedJob& job);
-  Dispatcher::Delivery complete(const SharedJob& job);
-  void abandon(const SharedJob& job);
-  void logFailedWrite(const SharedJob& job);
+  void prepare(const SharedTransfer& transfer);
+  void request(const SharedTransfer& transfer);
+  void takePacket(const SharedTransfer& transfer, const Reply& packet);
+  void finish(const SharedTransfer& transfer);
+  void abandon(const SharedTransfer& transfer);
 
+  bool isWanted(const SharedTransfer& transfer);
+  bool begin(const SharedTransfer& transfer);
   void armWatchdog();
-  ReplyHandler packetReceiver(const SharedJob& job);
+  ReplyHandler packetReceiver(const SharedTransfer& transfer);
 
   CommandChannel& channel_;
   StatusQueries& status_;
   FileQueries& files_;
-  FileDeletion& deletion_;
+  FileRemoval& removal_;
 };
 
 }  // namespace kwtsdk::internal

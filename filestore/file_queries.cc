@@ -1,61 +1,77 @@
 #include "filestore/file_queries.h"
 
-#include <utility>
-
 #include <kwtsdk/cmd_response.h>
 
-#include "channel/channels.h"
-#include "channel/host_call.h"
 #include "codec/error_codes.h"
-#include "filestore/frames.h"
-#include "status/blocking_request.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::internal {
+namespace {
 
-void FileQueries::getFileNumAndFirstId(ValueCompletion<FlashInfo> completion) {
-  channel_.request({
-      .writeTo = CHARACTERISTIC_WRITE,
-      .notifyOn = CHARACTERISTIC_NOTIFY,
-      .cmdType = KWTCmdTypeGetFileNumAndFirstId,
-      .frame = countRequest(),
-      .onReply =
-          [log = channel_.log, completion](const MaybeError&, const std::optional<std::string>& reply) {
-            const auto info = KWTCmdResponse::getFlashInfo(reply);
-            callHost(log, completion, info ? std::nullopt : MaybeError(fileIdError()), info);
-          },
-      .onBusy = channel_.errorTo(completion),
-      .freesSlot = true,
-  });
+constexpr QueueLabel kCountQueue{"com.kwt.getflashlist.filenum"}, kInfoQueue{"com.kwt.getFileInfo"},
+    kListQueue{"com.kwt.getflashlist"};
+
+}  // namespace
+
+Command::Plan FileQueries::countQuery(ValueCompletion<FlashInfo> completion) const {
+  return {.type = KWTCmdTypeGetFileNumAndFirstId,
+          .writeTo = wire::CHARACTERISTIC_WRITE,
+          .notifyOn = wire::CHARACTERISTIC_NOTIFY,
+          .frame = wire::countRequest(),
+          .onAnswer =
+              [log = channel_.log, completion](const Answer& answer) {
+                const auto info = KWTCmdResponse::getFlashInfo(answer.reply);
+                callHost(log, completion, info ? std::nullopt : MaybeError(fileIdError()), info);
+              },
+          .onBusy = channel_.errorTo(completion),
+          .clearsPending = true};
 }
 
 std::optional<FlashInfo> FileQueries::getFileNumAndFirstId() {
-  using Info = std::optional<FlashInfo>;
-  return blockingRequest<Info>(channel_, QueueId::fileNum, kReplyTimeout, std::nullopt, [this](auto finish) {
-    getFileNumAndFirstId([finish](const MaybeError&, const Info& info) { finish(info); });
-  });
+  return channel_.askFor<FlashInfo>(kCountQueue, kReplyTimeout,
+                                    [this](auto completion) { return countQuery(completion); });
 }
 
-void FileQueries::getFileInfo(std::int64_t fileId, ValueCompletion<KWTFileHeader> completion) {
-  channel_.request({
-      .writeTo = CHARACTERISTIC_WRITE,
-      .notifyOn = CHARACTERISTIC_NOTIFY,
-      .cmdType = KWTCmdTypeGetFileInfo,
-      .frame = infoRequest(fileId),
-      .onReply =
-          [log = channel_.log, completion](const MaybeError& error, const std::optional<std::string>& reply) {
-            callHost(log, completion, error, KWTCmdResponse::getFileInfo(reply));
-          },
-      .onBusy = channel_.errorTo(completion),
-      .freesSlot = true,
-  });
+std::int64_t FileQueries::firstId() {
+  return static_cast<std::int64_t>(getFileNumAndFirstId().value_or(FlashInfo{}).FirstID);
+}
+
+Command::Plan FileQueries::infoQuery(std::int64_t fileId, ValueCompletion<KWTFileHeader> completion) const {
+  return {.type = KWTCmdTypeGetFileInfo,
+          .writeTo = wire::CHARACTERISTIC_WRITE,
+          .notifyOn = wire::CHARACTERISTIC_NOTIFY,
+          .frame = wire::infoRequest(fileId),
+          .onAnswer =
+              [log = channel_.log, completion](const Answer& answer) {
+                callHost(log, completion, answer.error, KWTCmdResponse::getFileInfo(answer.reply));
+              },
+          .onBusy = channel_.errorTo(completion),
+          .clearsPending = true};
 }
 
 std::optional<KWTFileHeader> FileQueries::getFileInfo(std::int64_t fileId) {
-  using Header = std::optional<KWTFileHeader>;
-  return blockingRequest<Header>(
-      channel_, QueueId::fileInfo, kReplyTimeout, std::nullopt, [this, fileId](auto finish) {
-        getFileInfo(fileId, [finish](const MaybeError&, const Header& header) { finish(header); });
-      });
+  return channel_.askFor<KWTFileHeader>(
+      kInfoQueue, kReplyTimeout, [this, fileId](auto completion) { return infoQuery(fileId, completion); });
+}
+
+void FileQueries::getFlashFileList(const ValueCompletion<std::vector<KWTFileHeader>>& completion) {
+  const auto refuse = channel_.errorTo(completion);
+  if (channel_.refusedAsBusy(refuse)) return;
+  const auto work = [this, owner = channel_.owner(), completion] { list(completion); };
+  if (!channel_.queues.async(kListQueue, work)) refuse(noThreadError());
+}
+
+void FileQueries::list(const ValueCompletion<std::vector<KWTFileHeader>>& completion) {
+  status_.getPower();  // wakes the recorder; the level does not matter
+  const auto info = getFileNumAndFirstId();
+  if (!info) return callHost(channel_.log, completion, fileIdError(), std::nullopt);
+  const auto count = static_cast<std::int64_t>(info->Num), first = static_cast<std::int64_t>(info->FirstID);
+  std::vector<KWTFileHeader> headers;
+  for (std::int64_t i = 0; i < count; ++i) {
+    channel_.platform.scheduler->sleep(kPause);
+    if (auto header = getFileInfo(first + i)) headers.push_back(*header);
+  }
+  callHost(channel_.log, completion, std::nullopt, headers);
 }
 
 }  // namespace kwtsdk::internal

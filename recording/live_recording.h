@@ -1,13 +1,11 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 
 #include <kwtsdk/record_packet_result.h>
 
 #include "channel/command_channel.h"
-#include "channel/shared_field.h"
 
 namespace kwtsdk::internal {
 
@@ -16,31 +14,29 @@ class LiveRecording {
  public:
   explicit LiveRecording(CommandChannel& channel) : channel_(channel) {}
 
-  void startRecordWithType(std::int64_t type, const std::string& outputFilePath, Completion completion);
+  void startRecordWithType(std::int64_t type, const std::string& outputFilePath,
+                           const Completion& completion);
   void stopRecord(const Completion& completion);
 
   /// Where audio goes; keeps the closed file of a recording that the recorder ended.
   SharedField<std::shared_ptr<FileHandle>> file;
 
  private:
-  struct Job;
-  using SharedJob = std::shared_ptr<Job>;
+  struct Take;
+  using SharedTake = std::shared_ptr<Take>;
 
-  // Under the send gate.
-  CommandChannel::Attempt start(std::int64_t type, const std::string& path, const Completion& completion);
-  CommandChannel::Attempt stop(const Completion& completion);
-  void retire(const SharedJob& successor);
-
-  ReplyHandler packetRoute(const SharedJob& job);
-  ReplyHandler stopReplyHandler(const Completion& completion, CommandChannel::Subscription subscription);
+  void begin(const SharedTake& take);
+  void end();
+  ReplyHandler packetReceiver(const SharedTake& take);
 
   // On the recording queue.
-  void takePacket(const SharedJob& job, const std::optional<std::string>& packet);
-  void tearDown(const SharedJob& job, const std::shared_ptr<FileHandle>& output);
-  void logFailedWrite(const SharedJob& job, const std::shared_ptr<FileHandle>& output);
+  void takePacket(const SharedTake& take, const Reply& packet);
 
   CommandChannel& channel_;
-  SharedJob current_;  // under the send gate
 };
+
+/// Conversion of recorded files by the platform's converter, on the caller's thread. No part of the traffic.
+bool convertOpusFile(const CommandChannel& channel, const std::string& inputPath,
+                     const std::string& outputPath, std::int64_t decodeType);
 
 }  // namespace kwtsdk::internal

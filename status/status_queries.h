@@ -9,19 +9,28 @@
 
 namespace kwtsdk::internal {
 
-/// Battery level, firmware version and storage capacity.
+/// Battery level, firmware version and storage capacity. A query is a plan for its command, sent as it is by
+/// the completion form and asked for by the blocking one.
 class StatusQueries {
  public:
   explicit StatusQueries(CommandChannel& channel) : channel_(channel) {}
 
-  void getPower(LevelCompletion completion);
+  void getPower(const LevelCompletion& completion) { channel_.send(powerQuery(completion)); }
   std::int64_t getPower();
-  void getFirmwareVersion(ValueCompletion<std::string> completion);
+  void getFirmwareVersion(const ValueCompletion<std::string>& completion) {
+    channel_.send(versionQuery(completion));
+  }
   std::optional<std::string> getFirmwareVersion();
-  void getCapacity(ValueCompletion<ByteCounts> completion);
+  void getCapacity(const ValueCompletion<ByteCounts>& completion) {
+    channel_.send(capacityQuery(completion));
+  }
   std::optional<ByteCounts> getCapacity();
 
  private:
+  Command::Plan powerQuery(LevelCompletion completion) const;
+  Command::Plan versionQuery(ValueCompletion<std::string> completion) const;
+  Command::Plan capacityQuery(ValueCompletion<ByteCounts> completion) const;
+
   CommandChannel& channel_;
 };
 

@@ -4,11 +4,13 @@
 
 #include <kwtsdk/bluez/device.h>
 
-#include "channel/channels.h"
 #include "tools/bluetooth_failure.h"
 #include "tools/host_link.h"
 #include "tools/observation.h"
 #include "tools/terminal_line.h"
+#include "wire/firmware_channel.h"
+#include "wire/recorder_channel.h"
+#include "wire/status_channel.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -49,9 +51,9 @@ void connect(const Device& device, const Scheduler& scheduler, const Interrupt& 
 void checkChannels(const bluez::Device& device) {
   const auto characteristics = device.characteristics();
   for (const char* const text :
-       {internal::CHARACTERISTIC_FOR_COMMUNICATION_WRITE, internal::CHARACTERISTIC_FOR_COMMUNICATION_NOTIFY,
-        internal::CHARACTERISTIC_WRITE, internal::CHARACTERISTIC_NOTIFY,
-        internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY}) {
+       {wire::CHARACTERISTIC_FOR_COMMUNICATION_WRITE, wire::CHARACTERISTIC_FOR_COMMUNICATION_NOTIFY,
+        wire::CHARACTERISTIC_WRITE, wire::CHARACTERISTIC_NOTIFY,
+        wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY}) {
     const auto isIt = [uuid = Uuid::fromString(text)](const auto& known) { return known->UUID() == uuid; };
     if (std::ranges::any_of(characteristics, isIt)) continue;
     throw Failure(

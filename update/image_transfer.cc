@@ -1,38 +1,39 @@
 #include "update/image_transfer.h"
 
 #include <algorithm>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
-#include "channel/channels.h"
-#include "channel/host_call.h"
-#include "channel/wait_cell.h"
 #include "codec/crc32.h"
 #include "codec/error_codes.h"
-#include "update/frames.h"
-#include "update/resume_record.h"
-#include "update/segment.h"
+#include "wire/firmware_channel.h"
 
 namespace kwtsdk::internal {
 namespace {
 
-constexpr std::int64_t kPacketFloor = 220;  // a smaller MTU does not make packets smaller
-constexpr std::uint64_t kSmallestPacket = 88;
+constexpr QueueLabel kSendQueue{"com.kwt.sdk.send"};
 
 /// Throws when the recorder's smallest packet reaches behind the end of the image.
 Bytes slice(const Bytes& image, std::uint64_t position, std::uint64_t size) {
   if (auto bytes = subDataWithRange(image, position, size)) return std::move(*bytes);
+  if (size <= image.size() - position) throw std::bad_alloc();
   throw std::out_of_range("The image of " + std::to_string(image.size()) + " bytes cannot be sent: at byte " +
                           std::to_string(position) + " only " + std::to_string(image.size() - position) +
-                          " bytes remain, and a packet holds at least " + std::to_string(kSmallestPacket) +
-                          ". Pad the image so that its length modulo " + std::to_string(kSegmentSize) +
+                          " bytes remain, and a packet holds at least " +
+                          std::to_string(wire::kSmallestPacket) +
+                          ". Pad the image so that its length modulo " + std::to_string(wire::kSegmentSize) +
                           " is 0 or leaves enough for a packet.");
 }
 
 }  // namespace
 
-struct ImageTransfer::Job {
+std::string resumeKey(const Bytes& image) {
+  return std::string("KWTKey_").append(std::to_string(crc32Value(image)));
+}
+
+struct ImageTransfer::Upload {
   Image image;
   std::string resumeKey;
   Progress progress;
@@ -64,121 +65,118 @@ void ImageTransfer::uploadFirmWare(const Image& image, std::uint64_t offset, con
     channel_.log.info("断点续传的偏移量大于等于固件文件长度,重置为0");
     offset = 0;
   }
-  const auto job = std::make_shared<Job>(
-      Job{image, resumeKey(crc32Value(*image)), progress, completion, offset, {}, true});
-  const auto work = [this, self, job] { run(*job); };
-  if (!channel_.queues.async(QueueId::send, work)) end(noThreadError());
+  const auto upload =
+      std::make_shared<Upload>(Upload{image, resumeKey(*image), progress, completion, offset, {}, true});
+  const auto work = [this, self, upload] { run(*upload); };
+  if (!channel_.queues.async(kSendQueue, work)) end(noThreadError());
 }
 
-void ImageTransfer::run(Job& job) {
+void ImageTransfer::run(Upload& upload) {
   MaybeError outcome = exceptionError("The transfer of the image failed; the log says why.");
   guardedCall(channel_.log, "The transfer of an image", [&] {
     try {
-      outcome = sendAll(job);
+      outcome = sendAll(upload);
     } catch (const std::out_of_range& tail) {
       outcome = Error("std::out_of_range", 0, {{kDescriptionKey, tail.what()}});
     }
   });
-  callHost(channel_.log, job.completion, outcome, std::nullopt);
+  callHost(channel_.log, upload.completion, outcome, std::nullopt);
 }
 
-MaybeError ImageTransfer::sendAll(Job& job) {
+MaybeError ImageTransfer::sendAll(Upload& upload) {
   channel_.log.info("Current MTU: %ld", mtu_.load());
-  const auto limit = static_cast<std::uint64_t>(std::max(kPacketFloor, mtu_.load()));
-  job.segment.reserve(kSegmentSize);
+  const auto limit = static_cast<std::uint64_t>(std::max(wire::kPacketFloor, mtu_.load()));
+  upload.segment.reserve(wire::kSegmentSize);
   while (true) {
-    if (!channel_.link.connected()) return transferDisconnectedError();
-    if (!job.confirmed) return transferCheckError();
-    if (job.position >= job.image->size()) return std::nullopt;
-    sendPacket(job, limit);
-    if (job.segment.size() >= kSegmentSize || job.position >= job.image->size()) checkSegment(job);
+    if (!channel_.binding.connected()) return transferDisconnectedError();
+    if (!upload.confirmed) return transferCheckError();
+    if (upload.position >= upload.image->size()) return std::nullopt;
+    sendPacket(upload, limit);
+    if (upload.segment.size() >= wire::kSegmentSize || upload.position >= upload.image->size())
+      checkSegment(upload);
   }
 }
 
-void ImageTransfer::sendPacket(Job& job, std::uint64_t limit) {
-  const std::uint64_t total = job.image->size();
-  std::uint64_t size = std::min(limit, total - job.position);
-  size = std::max(size, kSmallestPacket);
-  size = std::min(size, kSegmentSize - job.segment.size());
-  const Bytes packet = slice(*job.image, job.position, size);
+void ImageTransfer::sendPacket(Upload& upload, std::uint64_t limit) {
+  const std::uint64_t total = upload.image->size();
+  std::uint64_t size = std::min(limit, total - upload.position);
+  size = std::max(size, wire::kSmallestPacket);
+  size = std::min(size, wire::kSegmentSize - upload.segment.size());
+  const Bytes packet = slice(*upload.image, upload.position, size);
   // What becomes of the write does not matter here: the check tells whether the segment arrived.
   updateSendData(packet, nullptr);
-  job.position += size;
-  callHost(channel_.log, job.progress, job.position, total);
-  job.segment.insert(job.segment.end(), packet.begin(), packet.end());
+  upload.position += size;
+  callHost(channel_.log, upload.progress, upload.position, total);
+  upload.segment.insert(upload.segment.end(), packet.begin(), packet.end());
 }
 
-void ImageTransfer::checkSegment(Job& job) {
-  const auto cell = std::make_shared<WaitCell<bool>>(*channel_.platform.scheduler, "kwt.update.check", false);
-  updateCheckData(job.segment, [cell, dropped = WaitCell<bool>::endWhenDropped(cell)](
-                                   const MaybeError& error, bool) { cell->finish(!error); });
-  job.confirmed = cell->wait(std::nullopt);
-  if (job.confirmed) {
+void ImageTransfer::checkSegment(Upload& upload) {
+  Wait<bool> wait(*channel_.platform.scheduler, "kwt.update.check", false);
+  updateCheckData(upload.segment,
+                  [promise = wait.promise()](const MaybeError& error, bool) { promise->set(!error); });
+  upload.confirmed = wait.wait(std::nullopt);
+  if (upload.confirmed) {
     guardedCall(channel_.log, "Settings::write",
-                [&] { channel_.platform.settings->write(job.resumeKey, job.position); });
+                [&] { channel_.platform.settings->write(upload.resumeKey, upload.position); });
   }
-  job.segment.clear();
+  upload.segment.clear();
 }
 
+// One packet is in flight, always: a command that is cleared meanwhile ends the wait only when no
+// acknowledgement can come.
 void ImageTransfer::updateSendData(const Bytes& packet, const ReplyHandler& completion) {
   const auto self = channel_.owner();
-  const auto cell = std::make_shared<WaitCell<bool>>(*channel_.platform.scheduler, "kwt.update.data", false);
-  channel_.dispatcher.send(
-      dataRequest(packet), CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, KWTCmdTypeUpdateSendData,
-      [cell, dropped = WaitCell<bool>::endWhenDropped(cell), completion, log = channel_.log](
-          const MaybeError& error, const std::optional<std::string>& reply) {
-        callHost(log, completion, error, reply);
-        cell->finish(true);
-      });
-  cell->wait(std::nullopt);
+  Wait<bool> wait(*channel_.platform.scheduler, "kwt.update.data", false);
+  {
+    const auto promise = wait.promise();
+    channel_.send({.type = KWTCmdTypeUpdateSendData,
+                   .writeTo = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                   .frame = wire::dataRequest(packet),
+                   .onAnswer =
+                       [promise, completion, log = channel_.log](const Answer& answer) {
+                         callHost(log, completion, answer.error, answer.reply);
+                         promise->set(true);
+                       },
+                   .untilAcknowledged = promise});
+  }
+  wait.wait(std::nullopt);
 }
 
 void ImageTransfer::updateCheckData(const Bytes& segment, const StepCompletion& completion) {
-  channel_.log.info("updateCheckData");
-  channel_.exchange(CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, KWTCmdTypeUpdateCheckData, checkRequest(segment),
-                    [&](CommandChannel::Subscription subscription) -> ReplyHandler {
-                      return [this, weak = channel_.weakOwner(), completion, subscription](
-                                 const MaybeError&, const std::optional<std::string>& reply) {
-                        const auto alive = weak.lock();
-                        if (!alive) return;
-                        const bool confirmed = reply && reply->starts_with("8301");
-                        channel_.log.info("updateCheckData res:%d", confirmed ? 1 : 0);
-                        channel_.endSubscription(CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, subscription);
-                        callHost(channel_.log, completion,
-                                 confirmed ? std::nullopt : MaybeError(checkFailedError()), confirmed);
-                      };
-                    });
+  channel_.send(
+      {.type = KWTCmdTypeUpdateCheckData,
+       .writeTo = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+       .notifyOn = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+       .frame = wire::checkRequest(segment),
+       .onAnswer =
+           [log = channel_.log, completion](const Answer& answer) {
+             const bool confirmed = answer.reply && answer.reply->starts_with(wire::kSegmentConfirmed);
+             log.info("updateCheckData res:%d", confirmed ? 1 : 0);
+             answer.cleanUp();
+             callHost(log, completion, confirmed ? std::nullopt : MaybeError(checkFailedError()), confirmed);
+           },
+       .logLine = "updateCheckData"});
 }
 
 void ImageTransfer::updateBye(const StepCompletion& completion) {
-  channel_.exchange(CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, KWTCmdTypeUpdateBye, byeRequest(),
-                    [&](CommandChannel::Subscription subscription) -> ReplyHandler {
-                      return [this, weak = channel_.weakOwner(), completion, subscription](
-                                 const MaybeError&, const std::optional<std::string>& reply) {
-                        const auto alive = weak.lock();
-                        if (!alive) return;
-                        const bool accepted = reply && reply->starts_with("8401");
-                        callHost(channel_.log, completion,
-                                 accepted ? std::nullopt : MaybeError(updateByeError()), accepted);
-                        channel_.endSubscription(CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, subscription);
-                        channel_.log.info("updateBye response:%@", reply.value_or("(null)"));
-                      };
-                    });
+  channel_.send({.type = KWTCmdTypeUpdateBye,
+                 .writeTo = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                 .notifyOn = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                 .frame = wire::byeRequest(),
+                 .onAnswer = [log = channel_.log, completion](const Answer& answer) {
+                   const bool accepted = answer.reply && answer.reply->starts_with(wire::kByeAccepted);
+                   callHost(log, completion, accepted ? std::nullopt : MaybeError(updateByeError()),
+                            accepted);
+                   answer.cleanUp();
+                   log.info("updateBye response:%@", answer.reply.value_or("(null)"));
+                 }});
 }
 
-CallbackSlot::Generation ImageTransfer::updateDone() {
-  Dispatcher& dispatcher = channel_.dispatcher;
-  const ReplyHandler nobodyWaits = [](const MaybeError&, const std::optional<std::string>&) {};
-  std::optional<Dispatcher::Refusal> refusal;
-  CallbackSlot::Generation command = 0;
-  {
-    const SendGate::Hold hold(dispatcher.gate);
-    refusal = dispatcher.sendHeld(doneRequest(), CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
-                                  KWTCmdTypeUpdateDone, nobodyWaits);
-    if (!refusal) command = dispatcher.pending.generation();
-  }
-  if (refusal) dispatcher.reportRefusal(*refusal, nobodyWaits);
-  return command;
+std::shared_ptr<Command> ImageTransfer::updateDone() {
+  return channel_.send({.type = KWTCmdTypeUpdateDone,
+                        .writeTo = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                        .frame = wire::doneRequest(),
+                        .onAnswer = [](const Answer&) {}});  // nobody waits
 }
 
 }  // namespace kwtsdk::internal

@@ -4,10 +4,14 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "channel/command_channel.h"
 
 namespace kwtsdk::internal {
+
+/// The settings key under which the confirmed bytes of an image are kept.
+std::string resumeKey(const Bytes& image);
 
 /// Sends an image in packets, lets the recorder confirm every segment, and closes the update.
 class ImageTransfer {
@@ -28,17 +32,17 @@ class ImageTransfer {
   void updateCheckData(const Bytes& segment, const StepCompletion& completion);
   void updateBye(const StepCompletion& completion);
 
-  /// The generation of the command, which nobody is expected to answer; 0 when it was refused.
-  CallbackSlot::Generation updateDone();
+  /// The command, which nobody is expected to answer; null when it was not sent.
+  std::shared_ptr<Command> updateDone();
 
  private:
-  struct Job;
+  struct Upload;
 
   // On the transfer queue.
-  void run(Job& job);
-  MaybeError sendAll(Job& job);
-  void sendPacket(Job& job, std::uint64_t limit);
-  void checkSegment(Job& job);
+  void run(Upload& upload);
+  MaybeError sendAll(Upload& upload);
+  void sendPacket(Upload& upload, std::uint64_t limit);
+  void checkSegment(Upload& upload);
 
   CommandChannel& channel_;
   const std::atomic<std::int64_t>& mtu_;

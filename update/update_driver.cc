@@ -4,17 +4,14 @@
 #include <memory>
 #include <utility>
 
-#include "channel/host_call.h"
-#include "channel/wait_cell.h"
-#include "codec/crc32.h"
 #include "codec/error_codes.h"
-#include "codec/file_data.h"
-#include "update/resume_record.h"
-#include "update/segment.h"
+#include "platform/posix/files.h"
+#include "wire/firmware_channel.h"
 
 namespace kwtsdk::internal {
 namespace {
 
+constexpr QueueLabel kAwaitQueue{"com.kwt.await"};
 constexpr Duration kStepTimeout = std::chrono::seconds(5);
 
 // Every update sends the whole image, whatever was confirmed before: recorders begin anew with each prepare.
@@ -29,7 +26,7 @@ void UpdateDriver::updateFirmware(const std::string& imagePath, const Progress& 
       callHost(channel_.log, completion, error, error ? std::nullopt : std::optional<std::string>("success"));
     };
     MaybeError outcome = exceptionError("The update failed; the log says why.");
-    CallbackSlot::Generation done = 0;
+    std::shared_ptr<Command> done;
     guardedCall(channel_.log, "An update", [&] {
       auto data = dataOfFile(imagePath);
       if (!data) {
@@ -42,10 +39,9 @@ void UpdateDriver::updateFirmware(const std::string& imagePath, const Progress& 
       if (!outcome) done = finish(*image);
     });
     report(outcome);
-    // Nobody answers the done command.
-    channel_.dispatcher.pending.clearUpTo(done);
+    channel_.giveUp(done);  // nobody answers it
   };
-  if (!channel_.queues.async(QueueId::await, work)) {
+  if (!channel_.queues.async(kAwaitQueue, work)) {
     callHost(channel_.log, completion, noThreadError(), std::nullopt);
   }
 }
@@ -58,7 +54,7 @@ MaybeError UpdateDriver::install(const ImageTransfer::Image& image, const Progre
       {kStepTimeout, [&](const Done& done) { handshake_.updateSelectionSide(flag(done)); }},
       {kStepTimeout,
        [&](const Done& done) {
-         handshake_.updateResumeVerify(static_cast<std::int64_t>(kSegmentSize), kOffset, flag(done));
+         handshake_.updateResumeVerify(static_cast<std::int64_t>(wire::kSegmentSize), kOffset, flag(done));
        }},
       {kStepTimeout, [&](const Done& done) { handshake_.updateBegin(*image, flag(done)); }},
       {kStepTimeout, [&](const Done& done) { handshake_.updateConfig(*image, flag(done)); }},
@@ -79,27 +75,24 @@ MaybeError UpdateDriver::install(const ImageTransfer::Image& image, const Progre
 MaybeError UpdateDriver::runStep(std::optional<Duration> timeout,
                                  const std::function<void(std::function<void(const MaybeError&)>)>& step) {
   // One for each step: the late answer to an earlier step ends nothing.
-  const auto cell =
-      std::make_shared<WaitCell<MaybeError>>(*channel_.platform.scheduler, "kwt.update.step", timeoutError());
-  // Without a time-out nothing else would end the wait for a command that was cleared.
-  step([cell, dropped = timeout ? nullptr : WaitCell<MaybeError>::endWhenDropped(cell)](
-           const MaybeError& error) { cell->finish(error); });
-  return cell->wait(timeout);
+  Wait<MaybeError> wait(*channel_.platform.scheduler, "kwt.update.step", timeoutError());
+  step([promise = wait.promise()](const MaybeError& error) { promise->set(error); });
+  return wait.wait(timeout);
 }
 
 void UpdateDriver::logConfirmed(const Bytes& image) const {
   guardedCall(channel_.log, "Settings", [&] {
-    const auto confirmed = channel_.platform.settings->read(resumeKey(crc32Value(image)));
+    const auto confirmed = channel_.platform.settings->read(resumeKey(image));
     channel_.log.info("Confirmed before: %lu bytes of %lu", confirmed.value_or(0), image.size());
   });
 }
 
-CallbackSlot::Generation UpdateDriver::finish(const Bytes& image) {
+std::shared_ptr<Command> UpdateDriver::finish(const Bytes& image) {
   guardedCall(channel_.log, "Settings", [&] {
-    channel_.platform.settings->remove(resumeKey(crc32Value(image)));
+    channel_.platform.settings->remove(resumeKey(image));
     channel_.platform.settings->flush();
   });
-  const CallbackSlot::Generation done = transfer_.updateDone();
+  const auto done = transfer_.updateDone();
   channel_.platform.scheduler->sleep(kPause);
   return done;
 }

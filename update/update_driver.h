@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -22,7 +23,7 @@ class UpdateDriver {
   // On the await queue.
   MaybeError install(const ImageTransfer::Image& image, const Progress& progress);
   void logConfirmed(const Bytes& image) const;
-  CallbackSlot::Generation finish(const Bytes& image);
+  std::shared_ptr<Command> finish(const Bytes& image);
   MaybeError runStep(std::optional<Duration> timeout,
                      const std::function<void(std::function<void(const MaybeError&)>)>& step);
 

@@ -3,10 +3,16 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
+#include <string>
 
 #include "channel/command_channel.h"
 
 namespace kwtsdk::internal {
+
+/// What the recorder knows an image by, as hex text: its last four bytes with the very last replaced by zero.
+/// None for fewer than four bytes.
+std::optional<std::string> identifyImage(const Bytes& image);
 
 /// The five exchanges before an image is sent. Each clears what is pending when it is answered or refused,
 /// also another command.
@@ -20,16 +26,14 @@ class UpdateHandshake {
   void updateBegin(const Bytes& image, const StepCompletion& completion);
   void updateConfig(const Bytes& image, const StepCompletion& completion);
 
-  /// Set by every begin, and by hosts.
+  /// Bytes of a packet: set by every begin, and by hosts.
   std::atomic<std::int64_t> mtu{0};
 
  private:
-  using Reply = std::optional<std::string>;
   using Judge = std::function<MaybeError(const MaybeError& error, const Reply& reply)>;
 
-  void exchange(std::int64_t cmdType, const Bytes& frame, const StepCompletion& completion,
-                const Judge& judge, const std::function<void(const Reply& reply)>& afterwards = nullptr);
-  std::int64_t longestWrite() const;
+  void step(std::int64_t type, Bytes frame, const StepCompletion& completion, const Judge& judge,
+            const std::function<void(const Reply& reply)>& afterwards = nullptr);
 
   CommandChannel& channel_;
 };

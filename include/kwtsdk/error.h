@@ -39,9 +39,10 @@ using MaybeError = std::optional<Error>;  // nullopt: no error
 KWTSDK_EXPORT Error makeErrorWithInfo(std::int64_t code, const char* format,
                                       const std::vector<FormatArgument>& arguments);
 
-/// An error of domain "com.kwt.sdk" whose text is `format` filled with `args`, printf style; "%@" takes text.
-/// A null format gives the text "error!". An argument that does not fit its placeholder is printed as it is,
-/// a missing one leaves the placeholder standing. Any thread; never blocks.
+/// An error of domain "com.kwt.sdk" whose text is `format` filled with `args` as printf fills it
+/// (POSIX.1-2017), with flags, width, precision, "*" and length modifiers; "%@" takes text or an Error, "%d"
+/// also an enumeration. A null format gives the text "error!". An argument that does not fit its placeholder
+/// is printed as it is, a missing one leaves the placeholder standing. Any thread; never blocks.
 template <class... Args>
 Error errorWithInfo(std::int64_t code, const char* format, const Args&... args) {
   return makeErrorWithInfo(code, format, {FormatArgument(args)...});

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <kwtsdk/export.h>
@@ -17,7 +15,7 @@ namespace kwtsdk {
 /// process. Into a pipe whose reader has gone, the first write raises SIGPIPE, as write(2) does.
 class KWTSDK_EXPORT FileHandle {
  public:
-  explicit FileHandle(int descriptor) : descriptor_(descriptor), closed_(descriptor < 0) {}
+  explicit FileHandle(int descriptor);  // negative: a closed file
   ~FileHandle();
   FileHandle(const FileHandle&) = delete;
   FileHandle& operator=(const FileHandle&) = delete;
@@ -28,20 +26,14 @@ class KWTSDK_EXPORT FileHandle {
 
   /// Never waits: a write that is running goes on to its end, and the file is given back after it.
   void close();
-  bool isOpen() const { return !closed_; }
+  bool isOpen() const;
 
   /// Why the first failed write failed; "" while none has.
   std::string failure() const;
 
  private:
-  std::string writeAll(const char* at, std::size_t size);
-  void releaseIfClosed();
-
-  std::mutex writing_;
-  int descriptor_;  // under `writing_`
-  std::atomic<bool> closed_;
-  mutable std::mutex failureMutex_;
-  std::string failure_;
+  struct State;
+  const std::unique_ptr<State> state_;
 };
 
 /// Size in bytes; 0 when the path cannot be examined.

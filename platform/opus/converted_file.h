@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "codec/descriptor.h"
+#include "platform/posix/files.h"
 #include "platform/opus/input_file.h"
 
 namespace kwtsdk::internal {

@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 
-#include "codec/descriptor.h"
+#include "platform/posix/files.h"
 
 namespace kwtsdk::internal {
 

@@ -6,13 +6,11 @@
 #include <charconv>
 #include <cstdio>
 #include <map>
-#include <mutex>
 
-#include <kwtsdk/files.h>
 #include <kwtsdk/settings.h>
 
-#include "codec/descriptor.h"
-#include "codec/file_data.h"
+#include "platform/posix/files.h"
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk {
 namespace {
@@ -68,8 +66,15 @@ class FileSettings : public Settings {
  public:
   explicit FileSettings(std::string path) : path_(std::move(path)) {}
 
+  ~FileSettings() override {
+    try {
+      if (changed()) FileSettings::flush();
+    } catch (...) {  // out of memory: the changes are lost, the file is as it was
+    }
+  }
+
   std::optional<std::uint64_t> read(const std::string& key) const override {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     const auto changed = changes_.find(key);
     if (changed != changes_.end()) return changed->second;
     if (!loaded_) loaded_ = load(path_);
@@ -81,7 +86,7 @@ class FileSettings : public Settings {
   void remove(const std::string& key) override { change(key, std::nullopt); }
 
   void flush() override {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     createParents(path_);
     const internal::Descriptor parent(::open(parentOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (parent.get() >= 0) ::flock(parent.get(), LOCK_EX);  // until it is closed
@@ -104,15 +109,20 @@ class FileSettings : public Settings {
   }
 
  private:
+  bool changed() const {
+    const internal::MutexLock lock(mutex_);
+    return !changes_.empty();
+  }
+
   void change(const std::string& key, std::optional<std::uint64_t> value) {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     changes_[key] = value;
   }
 
   const std::string path_;
-  mutable std::mutex mutex_;
-  mutable std::optional<Values> loaded_;
-  std::map<std::string, std::optional<std::uint64_t>> changes_;
+  mutable internal::Mutex mutex_;
+  mutable std::optional<Values> loaded_ KWT_GUARDED_BY(mutex_);
+  std::map<std::string, std::optional<std::uint64_t>> changes_ KWT_GUARDED_BY(mutex_);
 };
 
 }  // namespace

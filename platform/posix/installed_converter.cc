@@ -2,9 +2,10 @@
 
 #include <dlfcn.h>
 
-#include <mutex>
 #include <string>
 #include <utility>
+
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::internal {
 
@@ -31,7 +32,7 @@ class InstalledConverter : public OpusConverter {
 
   /// Null where there is none; the next conversion looks again.
   std::shared_ptr<OpusConverter> loaded() {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (converter_) return converter_;
     // Never closed: the converter's code has to outlive whoever holds it.
     void* const library = ::dlopen(KWTSDK_OPUS_LIBRARY, RTLD_NOW | RTLD_LOCAL);
@@ -52,9 +53,9 @@ class InstalledConverter : public OpusConverter {
                             " beside the library, or link kwtsdk::opus and set Platform::opusConverter."));
   }
 
-  std::mutex mutex_;
+  Mutex mutex_;
   const std::shared_ptr<Log> log_;
-  std::shared_ptr<OpusConverter> converter_;
+  std::shared_ptr<OpusConverter> converter_ KWT_GUARDED_BY(mutex_);
 };
 
 }  // namespace

@@ -83,6 +83,20 @@ class SharedField {
     const MutexLock lock(mutex_);
     std::swap(value_, value);  // the old value is destroyed with the parameter, after the lock
   }
+  T exchange(T value) KWT_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    std::swap(value_, value);
+    return value;
+  }
+
+  /// Replaces the value by an empty one if it is this one.
+  bool clearIf(const T& value) KWT_EXCLUDES(mutex_) {
+    T removed{};
+    const MutexLock lock(mutex_);
+    if (value_ != value) return false;
+    std::swap(value_, removed);
+    return true;
+  }
 
  private:
   mutable Mutex mutex_;

@@ -16,7 +16,7 @@
 #include <string>
 #include <utility>
 
-#include "codec/descriptor.h"
+#include "platform/posix/files.h"
 #include "sim/air/advertiser.h"
 #include "sim/air/recorder_server.h"
 #include "sim/link/ending_elsewhere.h"

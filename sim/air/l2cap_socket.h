@@ -7,7 +7,7 @@
 
 #include <kwtsdk/bytes.h>
 
-#include "codec/descriptor.h"
+#include "platform/posix/files.h"
 #include "sim/air/bluetooth_address.h"
 
 namespace kwtsdk::sim {

@@ -8,7 +8,7 @@
 
 #include <kwtsdk/bytes.h>
 
-#include "codec/descriptor.h"
+#include "platform/posix/files.h"
 
 namespace kwtsdk::sim {
 

@@ -105,14 +105,6 @@ void HostThread::await(const Shared& report) {
   }
 }
 
-// A blocking form returns only when its command has left nothing behind.
-void HostThread::expectCleanedUp(const char* name) const {
-  if (!calm() || scene_.ledger.timeouts != 0)
-    return;  // a leftover watchdog clears commands without a clean-up
-  EXPECT_FALSE(scene_.helper.completionBlock()) << name;
-  EXPECT_FALSE(scene_.peripheral.subscribed()) << name << " returned before its subscription ended";
-}
-
 void HostThread::completionForm() {
   KWTBluetoothHelper& helper = scene_.helper;
   static constexpr std::array kNames{"power", "version", "capacity", "count", "info", "notice", "deletion"};
@@ -176,11 +168,15 @@ void HostThread::blockingForm() {
       break;
   }
   EXPECT_LE(scene_.scheduler.now() - start, 5s) << "a blocking form ran over its time-out";
-  // The leftover of a download, its watchdog, may take the answer away.
-  if (calm() && scene_.ledger.timeouts == 0) {
-    EXPECT_TRUE(right) << "a blocking form lost its answer";
-  }
-  expectCleanedUp("blocking form");
+  // It returns only when its command has left nothing behind.
+  const bool pending = scene_.helper.completionBlock() != nullptr,
+             subscribed = scene_.peripheral.subscribed();
+  scene_.scheduler.sleep(1ms);  // a watchdog says that it has cleared the command when it has done so
+  // The leftover of a download, its watchdog, may take the answer away, and leaves the subscription.
+  if (!calm() || scene_.ledger.timeouts != 0) return;
+  EXPECT_TRUE(right) << "a blocking form lost its answer";
+  EXPECT_FALSE(pending) << "a blocking form left its command behind";
+  EXPECT_FALSE(subscribed) << "a blocking form returned before its subscription ended";
 }
 
 void HostThread::composite() {

@@ -87,7 +87,6 @@ class HostThread {
   bool undisturbed(const Report& report) const;
   /// Nothing may even have given it another's answer.
   bool calm() const;
-  void expectCleanedUp(const char* name) const;
 
   template <class T>
   ValueCompletion<T> into(const Shared& report, std::function<bool(const T&)> right);

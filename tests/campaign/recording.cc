@@ -3,9 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "channel/channels.h"
 #include "tests/campaign/host_thread.h"
 #include "tests/support/temporary_folder.h"
+#include "wire/firmware_channel.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::campaign {
 
@@ -93,7 +94,7 @@ void HostThread::stopRecording() {
   EXPECT_TRUE(report->calls == 0 || report->right) << "a stop reported something wrong";
   EXPECT_FALSE(scene_.helper.completionBlock()) << "a stop was neither answered nor freed";
   // Without its answer nothing ends the subscription.
-  if (report->calls == 0) scene_.helper.stopSubscribingToCharacteristic(internal::CHARACTERISTIC_NOTIFY);
+  if (report->calls == 0) scene_.helper.stopSubscribingToCharacteristic(wire::CHARACTERISTIC_NOTIFY);
 }
 
 // The file holds the packets from the first on, without a gap; the last ones may still have been queued.

@@ -3,11 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include "channel/channels.h"
 #include "codec/crc32.h"
 #include "tests/campaign/host_thread.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
+#include "wire/firmware_channel.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::campaign {
 
@@ -23,7 +24,7 @@ void HostThread::update() {
   std::copy(version.begin(), version.end(), image.end() - 4);
   testing::writeFile(scene_.path, std::string(image.begin(), image.end()));
   const bool overPending = random_.below(6) == 0, twice = random_.below(4) == 0;
-  if (overPending) scene_.helper.sendCommand({0}, internal::CHARACTERISTIC_WRITE, 3, [](auto&&, auto&&) {});
+  if (overPending) scene_.helper.sendCommand({0}, wire::CHARACTERISTIC_WRITE, 3, [](auto&&, auto&&) {});
   std::vector<Shared> reports;
   for (int i = 0; i < (twice ? 2 : 1); ++i) reports.push_back(startUpdate(image.size()));
   for (const auto& report : reports) awaitUpdate(report);

@@ -66,10 +66,19 @@ TEST(Dispatcher, RoutesAcknowledgementsAndNotifications) {
 
   outcomes.clear();  // firmware data completes on its acknowledgement
   host.firmware->setValue(Bytes{0x83, 0x01});
-  host.helper->sendCommand({0x85}, internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, 15, into(outcomes));
+  host.helper->sendCommand({0x85}, wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, 15, into(outcomes));
   host.acknowledge(host.firmware);
   EXPECT_EQ(outcomes, Lines{"ok||8301"});
   EXPECT_EQ(host.helper->cmdType(), 15);
+
+  outcomes.clear();  // a characteristic whose shared_ptr owns nothing
+  FakeCharacteristic lasting("1234", characteristic_property::write);
+  const std::shared_ptr<FakeCharacteristic> unowned(std::shared_ptr<void>(), &lasting);
+  host.helper->addDiscoveredCharacteristic(unowned);
+  host.helper->sendCommand({0x85}, "1234", 15, into(outcomes));
+  host.acknowledge(unowned);
+  EXPECT_EQ(outcomes, Lines{"ok||none"});
+  host.helper->setDiscoveredCharacteristics({});
 }
 
 TEST(Dispatcher, AStreamTakesEveryNotification) {

@@ -33,6 +33,20 @@ TEST(Watchdog, SilenceEndsTheStream) {
   });
 }
 
+TEST(Watchdog, ClearsWhatItsCallbackStored) {
+  onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
+    const auto stored = [](const MaybeError&, const auto&) {};
+    host.helper->startMonitorTimer([&](const MaybeError&, const auto&) {
+      host.helper->setCompletionBlock(stored);
+      host.helper->setWriteDataBlock(stored);
+      host.helper->startMonitorTimer(stored);
+    });
+    scheduler.sleep(2s);
+    EXPECT_FALSE(host.helper->completionBlock() || host.helper->writeDataBlock() ||
+                 host.helper->monitorTimer());
+  });
+}
+
 TEST(Watchdog, DataInEachIntervalKeepsItWaiting) {
   onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
     host.helper->startMonitorTimer([&](const MaybeError& error, const auto&) { host.outcome.take(error); });

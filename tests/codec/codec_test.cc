@@ -1,11 +1,28 @@
 #include <gtest/gtest.h>
 #include <kwtsdk/kwtsdk.h>
 
+#include <cstdlib>
+#include <new>
 #include <random>
 
 #include "codec/crc32.h"
 #include "codec/error_codes.h"
 #include "codec/hex.h"
+
+namespace {
+
+thread_local std::size_t refusedSize = 0;
+
+}  // namespace
+
+// For tests of what happens without memory.
+void* operator new(std::size_t size) {
+  void* const memory = size == refusedSize && size != 0 ? nullptr : std::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace kwtsdk {
 namespace {
@@ -33,7 +50,7 @@ TEST(Hex, IntegersAndPadding) {
   EXPECT_EQ(littleEndianHexStringWithLength(0x1234, 8), "34120000");
   EXPECT_EQ(littleEndianHexStringWithLength((1ULL << 32) + 1, 8), "01000000");
   EXPECT_EQ(littleEndianHexStringWithLength(1, 4), "01000000");
-  EXPECT_EQ(littleEndianHexStringWithLength(1, -1), "01000000");
+  EXPECT_EQ(littleEndianHexStringWithLength(1, -1), "0        01000000");  // more than 8, as printf fills it
   EXPECT_EQ(littleEndianHexStringWithLength(1, 64), std::string(56, '0') + "01000000");
   EXPECT_EQ(internal::nzeros(3), "000");
   EXPECT_EQ(internal::nzeros(0), "0");
@@ -41,6 +58,13 @@ TEST(Hex, IntegersAndPadding) {
   EXPECT_EQ(internal::hexToDecimal(Bytes{1, 2}), 258U);
   EXPECT_EQ(internal::hexToDecimal(Bytes{1, 0, 0, 0, 0, 0, 0, 0, 5}), 5U);
   EXPECT_EQ(internal::reverse(Bytes{1, 2, 3}), (Bytes{3, 2, 1}));
+}
+
+TEST(ByteSlice, IsNoneWhenMemoryIsShort) {
+  const Bytes data(1 << 20);
+  refusedSize = data.size();
+  EXPECT_EQ(subDataWithRange(data, 0, data.size()), std::nullopt);
+  refusedSize = 0;
 }
 
 TEST(ByteSlice, KeepsItsBounds) {
@@ -79,6 +103,15 @@ TEST(Errors, TextsAreFilledLikePrintf) {
       {errorWithInfo(1, "%d %@ %f", "text", 7, 8), "text 7 8"},
       {errorWithInfo(1, "%@ %@", "one"), "one %@"},
       {errorWithInfo(1, "100% %", 5), "100%"},
+      {errorWithInfo(1, "%x %lx %hhX %hd %u", -1, -1L, 0x1FF, 70000, -1),
+       "ffffffff ffffffffffffffff FF 4464 4294967295"},
+      {errorWithInfo(1, "%*d|%-*d|%.*f|%.3d|%+i", 5, 42, 4, 7, 1, 2.25, 5, 3), "   42|7   |2.2|005|+3"},
+      {errorWithInfo(1, "%*d|%.*d|%5.2s|%-4@|%.s|%3c", -3, 1, -1, 2, "text", "ab", "gone", 'x'),
+       "1  |2|   te|ab  ||  x"},
+      {errorWithInfo(1, "%d %d", KWTCmdTypeUpdateDone, LogLevel::error), "18 2"},
+      {errorWithInfo(1, "%@, %@", Error("radio", 7, {{"NSLocalizedDescription", "gone"}}), MaybeError()),
+       "Error Domain=radio Code=7 \"gone\", (null)"},
+      {errorWithInfo(1, "%*d", 5), "%*d"},
       {errorWithInfo(1, "", 5), ""},
       {timeoutError(), "timeout"},
       {internal::monitorTimeoutError(), "命令执行超时"},

@@ -2,7 +2,7 @@
 #include <kwtsdk/files.h>
 #include <sys/stat.h>
 
-#include "codec/file_data.h"
+#include "platform/posix/files.h"
 #include "tests/support/temporary_folder.h"
 
 namespace kwtsdk {

@@ -63,6 +63,39 @@ TEST(Download, BringsTheFirstFileAndDeletesItThere) {
   });
 }
 
+// A host that watches the end or the packets by callbacks of its own around the library's.
+TEST(Download, ItsFieldsMayBeWrapped) {
+  for (const bool receiver : {false, true}) {
+    const TemporaryFolder folder;
+    onVirtualTime([&](SimHost& host, VirtualTimeScheduler& scheduler) {
+      host.store->add(recordingOf(500));
+      int seen = 0;
+      const auto wrapped = [&](ReplyHandler inner) {
+        return [&seen, inner = std::move(inner)](const MaybeError& error, const auto& reply) {
+          ++seen;
+          inner(error, reply);
+        };
+      };
+      const auto wrap = [&](std::uint64_t, std::uint64_t) {
+        if (seen != 0 || !host.helper->completionBlock()) return;
+        if (receiver) {
+          host.helper->setWriteDataBlock(wrapped(host.helper->writeDataBlock()));
+        } else {
+          host.helper->setCompletionBlock(wrapped(host.helper->completionBlock()));
+        }
+      };
+      host.helper->downloadFirstFlashFile(folder.file("f"), wrap, host.outcome.completion());
+      EXPECT_EQ(host.outcome.ended(), "ok");
+      scheduler.sleep(1s);
+      EXPECT_EQ(host.outcome.calls, 1);
+      EXPECT_GT(seen, 0);
+      EXPECT_EQ(host.commands(), (Lines{"99ec", "0182", "0282", "0382", "1382", "0482"}));
+      EXPECT_EQ(host.store->count(), 0U);
+      EXPECT_FALSE(host.helper->completionBlock() || host.helper->writeDataBlock());
+    });
+  }
+}
+
 TEST(Download, ContinuesAtTheSizeOfTheFile) {
   // Offsets inside a packet, at the last packet and at the very end.
   for (const std::uint64_t have : {std::uint64_t{1}, std::uint64_t{84} * 200, kBlock - 1, kBlock}) {

@@ -25,6 +25,8 @@ TEST(FileSettings, OnlyAFlushReachesTheFileAndKeepsTheKeysOfOthers) {
   other->flush();
   EXPECT_EQ(contentOf(path), "b 18446744073709551615\n");
   EXPECT_EQ(fileSettings(path)->read("b"), ~0ULL);
+  fileSettings(path)->write("c", 3);  // which goes at once, and takes it to the file
+  EXPECT_EQ(fileSettings(path)->read("c"), 3U);
 }
 
 TEST(FileSettings, SurvivesWhatItCannotUse) {

@@ -157,6 +157,17 @@ TEST(LiveRecording, LatePacketsCompleteNoNewerCommand) {
   }
 }
 
+TEST(LiveRecording, AnErrorMakesNoAnswerToAStop) {
+  play<Recording>([&](auto& r) {
+    r.start();
+    r.packet(kStarted);
+    r.stop();
+    r.host.notify(r.host.fileNotify, "0081", Error("stack", 7, {}));
+    EXPECT_EQ(r.stopped.calls, 0);
+    EXPECT_FALSE(r.pending());
+  });
+}
+
 TEST(LiveRecording, FailuresReachTheCaller) {
   play<Recording>([&](auto& r) {  // another command is pending
     r.host.helper->getPower(LevelCompletion());
@@ -236,14 +247,44 @@ TEST(LiveRecording, ADownloadsLatePacketsDoNotCompleteItsStart) {
   });
 }
 
-TEST(LiveRecording, AnEarlierDownloadsWatchdogDoesNotEndIt) {
+TEST(LiveRecording, AnEarlierDownloadsWatchdogGoesOn) {
   play<Recording>([&](auto& r) {
     r.host.helper->startMonitorTimer(nullptr);
     r.start();
     r.packet(kStarted);
-    r.scheduler.sleep(20s);
-    EXPECT_TRUE(r.routed());
-    EXPECT_EQ(r.host.log->count("Timeout!"), 0);
+    r.scheduler.sleep(4s);
+    EXPECT_TRUE(r.routed());  // a packet is data
+    r.scheduler.sleep(4s);
+    EXPECT_FALSE(r.routed());
+    EXPECT_EQ(r.host.log->count("Timeout!"), 1);
+  });
+}
+
+TEST(LiveRecording, TheRecordersEndSwitchesNotificationsOffAndClearsTheField) {
+  play<Recording>([&](auto& r) {
+    r.start();
+    r.packet(kStarted);
+    r.host.helper->setWriteDataBlock([inner = r.host.helper->writeDataBlock()](const auto&... packet) {
+      inner(packet...);  // a host that watches
+    });
+    r.host.helper->getFileNumAndFirstId(ValueCompletion<FlashInfo>());
+    r.host.helper->setCompletionBlock(nullptr);  // the host gives its query up, which counts no more
+    r.packet("0801001100");
+    EXPECT_EQ(r.host.peripheral->calls.back(), "off 9E07");
+    EXPECT_FALSE(r.routed() || r.open());
+  });
+}
+
+TEST(LiveRecording, WhatComesBeforeTheCommandIsWrittenCounts) {
+  play<Recording>([&](auto& r) {
+    r.host.helper->setCmdType(KWTCmdTypeStartRecord);
+    r.host.peripheral->onSetNotify = [&](bool enabled) {
+      if (enabled) r.host.notify(r.host.fileNotify, kAudio);
+    };
+    r.start();
+    r.scheduler.sleep(1ms);
+    EXPECT_EQ(r.started.text() + std::to_string(r.started.calls), "ok1");
+    EXPECT_EQ(contentOf(r.path), kAudioBytes);
   });
 }
 

@@ -60,6 +60,39 @@ TEST(Blocking, ARefusedCallFreesTheFacadeToo) {
   });
 }
 
+// Whatever the link's thread does once the value is there.
+TEST(Blocking, NeverOutlastsItsTimeOut) {
+  for (const bool slowPeripheral : {true, false}) {
+    const auto scheduler = VirtualTimeScheduler::create(1);
+    scheduler->run([&] {
+      auto link = scheduler->serialQueue("link");
+      const auto returned = scheduler->semaphore("returned");
+      FakeHost host(scheduler);
+      host.peripheral->onSetNotify = [&](bool enabled) {
+        if (!enabled && slowPeripheral) scheduler->sleep(8s);
+      };
+      host.peripheral->onWrite = [&](const auto& written) {
+        link->async([&, written] {
+          if (!slowPeripheral) {  // a host's completion that waits for the thread inside the form
+            const auto completion = host.helper->completionBlock();
+            host.helper->setCompletionBlock([&, completion](const MaybeError& error, const auto& reply) {
+              completion(error, reply);
+              returned->wait(1min);
+            });
+          }
+          host.acknowledge(written);
+          host.notify(host.statusNotify, "99ec" + std::string(44, '0') + "57000000");
+        });
+      };
+      EXPECT_EQ(host.helper->getPower(), 87);
+      EXPECT_EQ(scheduler->now(), 5s);
+      EXPECT_FALSE(host.helper->completionBlock());
+      returned->signal();
+      link = nullptr;
+    });
+  }
+}
+
 TEST(Blocking, OnTheLinkThreadItRunsIntoItsTimeOut) {
   onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
     std::vector<std::int64_t> levels;

@@ -19,6 +19,7 @@ TEST(StatusDecoders, ReadTheirFieldsAndNothingElse) {
   const std::pair<std::string, const char*> versions[]{{head + "00010203" + crc, "1.2.3"},
                                                        {head + "01000a" + crc, "1.0.10"},
                                                        {head + "00000205" + crc, "2.5"},
+                                                       {head + "01zz02" + crc, "1.0.2"},
                                                        {head + "0000" + crc, ""},
                                                        {head + crc, ""},
                                                        {head + "00aabb", ""},

@@ -9,8 +9,9 @@
 
 #include <kwtsdk/kwtsdk.h>
 
-#include "channel/channels.h"
 #include "codec/hex.h"
+#include "wire/firmware_channel.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
 
@@ -42,12 +43,15 @@ class FakePeripheral : public Peripheral {
   }
   void setNotifyValue(bool enabled, const std::shared_ptr<Characteristic>& of) override {
     calls.push_back((enabled ? "on " : "off ") + of->UUID().toString().substr(4, 4));
+    if (onSetNotify) onSetNotify(enabled);
   }
-  std::size_t maximumWriteValueLengthForType(WriteType) const override { return 512; }
+  std::size_t maximumWriteValueLengthForType(WriteType) const override { return longestWrite; }
 
   PeripheralState current = PeripheralState::connected;
   Lines calls;
   std::function<void(const std::shared_ptr<Characteristic>&)> onWrite;
+  std::function<void(bool enabled)> onSetNotify;
+  std::size_t longestWrite = 512;
 };
 
 class LineLog : public Log {
@@ -101,9 +105,9 @@ struct FakeHost {
   std::shared_ptr<FakePeripheral> peripheral = std::make_shared<FakePeripheral>();
   std::shared_ptr<FakeCharacteristic> statusWrite = make("CA2A", kWrite),
                                       statusNotify = make("C92A", kNotify),
-                                      fileWrite = make(internal::CHARACTERISTIC_WRITE, kWrite),
-                                      fileNotify = make(internal::CHARACTERISTIC_NOTIFY, kNotify),
-                                      firmware = make(internal::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                                      fileWrite = make(wire::CHARACTERISTIC_WRITE, kWrite),
+                                      fileNotify = make(wire::CHARACTERISTIC_NOTIFY, kNotify),
+                                      firmware = make(wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
                                                       kWrite | kNotify);
   std::shared_ptr<KWTBluetoothHelper> helper;
 };

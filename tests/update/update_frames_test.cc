@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
 #include "codec/hex.h"
-#include "update/frames.h"
-#include "update/identify_image.h"
+#include "update/update_handshake.h"
+#include "wire/firmware_channel.h"
 
 namespace kwtsdk::internal {
 namespace {
+
+using namespace wire;
 
 TEST(UpdateFrames, AreWhatRecordersExpect) {
   Bytes thousand(1000);
@@ -17,8 +19,8 @@ TEST(UpdateFrames, AreWhatRecordersExpect) {
       {resumeRequest(8192, 0), "8c42455354" + zeros(32) + "0020000035f4fb52"},
       {resumeRequest(8192, 0xFF12345678), "8c42455354" + zeros(28) + "7856341200200000c42380e8"},
       {beginRequest(thousand), "8042455354e8030000ffd54a11"},
-      {configRequest(toData("aabbccdd")), "8658000000aabbcc00" + zeros(80) + "276578c3"},
-      {configRequest(toData("616263")), "8658000000" + zeros(80) + "e58f0885"},  // no identity
+      {configRequest("aabbcc00"), "8658000000aabbcc00" + zeros(80) + "276578c3"},
+      {configRequest(""), "8658000000" + zeros(80) + "e58f0885"},  // no identity
       {dataRequest(toData("00ff")), "8500ff"},
       {checkRequest(toData("010203")), "82424553541d80bc55"},
       {byeRequest(), "88"},

@@ -67,6 +67,10 @@ struct Update {
 TEST(Update, RunsAllStepsAndRemovesItsRecord) {
   play<Update>([](auto& u) {
     u.settings->values["KWTKey_1"] = 7;
+    std::vector<int> logged;  // lines of a check at each subscription: its own comes behind it
+    u.host.peripheral->onSetNotify = [&](bool on) {
+      if (on) logged.push_back(u.host.log->count("updateCheckData"));
+    };
     u.run(16384);
     EXPECT_EQ(u.outcome.text() + u.value.value_or(" none"), "oksuccess");
     EXPECT_EQ(u.progress, std::pair(std::uint64_t{16384}, std::uint64_t{16384}));
@@ -86,16 +90,20 @@ TEST(Update, RunsAllStepsAndRemovesItsRecord) {
     EXPECT_EQ(commands, "on97ofon90ofon8cofon80ofon86ofon82ofon82ofon88of92");
     EXPECT_EQ(u.host.log->count("updateBegin, MTU:244"), 1);
     EXPECT_EQ(u.host.log->count("updateCheckData res:1"), 2);
+    EXPECT_EQ(logged, (std::vector<int>{0, 0, 0, 0, 0, 0, 2, 4}));
   });
 }
 
 TEST(Update, PacketsFollowTheMtuUpwardsOnly) {
-  const std::tuple<const char*, std::int64_t, std::size_t, std::size_t> cases[]{
-      {"0000", 0, 220, 52},    {"6400", 100, 220, 52},  {"dc00", 220, 220, 52},
-      {"f400", 244, 244, 140}, {"0002", 512, 512, 512}, {"0004", 512, 512, 512}};  // the peripheral's limit
+  // What the recorder offers, what the peripheral takes, and what becomes of it.
+  const std::tuple<const char*, std::size_t, std::int64_t, std::size_t, std::size_t> cases[]{
+      {"0000", 512, 0, 220, 52},           {"6400", 512, 100, 220, 52},  {"dc00", 512, 220, 220, 52},
+      {"f400", 512, 244, 244, 140},        {"0002", 512, 512, 512, 512}, {"0004", 512, 512, 512, 512},
+      {"0004", SIZE_MAX, 1024, 1024, 1024}};
   for (const auto& test : cases) {
     play<Update>([&](auto& u) {
-      const auto& [offered, mtu, first, last] = test;
+      const auto& [offered, limit, mtu, first, last] = test;
+      u.host.peripheral->longestWrite = limit;
       u.answers["80"] = std::string("8142455354000000").append(offered);
       u.run(8192);
       EXPECT_EQ(u.outcome.text(), "ok");
@@ -242,6 +250,24 @@ TEST(Transfer, ARefusedPacketReturnsAlsoInsideACompletion) {
       EXPECT_TRUE(packet.text().starts_with(connected ? "1002" : "1001")) << packet.text();
     });
   }
+}
+
+TEST(Transfer, OnePacketIsInFlightAlways) {
+  play<Update>([](auto& u) {
+    const auto answer = u.host.peripheral->onWrite;
+    u.host.peripheral->onWrite = [&](const auto& characteristic) {
+      u.link->async([&] { u.scheduler.sleep(2s); });
+      answer(characteristic);
+    };
+    u.host.helper->setMTU(4096);
+    u.host.helper->uploadFirmWare(recordingOf(8192), 0, nullptr, u.outcome.completion(u.value));
+    u.scheduler.sleep(1s);
+    u.host.helper->setCompletionBlock(nullptr);  // which a watchdog does as well
+    u.scheduler.sleep(500ms);
+    EXPECT_EQ(u.packets.size(), 1U);
+    EXPECT_EQ(u.outcome.ended(), "ok");
+    EXPECT_EQ(u.packets.size(), 2U);
+  });
 }
 
 TEST(Transfer, BeginsWhereTheCallerSays) {

@@ -1,0 +1,41 @@
+#include "channel/gate.h"
+
+#include <utility>
+
+namespace kwtsdk::internal {
+
+void Gate::whenFree(std::function<void()> work) {
+  Work own;
+  own.push_back(std::move(work));
+  {
+    const MutexLock lock(mutex_);
+    work_.splice(work_.end(), own);
+  }
+  doWork();
+}
+
+void Gate::doWork() {
+  // Looked at again after each unlock: who failed to get the lock meanwhile relies on its holder to do so.
+  while (anyWork() && lock_->try_lock()) {
+    Work done;
+    for (Work next = takeOne(); !next.empty(); next = takeOne()) {
+      next.front()();
+      done.splice(done.end(), next);
+    }
+    lock_->unlock();
+  }
+}
+
+bool Gate::anyWork() const {
+  const MutexLock lock(mutex_);
+  return !work_.empty();
+}
+
+Gate::Work Gate::takeOne() {
+  Work one;
+  const MutexLock lock(mutex_);
+  if (!work_.empty()) one.splice(one.end(), work_, work_.begin());
+  return one;
+}
+
+}  // namespace kwtsdk::internal

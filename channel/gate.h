@@ -1,0 +1,55 @@
+#pragma once
+
+#include <functional>
+#include <list>
+#include <memory>
+
+#include <kwtsdk/scheduler.h>
+
+#include "platform/threads/mutex.h"
+
+namespace kwtsdk::internal {
+
+/// The facade's recursive lock, under which a command is subscribed for, attached, stored and written.
+/// What follows a reply must not fall between another command's subscription and its write, but the thread
+/// that delivers replies must never wait for the lock: its holder may be inside a peripheral that waits for
+/// just that thread. So such work is left behind, and whoever holds the lock then does it.
+class KWT_CAPABILITY("gate") Gate {
+ public:
+  explicit Gate(Scheduler& scheduler) : lock_(scheduler.recursiveLock("kwt.send")) {}
+
+  class KWT_SCOPED_CAPABILITY Hold {
+   public:
+    explicit Hold(Gate& gate) KWT_ACQUIRE(gate) : gate_(gate) { gate_.lock_->lock(); }
+    ~Hold() KWT_RELEASE() {
+      gate_.lock_->unlock();
+      gate_.doWork();
+    }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+   private:
+    Gate& gate_;
+  };
+
+  /// Does `work` under the lock, in the order given: now when the lock is free or this thread's, otherwise as
+  /// soon as its holder lets go, on the holder's thread. `work` must not throw; it is destroyed without the
+  /// lock. Never waits.
+  void whenFree(std::function<void()> work);
+
+  /// For work given to whenFree, which Clang cannot follow there.
+  void assertHeld() const KWT_ASSERT_HELD() {}
+
+ private:
+  using Work = std::list<std::function<void()>>;  // nodes move between lists without memory
+
+  void doWork();
+  bool anyWork() const;
+  Work takeOne();
+
+  const std::shared_ptr<RecursiveLock> lock_;
+  mutable Mutex mutex_;
+  Work work_ KWT_GUARDED_BY(mutex_);
+};
+
+}  // namespace kwtsdk::internal

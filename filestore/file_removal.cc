@@ -1,0 +1,73 @@
+#include "filestore/file_removal.h"
+
+#include <array>
+
+#include <kwtsdk/cmd_response.h>
+
+#include "codec/error_codes.h"
+#include "wire/recorder_channel.h"
+
+namespace kwtsdk::internal {
+namespace {
+
+constexpr QueueLabel kNoticeQueue{"com.kwt.notifyDownloadSuccess"};
+constexpr QueueLabel kDeletionQueue{"com.kwt.getflashlist"};  // shares its label with the listing's, no more
+constexpr Duration kNoticeTimeout = std::chrono::seconds(2);
+
+// The recorder's result code is the error's code, from 1 on.
+constexpr std::array kResults{"删除失败，ID非系统第一个文件", "删除失败，文件ID不存在",
+                              "删除失败，文件正在使用中", "删除失败，文件系统为空"};
+
+MaybeError errorOfResult(std::uint64_t code) {
+  if (code == 0) return std::nullopt;
+  return errorWithInfo(static_cast<std::int64_t>(code),
+                       code <= kResults.size() ? kResults.at(code - 1) : nullptr);
+}
+
+}  // namespace
+
+Command::Plan FileRemoval::notice(ReplyHandler completion) const {
+  return {.type = KWTCmdTypeNotifyDownloadSuccess,
+          .writeTo = wire::CHARACTERISTIC_WRITE,
+          .notifyOn = wire::CHARACTERISTIC_NOTIFY,
+          .frame = wire::downloadNotice(),
+          .onAnswer = [log = channel_.log, completion](
+                          const Answer& answer) { callHost(log, completion, answer.error, answer.reply); },
+          .onBusy = channel_.errorTo(completion)};
+}
+
+bool FileRemoval::notifyDownloadSuccess() {
+  return channel_.ask<bool>(kNoticeQueue, kNoticeTimeout, true, [this](auto finish) {
+    return notice([finish](const MaybeError&, const Reply&) { finish(true); });
+  });
+}
+
+void FileRemoval::deleteFile(std::int64_t fileId, const ValueCompletion<ByteCounts>& completion) {
+  channel_.send({.type = KWTCmdTypeDeleteFile,
+                 .writeTo = wire::CHARACTERISTIC_WRITE,
+                 .notifyOn = wire::CHARACTERISTIC_NOTIFY,
+                 .frame = wire::deleteRequest(fileId),
+                 .onAnswer =
+                     [log = channel_.log, completion](const Answer& answer) {
+                       const auto result = KWTCmdResponse::getDeleteFileResult(answer.reply);
+                       callHost(log, completion,
+                                answer.error ? answer.error : errorOfResult(result ? result->front() : 0),
+                                result);
+                     },
+                 .onBusy = channel_.errorTo(completion),
+                 .clearsPending = true});
+}
+
+void FileRemoval::deleteFirstFlashFile(const Completion& completion) {
+  const auto refuse = [&](const Error& error) { callHost(channel_.log, completion, error); };
+  if (channel_.refusedAsBusy(refuse)) return;
+  const auto work = [this, owner = channel_.owner(), completion] {
+    // Without an answer id 0 is sent, and the recorder's refusal is what the caller learns.
+    deleteFile(files_.firstId(), [log = channel_.log, completion](const MaybeError& error, const auto&) {
+      callHost(log, completion, error);
+    });
+  };
+  if (!channel_.queues.async(kDeletionQueue, work)) refuse(noThreadError());
+}
+
+}  // namespace kwtsdk::internal

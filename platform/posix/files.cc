@@ -1,0 +1,136 @@
+#include "platform/posix/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/threads/mutex.h"
+
+namespace kwtsdk {
+namespace {
+
+std::optional<struct stat> status(const std::string& path) {
+  struct stat result {};
+  if (::stat(path.c_str(), &result) != 0) return std::nullopt;
+  return result;
+}
+
+}  // namespace
+
+struct FileHandle::State {
+  explicit State(int opened) : closed(opened < 0), descriptor(opened) {}
+
+  bool write(const char* data, std::size_t size) KWT_EXCLUDES(writing);
+  std::string writeAll(const char* at, std::size_t size) KWT_REQUIRES(writing);
+  void releaseIfClosed() KWT_EXCLUDES(writing);
+
+  std::atomic<bool> closed;
+  internal::Mutex writing;
+  internal::Descriptor descriptor KWT_GUARDED_BY(writing);
+  internal::SharedField<std::string> failure;
+};
+
+bool FileHandle::State::write(const char* data, std::size_t size) {
+  const internal::MutexLock lock(writing);
+  if (!failure.get().empty()) return false;
+  const std::string problem = writeAll(data, size);
+  if (!problem.empty()) failure.set(problem);
+  return problem.empty();
+}
+
+std::string FileHandle::State::writeAll(const char* at, std::size_t size) {
+  while (size > 0) {
+    if (closed) return "the file is closed";
+    const ssize_t written = ::write(descriptor.get(), at, size);
+    if (written < 0) {
+      if (errno != EINTR) return std::strerror(errno);
+      continue;
+    }
+    at += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return "";
+}
+
+// Whoever has the lock while another closes comes here after it.
+void FileHandle::State::releaseIfClosed() {
+  if (!closed || !writing.try_lock()) return;
+  descriptor = internal::Descriptor();
+  writing.unlock();
+}
+
+FileHandle::FileHandle(int descriptor) : state_(std::make_unique<State>(descriptor)) {}
+FileHandle::~FileHandle() { close(); }
+
+bool FileHandle::write(const void* data, std::size_t size) {
+  const bool written = state_->write(static_cast<const char*>(data), size);
+  state_->releaseIfClosed();
+  return written;
+}
+
+void FileHandle::close() {
+  state_->closed = true;
+  state_->releaseIfClosed();
+}
+
+bool FileHandle::isOpen() const { return !state_->closed; }
+std::string FileHandle::failure() const { return state_->failure.get(); }
+
+std::int64_t fileSize(const std::string& path) {
+  const auto found = status(path);
+  return found ? static_cast<std::int64_t>(found->st_size) : 0;
+}
+
+bool fileIsExist(const std::string& path) {
+  const auto found = status(path);
+  return found && !S_ISDIR(found->st_mode);
+}
+
+std::shared_ptr<FileHandle> getFileHandle(const std::string& path, bool append) {
+  // O_NONBLOCK: opening a pipe that nobody reads would otherwise block for ever.
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666);
+  if (descriptor < 0) return nullptr;
+  ::fcntl(descriptor, F_SETFL, 0);
+  if (append) ::lseek(descriptor, 0, SEEK_END);
+  return std::make_shared<FileHandle>(descriptor);
+}
+
+std::shared_ptr<FileHandle> getFileHandleForAppend(const std::string& path) {
+  return getFileHandle(path, true);
+}
+
+std::shared_ptr<FileHandle> getFileHandleForWrite(const std::string& path) {
+  return getFileHandle(path, false);
+}
+
+void closeFileHandle(const std::shared_ptr<FileHandle>& handle) {
+  if (handle) handle->close();
+}
+
+namespace internal {
+
+std::optional<Bytes> dataOfFile(const std::string& path) {
+  const Descriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  if (descriptor.get() < 0) return std::nullopt;
+  struct stat status {};
+  Bytes data;
+  // At once: a buffer that grows needs up to three times the file's size.
+  if (::fstat(descriptor.get(), &status) == 0 && S_ISREG(status.st_mode)) {
+    data.reserve(static_cast<std::size_t>(status.st_size));
+  }
+  std::array<std::uint8_t, 65536> chunk{};
+  ssize_t got = 0;
+  do {
+    got = ::read(descriptor.get(), chunk.data(), chunk.size());
+    if (got > 0) data.insert(data.end(), chunk.begin(), chunk.begin() + got);
+  } while (got > 0 || (got < 0 && errno == EINTR));
+  if (got < 0) return std::nullopt;  // a directory opens, but does not read
+  return data;
+}
+
+}  // namespace internal
+}  // namespace kwtsdk
