@@ -9,7 +9,7 @@
 #include "bench/compare.h"
 #include "bench/peak_memory.h"
 #include "bench/speech.h"
-#include "platform/opus/lame_encoder.h"
+#include "platform/opus/mp3_format.h"
 #include "tests/support/temporary_folder.h"
 
 namespace kwtsdk::bench {

@@ -1,29 +1,46 @@
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <memory>
 
 #include <kwtsdk/files.h>
+#include <kwtsdk/opus/conversion.h>
 
-#include "tools/commands.h"
-#include "tools/terminal_line.h"
-#include "tools/text.h"
+#include "tools/command_line.h"
+#include "tools/terminal.h"
 
 namespace kwtsdk::tool {
 namespace {
 
 constexpr std::int32_t kMp3BitRate = 24;  // kbit/s
 
+struct ConvertRequest {
+  std::string input, output;
+  opus::Format format;
+  bool replace;  // an output that exists
+};
+
+opus::Format formatOf(const std::string& file) {
+  std::string extension = std::filesystem::path(file).extension();
+  std::ranges::transform(extension, extension.begin(),
+                         [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  require(extension == ".wav" || extension == ".mp3",
+          "OUTPUT has to end in .wav or .mp3, which " + file + " does not");
+  return extension == ".wav" ? opus::Format::wav : opus::Format::mp3;
+}
+
 /// Percent on a terminal; Ctrl-C cancels.
-opus::ConversionResult convertWatched(const Host& host, const ConvertRequest& request) {
+opus::ConversionResult convertWatched(const Environment& environment, const ConvertRequest& request) {
   const auto cancelled = std::make_shared<std::atomic<bool>>(false);
-  host.interrupt.setAction([cancelled] { *cancelled = true; });
-  TerminalLine line(*host.scheduler);
+  environment.interrupt.setAction([cancelled] { *cancelled = true; });
+  TerminalLine line(*environment.scheduler);
   auto result =
       opus::convert(request.input, request.output, request.format, kMp3BitRate, [&](double fraction) {
         if (line.isDue()) line.show("Converting  " + std::to_string(static_cast<int>(fraction * 100)) + " %");
         return !*cancelled;
       });
   line.clear();
-  host.interrupt.setAction(nullptr);
+  environment.interrupt.setAction(nullptr);
   return result;
 }
 
@@ -48,14 +65,12 @@ void report(const ConvertRequest& request, const opus::ConversionResult& result,
   output.set("damagedPackets", damaged);
 }
 
-}  // namespace
-
-void runConvert(const Host& host, const ConvertRequest& request, Output& output) {
+void convert(const Environment& environment, const ConvertRequest& request, Output& output) {
   if (!request.replace && fileIsExist(request.output)) {
     throw Failure(ToolError::fileUnusable, "Cannot write " + request.output + ": it exists already.",
                   "Name another file, or replace this one with --force.");
   }
-  const opus::ConversionResult result = convertWatched(host, request);
+  const opus::ConversionResult result = convertWatched(environment, request);
   if (result.status == opus::ConversionResult::kCancelled) {
     throw Failure(ToolError::interrupted, "Interrupted: nothing was written.", "Run the command again.");
   }
@@ -65,4 +80,28 @@ void runConvert(const Host& host, const ConvertRequest& request, Output& output)
   report(request, result, output);
 }
 
+Action prepareConvert(const Arguments& arguments) {
+  const ConvertRequest request{arguments.text("input"), arguments.text("output"),
+                               formatOf(arguments.text("output")), arguments.has("--force")};
+  return [request](const Environment& environment, Output& output) { convert(environment, request, output); };
+}
+
+const RegisteredCommand kConvertCommand(
+    {.place = 8,
+     .name = "convert",
+     .description = "Make a WAV or MP3 file (24 kbit/s) of a recording, live or downloaded",
+     .recorder = Command::Recorder::none,
+     .parameters =
+         {{.name = "input", .valueName = "INPUT", .description = "The recording", .isRequired = true},
+          {.name = "output",
+           .valueName = "OUTPUT",
+           .description = "File to write; its name ends in .wav or .mp3",
+           .isRequired = true},
+          {.name = "--force",
+           .valueName = "",
+           .description = "Replace the output if it exists",
+           .kind = Parameter::Kind::flag}},
+     .prepare = prepareConvert});
+
+}  // namespace
 }  // namespace kwtsdk::tool

@@ -51,4 +51,7 @@ inline constexpr std::int64_t kLongerThanRecording = 1007;
 /// The library's and the recorder's errors in the words of someone at a terminal.
 Failure explained(const Error& error);
 
+/// The Bluetooth adapter's errors, and BlueZ's own.
+Failure bluetoothFailure(const Error& error);
+
 }  // namespace kwtsdk::tool

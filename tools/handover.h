@@ -1,12 +1,13 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include <kwtsdk/scheduler.h>
+
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::tool {
 
@@ -18,7 +19,7 @@ class Handover {
   Handover(Scheduler& scheduler, const std::string& name) : arrived_(scheduler.semaphore(name)) {}
 
   void put(T value) {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     if (value_) return;
     value_ = std::move(value);
     arrived_->signal();
@@ -27,14 +28,14 @@ class Handover {
   /// None when the time runs out. Called once.
   std::optional<T> take(std::optional<Duration> timeout) {
     if (!arrived_->wait(timeout)) return std::nullopt;
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     return value_;
   }
 
  private:
   const std::shared_ptr<Semaphore> arrived_;
-  std::mutex mutex_;
-  std::optional<T> value_;
+  internal::Mutex mutex_;
+  std::optional<T> value_ KWT_GUARDED_BY(mutex_);
 };
 
 }  // namespace kwtsdk::tool

@@ -1,10 +1,10 @@
-#include "tools/commands.h"
-#include "tools/recorder_queries.h"
+#include "tools/command_line.h"
 
 namespace kwtsdk::tool {
+namespace {
 
-void runInfo(const Host& host, Output& output) {
-  Session session(host);
+void showInfo(const Environment& environment, Output& output) {
+  Session session(environment);
   const std::int64_t battery = batteryLevel(session);
   output.line("Battery level     " + std::to_string(battery));
   output.set("battery", battery);
@@ -23,4 +23,10 @@ void runInfo(const Host& host, Output& output) {
   output.set("storage", *capacity);
 }
 
+const RegisteredCommand kInfoCommand({.place = 2,
+                                      .name = "info",
+                                      .description = "Show battery level, firmware version and storage",
+                                      .prepare = [](const Arguments&) { return showInfo; }});
+
+}  // namespace
 }  // namespace kwtsdk::tool

@@ -45,8 +45,13 @@ Interrupt::~Interrupt() {
 }
 
 void Interrupt::setAction(std::function<void()> action) {
-  const std::lock_guard lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   action_.swap(action);
+}
+
+std::function<void()> Interrupt::takeAction() {
+  const internal::MutexLock lock(mutex_);
+  return std::exchange(action_, nullptr);
 }
 
 void Interrupt::watch() {
@@ -60,9 +65,7 @@ void Interrupt::onSignal(int number) {
   // Programs such as timeout(1) send a signal to the process and to its group.
   constexpr Duration twins = std::chrono::milliseconds(200);
   if (acted_ && scheduler_.now() - *acted_ < twins) return;
-  std::unique_lock lock(mutex_);
-  const auto action = std::exchange(action_, nullptr);
-  lock.unlock();
+  const auto action = takeAction();
   if (!action) return endProgram(number);
   acted_ = scheduler_.now();
   action();

@@ -5,10 +5,11 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include <kwtsdk/scheduler.h>
+
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::tool {
 
@@ -27,18 +28,19 @@ class Interrupt {
   void setAction(std::function<void()> action);
 
   /// An action has ended the connection: whatever fails from now on fails for that reason.
-  void noteLinkEnded() { linkEnded_ = true; }
-  bool hasEndedLink() const { return linkEnded_; }
+  void noteDisconnected() { disconnected_ = true; }
+  bool hasDisconnected() const { return disconnected_; }
 
  private:
   void watch();
   void onSignal(int number);
+  std::function<void()> takeAction();
 
   const Scheduler& scheduler_;
   sigset_t signals_{};
-  std::atomic<bool> stopping_{false}, linkEnded_{false};
-  std::mutex mutex_;
-  std::function<void()> action_;
+  std::atomic<bool> stopping_{false}, disconnected_{false};
+  internal::Mutex mutex_;
+  std::function<void()> action_ KWT_GUARDED_BY(mutex_);
   std::optional<Duration> acted_;  // on the watching thread only
   std::shared_ptr<SerialQueue> queue_;
 };

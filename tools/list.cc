@@ -2,10 +2,8 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "tools/commands.h"
+#include "tools/command_line.h"
 #include "tools/handover.h"
-#include "tools/recorder_queries.h"
-#include "tools/text.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -48,10 +46,8 @@ std::string lineOf(const KWTFileHeader& header, std::uint64_t id) {
   return line.data();
 }
 
-}  // namespace
-
-void runList(const Host& host, Output& output) {
-  Session session(host);
+void list(const Environment& environment, Output& output) {
+  Session session(environment);
   const FlashInfo info = storeInfo(session);
   pause(session);
   const Headers headers = headersOf(session);
@@ -74,4 +70,10 @@ void runList(const Host& host, Output& output) {
                 "Check that it stays in range, then run the command again.");
 }
 
+const RegisteredCommand kListCommand({.place = 3,
+                                      .name = "list",
+                                      .description = "List the recordings",
+                                      .prepare = [](const Arguments&) { return list; }});
+
+}  // namespace
 }  // namespace kwtsdk::tool

@@ -17,11 +17,11 @@ int run(const Invocation& invocation) {
   Interrupt interrupt(*scheduler);
   Output output(invocation.json);
   try {
-    invocation.command({scheduler, interrupt, invocation.simulatedFolder, invocation.device}, output);
+    invocation.action({scheduler, interrupt, invocation.simulatedFolder, invocation.device}, output);
   } catch (const Failure& failure) {
     // What happened on the recorder nobody knows; everything else the command just did not get to.
     const bool isOpen = failure.is(ToolError::notConfirmed) || failure.is(ToolError::notDeleted);
-    const bool interrupted = interrupt.hasEndedLink() && !isOpen;
+    const bool interrupted = interrupt.hasDisconnected() && !isOpen;
     output.fail(interrupted ? Failure(ToolError::interrupted, "Interrupted.", "Run the command again.")
                             : failure);
   } catch (const std::exception& exception) {
@@ -31,7 +31,7 @@ int run(const Invocation& invocation) {
 }
 
 int runTool(int argc, char** argv) {
-  const auto parsed = parseCommandLine(argc, argv);
+  const auto parsed = parseCommandLine({argv + 1, argv + argc});
   if (const int* status = std::get_if<int>(&parsed)) return *status;
   return run(std::get<Invocation>(parsed));
 }

@@ -1,10 +1,21 @@
 #include "tools/output.h"
 
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <iostream>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
+#include <kwtsdk/files.h>
+
 namespace kwtsdk::tool {
+
+namespace fs = std::filesystem;
 
 struct Output::Object {
   nlohmann::json fields = nlohmann::json::object();
@@ -20,6 +31,31 @@ nlohmann::json jsonOf(const Record& record) {
   auto object = nlohmann::json::object();
   for (const auto& [key, value] : record) object[key] = jsonOf(value);
   return object;
+}
+
+Failure unusable(const std::string& path, const std::string& reason, const std::string& hint) {
+  return {ToolError::fileUnusable, "Cannot write " + path + ": " + reason + ".", hint};
+}
+
+void checkWritable(const std::string& path) {
+  std::error_code ignored;
+  const fs::file_status status = fs::status(path, ignored);
+  if (fs::is_directory(status)) throw unusable(path, "it is a folder", "Name a file with -o.");
+  if (fs::exists(status) && !fs::is_regular_file(status)) {
+    throw unusable(path, "it is not a regular file",
+                   "Name another file with -o; the size of what is in it has to be known.");
+  }
+  const fs::path parent = fs::path(path).parent_path();
+  if (!parent.empty() && !fs::is_directory(parent, ignored)) {
+    throw unusable(path, parent.string() + " is not a folder",
+                   "Create the folder, or name another file with -o.");
+  }
+  const bool isNew = !fs::exists(status);
+  errno = 0;
+  if (!getFileHandleForAppend(path)) {
+    throw unusable(path, std::strerror(errno), "Check its permissions, or name another file with -o.");
+  }
+  if (isNew) fs::remove(path, ignored);  // the program may be ended before anything arrives
 }
 
 }  // namespace
@@ -62,6 +98,57 @@ int Output::finish() {
     return 1;
   }
   return failed_ ? 1 : 0;
+}
+
+OutputFile::OutputFile(std::string path) : path_(std::move(path)), isNew_(!fileIsExist(path_)) {
+  checkWritable(path_);
+}
+
+OutputFile::~OutputFile() {
+  std::error_code ignored;
+  if (isNew_ && size() == 0) fs::remove(path_, ignored);
+}
+
+std::uint64_t OutputFile::size() const { return static_cast<std::uint64_t>(fileSize(path_)); }
+
+std::string creationTimeText(Date created, const char* format) {
+  constexpr int firstYearOfTm = 1900, century = 2000;
+  const std::time_t instant = created.time_since_epoch().count();
+  std::tm fields{};
+  ::localtime_r(&instant, &fields);
+  // Recorders count years from 2000 and the library adds no century.
+  if (fields.tm_year + firstYearOfTm < 100) fields.tm_year += century;
+  std::array<char, 64> text{};
+  return {text.data(), std::strftime(text.data(), text.size(), format, &fields)};
+}
+
+std::string bytesText(std::uint64_t count) { return std::to_string(count) + " bytes"; }
+
+std::string secondsText(double seconds, int decimals) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.*f s", decimals, seconds);
+  return text.data();
+}
+
+std::string ofBytesText(std::uint64_t done, std::uint64_t all) {
+  return std::to_string(done) + " of " + bytesText(all);
+}
+
+std::string hexText(const Bytes& bytes) {
+  constexpr const char* digits = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : bytes) (text += digits[byte >> 4U]) += digits[byte & 15U];
+  return text;
+}
+
+std::string printable(std::string text) {
+  const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool isC1 = byteAt(i) == 0xC2 && i + 1 < text.size() && byteAt(i + 1) < 0xA0;  // in two bytes
+    if (isC1) text.erase(i, 1);
+    if (isC1 || byteAt(i) < 0x20 || byteAt(i) == 0x7F) text[i] = '?';
+  }
+  return text;
 }
 
 }  // namespace kwtsdk::tool

@@ -5,11 +5,9 @@
 
 #include <kwtsdk/files.h>
 
-#include "tools/commands.h"
+#include "tools/command_line.h"
 #include "tools/download.h"
-#include "tools/output_file.h"
-#include "tools/recorder_queries.h"
-#include "tools/text.h"
+#include "tools/wire.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -32,8 +30,8 @@ void refuseStore(const std::string& file, const std::string& store) {
                 "Name a file elsewhere with -o.");
 }
 
-void openFile(std::optional<OutputFile>& file, const std::string& name, const Host& host) {
-  refuseStore(name, host.simulatedFolder);
+void openFile(std::optional<OutputFile>& file, const std::string& name, const Environment& environment) {
+  refuseStore(name, environment.simulatedFolder);
   file.emplace(name);
 }
 
@@ -56,8 +54,9 @@ Failure refused(const Error& error, const OutputFile& file, std::uint64_t total)
   return {error,
           file.path() + " is longer (" + bytesText(file.size()) + ") than the recorder's first recording (" +
               bytesText(total) + ")",
-          "A finished download is up to 83 bytes longer than its recording. If this is one, delete the "
-          "recorder's copy with `kwt rm`; if not, name another file with -o."};
+          "A finished download is up to " + bytesText(wire::kDownloadDataSize - 1) +
+              " longer than its recording. If this is one, delete the "
+              "recorder's copy with `kwt rm`; if not, name another file with -o."};
 }
 
 Failure unwritable(const std::string& reason, const OutputFile& file) {
@@ -115,14 +114,12 @@ void reportDeletion(const std::optional<Deletion>& deletion, const OutputFile& f
                     std::to_string(id) + " before you delete that with `kwt rm`.");
 }
 
-}  // namespace
-
-void runPull(const Host& host, const std::string& name, Output& output) {
+void pull(const Environment& environment, const std::string& name, Output& output) {
   std::optional<OutputFile> file;
-  if (!name.empty()) openFile(file, name, host);
-  Session session(host);
+  if (!name.empty()) openFile(file, name, environment);
+  Session session(environment);
   const FirstRecording first = firstRecording(session);
-  if (!file) openFile(file, defaultName(first), host);
+  if (!file) openFile(file, defaultName(first), environment);
   output.set("id", first.id);
   output.set("file", file->path());
 
@@ -138,4 +135,21 @@ void runPull(const Host& host, const std::string& name, Output& output) {
   reportDeletion(download.waitForDeletion(), *file, first.id, output);
 }
 
+Action preparePull(const Arguments& arguments) {
+  require(!arguments.has("-o") || !arguments.text("-o").empty(), "-o needs the name of a file");
+  return [file = arguments.text("-o")](const Environment& environment, Output& output) {
+    pull(environment, file, output);
+  };
+}
+
+const RegisteredCommand kPullCommand(
+    {.place = 4,
+     .name = "pull",
+     .description = "Download the first recording; the recorder then deletes it",
+     .parameters =
+         {{"-o,--output", "FILE",
+           "File to write, continued where it ends if it exists (default: recording-ID-TIME.opus)"}},
+     .prepare = preparePull});
+
+}  // namespace
 }  // namespace kwtsdk::tool

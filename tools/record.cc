@@ -1,13 +1,18 @@
+#include <array>
 #include <chrono>
+#include <optional>
 
-#include "tools/commands.h"
-#include "tools/output_file.h"
-#include "tools/recorder_queries.h"
-#include "tools/recording.h"
-#include "tools/text.h"
+#include "tools/command_line.h"
+#include "tools/live_capture.h"
 
 namespace kwtsdk::tool {
 namespace {
+
+struct RecordRequest {
+  std::string file;
+  std::int64_t type;               // as startRecordWithType takes it
+  std::optional<Duration> length;  // none: until something ends it
+};
 
 /// How a good end is told to people and to programs.
 struct Ending {
@@ -15,15 +20,15 @@ struct Ending {
   const char* word;
 };
 
-Ending endingOf(RecordingEnd end) {
+Ending endingOf(CaptureEnd end) {
   switch (end) {
-    case RecordingEnd::timeOver:
+    case CaptureEnd::timeOver:
       return {"The time was over.", "time"};
-    case RecordingEnd::key:
+    case CaptureEnd::key:
       return {"The key on the recorder ended it.", "key"};
-    case RecordingEnd::call:
+    case CaptureEnd::call:
       return {"The recorder entered a call, which ended it.", "call"};
-    case RecordingEnd::recorder:
+    case CaptureEnd::recorder:
       return {"The recorder ended it.", "recorder"};
     default:
       return {"It was stopped.", "host"};
@@ -62,16 +67,15 @@ Failure notStopped(const std::string& file, const MaybeError& error, const Conte
   return {ToolError::notStopped, text + ".", hint};
 }
 
-void report(const RecordingOutcome& outcome, const std::string& file, const Content& content,
-            Output& output) {
+void report(const CaptureOutcome& outcome, const std::string& file, const Content& content, Output& output) {
   output.set("bytes", content.bytes);
   output.set("seconds", secondsOf(content));
   switch (outcome.end) {
-    case RecordingEnd::linkLost:
+    case CaptureEnd::linkLost:
       throw connectionLost(file, content);
-    case RecordingEnd::unwritable:
+    case CaptureEnd::unwritable:
       throw unwritable(file, outcome.reason, content);
-    case RecordingEnd::notStopped:
+    case CaptureEnd::notStopped:
       throw notStopped(file, outcome.error, content);
     default:
       break;
@@ -85,9 +89,7 @@ void report(const RecordingOutcome& outcome, const std::string& file, const Cont
   output.line("Recorded " + file + " (" + amountOf(content) + "). " + ending.text);
 }
 
-}  // namespace
-
-void runRecord(const Host& host, const RecordRequest& request, Output& output) {
+void record(const Environment& environment, const RecordRequest& request, Output& output) {
   const OutputFile file(request.file);
   if (file.size() > 0) {
     throw Failure(ToolError::fileUnusable, "Cannot write " + file.path() + ": it is not empty.",
@@ -95,12 +97,45 @@ void runRecord(const Host& host, const RecordRequest& request, Output& output) {
   }
   output.set("file", file.path());
   output.set("type", request.type);
-  Session session(host);
+  Session session(environment);
   batteryLevel(session);
   pause(session);
-  Recording recording(session, file.path());
-  const RecordingOutcome outcome = recording.run(request.type, request.length);
-  report(outcome, file.path(), recording.measure(), output);
+  LiveCapture capture(session, file.path());
+  const CaptureOutcome outcome = capture.run(request.type, request.length);
+  report(outcome, file.path(), capture.measure(), output);
 }
 
+std::int64_t typeOf(const std::string& text) {
+  /// By the number that the library and the recorder have for them.
+  constexpr std::array<const char*, 5> types{"normal", "noise-reduced", "call", "media", "ambient"};
+  for (std::size_t type = 0; type < types.size(); ++type) {
+    if (text == types.at(type) || text == std::to_string(type)) return static_cast<std::int64_t>(type);
+  }
+  throw UsageError("There is no type " + text +
+                   ": -t takes normal, noise-reduced, call, media, ambient or 0 to 4");
+}
+
+Action prepareRecord(const Arguments& arguments) {
+  constexpr Duration longest = std::chrono::seconds(1000000);
+  require(!arguments.text("-o").empty(), "-o needs the name of a file");
+  const RecordRequest request{arguments.text("-o"), arguments.has("-t") ? typeOf(arguments.text("-t")) : 0,
+                              arguments.duration("-d", longest)};
+  return [request](const Environment& environment, Output& output) { record(environment, request, output); };
+}
+
+const RegisteredCommand kRecordCommand(
+    {.place = 6,
+     .name = "record",
+     .description = "Record live into a file, until Ctrl-C, the recorder or the time ends it",
+     .parameters = {{.name = "-o,--output",
+                     .valueName = "FILE",
+                     .description = "File to write: a new one, or one that is empty",
+                     .isRequired = true},
+                    {"-t,--type", "TYPE",
+                     "normal (0, the default), noise-reduced (1), call (2), media (3) or ambient (4)"},
+                    {"-d,--duration", "SECONDS", "End it after so many seconds, such as 2.5",
+                     Parameter::Kind::seconds}},
+     .prepare = prepareRecord});
+
+}  // namespace
 }  // namespace kwtsdk::tool

@@ -1,10 +1,8 @@
 #include <chrono>
 #include <cstdint>
 
-#include "tools/commands.h"
+#include "tools/command_line.h"
 #include "tools/handover.h"
-#include "tools/recorder_queries.h"
-#include "tools/text.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -17,7 +15,7 @@ void deleteFirst(Session& session, std::int64_t id) {
     MaybeError error;
   };
   const auto answer = std::make_shared<Handover<Answer>>(session.scheduler(), "kwt.rm");
-  session.link().setOnDisconnect([answer] { answer->put({true, std::nullopt}); });
+  session.connection().setOnDisconnect([answer] { answer->put({true, std::nullopt}); });
   session.recorder().deleteFirstFlashFile([answer](const MaybeError& error) { answer->put({false, error}); });
   const auto result = answer->take(longest);
   if (result && !result->linkLost && !result->error) return;
@@ -27,10 +25,8 @@ void deleteFirst(Session& session, std::int64_t id) {
                 "Look with `kwt list` whether it is still there before you run `kwt rm` again.");
 }
 
-}  // namespace
-
-void runRemove(const Host& host, Output& output) {
-  Session session(host);
+void removeFirst(const Environment& environment, Output& output) {
+  Session session(environment);
   const FirstRecording first = firstRecording(session);
   pause(session);
   deleteFirst(session, first.id);
@@ -44,4 +40,10 @@ void runRemove(const Host& host, Output& output) {
   output.set("deleted", true);
 }
 
+const RegisteredCommand kRemoveCommand({.place = 5,
+                                        .name = "rm",
+                                        .description = "Delete the first recording on the recorder",
+                                        .prepare = [](const Arguments&) { return removeFirst; }});
+
+}  // namespace
 }  // namespace kwtsdk::tool

@@ -1,27 +1,30 @@
+#include <chrono>
+
 #include <kwtsdk/bluez/problem.h>
 #include <kwtsdk/bluez/scanner.h>
 
-#include "tools/bluetooth_failure.h"
-#include "tools/commands.h"
-#include "tools/terminal_line.h"
-#include "tools/text.h"
+#include "tools/command_line.h"
+#include "tools/terminal.h"
+#include "tools/wire.h"
 
 namespace kwtsdk::tool {
 namespace {
 
-/// The service that recorders advertise.
-constexpr const char* kRecorderService = "4B1D9E07-53A6-42C8-B7F0-6E2A19820001";
+struct ScanRequest {
+  Duration time;
+  bool all;  // also what does not look like a recorder
+};
 
-bluez::ScanResult listen(const Host& host, const ScanRequest& request) {
+bluez::ScanResult listen(const Environment& environment, const ScanRequest& request) {
   bluez::ScanFilter filter;
-  if (!request.all) filter.services.push_back(Uuid::fromString(kRecorderService).value());
-  const auto scanner = bluez::Scanner::create(host.scheduler);
-  host.interrupt.setAction([scanner] { scanner->stop(); });
-  TerminalLine line(*host.scheduler);
+  if (!request.all) filter.services.push_back(Uuid::fromString(wire::kRecorderService).value());
+  const auto scanner = bluez::Scanner::create(environment.scheduler);
+  environment.interrupt.setAction([scanner] { scanner->stop(); });
+  TerminalLine line(*environment.scheduler);
   line.show("Listening for " + secondsText(std::chrono::duration<double>(request.time).count(), 0) + "...");
   auto result = scanner->scan(request.time, filter);
   line.clear();
-  host.interrupt.setAction(nullptr);
+  environment.interrupt.setAction(nullptr);
   return result;
 }
 
@@ -42,10 +45,8 @@ Record recordOf(const bluez::FoundDevice& device) {
   return record;
 }
 
-}  // namespace
-
-void runScan(const Host& host, const ScanRequest& request, Output& output) {
-  const auto result = listen(host, request);
+void scan(const Environment& environment, const ScanRequest& request, Output& output) {
+  const auto result = listen(environment, request);
   std::vector<Record> records;
   if (!result.devices.empty()) output.line("address            signal (dBm)  name");
   for (const auto& device : result.devices) {
@@ -61,4 +62,22 @@ void runScan(const Host& host, const ScanRequest& request, Output& output) {
                     "`kwt scan --all` shows every device.");
 }
 
+Action prepareScan(const Arguments& arguments) {
+  constexpr Duration usual = std::chrono::seconds(8), longest = std::chrono::hours(1);
+  const ScanRequest request{arguments.duration("-d", longest).value_or(usual), arguments.has("--all")};
+  return [request](const Environment& environment, Output& output) { scan(environment, request, output); };
+}
+
+const RegisteredCommand kScanCommand(
+    {.place = 1,
+     .name = "scan",
+     .description = "Show the recorders in Bluetooth range",
+     .recorder = Command::Recorder::none,
+     .parameters = {{"-d,--duration", "SECONDS", "Listen so many seconds (default: 8)",
+                     Parameter::Kind::seconds},
+                    {"--all", "", "Show every Bluetooth Low Energy device, recorder or not",
+                     Parameter::Kind::flag}},
+     .prepare = prepareScan});
+
+}  // namespace
 }  // namespace kwtsdk::tool

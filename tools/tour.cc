@@ -1,80 +1,83 @@
 #include <algorithm>
-#include <functional>
 #include <vector>
 
 #include "sim/samples/tones.h"
 #include "sim/samples/wav_file.h"
-#include "tools/commands.h"
+#include "tools/command_line.h"
 #include "tools/note_detector.h"
 #include "tools/tour_folder.h"
+#include "tools/wire.h"
 
 namespace kwtsdk::tool {
 namespace {
 
 class Tour {
  public:
-  Tour(const Host& host, Output& output)
-      : host_{host.scheduler, host.interrupt, folder_.store(), {}}, output_(output), steps_(output.json()) {}
+  Tour(const Environment& environment, Output& output)
+      : environment_(environment), output_(output), steps_(output.json()) {}
 
   void run();
 
  private:
-  using Command = std::function<void(const Host&, Output&)>;
+  using Words = std::vector<std::string>;
 
-  void heading(const std::string& title, const std::string& command);
-  void show(const std::string& title, const std::string& command, const Command& shown);
+  void heading(const std::string& title);
+  void show(const std::string& title, const Words& command);
   void visitStore();
   void loseLinkHalfWay();
   void resume();
   void compare();
   void recordLive();
-  void convert(const std::string& title, const std::string& input, const char* name, opus::Format format);
+  void convert(const std::string& title, const std::string& input, const char* name);
   void listen();
   void updateFirmware();
   [[noreturn]] void fail(const std::string& reason) const;
 
   /// What a person would type to reach the tour's recorder.
-  std::string simulated(const std::string& command) const {
-    return "--sim " + folder_.store() + " " + command;
+  Words simulated(Words command) const {
+    command.insert(command.begin(), {"--sim", folder_.store()});
+    return command;
   }
 
   const TourFolder folder_;
-  const Host host_;
+  const Environment& environment_;
   Output& output_;
   Output steps_;  // for the lines of the commands; their results are not the tour's
   std::string step_;
 };
 
-/// Shows what a person would type; that is also what runs.
-void Tour::heading(const std::string& title, const std::string& command) {
+void Tour::heading(const std::string& title) {
   step_ = title;
   output_.line("\n== " + title);
-  if (!command.empty()) output_.line("$ kwt " + command);
 }
 
-void Tour::show(const std::string& title, const std::string& command, const Command& shown) {
-  heading(title, command);
-  shown(host_, steps_);
+/// Shows what a person would type; that is also what runs.
+void Tour::show(const std::string& title, const Words& command) {
+  heading(title);
+  std::string line = "$ kwt";
+  for (const std::string& word : command) line += " " + word;
+  output_.line(line);
+  const auto invocation = std::get<Invocation>(parseCommandLine(command));
+  invocation.action({environment_.scheduler, environment_.interrupt, invocation.simulatedFolder, {}}, steps_);
 }
 
 void Tour::visitStore() {
-  show("The recorder", simulated("info"), runInfo);
-  show("Its recordings", simulated("list"), runList);
+  show("The recorder", simulated({"info"}));
+  show("Its recordings", simulated({"list"}));
   loseLinkHalfWay();
   resume();
   compare();
-  show("What is left on it", simulated("list"), runList);
-  show("Deleting one without downloading it", simulated("rm"), runRemove);
+  show("What is left on it", simulated({"list"}));
+  show("Deleting one without downloading it", simulated({"rm"}));
 }
 
 void Tour::loseLinkHalfWay() {
   // Before the data come the answers to the queries of kwt and of the library, three each.
-  constexpr std::uint64_t queries = 6, bytesInPacket = 84;
-  const std::uint64_t packets = (folder_.storedSize() + bytesInPacket - 1) / bytesInPacket;
-  heading("A download whose connection is lost half-way", simulated("pull -o " + folder_.pulled()));
+  constexpr std::uint64_t queries = 6, data = wire::kDownloadDataSize;
+  const std::uint64_t packets = (folder_.storedSize() + data - 1) / data;
   folder_.writeScript("notification " + std::to_string(queries + packets / 2) + " disconnect\n");
   try {
-    runPull(host_, folder_.pulled(), steps_);
+    show("A download whose connection is lost half-way", simulated({"pull", "-o", folder_.pulled()}));
   } catch (const Failure& failure) {
     if (!failure.is(ToolError::connectionLost)) throw;
     output_.line(std::string(failure.what()) + "\n" + failure.hint());
@@ -84,13 +87,12 @@ void Tour::loseLinkHalfWay() {
 }
 
 void Tour::resume() {
-  heading("The same command again continues it", simulated("pull -o " + folder_.pulled()));
   folder_.writeScript("");
-  runPull(host_, folder_.pulled(), steps_);
+  show("The same command again continues it", simulated({"pull", "-o", folder_.pulled()}));
 }
 
 void Tour::compare() {
-  heading("Comparison with the recorder's original", "");
+  heading("Comparison with the recorder's original");
   if (!folder_.isPulledWhole()) fail("the file differs from the original");
   output_.line("The same, byte for byte (" + std::to_string(folder_.storedSize()) + " bytes).");
   if (!folder_.isFirstDeleted()) fail("the recording is still on the recorder");
@@ -99,21 +101,16 @@ void Tour::compare() {
 }
 
 void Tour::recordLive() {
-  const RecordRequest request{folder_.file("live.rec"), 0, std::chrono::seconds(3)};
-  show("A live recording of 3 seconds", simulated("record -d 3 -o " + request.file),
-       [&](const Host& host, Output& output) { runRecord(host, request, output); });
+  show("A live recording of 3 seconds", simulated({"record", "-d", "3", "-o", folder_.file("live.rec")}));
 }
 
-void Tour::convert(const std::string& title, const std::string& input, const char* name,
-                   opus::Format format) {
-  const ConvertRequest request{input, folder_.file(name), format};
-  show(title, "convert " + input + " " + request.output,
-       [&](const Host& host, Output& output) { runConvert(host, request, output); });
+void Tour::convert(const std::string& title, const std::string& input, const char* name) {
+  show(title, {"convert", input, folder_.file(name)});
 }
 
 /// The microphone begins every recording with the melody's first note.
 void Tour::listen() {
-  heading("The notes in live.wav", "");
+  heading("The notes in live.wav");
   const sim::WavSound sound = sim::readWavFile(folder_.file("live.wav"));
   const auto heard = notesIn(sound.samples, sound.sampleRate);
   const auto played = notesIn(sim::melody(), sim::kSampleRate);
@@ -129,9 +126,8 @@ void Tour::listen() {
 
 void Tour::updateFirmware() {
   folder_.writeFirmware();
-  show("A firmware update", simulated("update " + folder_.firmware()),
-       [&](const Host& host, Output& output) { runUpdate(host, folder_.firmware(), output); });
-  show("The recorder with its new firmware", simulated("info"), runInfo);
+  show("A firmware update", simulated({"update", folder_.firmware()}));
+  show("The recorder with its new firmware", simulated({"info"}));
   if (!folder_.isFirmwareInstalled()) fail("the recorder has another firmware than it was sent");
   output_.line("Its firmware is the image, byte for byte.");
 }
@@ -147,9 +143,9 @@ void Tour::run() {
   try {
     visitStore();
     recordLive();
-    convert("The live recording as WAV", folder_.file("live.rec"), "live.wav", opus::Format::wav);
-    convert("The live recording as MP3", folder_.file("live.rec"), "live.mp3", opus::Format::mp3);
-    convert("The downloaded recording as WAV", folder_.pulled(), "pulled.wav", opus::Format::wav);
+    convert("The live recording as WAV", folder_.file("live.rec"), "live.wav");
+    convert("The live recording as MP3", folder_.file("live.rec"), "live.mp3");
+    convert("The downloaded recording as WAV", folder_.pulled(), "pulled.wav");
     listen();
     updateFirmware();
   } catch (const std::exception& exception) {
@@ -165,8 +161,14 @@ void Tour::run() {
       "recorder's store/)");
 }
 
+const RegisteredCommand kTourCommand(
+    {.place = 9,
+     .name = "tour",
+     .description = "Show all of it with a fresh simulated recorder in a temporary folder",
+     .recorder = Command::Recorder::itsOwn,
+     .prepare = [](const Arguments&) {
+       return [](const Environment& environment, Output& output) { Tour(environment, output).run(); };
+     }});
+
 }  // namespace
-
-void runTour(const Host& host, Output& output) { Tour(host, output).run(); }
-
 }  // namespace kwtsdk::tool

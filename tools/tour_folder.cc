@@ -12,14 +12,13 @@
 
 #include "sim/samples/firmware_image.h"
 #include "sim/samples/sample_store.h"
+#include "tools/wire.h"
 
 namespace kwtsdk::tool {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr std::uint64_t kBlockSize = 32768;
 
 fs::path newFolder() {
   const char* const parent = ::getenv("TMPDIR");
@@ -62,7 +61,7 @@ void TourFolder::writeScript(const std::string& faults) const {
 }
 
 std::uint64_t TourFolder::storedSize() const {
-  return (fs::file_size(original()) + kBlockSize - 1) / kBlockSize * kBlockSize;
+  return (fs::file_size(original()) + wire::kBlockSize - 1) / wire::kBlockSize * wire::kBlockSize;
 }
 
 void TourFolder::writeFirmware() const {

@@ -5,13 +5,8 @@
 
 #include <kwtsdk/opus/conversion.h>
 
-#include "platform/opus/conversion_failure.h"
-#include "platform/opus/converted_file.h"
-#include "platform/opus/input_kind.h"
-#include "platform/opus/live_source.h"
-#include "platform/opus/mp3_writer.h"
-#include "platform/opus/ogg_source.h"
-#include "platform/opus/wav_writer.h"
+#include "platform/opus/mp3_format.h"
+#include "platform/opus/sound.h"
 
 namespace kwtsdk::opus {
 
@@ -35,16 +30,14 @@ void checkBitRate(const Request& request) {
 }
 
 std::unique_ptr<AudioSource> openSource(Source source, InputFile& input) {
-  if (source == Source::oggOpus) return std::make_unique<OggSource>(input);
-  return std::make_unique<LiveSource>(input, LivePacketReader::Kind::complete);
+  if (source == Source::oggOpus) return openOggSource(input);
+  return openLiveSource(input, LivePacketReader::Kind::complete);
 }
 
 std::unique_ptr<SoundWriter> openWriter(const Request& request, ConvertedFile& output,
                                         const AudioSource& sound) {
-  if (request.format == Format::wav) {
-    return std::make_unique<WavWriter>(output, sound.sampleRate(), sound.channels());
-  }
-  return std::make_unique<Mp3Writer>(output, sound.sampleRate(), sound.channels(), request.kilobitsPerSecond);
+  if (request.format == Format::wav) return openWavWriter(output, sound.sampleRate(), sound.channels());
+  return openMp3Writer(output, sound.sampleRate(), sound.channels(), request.kilobitsPerSecond);
 }
 
 /// False when the progress function cancels.

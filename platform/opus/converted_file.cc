@@ -6,8 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "platform/opus/conversion_failure.h"
-
 namespace kwtsdk::internal {
 
 namespace fs = std::filesystem;

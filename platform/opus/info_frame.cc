@@ -1,11 +1,7 @@
-#include "platform/opus/info_frame.h"
+#include "platform/opus/mp3_format.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
-
-#include "platform/opus/lame_encoder.h"
-#include "platform/opus/mpeg_frame.h"
 
 namespace kwtsdk::internal {
 

@@ -5,11 +5,23 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <stdexcept>
 #include <string>
+
+#include <kwtsdk/opus/conversion.h>
 
 #include "platform/posix/files.h"
 
 namespace kwtsdk::internal {
+
+/// Ends a conversion; the text tells a person what happened and what to do.
+class ConversionFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The system's words for errno.
+std::string systemReason();
 
 /// The recording that is read, from its beginning to its end.
 class InputFile {
@@ -38,5 +50,9 @@ class InputFile {
   struct stat status_ {};
   std::uint64_t consumed_ = 0;
 };
+
+/// What the file is by its content. Throws ConversionFailure, which says what was found, when it is neither
+/// kind of recording.
+opus::Source recognise(const InputFile& file);
 
 }  // namespace kwtsdk::internal

@@ -1,6 +1,10 @@
-#include "platform/opus/live_source.h"
+#include <opus/opus.h>
 
+#include <memory>
 #include <new>
+#include <utility>
+
+#include "platform/opus/sound.h"
 
 namespace kwtsdk::internal {
 
@@ -8,7 +12,30 @@ namespace {
 
 constexpr std::size_t kLongestPacketFrames = kLiveSampleRate / 1000 * 120;
 
-}  // namespace
+class LiveSource : public AudioSource {
+ public:
+  LiveSource(InputFile& file, LivePacketReader::Kind kind);
+
+  int sampleRate() const override { return kLiveSampleRate; }
+  int channels() const override { return 1; }
+  std::size_t read(std::span<std::int16_t> room) override;
+  std::uint64_t damagedPackets() const override { return damaged_; }
+
+ private:
+  std::size_t takePacket(std::span<const std::uint8_t> packet, std::span<std::int16_t> room);
+  std::size_t conceal(int frames, std::span<std::int16_t> room);
+  int framesOf(std::span<const std::uint8_t> packet) const;
+
+  struct Release {
+    void operator()(OpusDecoder* decoder) const { opus_decoder_destroy(decoder); }
+  };
+
+  LivePacketReader packets_;
+  std::unique_ptr<OpusDecoder, Release> decoder_;
+  int lastFrames_ = 0;  // of the last good packet; 0: none yet
+  bool afterGap_ = false;
+  std::uint64_t damaged_ = 0;
+};
 
 LiveSource::LiveSource(InputFile& file, LivePacketReader::Kind kind)
     : packets_(file, kind), decoder_(opus_decoder_create(kLiveSampleRate, 1, nullptr)) {
@@ -60,6 +87,12 @@ int LiveSource::framesOf(std::span<const std::uint8_t> packet) const {
   const int frames =
       opus_packet_get_nb_samples(packet.data(), static_cast<opus_int32>(packet.size()), kLiveSampleRate);
   return frames > 0 ? frames : lastFrames_;
+}
+
+}  // namespace
+
+std::unique_ptr<AudioSource> openLiveSource(InputFile& file, LivePacketReader::Kind kind) {
+  return std::make_unique<LiveSource>(file, kind);
 }
 
 }  // namespace kwtsdk::internal

@@ -1,19 +1,40 @@
-#include "platform/opus/mp3_writer.h"
-
+#include <algorithm>
+#include <cstdarg>
 #include <new>
+#include <vector>
 
-#include "platform/opus/conversion_failure.h"
+#include "platform/opus/mp3_format.h"
+#include "platform/opus/sound.h"
 
 namespace kwtsdk::internal {
 
 namespace {
+
+constexpr int kQuality = 5;  // of 0, best, to 9, fastest: below this speech gains nothing that one hears
+
+void beSilent(const char*, std::va_list) {}
 
 constexpr std::size_t kFlushSize = 7200;  // what LAME may hold back
 
 /// Room for what LAME makes of so many frames in the worst case.
 std::size_t roomFor(std::size_t frames) { return frames + frames / 4 + kFlushSize; }
 
-}  // namespace
+class Mp3Writer : public SoundWriter {
+ public:
+  Mp3Writer(ConvertedFile& file, int sampleRate, int channels, int kilobitsPerSecond);
+
+  void write(std::span<const std::int16_t> samples) override;
+  void finish() override;
+
+ private:
+  void append(int encoded);
+
+  ConvertedFile& file_;
+  const int channels_;
+  const LameEncoder encoder_;
+  InfoFrame info_;
+  std::vector<std::uint8_t> encoded_;
+};
 
 Mp3Writer::Mp3Writer(ConvertedFile& file, int sampleRate, int channels, int kilobitsPerSecond)
     : file_(file), channels_(channels), encoder_(makeLameEncoder(sampleRate, channels, kilobitsPerSecond)) {
@@ -54,6 +75,46 @@ void Mp3Writer::append(int encoded) {
   info_.musicSize += bytes.size();
   info_.musicCrc = crc16(info_.musicCrc, bytes);
   file_.append(bytes);
+}
+
+}  // namespace
+
+bool isMp3BitRate(std::int32_t kilobitsPerSecond) {
+  return std::find(kMpegBitRates.begin(), kMpegBitRates.end(), kilobitsPerSecond) != kMpegBitRates.end();
+}
+
+std::string mp3BitRates() {
+  std::string rates;
+  for (const int rate : kMpegBitRates) {
+    if (rate != kMpegBitRates.front()) rates += rate == kMpegBitRates.back() ? " or " : ", ";
+    rates += std::to_string(rate);
+  }
+  return rates;
+}
+
+LameEncoder makeLameEncoder(int sampleRate, int channels, int kilobitsPerSecond) {
+  LameEncoder encoder(lame_init());
+  if (!encoder) throw std::bad_alloc();
+  lame_set_errorf(encoder.get(), beSilent);
+  lame_set_msgf(encoder.get(), beSilent);
+  lame_set_debugf(encoder.get(), beSilent);
+  lame_set_in_samplerate(encoder.get(), sampleRate);
+  lame_set_num_channels(encoder.get(), channels);
+  lame_set_out_samplerate(encoder.get(), kMp3SampleRate);
+  lame_set_mode(encoder.get(), MONO);
+  lame_set_VBR(encoder.get(), vbr_off);
+  lame_set_brate(encoder.get(), kilobitsPerSecond);
+  lame_set_quality(encoder.get(), kQuality);
+  lame_set_write_id3tag_automatic(encoder.get(), 0);
+  lame_set_bWriteVbrTag(encoder.get(), 0);  // it does not fit into frames of less than 40 kbit/s
+  // Everything else is a setting that LAME knows.
+  if (lame_init_params(encoder.get()) < 0) throw std::bad_alloc();
+  return encoder;
+}
+
+std::unique_ptr<SoundWriter> openMp3Writer(ConvertedFile& file, int sampleRate, int channels,
+                                           int kilobitsPerSecond) {
+  return std::make_unique<Mp3Writer>(file, sampleRate, channels, kilobitsPerSecond);
 }
 
 }  // namespace kwtsdk::internal

@@ -4,7 +4,7 @@
 
 #include <kwtsdk/opus/recording_meter.h>
 
-#include "platform/opus/live_source.h"
+#include "platform/opus/sound.h"
 
 namespace kwtsdk::opus {
 
@@ -14,9 +14,9 @@ using namespace internal;
 
 struct OpenRecording {
   explicit OpenRecording(const std::string& path)
-      : file(path), sound(file, LivePacketReader::Kind::growing) {}
+      : file(path), sound(openLiveSource(file, LivePacketReader::Kind::growing)) {}
   InputFile file;
-  LiveSource sound;
+  const std::unique_ptr<AudioSource> sound;
 };
 
 int loudest(std::span<const std::int16_t> samples) {
@@ -38,7 +38,7 @@ struct RecordingMeter::State {
     if (!open) open = std::make_unique<OpenRecording>(path);
     std::array<std::int16_t, kLiveSampleRate> block{};
     int amplitude = -1;
-    while (const std::size_t count = open->sound.read(block)) {
+    while (const std::size_t count = open->sound->read(block)) {
       frames += count;
       amplitude = std::max(amplitude, loudest(std::span(block).first(count)));
     }

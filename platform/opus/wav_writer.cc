@@ -1,11 +1,9 @@
-#include "platform/opus/wav_writer.h"
-
 #include <array>
 #include <bit>
 #include <string_view>
 #include <vector>
 
-#include "platform/opus/conversion_failure.h"
+#include "platform/opus/sound.h"
 
 namespace kwtsdk::internal {
 
@@ -51,7 +49,19 @@ std::vector<std::uint8_t> headerOf(std::uint64_t dataSize, int sampleRate, int c
       .bytes();
 }
 
-}  // namespace
+class WavWriter : public SoundWriter {
+ public:
+  WavWriter(ConvertedFile& file, int sampleRate, int channels, std::uint64_t largest);
+
+  void write(std::span<const std::int16_t> samples) override;
+  void finish() override;
+
+ private:
+  ConvertedFile& file_;
+  const int sampleRate_, channels_;
+  const std::uint64_t largest_;
+  std::uint64_t dataSize_ = 0;
+};
 
 WavWriter::WavWriter(ConvertedFile& file, int sampleRate, int channels, std::uint64_t largest)
     : file_(file), sampleRate_(sampleRate), channels_(channels), largest_(largest) {
@@ -69,5 +79,12 @@ void WavWriter::write(std::span<const std::int16_t> samples) {
 }
 
 void WavWriter::finish() { file_.overwriteBeginning(headerOf(dataSize_, sampleRate_, channels_)); }
+
+}  // namespace
+
+std::unique_ptr<SoundWriter> openWavWriter(ConvertedFile& file, int sampleRate, int channels,
+                                           std::uint64_t largest) {
+  return std::make_unique<WavWriter>(file, sampleRate, channels, largest);
+}
 
 }  // namespace kwtsdk::internal

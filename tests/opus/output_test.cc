@@ -4,8 +4,7 @@
 
 #include <csignal>
 
-#include "platform/opus/converted_file.h"
-#include "platform/opus/wav_writer.h"
+#include "platform/opus/sound.h"
 #include "tests/opus/recordings.h"
 #include "tests/support/thrown_by.h"
 
@@ -101,10 +100,10 @@ TEST_F(Output, IsNoWavFileBeyondWhatItsHeaderCanSay) {
   const kwtsdk::internal::InputFile input(folder.file("in"));
   {
     kwtsdk::internal::ConvertedFile file(folder.file("out"), input);
-    kwtsdk::internal::WavWriter writer(file, 16000, 1, 44 + 2 * 320);
+    const auto writer = kwtsdk::internal::openWavWriter(file, 16000, 1, 44 + 2 * 320);
     const std::vector<std::int16_t> packet(320);
-    writer.write(packet);
-    const std::string failure = thrownBy([&] { writer.write(packet); });
+    writer->write(packet);
+    const std::string failure = thrownBy([&] { writer->write(packet); });
     EXPECT_NE(failure.find("convert to MP3 instead"), std::string::npos) << failure;
   }
   EXPECT_EQ(namesIn(folder.path()), std::vector<std::string>{"in"});

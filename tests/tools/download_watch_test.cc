@@ -1,4 +1,4 @@
-#include "tools/download_watch.h"
+#include "tools/download.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 namespace kwtsdk::tool {
 namespace {
 
-struct Case {
+struct DownloadCase {
   const char* name;
   std::size_t onDisk;  // of 200 bytes
   std::function<void(DownloadWatch&, const std::string& path)> happens;
@@ -15,7 +15,7 @@ struct Case {
   const char* reason = "";
 };
 
-const Case kCases[] = {
+const DownloadCase kDownloads[] = {
     {"whole file", 200, [](auto& watch, auto&) { watch.onCompletion(std::nullopt); }, DownloadEnd::complete},
     {"with filler", 283, [](auto& watch, auto&) { watch.onCompletion(std::nullopt); }, DownloadEnd::complete},
     {"short file", 199, [](auto& watch, auto&) { watch.onCompletion(std::nullopt); },
@@ -36,7 +36,7 @@ const Case kCases[] = {
 // The recorder deletes its copy right after the completion returns: what stops the link must not come later.
 TEST(DownloadWatchTest, AnythingButAGoodEndStopsTheLinkAtOnce) {
   const auto scheduler = threadScheduler();
-  for (const Case& test : kCases) {
+  for (const DownloadCase& test : kDownloads) {
     SCOPED_TRACE(test.name);
     const testing::TemporaryFolder folder;
     const std::string path = folder.file("f");

@@ -1,4 +1,4 @@
-#include "tools/image_tail.h"
+#include "tools/firmware_image.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/recording_watch.h"
+#include "tools/live_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -10,18 +10,18 @@ const Bytes kAudio{0x50, 0x01, 0x01, 0x00, 0x08}, kStopped{0x00, 0x80, 0x01, 0x0
 Bytes end(std::uint8_t reason) { return {0x08, 0x01, 0x00, reason, 0x00}; }
 Bytes status(std::uint8_t result) { return {0x12, 0x80, 0x04, 0x00, 0x00, result, 0x54, 0x00}; }
 
-struct Case {
+struct CaptureCase {
   const char* name;
-  std::function<void(RecordingWatch&)> happens;
-  std::optional<RecordingEnd> end, endOfRecorder;
+  std::function<void(CaptureWatch&)> happens;
+  std::optional<CaptureEnd> end, endOfRecorder;
   bool stopped;
-  std::optional<RecordingWatch::Refusal> refusal = std::nullopt;
+  std::optional<CaptureWatch::Refusal> refusal = std::nullopt;
 };
 
-using enum RecordingEnd;
-using Refusal = RecordingWatch::Refusal;
+using enum CaptureEnd;
+using Refusal = CaptureWatch::Refusal;
 const auto kNone = std::nullopt;
-const Case kCases[] = {
+const CaptureCase kCaptures[] = {
     {"audio", [](auto&) {}, kNone, kNone, false},
     {"started", [](auto& watch) { watch.onNotification(status(0)); }, kNone, kNone, false},
     {"in a call", [](auto& watch) { watch.onNotification(status(0x10)); }, kNone, kNone, false,
@@ -40,11 +40,11 @@ const Case kCases[] = {
      interrupted, key, false},
 };
 
-TEST(RecordingWatchTest, TellsTheFirstEndAndWhetherTheRecorderEnded) {
+TEST(CaptureWatchTest, TellsTheFirstEndAndWhetherTheRecorderEnded) {
   const auto scheduler = threadScheduler();
-  for (const Case& test : kCases) {
+  for (const CaptureCase& test : kCaptures) {
     SCOPED_TRACE(test.name);
-    RecordingWatch watch(*scheduler);
+    CaptureWatch watch(*scheduler);
     watch.onNotification(kAudio);
     test.happens(watch);
     EXPECT_EQ(watch.waitForEnd(Duration(0)), test.end);

@@ -14,19 +14,19 @@
 namespace kwtsdk::tool {
 
 /// The connection to a recorder, however it was made.
-class HostLink {
+class RecorderConnection {
  public:
-  virtual ~HostLink() = default;
+  virtual ~RecorderConnection() = default;
 
   /// Hands peripheral and characteristics to the facade and forwards events to it.
   virtual void attach(const std::shared_ptr<KWTBluetoothHelper>& facade) = 0;
 
-  /// Called on the link's thread for each notification, before the facade gets it: nothing that follows from
-  /// one is seen before it. Empty: nothing.
+  /// Called on the connection's thread for each notification, before the facade gets it: nothing that follows
+  /// from one is seen before it. Empty: nothing.
   using NotificationObserver = std::function<void(const Bytes&)>;
   virtual void setOnNotification(NotificationObserver onNotification) = 0;
 
-  /// Called on the link's thread after the link was lost or disconnected; empty: nothing.
+  /// Called on the connection's thread after it was lost or given up; empty: nothing.
   virtual void setOnDisconnect(std::function<void()> onDisconnect) = 0;
 
   /// Nothing is sent or forwarded that has not yet begun. Returns at once; any thread.
@@ -35,17 +35,18 @@ class HostLink {
   /// The last write's error, which the library's blocking forms do not tell.
   virtual MaybeError writeError() const { return std::nullopt; }
 
-  /// For Ctrl-C while nothing is under way that has to be ended in order. May be called after the link's end.
+  /// For Ctrl-C while nothing is under way that has to be ended in order. May be called after the
+  /// connection's end.
   virtual std::function<void()> interruptAction() const { return nullptr; }
 };
 
 /// Throws std::runtime_error whose text says what to do.
-std::unique_ptr<HostLink> openSimulatedHostLink(const std::shared_ptr<Scheduler>& scheduler,
-                                                const std::string& folder);
+std::unique_ptr<RecorderConnection> connectSimulated(const std::shared_ptr<Scheduler>& scheduler,
+                                                     const std::string& folder);
 
 /// Finds the recorder of that Bluetooth address and connects, which a person at a terminal sees. Ctrl-C ends
 /// the attempt. Throws Failure.
-std::unique_ptr<HostLink> openBluetoothHostLink(const std::shared_ptr<Scheduler>& scheduler,
-                                                Interrupt& interrupt, const std::string& address);
+std::unique_ptr<RecorderConnection> connectOverBluetooth(const std::shared_ptr<Scheduler>& scheduler,
+                                                         Interrupt& interrupt, const std::string& address);
 
 }  // namespace kwtsdk::tool

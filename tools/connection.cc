@@ -1,21 +1,71 @@
+#include "tools/connection.h"
+
 #include <algorithm>
-#include <mutex>
+#include <filesystem>
 #include <utility>
 
 #include <kwtsdk/bluez/device.h>
+#include <kwtsdk/sim/simulated_recorder.h>
 
-#include "tools/bluetooth_failure.h"
-#include "tools/host_link.h"
-#include "tools/observation.h"
-#include "tools/terminal_line.h"
-#include "wire/firmware_channel.h"
-#include "wire/recorder_channel.h"
-#include "wire/status_channel.h"
+#include "platform/threads/mutex.h"
+#include "sim/link/ending_elsewhere.h"
+#include "sim/samples/microphones.h"
+#include "tools/failure.h"
+#include "tools/terminal.h"
+#include "tools/wire.h"
 
 namespace kwtsdk::tool {
 namespace {
 
+/// Who sees notifications before the facade. Outlives the connection's owner, since its thread may.
+using Observation = internal::SharedField<RecorderConnection::NotificationObserver>;
+
+/// `forward`, after the observer has seen what it gets.
+KWTBluetoothHelper::PeripheralEvent observed(const std::shared_ptr<Observation>& observation,
+                                             KWTBluetoothHelper::PeripheralEvent forward) {
+  return [observation, forward = std::move(forward)](const auto& peripheral, const auto& characteristic,
+                                                     const MaybeError& error) {
+    const auto observer = observation->get();
+    const auto value = characteristic->value();
+    if (observer && value) observer(*value);
+    forward(peripheral, characteristic, error);
+  };
+}
+
+std::shared_ptr<sim::SimulatedLink> openSimulator(const std::shared_ptr<Scheduler>& scheduler,
+                                                  const std::filesystem::path& folder) {
+  const auto recorder = sim::openSimulatedRecorder(scheduler, folder);
+  recorder.model->setMicrophone(sim::microphoneIn(folder));
+  return sim::endingElsewhere(scheduler, recorder.link);
+}
+
+class SimulatedConnection : public RecorderConnection {
+ public:
+  explicit SimulatedConnection(std::shared_ptr<sim::SimulatedLink> link) : link_(std::move(link)) {}
+  ~SimulatedConnection() override { link_->disconnect(); }
+
+  void attach(const std::shared_ptr<KWTBluetoothHelper>& facade) override {
+    facade->setConnectedPeripheral(link_->peripheral());
+    for (const auto& characteristic : link_->characteristics())
+      facade->addDiscoveredCharacteristic(characteristic);
+    link_->setEvents(facade->didWriteValueForCharacteristicBlock(),
+                     observed(observation_, facade->didUpdateValueForCharacteristicBlock()));
+  }
+  void setOnNotification(NotificationObserver onNotification) override {
+    observation_->set(std::move(onNotification));
+  }
+  void setOnDisconnect(std::function<void()> onDisconnect) override {
+    link_->setOnDisconnect(std::move(onDisconnect));
+  }
+  void disconnect() override { link_->disconnect(); }
+
+ private:
+  const std::shared_ptr<Observation> observation_ = std::make_shared<Observation>();
+  const std::shared_ptr<sim::SimulatedLink> link_;
+};
+
 using Device = std::shared_ptr<bluez::Device>;
+using LastError = internal::SharedField<MaybeError>;  // outlives the connection's owner, as well
 
 const char* textOf(bluez::ConnectStep step) {
   switch (step) {
@@ -31,16 +81,16 @@ const char* textOf(bluez::ConnectStep step) {
 
 std::function<void()> interruptActionFor(const Device& device, Interrupt& interrupt) {
   return [weak = std::weak_ptr(device), &interrupt] {
-    interrupt.noteLinkEnded();
+    interrupt.noteDisconnected();
     if (const auto connected = weak.lock()) connected->disconnect();
   };
 }
 
-void connect(const Device& device, const Scheduler& scheduler, const Interrupt& interrupt) {
+void connectTo(const Device& device, const Scheduler& scheduler, const Interrupt& interrupt) {
   TerminalLine line(scheduler);
   bluez::ConnectOptions options;
   options.onStep = [&](bluez::ConnectStep step) {
-    if (interrupt.hasEndedLink()) device->disconnect();  // it came before the attempt had begun
+    if (interrupt.hasDisconnected()) device->disconnect();  // it came before the attempt had begun
     line.show(textOf(step));
   };
   const MaybeError error = device->connect(options);
@@ -63,9 +113,9 @@ void checkChannels(const bluez::Device& device) {
   }
 }
 
-/// Its packets of audio have that size, and what does not fit one arrives cut off.
+/// A download's packets have that size, and what does not fit one arrives cut off.
 void checkPacketSize(const bluez::Device& device) {
-  constexpr std::size_t needed = 96, attHead = 3;
+  constexpr std::size_t needed = wire::kDownloadPacketSize, attHead = 3;
   const std::size_t fitting = device.peripheral()->maximumWriteValueLengthForType(WriteType::withResponse);
   if (fitting >= needed) return;
   throw Failure(ToolError::packetsTooSmall,
@@ -76,26 +126,9 @@ void checkPacketSize(const bluez::Device& device) {
                     ": use another Bluetooth adapter, or have the recorder's firmware updated.");
 }
 
-/// Outlives the link's owner, since the events' thread may.
-class LastError {
+class BluetoothConnection : public RecorderConnection {
  public:
-  void set(const MaybeError& error) {
-    const std::lock_guard lock(mutex_);
-    error_ = error;
-  }
-  MaybeError get() const {
-    const std::lock_guard lock(mutex_);
-    return error_;
-  }
-
- private:
-  mutable std::mutex mutex_;
-  MaybeError error_;
-};
-
-class BluetoothHostLink : public HostLink {
- public:
-  BluetoothHostLink(Device device, Interrupt& interrupt)
+  BluetoothConnection(Device device, Interrupt& interrupt)
       : device_(std::move(device)), interrupt_(interrupt) {}
 
   void attach(const std::shared_ptr<KWTBluetoothHelper>& facade) override {
@@ -106,7 +139,7 @@ class BluetoothHostLink : public HostLink {
           lastError->set(error);
           forward(peripheral, characteristic, error);
         },
-        Observation::before(observation_, facade->didUpdateValueForCharacteristicBlock()));
+        observed(observation_, facade->didUpdateValueForCharacteristicBlock()));
   }
   void setOnNotification(NotificationObserver onNotification) override {
     observation_->set(std::move(onNotification));
@@ -127,14 +160,19 @@ class BluetoothHostLink : public HostLink {
 
 }  // namespace
 
-std::unique_ptr<HostLink> openBluetoothHostLink(const std::shared_ptr<Scheduler>& scheduler,
-                                                Interrupt& interrupt, const std::string& address) {
+std::unique_ptr<RecorderConnection> connectSimulated(const std::shared_ptr<Scheduler>& scheduler,
+                                                     const std::string& folder) {
+  return std::make_unique<SimulatedConnection>(openSimulator(scheduler, folder));
+}
+
+std::unique_ptr<RecorderConnection> connectOverBluetooth(const std::shared_ptr<Scheduler>& scheduler,
+                                                         Interrupt& interrupt, const std::string& address) {
   const Device device = bluez::Device::create(scheduler, address);
   interrupt.setAction(interruptActionFor(device, interrupt));
-  connect(device, *scheduler, interrupt);
+  connectTo(device, *scheduler, interrupt);
   checkChannels(*device);
   checkPacketSize(*device);
-  return std::make_unique<BluetoothHostLink>(device, interrupt);
+  return std::make_unique<BluetoothConnection>(device, interrupt);
 }
 
 }  // namespace kwtsdk::tool

@@ -1,10 +1,11 @@
-#include "tools/recording.h"
+#include "tools/live_capture.h"
 
 #include <algorithm>
 #include <chrono>
 #include <utility>
 
-#include "tools/recorder_queries.h"
+#include "tools/output.h"
+#include "tools/wire.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -12,17 +13,17 @@ namespace {
 /// Tells when the library lets go of the completion, which is when its command is no longer pending: as soon
 /// as the completion is called would be too early for the stop.
 struct StartCompletion {
-  explicit StartCompletion(std::shared_ptr<RecordingWatch> told) : watch(std::move(told)) {}
+  explicit StartCompletion(std::shared_ptr<CaptureWatch> told) : watch(std::move(told)) {}
   ~StartCompletion() { watch->onStarted(error); }
   StartCompletion(const StartCompletion&) = delete;
   StartCompletion& operator=(const StartCompletion&) = delete;
 
-  const std::shared_ptr<RecordingWatch> watch;
+  const std::shared_ptr<CaptureWatch> watch;
   MaybeError error;
 };
 
-Failure notStarted(const Error& error, const std::optional<RecordingWatch::Refusal>& refusal) {
-  using Refusal = RecordingWatch::Refusal;
+Failure notStarted(const Error& error, const std::optional<CaptureWatch::Refusal>& refusal) {
+  using Refusal = CaptureWatch::Refusal;
   if (refusal == Refusal::inCall) {
     return {error, "The recorder is in a call, and then records nothing else",
             "End the call first, or record it with -t call."};
@@ -34,43 +35,86 @@ Failure notStarted(const Error& error, const std::optional<RecordingWatch::Refus
   return explained(error);
 }
 
-RecordingOutcome outcomeOf(RecordingEnd end, const std::string& failure) {
-  return {failure.empty() ? end : RecordingEnd::unwritable, std::nullopt, failure};
+CaptureOutcome outcomeOf(CaptureEnd end, const std::string& failure) {
+  return {failure.empty() ? end : CaptureEnd::unwritable, std::nullopt, failure};
 }
 
 }  // namespace
 
-Recording::Recording(Session& session, std::string path)
+CaptureWatch::CaptureWatch(Scheduler& scheduler)
+    : started_(scheduler, "kwt.record.start"),
+      stopped_(scheduler, "kwt.record.stop"),
+      ended_(scheduler, "kwt.record.end") {}
+
+void CaptureWatch::onNotification(const Bytes& value) {
+  const std::string text = hexText(value);
+  if (text == wire::kRefusedInCall) {
+    refusal_.set(Refusal::inCall);
+  } else if (text == wire::kRefusedNotInCall) {
+    refusal_.set(Refusal::notInCall);
+  } else if (text.starts_with(wire::kStopped)) {
+    onStopped(std::nullopt);
+  } else if (text == wire::kEnded) {
+    endByRecorder(CaptureEnd::recorder);
+    onStopped(std::nullopt);
+  } else if (text == wire::kEndedByKey) {
+    endByRecorder(CaptureEnd::key);
+  } else if (text == wire::kEndedByCall) {
+    endByRecorder(CaptureEnd::call);
+  }
+}
+
+void CaptureWatch::onLinkLost() {
+  started_.put({std::nullopt, true});
+  stopped_.put({std::nullopt, true});
+  ended_.put(CaptureEnd::linkLost);
+}
+
+std::optional<CaptureEnd> CaptureWatch::endOfRecorder() const {
+  const internal::MutexLock lock(mutex_);
+  return endOfRecorder_;
+}
+
+void CaptureWatch::endByRecorder(CaptureEnd end) {
+  {
+    const internal::MutexLock lock(mutex_);
+    if (!endOfRecorder_) endOfRecorder_ = end;
+  }
+  ended_.put(end);
+}
+
+LiveCapture::LiveCapture(Session& session, std::string path)
     : session_(session),
       path_(std::move(path)),
-      watch_(std::make_shared<RecordingWatch>(session.scheduler())),
+      watch_(std::make_shared<CaptureWatch>(session.scheduler())),
       meter_(path_),
       line_(session.scheduler()) {
-  session_.link().setOnNotification([watch = watch_](const Bytes& value) { watch->onNotification(value); });
-  session_.link().setOnDisconnect([watch = watch_] { watch->onLinkLost(); });
+  session_.connection().setOnNotification(
+      [watch = watch_](const Bytes& value) { watch->onNotification(value); });
+  session_.connection().setOnDisconnect([watch = watch_] { watch->onLinkLost(); });
   session_.interrupt().setAction([watch = watch_] { watch->onInterrupt(); });
 }
 
-Recording::~Recording() {
-  session_.endLinkOnInterrupt();
-  session_.link().setOnDisconnect(nullptr);
-  session_.link().setOnNotification(nullptr);
+LiveCapture::~LiveCapture() {
+  session_.disconnectOnInterrupt();
+  session_.connection().setOnDisconnect(nullptr);
+  session_.connection().setOnNotification(nullptr);
 }
 
-RecordingOutcome Recording::run(std::int64_t type, const std::optional<Duration>& length) {
+CaptureOutcome LiveCapture::run(std::int64_t type, const std::optional<Duration>& length) {
   start(type);
-  const RecordingEnd end = follow(length);
+  const CaptureEnd end = follow(length);
   line_.clear();
   pause(session_);
   // A stop that follows the recorder's own end would start a recording.
   if (const auto endOfRecorder = watch_->endOfRecorder()) return finish(*endOfRecorder);
-  if (end != RecordingEnd::linkLost) return stop(end);
+  if (end != CaptureEnd::linkLost) return stop(end);
   endFile();
   return finish(end);
 }
 
 // Ctrl-C has to wait for the answer: a stop that reached a recorder which does not record would start it.
-void Recording::start(std::int64_t type) {
+void LiveCapture::start(std::int64_t type) {
   constexpr Duration longest = std::chrono::seconds(10);
   {
     const auto completion = std::make_shared<StartCompletion>(watch_);
@@ -83,25 +127,25 @@ void Recording::start(std::int64_t type) {
   file_ = session_.recorder().recordFileHandle();
 }
 
-RecordingEnd Recording::follow(const std::optional<Duration>& length) {
+CaptureEnd LiveCapture::follow(const std::optional<Duration>& length) {
   constexpr Duration tick = std::chrono::milliseconds(100);
   const Scheduler& scheduler = session_.scheduler();
   const Duration begin = scheduler.now();
   for (;;) {
     const Duration left = length ? *length - (scheduler.now() - begin) : tick;
-    if (left <= Duration::zero()) return RecordingEnd::timeOver;
+    if (left <= Duration::zero()) return CaptureEnd::timeOver;
     if (const auto end = watch_->waitForEnd(std::min(left, tick))) return *end;
-    if (!writeFailure().empty()) return RecordingEnd::unwritable;
+    if (!writeFailure().empty()) return CaptureEnd::unwritable;
     line_.show(measure());
   }
 }
 
-RecordingOutcome Recording::finish(RecordingEnd end) {
+CaptureOutcome LiveCapture::finish(CaptureEnd end) {
   waitForFile();
   return outcomeOf(end, writeFailure());
 }
 
-RecordingOutcome Recording::stop(RecordingEnd end) {
+CaptureOutcome LiveCapture::stop(CaptureEnd end) {
   constexpr Duration longest = std::chrono::seconds(5);
   // Looked up before the library closes the file: a packet that comes at that moment fails to be written.
   const std::string failure = writeFailure();
@@ -109,26 +153,26 @@ RecordingOutcome Recording::stop(RecordingEnd end) {
   const auto answer = watch_->waitForStop(longest);
   if (!failure.empty()) return outcomeOf(end, failure);
   if (answer && !answer->error && !answer->linkLost) return outcomeOf(end, "");
-  if (!isConnected(session_)) return outcomeOf(RecordingEnd::linkLost, "");
-  return {RecordingEnd::notStopped, answer ? answer->error : std::nullopt, ""};
+  if (!isConnected(session_)) return outcomeOf(CaptureEnd::linkLost, "");
+  return {CaptureEnd::notStopped, answer ? answer->error : std::nullopt, ""};
 }
 
 /// In the recorder's words, as the last packet, so that the library writes first what has arrived.
-void Recording::endFile() {
+void LiveCapture::endFile() {
   if (const auto receivePacket = session_.recorder().writeDataBlock()) {
-    receivePacket(std::nullopt, "0801000100");
+    receivePacket(std::nullopt, std::string(wire::kEnded));
   }
 }
 
 /// The library closes the file behind the last packet, and tells nobody.
-void Recording::waitForFile() {
+void LiveCapture::waitForFile() {
   constexpr Duration step = std::chrono::milliseconds(5), longestWrite = std::chrono::seconds(10);
   for (Duration waited{0}; file_ && file_->isOpen() && waited < longestWrite; waited += step) {
     session_.scheduler().sleep(step);
   }
 }
 
-std::string Recording::writeFailure() const {
+std::string LiveCapture::writeFailure() const {
   return file_ ? file_->failure() : "the library could not open it";
 }
 

@@ -1,13 +1,14 @@
-#include "tools/image_file.h"
+#include "tools/firmware_image.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 
-#include "tools/image_tail.h"
-#include "tools/text.h"
+#include "tools/output.h"
+#include "tools/wire.h"
 
 namespace kwtsdk::tool {
 
@@ -36,8 +37,29 @@ void checkReadable(const std::string& path) {
 
 }  // namespace
 
+std::uint64_t unsendableTail(std::uint64_t imageSize, std::int64_t mtu) {
+  const auto packetSize = static_cast<std::uint64_t>(std::max(mtu, wire::kPacketFloor));
+  const std::uint64_t tail = imageSize % wire::kSegmentSize % packetSize;
+  return tail < wire::kSmallestPacket ? tail : 0;
+}
+
+// With packets as long as a segment all of the last one is the tail: what fails there fails with shorter
+// ones.
+std::uint64_t unsendableTail(std::uint64_t imageSize) {
+  return unsendableTail(imageSize, std::numeric_limits<std::int64_t>::max());
+}
+
+std::uint64_t sendableSize(std::uint64_t imageSize) {
+  const std::uint64_t last = imageSize % wire::kSegmentSize, whole = imageSize - last;
+  const bool fitsAlways =
+      last == 0 || (last >= wire::kSmallestPacket && last < std::uint64_t{wire::kPacketFloor});
+  if (fitsAlways) return imageSize;
+  return whole + (last < wire::kSmallestPacket ? wire::kSmallestPacket : wire::kSegmentSize);
+}
+
 std::uint64_t imageSize(const std::string& path) {
-  constexpr std::uint64_t identity = 4, greatest = std::numeric_limits<std::uint32_t>::max();
+  constexpr std::uint64_t identity = wire::kIdentitySize,
+                          greatest = std::numeric_limits<std::uint32_t>::max();
   checkReadable(path);
   const std::uint64_t size = fs::file_size(path);
   if (size < identity) {
@@ -58,7 +80,7 @@ Failure unsendable(const std::string& path, std::uint64_t size, std::uint64_t ta
   return unusableImage(
       path, "its last " + bytesText(tail) + " are too few for a packet, of its " + bytesText(size),
       "The recorder still runs its old firmware. Have the image padded to " + bytesText(sendableSize(size)) +
-          ", so that its last 4 bytes, which identify it, stay the last.");
+          ", so that its last " + bytesText(wire::kIdentitySize) + ", which identify it, stay the last.");
 }
 
 }  // namespace kwtsdk::tool
