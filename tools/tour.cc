@@ -2,8 +2,7 @@
 #include <functional>
 #include <vector>
 
-#include "sim/samples/tones.h"
-#include "sim/samples/wav_file.h"
+#include "sim/samples/sounds.h"
 #include "tools/commands.h"
 #include "tools/note_detector.h"
 #include "tools/tour_folder.h"

@@ -8,7 +8,7 @@
 
 #include "sim/air/att_uuid.h"
 #include "sim/air/gatt_table.h"
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 

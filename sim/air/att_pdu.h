@@ -7,7 +7,7 @@
 
 #include "sim/air/att.h"
 #include "sim/air/att_server.h"
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 // How responses are put together.
 namespace kwtsdk::sim {

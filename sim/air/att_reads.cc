@@ -7,7 +7,7 @@
 #include "sim/air/att_pdu.h"
 #include "sim/air/att_server.h"
 #include "sim/air/att_uuid.h"
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "sim/air/att_pdu.h"
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 

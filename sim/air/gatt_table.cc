@@ -4,7 +4,7 @@
 
 #include "sim/air/att.h"
 #include "sim/air/att_uuid.h"
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 

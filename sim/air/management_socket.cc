@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 

@@ -7,9 +7,7 @@
 #include <cmath>
 #include <numeric>
 
-#include "sim/model/silent_microphone.h"
-#include "sim/samples/opus_microphone.h"
-#include "sim/samples/wav_file.h"
+#include "sim/model/service.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/thrown_by.h"
 

@@ -1,6 +1,7 @@
-#include "sim/link/air_time.h"
+#include "sim/link/pacing.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kwtsdk::sim {
 
@@ -25,6 +26,17 @@ void AirTime::hold(Duration moment) {
   if (moment <= sent_) return;
   sent_ = moment;
   sentTogether_ = 0;
+}
+
+void Pace::start(std::function<void()> onTick) {
+  nextDue_ = scheduler_.now() + interval_;
+  timer_ = scheduler_.repeatingTimer(interval_, interval_, Duration::zero(), std::move(onTick));
+}
+
+bool Pace::takeDue() {
+  if (!running() || scheduler_.now() < nextDue_) return false;
+  nextDue_ += interval_;
+  return true;
 }
 
 }  // namespace kwtsdk::sim
