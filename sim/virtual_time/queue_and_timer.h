@@ -2,12 +2,27 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 #include <kwtsdk/scheduler.h>
 
 #include "sim/virtual_time/core.h"
 
+// What runs callbacks on a simulated thread of its own.
 namespace kwtsdk::sim::virtual_time {
+
+class VirtualQueue : public SerialQueue {
+ public:
+  VirtualQueue(std::shared_ptr<Core> core, std::string label);
+  ~VirtualQueue() override;
+  void async(std::function<void()> work) override;
+
+ private:
+  class Worker;
+
+  const std::shared_ptr<Core> core_;
+  const std::shared_ptr<Worker> worker_;
+};
 
 struct TimerSchedule {
   Duration first;
@@ -22,11 +37,10 @@ class VirtualTimer : public Timer {
   void cancel() override;
 
  private:
-  struct State;
-  class Thread;
+  class Ticker;
 
-  std::shared_ptr<Core> core_;
-  std::shared_ptr<State> state_;
+  const std::shared_ptr<Core> core_;
+  const std::shared_ptr<Ticker> ticker_;
 };
 
 }  // namespace kwtsdk::sim::virtual_time

@@ -44,22 +44,22 @@ const char* meaningOf(WaitKind kind) {
 }  // namespace
 
 void Core::setDeadlockHandler(DeadlockHandler handler) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex);
   std::swap(handler_, handler);
 }
 
 void Core::setTimeLimit(Duration limit) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex);
   timeLimit_ = limit;
 }
 
 void Core::setStepLimit(std::uint64_t limit) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex);
   stepLimit_ = limit;
 }
 
 std::string Core::report() const {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex);
   return describe();
 }
 
@@ -91,27 +91,25 @@ std::string Core::describe() const {
 }
 
 void Core::fail(const std::string& message) const {
-  std::fprintf(stderr, "VirtualTimeScheduler: %s\n%s", message.c_str(), report().c_str());
+  std::fprintf(stderr, "VirtualTimeScheduler: %s\n%s", message.c_str(), describe().c_str());
   std::abort();
 }
 
-void Core::reportTrouble(Lock& lock, const std::string& what) {
+void Core::callDeadlockHandler(const std::string& reason) {
   inHandler_ = true;
   {
     const DeadlockHandler handler = handler_;
-    const std::string text = what + "\n" + describe();
-    lock.unlock();
-    if (!handler) fail(what);
+    const std::string text = reason + "\n" + describe();
+    if (!handler) fail(reason);
+    mutex.unlock();
     handler(text);
   }
-  lock.lock();
+  mutex.lock();
   inHandler_ = false;
 }
 
-void Core::requireRunnable(Lock& lock) {
-  if (!runnable_.empty()) return;
-  lock.unlock();
-  fail("nothing can run even after the deadlock handler");
+void Core::requireRunnable() {
+  if (runnable_.empty()) fail("nothing can run even after the deadlock handler");
 }
 
 }  // namespace kwtsdk::sim::virtual_time
