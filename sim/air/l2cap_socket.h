@@ -8,7 +8,7 @@
 #include <kwtsdk/bytes.h>
 
 #include "codec/descriptor.h"
-#include "sim/air/bluetooth_address.h"
+#include "sim/air/identifiers.h"
 
 namespace kwtsdk::sim {
 
