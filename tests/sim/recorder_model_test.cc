@@ -154,6 +154,10 @@ std::string sent(RecorderModel& model, const std::string& steps) {
       model.linkLost();
     } else if (word == "call" || word == "hangUp") {
       model.setInCall(word == "call");
+    } else if (word.starts_with("keyAfter")) {
+      model.setRecordingEnds({.keyAfter = 1ms * std::stoi(word.substr(8)), .callAfter = {}});
+    } else if (word.starts_with("callAfter")) {
+      model.setCallAfter(1ms * std::stoi(word.substr(9)));
     } else {
       for (int i = std::stoi(word) / 20; i > 0; --i) model.recordPacket();
     }
@@ -162,38 +166,25 @@ std::string sent(RecorderModel& model, const std::string& steps) {
   while (const auto packet = model.nextPacket()) {
     const std::string hex = hexString(packet->value);
     const auto known = packets.find(hex);
-    all.append(all.empty() ? "" : " ").append(known == packets.end() ? hex : known->second);
+    all.append(" ").append(known == packets.end() ? hex : known->second);
   }
   return all;
 }
 
 TEST(RecordingService, AnswersByItsState) {
-  const std::tuple<std::string, std::string, RecordingEnds> cases[]{
-      {"20", "", {}},
-      {"start0 40ms toggle 20ms", "started0 sound sound stopped endByHost", {}},
-      {"start1 start3 20ms", "started1 started3 sound", {}},
-      {"toggle 20ms toggle toggle", "started4 sound stopped endByHost started4", {}},
-      {"broken unknown 20ms count", "", {}},
-      {"start2 start0 start2 20ms", "notInCall started0 notInCall sound", {}},
-      {"call start0 toggle start2 call 20ms hangUp 20ms toggle",
-       "inCall inCall started2 sound sound stopped endByHost",
-       {}},
-      {"start0 20ms key key 20ms toggle toggle", "started0 sound endByKey stopped started4", {}},
-      {"start0 call toggle toggle", "started0 endByCall stopped inCall", {}},
-      {"start0 key count toggle", "started0 endByKey started4", {}},
-      {"start0 key start1 20ms toggle", "started0 endByKey started1 sound stopped endByHost", {}},
-      {"key toggle", "started4", {}},
-      {"start0 20ms lost 20ms toggle", "started4", {}},
-      {"start0 key lost toggle", "started4", {}},
-      {"start0 100ms start1 100ms",
-       "started0 sound sound endByKey started1 sound sound endByKey",
-       {30ms, {}}},
-      {"start0 toggle", "started0 endByKey stopped", {0ms, {}}},
-      {"start0 100ms start0 start2 20ms", "started0 sound endByCall inCall started2 sound", {{}, 20ms}},
-  };
-  for (const auto& [steps, expected, ends] : cases) {
+  std::istringstream cases(
+      R"(20:;start0 40 toggle 20: started0 sound sound stopped endByHost;start1 start3 20: started1 started3 sound;
+toggle 20 toggle toggle: started4 sound stopped endByHost started4;broken unknown 20 count:;
+start2 start0 start2 20: notInCall started0 notInCall sound;key toggle: started4;start0 key count toggle: started0 endByKey started4;
+call start0 toggle start2 call 20 hangUp 20 toggle: inCall inCall started2 sound sound stopped endByHost;
+start0 20 key key 20 toggle toggle: started0 sound endByKey stopped started4;
+start0 call toggle toggle: started0 endByCall stopped inCall;start0 20 lost 20 toggle: started4;start0 key lost toggle: started4;
+start0 key start1 20 toggle: started0 endByKey started1 sound stopped endByHost;
+keyAfter30 start0 100 start1 100: started0 sound sound endByKey started1 sound sound endByKey;
+keyAfter0 start0 toggle: started0 endByKey stopped;
+callAfter20 start0 100 start0 start2 20: started0 sound endByCall inCall started2 sound)");
+  for (std::string steps, expected; std::getline(std::getline(cases, steps, ':'), expected, ';');) {
     RecorderModel model(std::make_shared<MemoryStore>());
-    model.setRecordingEnds(ends);
     EXPECT_EQ(sent(model, steps), expected) << steps;
   }
 }
@@ -206,19 +197,18 @@ TEST(RecordingService, HearsTheMicrophoneFromItsBeginningAndPassesTheFilter) {
   };
   RecorderModel model(std::make_shared<MemoryStore>());
   model.setMicrophone(std::make_shared<Counting>());
-  std::vector<std::string> seen;
+  std::string seen;
   model.setReplyFilter([&](const Bytes& request, const Bytes& reply) -> std::optional<Bytes> {
-    seen.push_back(hexString(request).substr(0, 4) + ">" + hexString(reply).substr(0, 10));
-    if (reply[0] != 0x50) return std::nullopt;
-    return reply;
+    seen += " " + hexString(request).substr(0, 4) + ">" + hexString(reply).substr(0, 10);
+    return reply[0] == 0x50 ? std::optional(reply) : std::nullopt;
   });
-  EXPECT_EQ(sent(model, "start1 40ms start0 20ms toggle start3 key").size(), 3 * 2 * 304 + 2U);
-  EXPECT_EQ(seen, (std::vector<std::string>{"0281>1280040000", "0281>50012c0101", "0281>50012c0102",
-                                            "0181>1280040000", "0181>50012c0101", "0081>0080010000",
-                                            "0081>0801000100", "0481>1280040000", "0481>0801001100"}));
+  EXPECT_EQ(sent(model, "start1 40 start0 20 toggle start3 key").size(), 3 * (1 + 2 * 304U));
+  EXPECT_EQ(seen,
+            " 0281>1280040000 0281>50012c0101 0281>50012c0102 0181>1280040000 0181>50012c0101 0081>0080010000"
+            " 0081>0801000100 0481>1280040000 0481>0801001100");
   model.setReplyFilter(nullptr);
   model.setMicrophone(nullptr);
-  EXPECT_EQ(sent(model, "start0 20ms"), "started0 sound");
+  EXPECT_EQ(sent(model, "start0 20"), " started0 sound");
 }
 
 }  // namespace

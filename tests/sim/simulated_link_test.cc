@@ -23,9 +23,8 @@ const std::string fileWrite = "4B1D9E07-53A6-42C8-B7F0-6E2A19820004",
 /// notification, each with "@" and the virtual time in ms where the link has a timing.
 struct Host {
   explicit Host(LinkTiming timing = {}, const std::string& faults = "",
-                std::shared_ptr<VirtualTimeScheduler> virtualTime = nullptr)
-      : scheduler(virtualTime ? std::move(virtualTime)
-                              : VirtualTimeScheduler::create(seedFromEnvironment(1))),
+                std::shared_ptr<VirtualTimeScheduler> virtualTime = VirtualTimeScheduler::create(1))
+      : scheduler(std::move(virtualTime)),
         link(SimulatedLink::create(scheduler, model, timing, ScriptedFaults::fromText(faults))),
         timed(timing.latency + timing.connectionInterval > 0ns) {
     store->add(Bytes(300, 1));
@@ -117,26 +116,17 @@ TEST(SimulatedLink, ServesAWriteAmidAStream) {
 }
 
 TEST(SimulatedLink, FollowsItsFaults) {
-  std::istringstream cases(R"(
-write 1 drop: ack 13820400
-write 1 refuse: ack!3 ack 13820400
-write 1 duplicate: ack 01820800 01820800 ack 13820400
-write 1 corrupt 1: ack ack 13820400
-acknowledgement 1 drop: 01820800 ack 13820400
-acknowledgement 1 refuse: ack!3 01820800 ack 13820400
-acknowledgement 2 disconnect: ack 01820800 lost
-notification 1 drop: ack ack 13820400
-notification 1 corrupt 0: ack fe820800 ack 13820400
-notification 1 disconnect: ack lost
-subscription 1 drop: ack ack
-subscription 1 disconnect: lost
-)");
-  cases.ignore();
-  for (std::string fault, expected; std::getline(cases, fault, ':') && std::getline(cases, expected);) {
+  std::istringstream cases(
+      R"(write 1 drop: ack 13820400;write 1 refuse: ack!3 ack 13820400;write 1 corrupt 1: ack ack 13820400;
+write 1 duplicate: ack 01820800 01820800 ack 13820400;acknowledgement 1 drop: 01820800 ack 13820400;
+acknowledgement 1 refuse: ack!3 01820800 ack 13820400;acknowledgement 2 disconnect: ack 01820800 lost;
+notification 1 drop: ack ack 13820400;notification 1 corrupt 0: ack fe820800 ack 13820400;
+notification 1 disconnect: ack lost;subscription 1 drop: ack ack;subscription 1 disconnect: lost)");
+  for (std::string fault, expected; std::getline(std::getline(cases, fault, ':'), expected, ';');) {
     Host host({}, fault);
     // One after the other, so that the order does not depend on when the second write is asked.
-    EXPECT_EQ(host.eventsOf([&] { host.ask(count), host.link->drain(), host.write(notice); }), expected)
-        << fault;
+    const auto events = host.eventsOf([&] { host.ask(count), host.link->drain(), host.write(notice); });
+    EXPECT_EQ(events, expected) << fault;
   }
 }
 
