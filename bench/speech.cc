@@ -8,7 +8,7 @@
 #include <fstream>
 #include <numbers>
 
-#include "sim/samples/opus_microphone.h"
+#include "sim/samples/microphones.h"
 
 namespace kwtsdk::bench {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/samples/tones.h"
+#include "sim/samples/sounds.h"
 
 namespace kwtsdk::tool {
 

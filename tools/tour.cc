@@ -1,8 +1,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "sim/samples/tones.h"
-#include "sim/samples/wav_file.h"
+#include "sim/samples/sounds.h"
 #include "tools/command_line.h"
 #include "tools/note_detector.h"
 #include "tools/tour_folder.h"

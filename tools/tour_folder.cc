@@ -10,7 +10,6 @@
 #include <stdexcept>
 #include <vector>
 
-#include "sim/samples/firmware_image.h"
 #include "sim/samples/sample_store.h"
 #include "tools/wire.h"
 

@@ -3,7 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 
-// Numbers of the Attribute Protocol: Bluetooth Core standard, Volume 3, Part F, 3.4; declarations: Part G, 3.
+#include <kwtsdk/bytes.h>
+
+#include "sim/byte_order.h"
+
+// Numbers of the Attribute Protocol, and the PDUs that are put together in several places.
 namespace kwtsdk::sim::att {
 
 inline constexpr std::size_t kDefaultMtu = 23, kLongestValue = 512;
@@ -51,5 +55,14 @@ enum DeclarationType : std::uint16_t {
   characteristicDeclaration = 0x2803,
   clientCharacteristicConfiguration = 0x2902,
 };
+
+inline std::uint8_t responseTo(std::uint8_t request) { return static_cast<std::uint8_t>(request + 1); }
+
+inline Bytes error(std::uint8_t request, std::uint16_t handle, std::uint8_t code) {
+  Bytes response{errorResponse, request};
+  appendLittle16(response, handle);
+  response.push_back(code);
+  return response;
+}
 
 }  // namespace kwtsdk::sim::att

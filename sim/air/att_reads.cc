@@ -4,10 +4,9 @@
 #include <limits>
 #include <utility>
 
-#include "sim/air/att_pdu.h"
 #include "sim/air/att_server.h"
-#include "sim/air/att_uuid.h"
-#include "sim/model/wire.h"
+#include "sim/air/identifiers.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 
@@ -23,9 +22,10 @@ class Entries {
   explicit Entries(std::size_t room) : room_(room) {}
 
   /// False: this one and what follows goes into another response.
-  bool add(Bytes entry) {
+  bool add(std::span<const std::uint8_t> entry) {
     if (all_.empty()) {
-      entry.resize(std::min<std::size_t>({entry.size(), room_, std::numeric_limits<std::uint8_t>::max()}));
+      entry =
+          entry.first(std::min<std::size_t>({entry.size(), room_, std::numeric_limits<std::uint8_t>::max()}));
       size_ = entry.size();
     }
     if (entry.size() != size_ || all_.size() + size_ > room_) return false;
@@ -38,9 +38,9 @@ class Entries {
 
   /// None: no attribute fits the request.
   AttReaction after(Bytes head, std::span<const std::uint8_t> request) const {
-    if (empty()) return refuse(request[0], little16(request, 1), att::attributeNotFound);
+    if (empty()) return AttReaction::refusal(request[0], little16(request, 1), att::attributeNotFound);
     append(head, all_);
-    return answer(std::move(head));
+    return AttReaction::answer(std::move(head));
   }
 
  private:
@@ -58,20 +58,20 @@ std::span<const Attribute> AttServer::inRange(Pdu pdu) const {
 }
 
 AttReaction AttServer::findInformation(Pdu pdu) {
-  if (!isRange(pdu)) return refuse(pdu[0], little16(pdu, 1), att::invalidHandle);
+  if (!isRange(pdu)) return AttReaction::refusal(pdu[0], little16(pdu, 1), att::invalidHandle);
   Entries entries(mtu_ - 2);
   for (const Attribute& attribute : inRange(pdu)) {
     Bytes entry;
     appendLittle16(entry, attribute.handle);
     append(entry, attUuid(attribute.type));
-    if (!entries.add(std::move(entry))) break;
+    if (!entries.add(entry)) break;
   }
   constexpr std::uint8_t shortUuids = 1, longUuids = 2, shortEntry = 4;
-  return entries.after({responseTo(pdu[0]), entries.size() == shortEntry ? shortUuids : longUuids}, pdu);
+  return entries.after({att::responseTo(pdu[0]), entries.size() == shortEntry ? shortUuids : longUuids}, pdu);
 }
 
 AttReaction AttServer::findByTypeValue(Pdu pdu) {
-  if (!isRange(pdu)) return refuse(pdu[0], little16(pdu, 1), att::invalidHandle);
+  if (!isRange(pdu)) return AttReaction::refusal(pdu[0], little16(pdu, 1), att::invalidHandle);
   const auto type = uuidFromAtt(pdu.subspan(5, 2));
   Entries entries(mtu_ - 1);
   for (const Attribute& attribute : inRange(pdu)) {
@@ -80,36 +80,36 @@ AttReaction AttServer::findByTypeValue(Pdu pdu) {
     Bytes entry;
     appendLittle16(entry, attribute.handle);
     appendLittle16(entry, attribute.groupEnd);
-    if (!entries.add(std::move(entry))) break;
+    if (!entries.add(entry)) break;
   }
-  return entries.after({responseTo(pdu[0])}, pdu);
+  return entries.after({att::responseTo(pdu[0])}, pdu);
 }
 
 AttReaction AttServer::readByType(Pdu pdu) {
   const auto type = uuidFromAtt(pdu.subspan(5));
-  if (!type) return refuse(pdu[0], 0, att::invalidPdu);
-  if (!isRange(pdu)) return refuse(pdu[0], little16(pdu, 1), att::invalidHandle);
+  if (!type) return AttReaction::refusal(pdu[0], 0, att::invalidPdu);
+  if (!isRange(pdu)) return AttReaction::refusal(pdu[0], little16(pdu, 1), att::invalidHandle);
   Entries entries(mtu_ - 2);
   for (const Attribute& attribute : inRange(pdu)) {
     if (attribute.type != *type) continue;
     if (!attribute.value) {
-      if (entries.empty()) return refuse(pdu[0], attribute.handle, att::readNotPermitted);
+      if (entries.empty()) return AttReaction::refusal(pdu[0], attribute.handle, att::readNotPermitted);
       break;
     }
     Bytes entry;
     appendLittle16(entry, attribute.handle);
     append(entry, *attribute.value);
-    if (!entries.add(std::move(entry))) break;
+    if (!entries.add(entry)) break;
   }
-  return entries.after({responseTo(pdu[0]), entries.size()}, pdu);
+  return entries.after({att::responseTo(pdu[0]), entries.size()}, pdu);
 }
 
 AttReaction AttServer::readByGroupType(Pdu pdu) {
   const auto type = uuidFromAtt(pdu.subspan(5));
-  if (!type) return refuse(pdu[0], 0, att::invalidPdu);
-  if (!isRange(pdu)) return refuse(pdu[0], little16(pdu, 1), att::invalidHandle);
+  if (!type) return AttReaction::refusal(pdu[0], 0, att::invalidPdu);
+  if (!isRange(pdu)) return AttReaction::refusal(pdu[0], little16(pdu, 1), att::invalidHandle);
   if (type != shortUuid(att::primaryService) && type != shortUuid(att::secondaryService)) {
-    return refuse(pdu[0], little16(pdu, 1), att::unsupportedGroupType);
+    return AttReaction::refusal(pdu[0], little16(pdu, 1), att::unsupportedGroupType);
   }
   Entries entries(mtu_ - 2);
   for (const Attribute& attribute : inRange(pdu)) {
@@ -118,9 +118,9 @@ AttReaction AttServer::readByGroupType(Pdu pdu) {
     appendLittle16(entry, attribute.handle);
     appendLittle16(entry, attribute.groupEnd);
     append(entry, *attribute.value);
-    if (!entries.add(std::move(entry))) break;
+    if (!entries.add(entry)) break;
   }
-  return entries.after({responseTo(pdu[0]), entries.size()}, pdu);
+  return entries.after({att::responseTo(pdu[0]), entries.size()}, pdu);
 }
 
 AttReaction AttServer::read(Pdu pdu) { return readFrom(pdu, 0); }
@@ -130,13 +130,13 @@ AttReaction AttServer::readBlob(Pdu pdu) { return readFrom(pdu, little16(pdu, 3)
 AttReaction AttServer::readFrom(Pdu pdu, std::size_t offset) const {
   const std::uint16_t handle = little16(pdu, 1);
   const Attribute* const attribute = at(handle);
-  if (!attribute) return refuse(pdu[0], handle, att::invalidHandle);
-  if (!attribute->value) return refuse(pdu[0], handle, att::readNotPermitted);
-  if (offset > attribute->value->size()) return refuse(pdu[0], handle, att::invalidOffset);
+  if (!attribute) return AttReaction::refusal(pdu[0], handle, att::invalidHandle);
+  if (!attribute->value) return AttReaction::refusal(pdu[0], handle, att::readNotPermitted);
+  if (offset > attribute->value->size()) return AttReaction::refusal(pdu[0], handle, att::invalidOffset);
   const auto rest = std::span(*attribute->value).subspan(offset);
-  Bytes response{responseTo(pdu[0])};
+  Bytes response{att::responseTo(pdu[0])};
   append(response, rest.first(std::min(rest.size(), mtu_ - 1)));
-  return answer(std::move(response));
+  return AttReaction::answer(std::move(response));
 }
 
 }  // namespace kwtsdk::sim

@@ -4,8 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "sim/air/att_pdu.h"
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 
@@ -48,19 +47,19 @@ AttReaction AttServer::take(Pdu pdu) {
   const std::uint8_t opcode = pdu[0];
   const auto form = std::ranges::find(kForms, opcode, &Form::opcode);
   if (form == std::end(kForms)) {
-    return isRequest(opcode) ? refuse(opcode, 0, att::requestNotSupported) : AttReaction{};
+    return isRequest(opcode) ? AttReaction::refusal(opcode, 0, att::requestNotSupported) : AttReaction{};
   }
   if (pdu.size() < form->least || pdu.size() > std::min(form->most, mtu_)) {
-    return isRequest(opcode) ? refuse(opcode, 0, att::invalidPdu) : AttReaction{};
+    return isRequest(opcode) ? AttReaction::refusal(opcode, 0, att::invalidPdu) : AttReaction{};
   }
   return (this->*form->handler)(pdu);
 }
 
 AttReaction AttServer::exchangeMtu(Pdu pdu) {
   mtu_ = std::clamp<std::size_t>(little16(pdu, 1), att::kDefaultMtu, offeredMtu_);
-  Bytes response{responseTo(pdu[0])};
+  Bytes response{att::responseTo(pdu[0])};
   appendLittle16(response, offeredMtu_);
-  return answer(std::move(response));
+  return AttReaction::answer(std::move(response));
 }
 
 const Attribute* AttServer::at(std::uint16_t handle) const {
@@ -80,25 +79,25 @@ AttReaction AttServer::writeCommand(Pdu pdu) {
 AttReaction AttServer::prepareWrite(Pdu pdu) {
   const std::uint16_t handle = little16(pdu, 1);
   const auto part = pdu.subspan(5);
-  if (const auto error = writeError(handle)) return refuse(pdu[0], handle, error);
+  if (const auto error = writeError(handle)) return AttReaction::refusal(pdu[0], handle, error);
   if (!prepared_) prepared_ = {handle, {}, true};
   if (prepared_->handle != handle || prepared_->value.size() + part.size() > att::kLongestValue) {
-    return refuse(pdu[0], handle, att::prepareQueueFull);
+    return AttReaction::refusal(pdu[0], handle, att::prepareQueueFull);
   }
   // A wrong offset is reported when the write is executed.
   if (little16(pdu, 3) != prepared_->value.size()) prepared_->contiguous = false;
   append(prepared_->value, part);
-  Bytes response{responseTo(pdu[0])};
+  Bytes response{att::responseTo(pdu[0])};
   append(response, pdu.subspan(1));
-  return answer(std::move(response));
+  return AttReaction::answer(std::move(response));
 }
 
 AttReaction AttServer::executeWrite(Pdu pdu) {
   constexpr std::uint8_t cancel = 0, executeAll = 1;
-  if (pdu[1] > executeAll) return refuse(pdu[0], 0, att::invalidPdu);
+  if (pdu[1] > executeAll) return AttReaction::refusal(pdu[0], 0, att::invalidPdu);
   const auto prepared = std::exchange(prepared_, std::nullopt);
-  if (!prepared || pdu[1] == cancel) return answer({responseTo(pdu[0])});
-  if (!prepared->contiguous) return refuse(pdu[0], prepared->handle, att::invalidOffset);
+  if (!prepared || pdu[1] == cancel) return AttReaction::answer({att::responseTo(pdu[0])});
+  if (!prepared->contiguous) return AttReaction::refusal(pdu[0], prepared->handle, att::invalidOffset);
   return store(pdu[0], prepared->handle, prepared->value);
 }
 
@@ -112,15 +111,16 @@ std::uint8_t AttServer::writeError(std::uint16_t handle) const {
 }
 
 AttReaction AttServer::store(std::uint8_t opcode, std::uint16_t handle, Bytes value) {
-  if (const auto error = writeError(handle)) return refuse(opcode, handle, error);
-  if (value.size() > att::kLongestValue) return refuse(opcode, handle, att::invalidAttributeValueLength);
+  if (const auto error = writeError(handle)) return AttReaction::refusal(opcode, handle, error);
+  if (value.size() > att::kLongestValue)
+    return AttReaction::refusal(opcode, handle, att::invalidAttributeValueLength);
   Attribute& attribute = table_[handle - 1U];
   if (attribute.isConfiguration()) return configure(opcode, attribute, value);
   const auto& target = attribute.characteristic;
   if (opcode == att::writeCommand) {
     return {std::nullopt, {{target, std::move(value), WriteType::withoutResponse}}, std::nullopt};
   }
-  if (pending_) return refuse(opcode, handle, att::insufficientResources);
+  if (pending_) return AttReaction::refusal(opcode, handle, att::insufficientResources);
   pending_ = {opcode, handle, target};
   return {std::nullopt, {{target, std::move(value), WriteType::withResponse}}, std::nullopt};
 }
@@ -128,21 +128,23 @@ AttReaction AttServer::store(std::uint8_t opcode, std::uint16_t handle, Bytes va
 AttReaction AttServer::configure(std::uint8_t opcode, Attribute& attribute, const Bytes& value) {
   constexpr std::uint8_t notifications = 1;
   if (value.size() != attribute.value->size()) {
-    return refuse(opcode, attribute.handle, att::invalidAttributeValueLength);
+    return AttReaction::refusal(opcode, attribute.handle, att::invalidAttributeValueLength);
   }
-  if (little16(value, 0) > notifications) return refuse(opcode, attribute.handle, att::valueNotAllowed);
+  if (little16(value, 0) > notifications)
+    return AttReaction::refusal(opcode, attribute.handle, att::valueNotAllowed);
   attribute.value = value;
-  return {Bytes{responseTo(opcode)}, std::nullopt, {{attribute.characteristic, value[0] == notifications}}};
+  return {
+      Bytes{att::responseTo(opcode)}, std::nullopt, {{attribute.characteristic, value[0] == notifications}}};
 }
 
 std::optional<Bytes> AttServer::writeDone(const Characteristic& target, const MaybeError& error) {
   if (!pending_ || pending_->target.get() != &target) return std::nullopt;
   const PendingWrite done = *std::exchange(pending_, std::nullopt);
-  if (!error) return Bytes{responseTo(done.opcode)};
+  if (!error) return Bytes{att::responseTo(done.opcode)};
   constexpr std::int64_t greatest = std::numeric_limits<std::uint8_t>::max();
   const bool isCode = error->code() > 0 && error->code() <= greatest;
   const std::int64_t code = isCode ? error->code() : std::int64_t{att::unlikelyError};
-  return errorResponse(done.opcode, done.handle, static_cast<std::uint8_t>(code));
+  return att::error(done.opcode, done.handle, static_cast<std::uint8_t>(code));
 }
 
 Bytes AttServer::notification(const Characteristic& source, const Bytes& value) const {

@@ -5,17 +5,24 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include <kwtsdk/bytes.h>
 #include <kwtsdk/error.h>
 #include <kwtsdk/peripheral.h>
 
+#include "sim/air/att.h"
 #include "sim/air/gatt_table.h"
 
 namespace kwtsdk::sim {
 
 /// What a PDU leads to.
 struct AttReaction {
+  static AttReaction answer(Bytes response) { return {std::move(response), std::nullopt, std::nullopt}; }
+  static AttReaction refusal(std::uint8_t request, std::uint16_t handle, std::uint8_t code) {
+    return answer(att::error(request, handle, code));
+  }
+
   struct Write {
     std::shared_ptr<Characteristic> target;
     Bytes value;

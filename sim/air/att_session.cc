@@ -1,8 +1,8 @@
 #include "sim/air/att_session.h"
 
-#include <mutex>
 #include <utility>
 
+#include "platform/threads/mutex.h"
 #include "sim/air/att_server.h"
 
 namespace kwtsdk::sim {
@@ -23,29 +23,29 @@ class AttSession::Bearer {
       : server_(std::move(table), mtu), transport_(std::move(transport)) {}
 
   std::size_t mtu() const {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     return server_.mtu();
   }
   AttReaction take(std::span<const std::uint8_t> pdu) {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     AttReaction reaction = server_.take(pdu);
     if (reaction.response) transport_.send(*reaction.response);
     return reaction;
   }
   void writeDone(const Characteristic& target, const MaybeError& error) {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     if (const auto response = server_.writeDone(target, error)) transport_.send(*response);
   }
   void notify(const Characteristic& source) {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     transport_.send(server_.notification(source, source.value().value()));
   }
   void close() const { transport_.close(); }
 
  private:
   // Held until a PDU is sent: a notification that fills a new MTU must not pass the response that grants it.
-  mutable std::mutex mutex_;
-  AttServer server_;
+  mutable internal::Mutex mutex_;
+  AttServer server_ KWT_GUARDED_BY(mutex_);
   const Transport transport_;
 };
 

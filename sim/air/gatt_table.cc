@@ -3,7 +3,8 @@
 #include <utility>
 
 #include "sim/air/att.h"
-#include "sim/air/att_uuid.h"
+#include "sim/air/identifiers.h"
+#include "sim/byte_order.h"
 #include "sim/model/wire.h"
 
 namespace kwtsdk::sim {
@@ -15,11 +16,10 @@ struct ServiceForm {
   std::vector<const char*> characteristics;
 };
 
-/// The services' UUIDs are the simulation's own choice: hosts look for characteristics.
 const ServiceForm kServices[]{
-    {kRecorderService, {"4B1D9E07-53A6-42C8-B7F0-6E2A19820004", "4B1D9E07-53A6-42C8-B7F0-6E2A19820003"}},
-    {"4B1D9E07-53A6-42C8-B7F0-6E2A19821001", {"CA2A", "C92A"}},
-    {"4B1D9E07-53A6-42C8-B7F0-6E2A19822001", {"77777777-7777-7777-7777-777777777777"}},
+    {wire::kRecorderService, {wire::kRecorderWrite, wire::kRecorderNotify}},
+    {wire::kStatusService, {wire::kStatusWrite, wire::kStatusNotify}},
+    {wire::kFirmwareService, {wire::kFirmware}},
 };
 
 constexpr std::uint16_t kGenericAccess = 0x1800, kDeviceName = 0x2A00, kAppearance = 0x2A01;

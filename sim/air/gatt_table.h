@@ -11,9 +11,6 @@
 
 namespace kwtsdk::sim {
 
-/// What the recorder advertises, by which centrals find it: the service of the recorder's channel.
-inline constexpr const char* kRecorderService = "4B1D9E07-53A6-42C8-B7F0-6E2A19820001";
-
 struct Attribute {
   std::uint16_t handle = 0;
   std::uint16_t groupEnd = 0;  // the last handle of a service; of everything else its own

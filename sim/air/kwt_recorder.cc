@@ -17,7 +17,6 @@
 #include <utility>
 
 #include "platform/posix/files.h"
-#include "sim/air/advertiser.h"
 #include "sim/air/recorder_server.h"
 #include "sim/link/ending_elsewhere.h"
 #include "sim/samples/microphones.h"

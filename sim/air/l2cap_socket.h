@@ -8,7 +8,7 @@
 #include <kwtsdk/bytes.h>
 
 #include "platform/posix/files.h"
-#include "sim/air/bluetooth_address.h"
+#include "sim/air/identifiers.h"
 
 namespace kwtsdk::sim {
 

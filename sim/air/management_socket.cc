@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "sim/model/wire.h"
+#include "sim/byte_order.h"
 
 namespace kwtsdk::sim {
 
@@ -31,7 +31,7 @@ constexpr std::size_t kAnswerHead = 3;
 
 constexpr const char* kBecomeRoot = "run it as root, or give it the capability CAP_NET_ADMIN";
 
-/// Bluetooth management interface, "Error Codes".
+/// Of a command.
 enum Status : std::uint8_t {
   busy = 0x0A,
   notSupported = 0x0C,

@@ -7,7 +7,6 @@
 #include <kwtsdk/scheduler.h>
 #include <kwtsdk/sim/simulated_recorder.h>
 
-#include "sim/air/advertiser.h"
 #include "sim/air/att_session.h"
 #include "sim/air/controller.h"
 #include "sim/air/l2cap_socket.h"

@@ -5,6 +5,8 @@
 
 namespace kwtsdk::sim {
 
+using internal::MutexLock;
+
 namespace {
 
 bool isInstant(const LinkTiming& timing) {
@@ -25,24 +27,23 @@ LinkCore::LinkCore(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<Recorde
       pace_(*scheduler_, Microphone::kPacketDuration) {}
 
 PeripheralState LinkCore::state() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return state_;
 }
 
 void LinkCore::setPeripheral(const std::shared_ptr<Peripheral>& peripheral) {
-  const std::lock_guard lock(mutex_);
-  peripheral_ = peripheral;
+  const MutexLock lock(mutex_);
+  audience_.peripheral = peripheral;
 }
 
 void LinkCore::setEvents(Events events) {
   auto replaced = std::make_shared<const Events>(std::move(events));
-  const std::lock_guard lock(mutex_);
-  events_.swap(replaced);
+  const MutexLock lock(mutex_);
+  audience_.events.swap(replaced);
 }
 
 void LinkCore::setOnDisconnect(std::function<void()> onDisconnect) {
-  const std::lock_guard lock(mutex_);
-  onDisconnect_.swap(onDisconnect);
+  onDisconnect_.set(std::move(onDisconnect));
 }
 
 // What a host asks for
@@ -61,7 +62,7 @@ void LinkCore::setNotify(bool enabled, const std::shared_ptr<Characteristic>& ta
 }
 
 void LinkCore::connect() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   state_ = PeripheralState::connected;
 }
 
@@ -72,10 +73,7 @@ void LinkCore::disconnect() {
   ++pending_;
   queue_.async([self = shared_from_this(), next] {
     self->tellModelOf(*next);
-    std::unique_lock lock(self->mutex_);
-    const auto onDisconnect = self->onDisconnect_;
-    lock.unlock();
-    if (onDisconnect) onDisconnect();
+    if (const auto onDisconnect = self->onDisconnect_.get()) onDisconnect();
     --self->pending_;
   });
 }
@@ -89,7 +87,7 @@ void LinkCore::close() {
 
 /// The generation of the next connection; none when the link was lost already.
 std::optional<LinkCore::Generation> LinkCore::loseLink() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (state_ == PeripheralState::disconnected) return std::nullopt;
   state_ = PeripheralState::disconnected;
   subscriptions_.clear();
@@ -124,7 +122,7 @@ Duration LinkCore::ready() const { return instant_ ? Duration::zero() : schedule
 void LinkCore::enqueueNow(std::function<void()> work) {
   Generation generation = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (state_ != PeripheralState::connected) return;
     generation = generation_;
   }
@@ -152,8 +150,14 @@ void LinkCore::tellModelOf(Generation generation) {
 }
 
 bool LinkCore::stale() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return running_ != generation_;
+}
+
+/// None once the connection is lost that the work under way belongs to.
+std::optional<LinkCore::Audience> LinkCore::audience() const {
+  const MutexLock lock(mutex_);
+  return running_ == generation_ ? std::optional(audience_) : std::nullopt;
 }
 
 }  // namespace kwtsdk::sim

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <vector>
@@ -12,8 +11,8 @@
 #include <kwtsdk/sim/simulated_link.h>
 
 #include "platform/closable_queue.h"
-#include "sim/link/air_time.h"
-#include "sim/link/pace.h"
+#include "platform/threads/mutex.h"
+#include "sim/link/pacing.h"
 #include "sim/link/simulated_characteristic.h"
 
 namespace kwtsdk::sim {
@@ -52,6 +51,12 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
  private:
   using Generation = std::uint64_t;
 
+  /// Whom events are for.
+  struct Audience {
+    std::weak_ptr<Peripheral> peripheral;
+    std::shared_ptr<const Events> events = std::make_shared<Events>();
+  };
+
   CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
   Duration ready() const;
   void enqueueNow(std::function<void()> work);
@@ -63,6 +68,7 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
   void enqueueReply(std::function<void()> work) { enqueue(running_, std::move(work)); }
   void barrier(const std::shared_ptr<Semaphore>& reached);
   bool stale() const;
+  std::optional<Audience> audience() const;
   void tellModelOf(Generation generation);
 
   FaultAction decide(LinkEvent event);
@@ -91,13 +97,12 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
   internal::ClosableQueue queue_;
   std::atomic<std::size_t> pending_{0};
 
-  mutable std::mutex mutex_;  // never held while calling out
-  PeripheralState state_ = PeripheralState::connected;
-  Generation generation_ = 1;
-  std::set<CharacteristicPtr> subscriptions_;
-  std::weak_ptr<Peripheral> peripheral_;
-  std::shared_ptr<const Events> events_ = std::make_shared<Events>();
-  std::function<void()> onDisconnect_;
+  mutable internal::Mutex mutex_;
+  PeripheralState state_ KWT_GUARDED_BY(mutex_) = PeripheralState::connected;
+  Generation generation_ KWT_GUARDED_BY(mutex_) = 1;
+  std::set<CharacteristicPtr> subscriptions_ KWT_GUARDED_BY(mutex_);
+  Audience audience_ KWT_GUARDED_BY(mutex_);
+  internal::SharedField<std::function<void()>> onDisconnect_;
 
   // Only on the link's thread.
   const std::shared_ptr<FaultPlan> faults_;

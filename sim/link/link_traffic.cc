@@ -7,12 +7,13 @@
 
 namespace kwtsdk::sim {
 
+using internal::MutexLock;
+
 namespace {
 
 constexpr std::size_t kLongestValue = 512;  // of an attribute
 constexpr std::size_t kPacketHead = 3, kPreparedWriteHead = 5;
 
-/// Bluetooth Core standard, Volume 3, Part F, 3.4.1.1.
 enum AttError : std::int64_t { writeNotPermitted = 0x03, invalidValueLength = 0x0D };
 
 Error attError(AttError code, const char* text) {
@@ -154,7 +155,7 @@ void LinkCore::carryNotification(Notification notification, Duration ready) {
 void LinkCore::carrySubscription(bool enabled, const CharacteristicPtr& target, Duration ready) {
   const FaultAction action = decide(LinkEvent::subscription);
   if (!travel(action, ready) || action.fault == Fault::refuse) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (running_ != generation_) return;
   if (enabled) {
     subscriptions_.insert(target);
@@ -164,7 +165,7 @@ void LinkCore::carrySubscription(bool enabled, const CharacteristicPtr& target, 
 }
 
 LinkCore::CharacteristicPtr LinkCore::subscribed(Channel channel) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = std::ranges::find_if(
       subscriptions_, [channel](const auto& candidate) { return candidate->channel() == channel; });
   return found == subscriptions_.end() ? nullptr : *found;
@@ -173,13 +174,10 @@ LinkCore::CharacteristicPtr LinkCore::subscribed(Channel channel) const {
 void LinkCore::deliver(SimulatedLink::Event Events::*event, const CharacteristicPtr& source,
                        const MaybeError& error, const FaultAction& action) {
   for (int i = 0; i < copies(action); ++i) {
-    std::unique_lock lock(mutex_);
-    const auto peripheral = peripheral_.lock();
-    const auto events = events_;
-    const bool lost = running_ != generation_;
-    lock.unlock();
-    if (lost || !peripheral || !((*events).*event)) return;
-    ((*events).*event)(peripheral, source, error);
+    const auto heard = audience();
+    const auto peripheral = heard ? heard->peripheral.lock() : nullptr;
+    if (!peripheral || !((*heard->events).*event)) return;
+    ((*heard->events).*event)(peripheral, source, error);
   }
 }
 

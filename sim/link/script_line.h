@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <kwtsdk/scheduler.h>
+#include <kwtsdk/sim/scripted_faults.h>
 
 namespace kwtsdk::sim {
 
@@ -35,5 +36,8 @@ class ScriptLine {
   std::string text_;
   std::vector<std::string> words_;
 };
+
+/// Reads a fault line into `faults`; false when the line does not begin with a kind of event.
+bool readFaultLine(const ScriptLine& line, ScriptedFaults& faults);
 
 }  // namespace kwtsdk::sim

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "sim/model/wire.h"
+
 namespace kwtsdk::sim {
 
 std::optional<Bytes> SimulatedCharacteristic::value() const {
@@ -20,10 +22,10 @@ std::vector<std::shared_ptr<SimulatedCharacteristic>> recorderCharacteristics() 
   const auto make = [](Channel channel, std::string_view uuid, std::uint32_t properties) {
     return std::make_shared<SimulatedCharacteristic>(channel, Uuid::fromString(uuid).value(), properties);
   };
-  return {make(Channel::status, "CA2A", write), make(Channel::status, "C92A", notify),
-          make(Channel::recorder, "4B1D9E07-53A6-42C8-B7F0-6E2A19820004", write),
-          make(Channel::recorder, "4B1D9E07-53A6-42C8-B7F0-6E2A19820003", notify),
-          make(Channel::firmware, "77777777-7777-7777-7777-777777777777", write | notify)};
+  return {make(Channel::status, wire::kStatusWrite, write), make(Channel::status, wire::kStatusNotify, notify),
+          make(Channel::recorder, wire::kRecorderWrite, write),
+          make(Channel::recorder, wire::kRecorderNotify, notify),
+          make(Channel::firmware, wire::kFirmware, write | notify)};
 }
 
 }  // namespace kwtsdk::sim

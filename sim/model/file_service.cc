@@ -1,59 +1,63 @@
 #include "sim/model/file_service.h"
 
 #include <algorithm>
-#include <chrono>
-
-#include "codec/crc32.h"
-#include "sim/model/wire.h"
+#include <utility>
 
 namespace kwtsdk::sim {
 
-namespace {
-
-constexpr std::uint8_t kGroup = 0x82;
-enum Code : std::uint8_t { countCode = 0x01, infoCode = 0x02, downloadCode = 0x03, deleteCode = 0x04 };
-enum DeleteResult : std::uint32_t { deleted = 0, notTheFirst = 1, noSuchId = 2, inUse = 3, storeEmpty = 4 };
-
-constexpr std::size_t kHeadSize = 4, kCrcSize = 4;
-
-/// A frame of this code whose payload has this length and whose CRC, over length field and payload, is right.
-bool isFrame(const Bytes& frame, Code code, std::size_t payloadSize) {
-  const std::size_t crcAt = kHeadSize + payloadSize;
-  return frame.size() == crcAt + kCrcSize && frame[0] == code && frame[1] == kGroup &&
-         little16(frame, 2) == payloadSize &&
-         internal::crc32Value(std::span(frame).subspan(2, crcAt - 2)) == little32(frame, crcAt);
+DownloadStream::DownloadStream(const DeviceState& device, Bytes request, std::uint32_t id,
+                               std::uint32_t offset)
+    : device_(device), request_(std::move(request)), id_(id), position_(offset) {
+  size_ = RecordingStore::kBlockSize * device_.store->info(id_ - device_.store->firstId()).blocks;
 }
 
-Bytes replyOf(Code code, std::uint8_t payloadSize) {
-  Bytes reply{code, kGroup, payloadSize, 0};
-  reply.resize(kHeadSize + payloadSize);
-  return reply;
+Bytes DownloadStream::next() {
+  if (position_ >= size_) {
+    finished_ = true;
+    return wire::endMarker(packetNumber_++);
+  }
+  const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(wire::kPacketData, size_ - position_));
+  Bytes packet = wire::dataPacket(packetNumber_++, count);
+  fill(std::span(packet).subspan(wire::kPacketHead, count));
+  // A host takes a short packet for the last; only after a full one it needs to be told.
+  finished_ = count < wire::kPacketData && !device_.alwaysEndMarker;
+  return packet;
 }
 
-/// Year since 2000, month, day, hour, minute, second.
-void putTime(std::span<std::uint8_t> bytes, std::chrono::local_seconds time) {
-  const auto day = std::chrono::floor<std::chrono::days>(time);
-  const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss clock(time - day);
-  bytes[0] = static_cast<std::uint8_t>(std::clamp(static_cast<int>(date.year()) - 2000, 0, 254));
-  bytes[1] = static_cast<std::uint8_t>(static_cast<unsigned>(date.month()));
-  bytes[2] = static_cast<std::uint8_t>(static_cast<unsigned>(date.day()));
-  bytes[3] = static_cast<std::uint8_t>(clock.hours().count());
-  bytes[4] = static_cast<std::uint8_t>(clock.minutes().count());
-  bytes[5] = static_cast<std::uint8_t>(clock.seconds().count());
+void DownloadStream::fill(std::span<std::uint8_t> data) {
+  while (!data.empty()) {
+    if (aheadUsed_ == ahead_.size()) readAhead();
+    const std::size_t length = std::min(data.size(), ahead_.size() - aheadUsed_);
+    std::ranges::copy(std::span(ahead_).subspan(aheadUsed_, length), data.begin());
+    data = data.subspan(length);
+    aheadUsed_ += length;
+    position_ += length;
+  }
 }
 
-}  // namespace
+void DownloadStream::readAhead() {
+  const RecordingStore& store = *device_.store;
+  ahead_.resize(static_cast<std::size_t>(std::min(RecordingStore::kBlockSize, size_ - position_)));
+  aheadUsed_ = 0;
+  store.read(id_ - store.firstId(), position_, ahead_);
+}
 
 std::optional<Bytes> FileService::handle(const Bytes& frame) {
-  // These two are fixed texts without a CRC; the notice's length field exceeds what follows it.
-  static const Bytes countRequest{countCode, kGroup, 0x01, 0x00, 0x00};
-  static const Bytes notice{0x13, kGroup, 0x02, 0x00, 0x00};
-  if (frame == countRequest) return count();
-  if (frame == notice) return Bytes{0x13, kGroup, 0x04, 0x00, 0x00, 0x00, 0x00, 0x00};
-  if (isFrame(frame, infoCode, 4)) return info(little32(frame, kHeadSize));
-  if (isFrame(frame, deleteCode, 4)) return remove(little32(frame, kHeadSize));
-  if (isFrame(frame, downloadCode, 12)) startDownload(frame);
+  using enum wire::FileRequest::Kind;
+  const auto request = wire::readFileRequest(frame);
+  if (!request) return std::nullopt;
+  switch (request->kind) {
+    case count:
+      return wire::countReply(device_.store->count(), device_.store->firstId());
+    case info:
+      return infoOf(request->id);
+    case notice:
+      return wire::noticeReply();
+    case deletion:
+      return wire::deletionReply(remove(request->id), request->id);
+    case download:
+      startDownload(frame, *request);
+  }
   return std::nullopt;
 }
 
@@ -70,52 +74,24 @@ std::optional<std::size_t> FileService::indexOf(std::uint32_t id) const {
   return index;
 }
 
-Bytes FileService::count() const {
-  Bytes reply = replyOf(countCode, 8);
-  const std::size_t files = device_.store->count();
-  if (files == 0) {
-    std::ranges::fill(std::span(reply).subspan(kHeadSize), std::uint8_t{0xFF});
-  } else {
-    putLittle16(reply, kHeadSize, static_cast<std::uint32_t>(files));
-    putLittle32(reply, kHeadSize + 4, device_.store->firstId());
-  }
-  return reply;
+Bytes FileService::infoOf(std::uint32_t id) const {
+  const auto index = indexOf(id);
+  return wire::infoReply(index ? std::optional(device_.store->info(*index)) : std::nullopt);
 }
 
-Bytes FileService::info(std::uint32_t id) const {
-  constexpr std::size_t recordAt = 8, blocksAt = recordAt + 2, timeAt = recordAt + 20, typeAt = recordAt + 26;
-  Bytes reply = replyOf(infoCode, 36);
-  if (const auto index = indexOf(id)) {
-    const RecordingInfo recording = device_.store->info(*index);
-    putLittle32(reply, kHeadSize, 1);
-    putLittle16(reply, blocksAt, recording.blocks);
-    putTime(std::span(reply).subspan(timeAt, 6), recording.created);
-    reply[typeAt] = recording.type;
-  }
-  return reply;
-}
-
-Bytes FileService::remove(std::uint32_t id) {
-  Bytes reply = replyOf(deleteCode, 8);
-  putLittle32(reply, kHeadSize, tryToRemove(id));
-  putLittle32(reply, kHeadSize + 4, id);
-  return reply;
-}
-
-std::uint32_t FileService::tryToRemove(std::uint32_t id) {
+wire::Deletion FileService::remove(std::uint32_t id) {
+  using enum wire::Deletion;
   if (device_.store->count() == 0) return storeEmpty;
   const auto index = indexOf(id);
   if (!index) return noSuchId;
   if (*index != 0) return notTheFirst;
   if (download_ && download_->id() == id) return inUse;
-  return device_.store->deleteFirst() ? deleted : inUse;
+  return device_.store->deleteFirst() ? done : inUse;
 }
 
-void FileService::startDownload(const Bytes& frame) {
-  constexpr std::size_t idAt = kHeadSize + 4, offsetAt = idAt + 4;
+void FileService::startDownload(const Bytes& frame, const wire::FileRequest& request) {
   download_.reset();
-  const std::uint32_t id = little32(frame, idAt);
-  if (indexOf(id)) download_.emplace(device_, frame, id, little32(frame, offsetAt));
+  if (indexOf(request.id)) download_.emplace(device_, frame, request.id, request.offset);
 }
 
 }  // namespace kwtsdk::sim

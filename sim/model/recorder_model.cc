@@ -1,52 +1,95 @@
 #include <kwtsdk/sim/recorder_model.h>
 
 #include <array>
-#include <mutex>
 #include <stdexcept>
 #include <utility>
 
-#include "sim/model/device_state.h"
+#include "platform/threads/mutex.h"
 #include "sim/model/file_service.h"
-#include "sim/model/firmware_image.h"
 #include "sim/model/firmware_service.h"
-#include "sim/model/firmware_update.h"
 #include "sim/model/recording_service.h"
-#include "sim/model/silent_microphone.h"
-#include "sim/model/status_service.h"
 
 namespace kwtsdk::sim {
+
+using internal::Mutex;
+using internal::MutexLock;
+
+/// The status channel: battery and capacity.
+class StatusService : public Service {
+ public:
+  explicit StatusService(const DeviceState& device) : device_(device) {}
+
+  std::optional<Bytes> handle(const Bytes& frame) override {
+    const auto query = wire::readStatusQuery(frame);
+    if (!query) return std::nullopt;
+    return query == wire::StatusQuery::battery ? wire::batteryReply(device_.batteryLevel)
+                                               : wire::capacityReply(device_.totalBlocks, freeBlocks());
+  }
+
+ private:
+  std::uint16_t freeBlocks() const {
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < device_.store->count(); ++i) used += device_.store->info(i).blocks;
+    return used >= device_.totalBlocks ? std::uint16_t{0}
+                                       : static_cast<std::uint16_t>(device_.totalBlocks - used);
+  }
+
+  const DeviceState& device_;
+};
 
 struct RecorderModel::Impl {
   struct Entry {
     Channel channel;
     Service& service;
   };
+  struct Packet {
+    Channel channel;
+    Bytes request;  // which asked for it
+    std::optional<Bytes> value;
+  };
 
   explicit Impl(std::shared_ptr<RecordingStore> store) { device.store = std::move(store); }
 
-  const Entry* streamingEntry() const {
+  std::optional<Bytes> handle(Channel channel, const Bytes& frame) KWT_EXCLUDES(mutex) {
+    const MutexLock lock(mutex);
+    std::optional<Bytes> reply;
+    for (const Entry& entry : services) {
+      if (entry.channel == channel && !reply) reply = entry.service.handle(frame);
+    }
+    return reply;
+  }
+
+  const Entry* streamingEntry() const KWT_REQUIRES(mutex) {
     for (const Entry& entry : services) {
       if (entry.service.streaming()) return &entry;
     }
     return nullptr;
   }
 
-  mutable std::mutex mutex;
-  DeviceState device;
-  FrameFilter frameFilter;
-  ReplyFilter filter;
-  StatusService status{device};
-  RecordingService recordings{device};
-  FileService files{device};
-  FirmwareService version{device.firmware};
-  FirmwareUpdate update{device.firmware};
+  std::optional<Packet> nextPacket(bool withRequest) KWT_EXCLUDES(mutex) {
+    const MutexLock lock(mutex);
+    const Entry* const entry = streamingEntry();
+    if (entry == nullptr) return std::nullopt;
+    Bytes request = withRequest ? entry->service.streamRequest() : Bytes{};
+    return Packet{entry->channel, std::move(request), entry->service.nextPacket()};
+  }
+
+  // Called without the model's lock, so that they may change the model.
+  internal::SharedField<FrameFilter> frameFilter;
+  internal::SharedField<ReplyFilter> replyFilter;
+
+  mutable Mutex mutex;
+  DeviceState device KWT_GUARDED_BY(mutex);
+  StatusService status KWT_GUARDED_BY(mutex){device};
+  RecordingService recordings KWT_GUARDED_BY(mutex){device};
+  FileService files KWT_GUARDED_BY(mutex){device};
+  FirmwareService firmware KWT_GUARDED_BY(mutex){device.firmware};
   // A frame goes to the first that answers, packets come from the first that has some: a download must not
   // hold up a recording.
-  std::array<Entry, 5> services{{{Channel::status, status},
-                                 {Channel::recorder, recordings},
-                                 {Channel::recorder, files},
-                                 {Channel::firmware, version},
-                                 {Channel::firmware, update}}};
+  const std::array<Entry, 4> services KWT_GUARDED_BY(mutex){{{Channel::status, status},
+                                                             {Channel::recorder, recordings},
+                                                             {Channel::recorder, files},
+                                                             {Channel::firmware, firmware}}};
 };
 
 RecorderModel::RecorderModel(std::shared_ptr<RecordingStore> store)
@@ -55,148 +98,133 @@ RecorderModel::RecorderModel(std::shared_ptr<RecordingStore> store)
 RecorderModel::~RecorderModel() = default;
 
 void RecorderModel::setBatteryLevel(std::uint32_t level) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.batteryLevel = level;
 }
 
 void RecorderModel::setVersion(Bytes version) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.firmware.version = std::move(version);
 }
 
 void RecorderModel::setTotalBlocks(std::uint16_t blocks) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.totalBlocks = blocks;
 }
 
 void RecorderModel::setAlwaysEndMarker(bool always) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.alwaysEndMarker = always;
 }
 
 void RecorderModel::setMicrophone(std::shared_ptr<Microphone> microphone) {
   if (!microphone) microphone = std::make_shared<SilentMicrophone>();
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.microphone.swap(microphone);
 }
 
 void RecorderModel::setInCall(bool inCall) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->recordings.setInCall(inCall);
 }
 
 void RecorderModel::pressKey() {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->recordings.pressKey();
 }
 
 void RecorderModel::setKeyAfter(std::optional<Duration> recorded) {
-  const std::lock_guard lock(impl_->mutex);
-  impl_->device.keyAfter = recorded;
+  const MutexLock lock(impl_->mutex);
+  impl_->device.recordingEnds.keyAfter = recorded;
 }
 
 void RecorderModel::setCallAfter(std::optional<Duration> recorded) {
-  const std::lock_guard lock(impl_->mutex);
-  impl_->device.callAfter = recorded;
+  const MutexLock lock(impl_->mutex);
+  impl_->device.recordingEnds.callAfter = recorded;
+}
+
+void RecorderModel::setRecordingEnds(const RecordingEnds& ends) {
+  const MutexLock lock(impl_->mutex);
+  impl_->device.recordingEnds = ends;
 }
 
 void RecorderModel::setFirmware(Bytes image) {
-  if (!isImageSize(image.size())) throw std::invalid_argument("a firmware image has 4 to 67108864 bytes");
-  const std::lock_guard lock(impl_->mutex);
-  impl_->device.firmware.version = versionOf(image);
+  if (!wire::isImageSize(image.size()))
+    throw std::invalid_argument("a firmware image has 4 to 67108864 bytes");
+  const MutexLock lock(impl_->mutex);
+  impl_->device.firmware.version = wire::versionOf(image);
   impl_->device.firmware.image = std::move(image);
 }
 
 std::optional<Bytes> RecorderModel::installedImage() const {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   return impl_->device.firmware.image;
 }
 
 void RecorderModel::setFirmwareSlot(FirmwareSlot slot) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.firmware.slot = std::move(slot);
 }
 
 void RecorderModel::setUpdateTroubles(std::vector<UpdateTrouble> troubles) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.firmware.troubles = std::move(troubles);
 }
 
 void RecorderModel::setUpdateMtu(std::optional<std::uint16_t> mtu) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.firmware.updateMtu = mtu;
 }
 
 std::optional<ResumeVerification> RecorderModel::lastResume() const {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   return impl_->device.firmware.lastResume;
 }
 
-void RecorderModel::setFrameFilter(FrameFilter filter) {
-  const std::lock_guard lock(impl_->mutex);
-  impl_->frameFilter = std::move(filter);
-}
+void RecorderModel::setFrameFilter(FrameFilter filter) { impl_->frameFilter.set(std::move(filter)); }
 
-void RecorderModel::setReplyFilter(ReplyFilter filter) {
-  const std::lock_guard lock(impl_->mutex);
-  impl_->filter = std::move(filter);
-}
+void RecorderModel::setReplyFilter(ReplyFilter filter) { impl_->replyFilter.set(std::move(filter)); }
 
 std::optional<Bytes> RecorderModel::write(Channel channel, const Bytes& frame) {
-  std::unique_lock lock(impl_->mutex);
-  if (const FrameFilter filter = impl_->frameFilter) {
-    lock.unlock();  // so that a filter may change the model
-    if (!filter(channel, frame)) return std::nullopt;
-    lock.lock();
-  }
-  std::optional<Bytes> reply;
-  for (const auto& entry : impl_->services) {
-    if (entry.channel == channel && !reply) reply = entry.service.handle(frame);
-  }
-  if (!reply || !impl_->filter) return reply;
-  const ReplyFilter filter = impl_->filter;
-  lock.unlock();
-  return filter(frame, std::move(*reply));
+  const FrameFilter frameFilter = impl_->frameFilter.get();
+  if (frameFilter && !frameFilter(channel, frame)) return std::nullopt;
+  std::optional<Bytes> reply = impl_->handle(channel, frame);
+  const ReplyFilter replyFilter = impl_->replyFilter.get();
+  return reply && replyFilter ? replyFilter(frame, std::move(*reply)) : reply;
 }
 
 void RecorderModel::setLinkMtu(std::size_t mtu) {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->device.firmware.linkMtu = mtu;
 }
 
 bool RecorderModel::streaming() const {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   return impl_->streamingEntry() != nullptr;
 }
 
 std::optional<Notification> RecorderModel::nextPacket() {
-  std::unique_lock lock(impl_->mutex);
-  while (const auto* entry = impl_->streamingEntry()) {
-    const Bytes request = impl_->filter ? entry->service.streamRequest() : Bytes{};
-    std::optional<Bytes> packet = entry->service.nextPacket();
-    if (packet && impl_->filter) {
-      const ReplyFilter filter = impl_->filter;
-      lock.unlock();
-      packet = filter(request, std::move(*packet));
-      lock.lock();
-    }
-    if (packet) return Notification{entry->channel, std::move(*packet)};
+  for (;;) {
+    const ReplyFilter filter = impl_->replyFilter.get();
+    auto packet = impl_->nextPacket(filter != nullptr);
+    if (!packet) return std::nullopt;
+    if (packet->value && filter) packet->value = filter(packet->request, std::move(*packet->value));
+    if (packet->value) return Notification{packet->channel, std::move(*packet->value)};
   }
-  return std::nullopt;
 }
 
 bool RecorderModel::recording() const {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   return impl_->recordings.recording();
 }
 
 void RecorderModel::recordPacket() {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   impl_->recordings.recordPacket();
 }
 
 void RecorderModel::linkLost() {
-  const std::lock_guard lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   for (const auto& entry : impl_->services) entry.service.linkLost();
 }
 

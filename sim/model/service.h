@@ -1,8 +1,18 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <optional>
+#include <vector>
 
 #include <kwtsdk/bytes.h>
+#include <kwtsdk/scheduler.h>
+#include <kwtsdk/sim/firmware_update.h>
+#include <kwtsdk/sim/link_timing.h>
+#include <kwtsdk/sim/microphone.h>
+#include <kwtsdk/sim/recorder_model.h>
+#include <kwtsdk/sim/recording_store.h>
 
 namespace kwtsdk::sim {
 
@@ -23,6 +33,39 @@ class Service {
   virtual Bytes streamRequest() const { return {}; }
 
   virtual void linkLost() {}
+};
+
+class SilentMicrophone : public Microphone {
+ public:
+  void start() override {}
+
+  // CELT, wideband, one frame of 20 ms, mono; the first bit of the frame says that it is silent.
+  Bytes nextPacket() override { return {0xB8, 0xFF, 0xFE}; }
+};
+
+/// The firmware's part of what the services share.
+struct FirmwareState {
+  Bytes version = {0, 1, 2, 3};
+  std::optional<Bytes> image;
+  FirmwareSlot slot;
+
+  std::size_t linkMtu = LinkTiming{}.mtu;
+  std::optional<std::uint16_t> updateMtu;
+  std::vector<UpdateTrouble> troubles;
+  std::optional<ResumeVerification> lastResume;
+};
+
+/// What the services share.
+struct DeviceState {
+  std::shared_ptr<RecordingStore> store;
+  std::uint32_t batteryLevel = 80;
+  std::uint16_t totalBlocks = 16384;
+  bool alwaysEndMarker = false;
+  FirmwareState firmware;
+
+  std::shared_ptr<Microphone> microphone = std::make_shared<SilentMicrophone>();
+  bool inCall = false;
+  RecordingEnds recordingEnds;
 };
 
 }  // namespace kwtsdk::sim

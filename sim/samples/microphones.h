@@ -5,7 +5,14 @@
 
 #include <kwtsdk/sim/microphone.h>
 
+#include "sim/samples/sounds.h"
+
 namespace kwtsdk::sim {
+
+/// Plays the samples in a loop, encoded like the recorder's own sound: 32 kbit/s, always 80 bytes a packet.
+/// Each recording begins at the first sample and gets the same packets. Throws std::invalid_argument for no
+/// samples or a rate that Opus does not take, std::bad_alloc.
+std::shared_ptr<Microphone> opusMicrophone(Samples samples, int sampleRate);
 
 /// Hears the melody of the sample recordings, over and over.
 std::shared_ptr<Microphone> melodyMicrophone();

@@ -2,14 +2,15 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <ctime>
 #include <fstream>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
-#include "sim/store/block_count.h"
-#include "sim/store/first_id_file.h"
-#include "sim/store/ogg_opus_file.h"
+#include "sim/model/wire.h"
+#include "sim/store/device_folder.h"
 
 namespace kwtsdk::sim {
 
@@ -24,6 +25,22 @@ std::chrono::local_seconds localTime(std::time_t instant) {
   return std::chrono::local_seconds{shown.time_since_epoch()};
 }
 
+/// Whether the file begins as every Ogg Opus file does: an Ogg page whose packet is the identification
+/// header. False also for a file that cannot be read.
+bool isOggOpusFile(const fs::path& path) {
+  constexpr std::size_t pageHeaderSize = 27, segmentCountAt = 26;
+  constexpr std::string_view capture = "OggS", identification = "OpusHead";
+  std::array<char, pageHeaderSize + 255 + identification.size()> page{};
+  std::ifstream file(path, std::ios::binary);
+  file.read(page.data(), page.size());
+
+  const std::string_view head(page.data(), static_cast<std::size_t>(file.gcount()));
+  if (head.size() < pageHeaderSize || !head.starts_with(capture)) return false;
+  const auto segments = static_cast<unsigned char>(head[segmentCountAt]);
+  return head.size() >= pageHeaderSize + segments &&
+         head.substr(pageHeaderSize + segments).starts_with(identification);
+}
+
 bool isRecording(const fs::directory_entry& entry) {
   std::error_code ignored;
   return entry.symlink_status(ignored).type() == fs::file_type::regular &&
@@ -35,7 +52,7 @@ RecordingInfo infoOf(const fs::path& path) {
   if (::stat(path.c_str(), &status) != 0) {
     throw std::runtime_error(path.string() + " cannot be examined: check its permissions");
   }
-  const auto blocks = blockCount(static_cast<std::uint64_t>(status.st_size));
+  const auto blocks = wire::blocksOf(static_cast<std::uint64_t>(status.st_size));
   if (!blocks) {
     throw std::runtime_error(path.string() +
                              " is larger than a recording can be (2147450880 bytes): move it elsewhere");
@@ -70,7 +87,7 @@ FolderStore::FolderStore(fs::path folder) : folder_(std::move(folder)) {
     throw std::runtime_error(folder_.string() + " holds more recordings than a recorder can (" +
                              std::to_string(kMaximumCount) + "): move some elsewhere");
   }
-  firstId_ = readFirstId(folder_);
+  firstId_ = DeviceFolder(folder_).readFirstId();
   for (const auto& path : paths) recordings_.push_back({path, infoOf(path)});
 }
 
@@ -86,12 +103,13 @@ void FolderStore::read(std::size_t index, std::uint64_t offset, std::span<std::u
 bool FolderStore::deleteFirst() {
   if (recordings_.empty()) return false;
   // The id first: when it cannot be kept, no recording is lost.
-  const std::uint32_t next = idAfter(firstId_);
-  if (!writeFirstId(folder_, next)) return false;
+  const DeviceFolder device(folder_);
+  const std::uint32_t next = wire::idAfter(firstId_);
+  if (!device.writeFirstId(next)) return false;
   std::error_code failure;
   fs::remove(recordings_.front().path, failure);
   if (failure) {
-    writeFirstId(folder_, firstId_);
+    device.writeFirstId(firstId_);
     return false;
   }
   firstId_ = next;

@@ -5,7 +5,6 @@
 #include <iterator>
 #include <utility>
 
-#include "sim/virtual_time/processor.h"
 #include "sim/virtual_time/thread_pool.h"
 
 namespace kwtsdk::sim::virtual_time {
@@ -21,13 +20,14 @@ std::uint64_t switchMaskFor(std::uint64_t seed) {
 
 }  // namespace
 
-Core::Core(std::uint64_t seed) : seed_(seed), random_(seed), switchMask_(switchMaskFor(seed)) {}
+Core::Core(std::uint64_t seed) : seed_(seed), switchMask_(switchMaskFor(seed)), random_(seed) {}
 
 SimThread* Core::self() const { return current != nullptr && &current->core == this ? current : nullptr; }
 
 SimThread& Core::requireSelf(const std::string& operation) const {
   SimThread* thread = self();
   if (thread == nullptr) {
+    const MutexLock lock(mutex);
     fail(operation + " on a thread that is not simulated; call it inside run() or on a spawned thread");
   }
   return *thread;
@@ -36,17 +36,8 @@ SimThread& Core::requireSelf(const std::string& operation) const {
 void Core::run(const std::function<void()>& body) {
   const ProcessorPin pin;
   thread_local Baton baton;
-  Lock lock(mutex_);
-  if (running_) {
-    lock.unlock();
-    fail("run() while another run() of the same scheduler is going on");
-  }
-  running_ = true;
-  runStart_ = now();
-  steps_ = 0;
-  SimThread& main = *threads_.emplace_back(new SimThread{*this, ++lastId_, "main", nullptr, &baton, {}});
+  SimThread& main = addMain(baton);
   SimThread* const outer = std::exchange(current, &main);
-  lock.unlock();
 
   std::exception_ptr failure;
   try {
@@ -55,46 +46,58 @@ void Core::run(const std::function<void()>& body) {
     failure = std::current_exception();
   }
 
-  lock.lock();
-  do {
-    block(lock, main, {.kind = WaitKind::runEnd});
-  } while (threads_.size() >
-           1);  // a thread from outside the simulation submitted something at the last moment
-  remove(main);
-  running_ = ending_ = false;
+  waitForTheOthers(main);
   current = outer;
-  lock.unlock();
   if (failure) std::rethrow_exception(failure);
 }
 
+SimThread& Core::addMain(Baton& baton) {
+  const MutexLock lock(mutex);
+  if (running_) fail("run() while another run() of the same scheduler is going on");
+  running_ = true;
+  runStart_ = now();
+  steps_ = 0;
+  return *threads_.emplace_back(new SimThread{*this, ++lastId_, "main", nullptr, &baton, {}});
+}
+
+void Core::waitForTheOthers(SimThread& main) {
+  const MutexLock lock(mutex);
+  do {
+    block(main, {.kind = WaitKind::runEnd});
+    // More than one: a thread from outside the simulation submitted something at the last moment.
+  } while (threads_.size() > 1);
+  remove(main);
+  running_ = ending_ = false;
+}
+
 void Core::close() {
-  std::vector<std::shared_ptr<Job>> jobs;
+  std::vector<std::shared_ptr<ThreadBody>> bodies;
   {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex);
     if (running_) return;
     closed_ = true;
     for (const auto& thread : threads_) {
       if (thread->wait && thread->wait->list != nullptr) std::erase(*thread->wait->list, thread.get());
-      jobs.push_back(std::move(thread->job));
+      bodies.push_back(std::move(thread->body));
     }
     threads_.clear();
     runnable_.clear();
   }
-  for (const auto& job : jobs) job->abandon();
+  for (const auto& body : bodies) body->abandon();
 }
 
 void Core::preemptionPoint() {
   SimThread* const thread = self();
   if (thread == nullptr) return;
-  Lock lock(mutex_);
+  const MutexLock lock(mutex);
   if (inHandler_) return;
-  countStep(lock);
-  if (!runnable_.empty() && (random_.next() & switchMask_) == 0) yield(lock, *thread);
+  countStep();
+  if (!runnable_.empty() && (random_.next() & switchMask_) == 0) yield(*thread);
 }
 
-SimThread& Core::add(const std::string& name, std::shared_ptr<Job> job, std::optional<Wait> wait) {
+SimThread& Core::add(const std::string& name, std::shared_ptr<ThreadBody> body, std::optional<Wait> wait) {
   SimThread& thread =
-      *threads_.emplace_back(new SimThread{*this, ++lastId_, name, std::move(job), nullptr, {}});
+      *threads_.emplace_back(new SimThread{*this, ++lastId_, name, std::move(body), nullptr, {}});
   if (wait) {
     startWaiting(thread, *wait);
   } else {
@@ -109,14 +112,14 @@ void Core::startWaiting(SimThread& thread, const Wait& wait) {
   if (wait.list != nullptr) wait.list->push_back(&thread);
 }
 
-void Core::block(Lock& lock, SimThread& self, const Wait& wait) {
+void Core::block(SimThread& self, const Wait& wait) {
   startWaiting(self, wait);
-  switchFrom(lock, self);
+  switchFrom(self);
 }
 
-void Core::yield(Lock& lock, SimThread& self) {
+void Core::yield(SimThread& self) {
   runnable_.push_back(&self);
-  switchFrom(lock, self);
+  switchFrom(self);
 }
 
 void Core::wake(SimThread& thread) {
@@ -141,37 +144,33 @@ std::unique_ptr<SimThread> Core::remove(SimThread& thread) {
 }
 
 SimThread& Core::runToEnd(SimThread& self) {
-  Core& core = self.core;
   current = &self;
-  self.job->run();
-  self.job.reset();
-  Lock lock(core.mutex_);
-  const std::unique_ptr<SimThread> ended = core.remove(self);
-  SimThread& next = core.pickNext(lock);
+  self.body->run();
+  self.body.reset();
+  const MutexLock lock(mutex);
+  const std::unique_ptr<SimThread> ended = remove(self);
+  SimThread& next = pickNext();
   current = nullptr;
   return next;
 }
 
-void Core::switchFrom(Lock& lock, SimThread& self) {
-  if (inHandler_) {
-    lock.unlock();
-    fail("the deadlock handler must not block");
-  }
-  SimThread& next = pickNext(lock);
+void Core::switchFrom(SimThread& self) {
+  if (inHandler_) fail("the deadlock handler must not block");
+  SimThread& next = pickNext();
   if (&next == &self) return;
   Baton& baton = *self.baton;
-  lock.unlock();
+  mutex.unlock();
   handOverTo(next);
   baton.receive();
-  lock.lock();
+  mutex.lock();
 }
 
-SimThread& Core::pickNext(Lock& lock) {
-  countStep(lock);
+SimThread& Core::pickNext() {
+  countStep();
   while (runnable_.empty()) {
-    if (advanceClock(lock) || endWhenAllIsDone()) continue;
-    reportTrouble(lock, "deadlock: no thread can go on and nothing has a deadline");
-    requireRunnable(lock);
+    if (advanceClock() || endWhenAllIsDone()) continue;
+    callDeadlockHandler("deadlock: no thread can go on and nothing has a deadline");
+    requireRunnable();
   }
   SimThread*& slot = runnable_[random_.below(runnable_.size())];
   SimThread& next = *slot;
@@ -180,7 +179,7 @@ SimThread& Core::pickNext(Lock& lock) {
   return next;
 }
 
-bool Core::advanceClock(Lock& lock) {
+bool Core::advanceClock() {
   std::optional<Duration> earliest;
   for (const auto& thread : threads_) {
     if (!thread->wait || !thread->wait->deadline) continue;
@@ -188,8 +187,8 @@ bool Core::advanceClock(Lock& lock) {
   }
   if (!earliest) return false;
   if (*earliest - runStart_ > timeLimit_) {
-    reportTrouble(lock, "the run lasts for ever: its limit of virtual time is used up");
-    requireRunnable(lock);
+    callDeadlockHandler("the run lasts for ever: its limit of virtual time is used up");
+    requireRunnable();
     return true;
   }
   now_.store(earliest->count(), std::memory_order_relaxed);
@@ -218,9 +217,9 @@ bool Core::endWhenAllIsDone() {
   return true;
 }
 
-void Core::countStep(Lock& lock) {
+void Core::countStep() {
   if (++steps_ <= stepLimit_) return;
-  reportTrouble(lock, "the run lasts for ever: the clock does not move any more");
+  callDeadlockHandler("the run lasts for ever: the clock does not move any more");
   steps_ = 0;
 }
 

@@ -1,18 +1,36 @@
 #include "sim/virtual_time/thread_pool.h"
 
+#include <unistd.h>
+
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
-#include <unistd.h>
-
 #include "sim/virtual_time/core.h"
-#include "sim/virtual_time/processor.h"
-#include "sim/virtual_time/sim_thread.h"
 
 namespace kwtsdk::sim::virtual_time {
+
 namespace {
+
+#ifdef __linux__
+
+/// Of the calling thread.
+int currentProcessor() { return sched_getcpu(); }
+
+void moveToProcessor(pthread_t thread, int processor) {
+  if (processor < 0 || processor >= CPU_SETSIZE) return;
+  cpu_set_t only;
+  CPU_ZERO(&only);
+  CPU_SET(static_cast<unsigned>(processor), &only);
+  pthread_setaffinity_np(thread, sizeof only, &only);
+}
+
+#else
+
+int currentProcessor() { return -1; }
+void moveToProcessor(pthread_t, int) {}
+
+#endif
 
 struct PooledThread {
   Baton baton;
@@ -29,8 +47,8 @@ class ThreadPool {
     return pool;
   }
 
-  void start(SimThread& simulated) {
-    const std::lock_guard lock(mutex_);
+  void start(SimThread& simulated) KWT_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
     if (process_ != getpid()) {  // after a fork the parked threads exist in the parent only
       parked_.clear();
       process_ = getpid();
@@ -50,7 +68,7 @@ class ThreadPool {
  private:
   ThreadPool() = default;
 
-  void addThread() {
+  void addThread() KWT_REQUIRES(mutex_) {
     PooledThread& thread = *all_.emplace_back(std::make_unique<PooledThread>());
     std::thread started([this, &thread] { loop(thread); });
     thread.handle = started.native_handle();
@@ -58,23 +76,26 @@ class ThreadPool {
     parked_.push_back(&thread);
   }
 
-  void loop(PooledThread& thread) noexcept {
+  void loop(PooledThread& thread) noexcept KWT_EXCLUDES(mutex_) {
     for (;;) {
       thread.baton.receive();
-      SimThread& next = Core::runToEnd(*thread.assigned);
+      SimThread& simulated = *thread.assigned;
+      SimThread& next = simulated.core.runToEnd(simulated);
       // Parked before the hand-over, so that the next simulated thread to begin can have this one.
-      {
-        const std::lock_guard lock(mutex_);
-        parked_.push_back(&thread);
-      }
+      park(thread);
       handOverTo(next);
     }
   }
 
-  std::mutex mutex_;
-  std::vector<std::unique_ptr<PooledThread>> all_;
-  std::vector<PooledThread*> parked_;
-  pid_t process_ = getpid();
+  void park(PooledThread& thread) KWT_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
+    parked_.push_back(&thread);
+  }
+
+  Mutex mutex_;
+  std::vector<std::unique_ptr<PooledThread>> all_ KWT_GUARDED_BY(mutex_);
+  std::vector<PooledThread*> parked_ KWT_GUARDED_BY(mutex_);
+  pid_t process_ KWT_GUARDED_BY(mutex_) = getpid();
 };
 
 }  // namespace
@@ -86,5 +107,23 @@ void handOverTo(SimThread& next) noexcept {
     ThreadPool::instance().start(next);
   }
 }
+
+#ifdef __linux__
+
+ProcessorPin::ProcessorPin()
+    : before_(), known_(pthread_getaffinity_np(pthread_self(), sizeof before_, &before_) == 0) {
+  if (known_) moveToProcessor(pthread_self(), currentProcessor());
+}
+
+ProcessorPin::~ProcessorPin() {
+  if (known_) pthread_setaffinity_np(pthread_self(), sizeof before_, &before_);
+}
+
+#else
+
+ProcessorPin::ProcessorPin() = default;
+ProcessorPin::~ProcessorPin() = default;
+
+#endif
 
 }  // namespace kwtsdk::sim::virtual_time

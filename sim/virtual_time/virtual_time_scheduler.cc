@@ -1,17 +1,21 @@
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
+#include <kwtsdk/sim/seed.h>
 #include <kwtsdk/sim/virtual_time_scheduler.h>
 
 #include "sim/virtual_time/core.h"
-#include "sim/virtual_time/lock.h"
-#include "sim/virtual_time/queue.h"
-#include "sim/virtual_time/semaphore.h"
-#include "sim/virtual_time/timer.h"
+#include "sim/virtual_time/lock_and_semaphore.h"
+#include "sim/virtual_time/queue_and_timer.h"
 
 namespace kwtsdk::sim {
 namespace {
 
-class HostThread : public virtual_time::Job {
+class HostThread : public virtual_time::ThreadBody {
  public:
   explicit HostThread(std::function<void()> body) : body_(std::move(body)) {}
   void run() override { body_(); }
@@ -21,6 +25,20 @@ class HostThread : public virtual_time::Job {
 };
 
 }  // namespace
+
+std::uint64_t seedFromEnvironment(std::uint64_t fallback) {
+  const char* variable = std::getenv("KWTSDK_SEED");
+  if (variable == nullptr) return fallback;
+  const std::string_view text(variable);
+  std::uint64_t seed = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seed);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    std::fprintf(stderr, "KWTSDK_SEED is \"%s\"; set it to a decimal number from 0 to 18446744073709551615\n",
+                 variable);
+    std::exit(2);
+  }
+  return seed;
+}
 
 std::shared_ptr<VirtualTimeScheduler> VirtualTimeScheduler::create(std::uint64_t seed) {
   return std::shared_ptr<VirtualTimeScheduler>(new VirtualTimeScheduler(seed));
@@ -41,7 +59,7 @@ void VirtualTimeScheduler::run(const std::function<void()>& body) {
 void VirtualTimeScheduler::spawn(const std::string& name, std::function<void()> body) {
   {
     const auto thread = std::make_shared<HostThread>(std::move(body));
-    const auto lock = core_->lock();
+    const virtual_time::MutexLock lock(core_->mutex);
     core_->add(name, thread);
   }
   core_->preemptionPoint();
@@ -80,12 +98,12 @@ std::shared_ptr<Timer> VirtualTimeScheduler::repeatingTimer(Duration first, Dura
 void VirtualTimeScheduler::sleep(Duration duration) {
   using virtual_time::WaitKind;
   virtual_time::SimThread& self = core_->requireSelf("sleep");
-  auto lock = core_->lock();
+  const virtual_time::MutexLock lock(core_->mutex);
   if (duration <= Duration::zero()) {
-    core_->yield(lock, self);
+    core_->yield(self);
   } else {
     const auto deadline = virtual_time::deadlineAfter(core_->now(), duration);
-    core_->block(lock, self, {.kind = WaitKind::sleep, .deadline = deadline});
+    core_->block(self, {.kind = WaitKind::sleep, .deadline = deadline});
   }
 }
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "platform/bluez/objects.h"
-#include "sim/air/gatt_table.h"
+#include "sim/model/wire.h"
 
 namespace kwtsdk::testing {
 
@@ -153,7 +153,7 @@ FakeService::Object FakeService::device(const std::string& address, bool heard) 
   };
   add("Address", [address] { return address; });
   add("Name", [heard] { return std::string(heard ? "Recorder" : "Stranger"); });
-  add("UUIDs", [] { return std::vector<std::string>{sim::kRecorderService}; });
+  add("UUIDs", [] { return std::vector<std::string>{sim::wire::kRecorderService}; });
   add("Connected", [this, heard] { return heard && connected_; });
   add("ServicesResolved", [this, heard] { return heard && resolved_; });
   if (heard) add("RSSI", [] { return std::int16_t(-50); });

@@ -9,7 +9,7 @@
 #include <kwtsdk/opus/opus_file_converter.h>
 
 #include "sim/samples/microphones.h"
-#include "sim/samples/wav_file.h"
+#include "sim/samples/sounds.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
 #include "tools/note_detector.h"

@@ -12,8 +12,7 @@
 
 #include <kwtsdk/opus/conversion.h>
 
-#include "sim/samples/opus_file.h"
-#include "sim/samples/tones.h"
+#include "sim/samples/sample_store.h"
 #include "tests/support/temporary_folder.h"
 
 namespace kwtsdk::testing {

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <random>
+#include <algorithm>
+#include <map>
+#include <sstream>
 
+#include "sim/byte_order.h"
+#include "sim/model/wire.h"
 #include "tests/support/sim_host.h"
 
 namespace kwtsdk::sim {
@@ -11,12 +15,14 @@ using internal::hexString;
 using internal::toData;
 using namespace std::chrono_literals;
 
-const std::string battery = "99ec2a02b20a0001000000000000001003a34083df",
-                  infoOf10 = "028204000a000000d103ee45", deletion10 = "048204000a000000d103ee45",
-                  deletion11 = "048204000b000000b46452fd",
-                  download10 = "03820c00000000000a0000000000000022f48e6a",
-                  download10From32768 = "03820c00000000000a00000000800000a2efbb8b",
-                  download11 = "03820c00000000000b00000000000000bcf424a6";
+const std::string battery = "99ec2a02b20a0001000000000000001003a34083df";
+
+Bytes downloadOf(std::uint32_t id, std::size_t offset) {
+  Bytes frame{0x03, 0x82, 12, 0, 0, 0, 0, 0};
+  for (const std::size_t value : {std::size_t{id}, offset}) appendLittle32(frame, value);
+  appendLittle32(frame, wire::crc32(std::span(frame).subspan(2)));
+  return frame;
+}
 
 /// Two recordings, of two blocks and of one; the first has id 10.
 struct Recorder {
@@ -28,19 +34,19 @@ struct Recorder {
     const auto reply = model.write(channel, toData(hex));
     return reply ? hexString(*reply) : "none";
   }
-  std::string file(const std::string& hex) { return answer(Channel::recorder, hex); }
-  std::vector<Bytes> packets(const std::string& request) {
-    EXPECT_EQ(file(request), "none");
-    std::vector<Bytes> all;
-    while (auto packet = model.nextPacket()) all.push_back(std::move(packet->value));
-    return all;
-  }
+  void ask(const Bytes& download) { EXPECT_EQ(model.write(Channel::recorder, download), std::nullopt); }
 
   std::shared_ptr<MemoryStore> store = std::make_shared<MemoryStore>(10);
   RecorderModel model{store};
 };
 
 std::string zeros(std::size_t bytes) { return std::string(2 * bytes, '0'); }
+
+TEST(Wire, HasTheCrcOfIeee8023) {
+  const std::string_view digits = "123456789";
+  EXPECT_EQ(wire::crc32(Bytes(digits.begin(), digits.end())), 0xCBF43926);
+  EXPECT_EQ(hexString(downloadOf(10, 32768)), "03820c00000000000a00000000800000a2efbb8b");
+}
 
 TEST(RecorderModel, AnswersQueries) {
   Recorder recorder;
@@ -54,86 +60,155 @@ TEST(RecorderModel, AnswersQueries) {
       {Channel::firmware, "8e42455354", "8f4245535400010203230e1acf"},
       {Channel::recorder, "0182010000", "01820800020000000a000000"},
       {Channel::recorder, "1382020000", "1382040000000000"},
-      {Channel::recorder, infoOf10,
+      {Channel::recorder, "028204000a000000d103ee45",
        "0282240001000000" + zeros(2) + "0200" + zeros(16) + "180511091e01" + "03" + zeros(5)},
       {Channel::recorder, "028204000c0000000d5c8560", "02822400" + zeros(36)},
   };
   for (const auto& [channel, request, reply] : cases) {
-    EXPECT_EQ(recorder.answer(channel, request), reply) << request;
     std::string damaged = request;
     damaged.back() = damaged.back() == '0' ? '1' : '0';
     EXPECT_EQ(recorder.answer(channel, damaged), "none") << damaged;
     EXPECT_EQ(recorder.answer(channel, request + "00"), "none") << "with a byte too many: " << request;
+    for (const auto other : {Channel::status, Channel::recorder, Channel::firmware}) {
+      EXPECT_EQ(recorder.answer(other, request), other == channel ? reply : "none") << request;
+    }
   }
-  EXPECT_EQ(recorder.answer(Channel::recorder, battery), "none") << "on the wrong channel";
 }
 
 TEST(RecorderModel, DeletesOnlyTheFirstRecordingAndGivesNoIdTwice) {
   Recorder recorder;
-  const auto result = [&](const std::string& request) { return recorder.file(request).substr(0, 16); };
-  EXPECT_EQ(recorder.file(deletion11), "04820800010000000b000000");
-  EXPECT_EQ(result("048204000c0000000d5c8560"), "0482080002000000");
-  recorder.file(download10);
-  EXPECT_EQ(result(deletion10), "0482080003000000");
-  recorder.model.linkLost();
-  EXPECT_EQ(result(deletion10), "0482080000000000");
-  EXPECT_EQ(result(deletion10), "0482080002000000");
-  EXPECT_EQ(recorder.file("0182010000"), "01820800010000000b000000");
-  EXPECT_EQ(result(deletion11), "0482080000000000");
-  EXPECT_EQ(result(deletion11), "0482080004000000");
-  EXPECT_EQ(recorder.file("0182010000"), "01820800ffffffffffffffff");
+  const std::string count = "0182010000", delete10 = "048204000a000000d103ee45",
+                    delete11 = "048204000b000000b46452fd", delete12 = "048204000c0000000d5c8560";
+  const std::pair<std::string, std::string> exchanges[]{
+      {delete11, "04820800010000000b000000"}, {delete12, "04820800020000000c000000"},
+      {delete10, "04820800030000000a000000"},  // while it is being sent
+      {delete10, "04820800000000000a000000"}, {delete10, "04820800020000000a000000"},
+      {count, "01820800010000000b000000"},    {delete11, "04820800000000000b000000"},
+      {delete11, "04820800040000000b000000"}, {count, "01820800ffffffffffffffff"}};
+  recorder.ask(downloadOf(10, 0));
+  for (const auto& [request, reply] : exchanges) {
+    EXPECT_EQ(recorder.answer(Channel::recorder, request), reply) << request;
+    if (reply[9] == '3') recorder.model.linkLost();
+  }
   EXPECT_EQ(recorder.store->firstId(), 12U);
 }
 
 TEST(RecorderModel, StreamsFromTheOffsetAndEndsWithTheMarkerWhereAShortPacketDoesNot) {
   Recorder recorder;
-  const std::string end = "03825c00ffffffff", full = "03825c0054000000";
-  const std::tuple<std::string, bool, std::size_t, std::string, std::string> cases[]{
-      {download10, false, 781, full + "0000000007", "03825c00100000000c030000"},  // 65536 = 780 * 84 + 16
-      {download10, true, 782, full + "0000000007", end},
-      {download10From32768, false, 391, full + "0000000089", "03825c0008000000"},      // 32768 = 390 * 84 + 8
-      {"03820c00000000000a000000acff00007266abd3", false, 2, full + "00000000", end},  // the last 84 bytes
-      {"03820c00000000000a0000000000010063c59573", false, 1, end, end},                // none left
-  };
-  for (const auto& [request, alwaysMarker, count, first, last] : cases) {
-    recorder.model.setAlwaysEndMarker(alwaysMarker);
-    const auto packets = recorder.packets(request);
-    ASSERT_EQ(packets.size(), count) << request;
-    EXPECT_TRUE(hexString(packets.front()).starts_with(first)) << request;
-    EXPECT_TRUE(hexString(packets.back()).starts_with(last)) << request;
+  Bytes stored = testing::recordingOf(40000);
+  stored.resize(65536);
+  // The offset, whether the marker is always sent, and whether it is.
+  const std::tuple<std::size_t, bool, bool> cases[]{{0, false, false},
+                                                    {0, true, true},
+                                                    {32768, false, false},
+                                                    {stored.size() - wire::kPacketData, false, true},
+                                                    {stored.size(), false, true}};
+  for (const auto& [offset, always, expected] : cases) {
+    recorder.model.setAlwaysEndMarker(always);
+    recorder.ask(downloadOf(10, offset));
+    Bytes received;
+    std::uint32_t number = 0, valid = 0;
+    while (const auto packet = recorder.model.nextPacket()) {
+      EXPECT_TRUE(hexString(packet->value).starts_with("0382"));
+      EXPECT_TRUE(packet->value.size() == wire::kPacketSize && little32(packet->value, 8) == number++);
+      valid = little32(packet->value, 4);
+      if (valid != 0xFFFFFFFF) append(received, std::span(packet->value).subspan(12, valid));
+    }
+    EXPECT_TRUE(std::ranges::equal(received, std::span(stored).subspan(offset))) << offset;
+    EXPECT_EQ(valid == 0xFFFFFFFF, expected) << offset;
   }
 }
 
 TEST(RecorderModel, AStreamEndsWithTheLinkOrWithTheNextRequest) {
   Recorder recorder;
-  recorder.file(download10);
+  recorder.ask(downloadOf(10, 0));
   recorder.model.nextPacket();
-  EXPECT_EQ(hexString(recorder.packets(download11).front()).substr(16, 12), "000000000707");
-  recorder.file(download10);
-  recorder.file("03820c00000000000c00000000000000a5fde1ac");
+  recorder.ask(downloadOf(11, 0));
+  EXPECT_EQ(hexString(recorder.model.nextPacket()->value).substr(16, 12), "000000000707");
+  recorder.ask(downloadOf(12, 0));
   EXPECT_FALSE(recorder.model.streaming()) << "no such recording: nothing to send";
-  recorder.file(download10);
+  recorder.ask(downloadOf(10, 0));
   EXPECT_TRUE(recorder.model.streaming());
   recorder.model.linkLost();
   EXPECT_EQ(recorder.model.nextPacket(), std::nullopt);
 }
 
-TEST(RecorderModel, SurvivesRandomFrames) {
-  Recorder recorder;
-  std::mt19937 random(20240517);
-  const std::string seeds[] = {battery,      infoOf10, deletion11, download10,           "8e42455354",
-                               "0182010000", "9701",   "9000",     "804245535400040000", "8242455354",
-                               "85",         "88"};
-  for (int i = 0; i < 20000; ++i) {
-    Bytes frame = toData(seeds[random() % std::size(seeds)]);
-    frame.resize(random() % 30);
-    if (!frame.empty()) frame[random() % frame.size()] = static_cast<std::uint8_t>(random());
-    if (const auto reply = recorder.model.write(static_cast<Channel>(random() % 3), frame)) {
-      EXPECT_GE(reply->size(), 2U);
+/// Does what the words say and gives what the recorder sent meanwhile, in words again.
+std::string sent(RecorderModel& model, const std::string& steps) {
+  const std::map<std::string, std::string> frames{{"start0", "0181010000"}, {"start1", "0281010000"},
+                                                  {"start2", "0381010000"}, {"start3", "0481010000"},
+                                                  {"toggle", "0081010000"}, {"count", "0182010000"},
+                                                  {"broken", "0181010001"}, {"unknown", "0581010000"}};
+  const std::map<std::string, std::string> packets{
+      {"1280040000005400", "started0"},  {"1280040000015400", "started1"}, {"1280040000025400", "started2"},
+      {"1280040000035400", "started3"},  {"1280040000045400", "started4"}, {"1280040000105400", "inCall"},
+      {"1280040000115400", "notInCall"}, {"0080010000", "stopped"},        {"0801000100", "endByHost"},
+      {"0801001100", "endByKey"},        {"0801002100", "endByCall"},      {"50010300b8fffe", "sound"}};
+  std::istringstream words(steps);
+  for (std::string word; words >> word;) {
+    if (const auto frame = frames.find(word); frame != frames.end()) {
+      model.write(Channel::recorder, toData(frame->second));
+    } else if (word == "key") {
+      model.pressKey();
+    } else if (word == "lost") {
+      model.linkLost();
+    } else if (word == "call" || word == "hangUp") {
+      model.setInCall(word == "call");
+    } else if (word.starts_with("keyAfter")) {
+      model.setRecordingEnds({.keyAfter = 1ms * std::stoi(word.substr(8)), .callAfter = {}});
+    } else if (word.starts_with("callAfter")) {
+      model.setCallAfter(1ms * std::stoi(word.substr(9)));
+    } else {
+      for (int i = std::stoi(word) / 20; i > 0; --i) model.recordPacket();
     }
-    recorder.model.nextPacket();
   }
-  EXPECT_EQ(recorder.store->count(), 2U);
+  std::string all;
+  while (const auto packet = model.nextPacket()) {
+    const std::string hex = hexString(packet->value);
+    const auto known = packets.find(hex);
+    all.append(" ").append(known == packets.end() ? hex : known->second);
+  }
+  return all;
+}
+
+TEST(RecordingService, AnswersByItsState) {
+  std::istringstream cases(
+      R"(20:;start0 40 toggle 20: started0 sound sound stopped endByHost;start1 start3 20: started1 started3 sound;
+toggle 20 toggle toggle: started4 sound stopped endByHost started4;broken unknown 20 count:;
+start2 start0 start2 20: notInCall started0 notInCall sound;key toggle: started4;start0 key count toggle: started0 endByKey started4;
+call start0 toggle start2 call 20 hangUp 20 toggle: inCall inCall started2 sound sound stopped endByHost;
+start0 20 key key 20 toggle toggle: started0 sound endByKey stopped started4;
+start0 call toggle toggle: started0 endByCall stopped inCall;start0 20 lost 20 toggle: started4;start0 key lost toggle: started4;
+start0 key start1 20 toggle: started0 endByKey started1 sound stopped endByHost;
+keyAfter30 start0 100 start1 100: started0 sound sound endByKey started1 sound sound endByKey;
+keyAfter0 start0 toggle: started0 endByKey stopped;
+callAfter20 start0 100 start0 start2 20: started0 sound endByCall inCall started2 sound)");
+  for (std::string steps, expected; std::getline(std::getline(cases, steps, ':'), expected, ';');) {
+    RecorderModel model(std::make_shared<MemoryStore>());
+    EXPECT_EQ(sent(model, steps), expected) << steps;
+  }
+}
+
+TEST(RecordingService, HearsTheMicrophoneFromItsBeginningAndPassesTheFilter) {
+  struct Counting : Microphone {
+    void start() override { next = 0; }
+    Bytes nextPacket() override { return Bytes(300, ++next); }
+    std::uint8_t next = 7;
+  };
+  RecorderModel model(std::make_shared<MemoryStore>());
+  model.setMicrophone(std::make_shared<Counting>());
+  std::string seen;
+  model.setReplyFilter([&](const Bytes& request, const Bytes& reply) -> std::optional<Bytes> {
+    seen += " " + hexString(request).substr(0, 4) + ">" + hexString(reply).substr(0, 10);
+    return reply[0] == 0x50 ? std::optional(reply) : std::nullopt;
+  });
+  EXPECT_EQ(sent(model, "start1 40 start0 20 toggle start3 key").size(), 3 * (1 + 2 * 304U));
+  EXPECT_EQ(seen,
+            " 0281>1280040000 0281>50012c0101 0281>50012c0102 0181>1280040000 0181>50012c0101 0081>0080010000"
+            " 0081>0801000100 0481>1280040000 0481>0801001100");
+  model.setReplyFilter(nullptr);
+  model.setMicrophone(nullptr);
+  EXPECT_EQ(sent(model, "start0 20"), " started0 sound");
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ class KWTSDK_EXPORT FolderStore : public RecordingStore {
   bool deleteFirst() override;
 
  private:
-  struct Recording {
+  struct File {
     std::filesystem::path path;
     RecordingInfo info;
   };
@@ -34,7 +34,7 @@ class KWTSDK_EXPORT FolderStore : public RecordingStore {
 
   std::filesystem::path folder_;
   std::uint32_t firstId_;
-  std::vector<Recording> recordings_;
+  std::vector<File> recordings_;
 };
 
 }  // namespace kwtsdk::sim

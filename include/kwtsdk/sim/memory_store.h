@@ -1,7 +1,6 @@
 #pragma once
 
-#include <deque>
-#include <mutex>
+#include <memory>
 
 #include <kwtsdk/bytes.h>
 #include <kwtsdk/sim/recording_store.h>
@@ -11,7 +10,8 @@ namespace kwtsdk::sim {
 /// Recordings in memory, for tests. Safe on any thread.
 class KWTSDK_EXPORT MemoryStore : public RecordingStore {
  public:
-  explicit MemoryStore(std::uint32_t firstId = 1) : firstId_(firstId) {}
+  explicit MemoryStore(std::uint32_t firstId = 1);
+  ~MemoryStore() override;
 
   /// Adds the newest recording. Throws std::length_error when it is larger than 65535 blocks or the store is
   /// full.
@@ -24,13 +24,8 @@ class KWTSDK_EXPORT MemoryStore : public RecordingStore {
   bool deleteFirst() override;
 
  private:
-  struct Recording {
-    Bytes content;
-    RecordingInfo info;
-  };
-  mutable std::mutex mutex_;
-  std::uint32_t firstId_;
-  std::deque<Recording> recordings_;
+  struct Impl;
+  const std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace kwtsdk::sim

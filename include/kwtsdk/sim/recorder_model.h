@@ -22,6 +22,13 @@ struct Notification {
   Bytes value;
 };
 
+/// What ends each recording by itself, as soon as it has lasted that long, counted in whole packets of sound.
+/// A line of a device script is such a name without "After" and a duration.
+struct RecordingEnds {
+  std::optional<Duration> keyAfter;   // the key is pressed
+  std::optional<Duration> callAfter;  // a call is entered
+};
+
 /// The recorder without its radio: frames in, notifications out. A frame that is malformed or fails its CRC
 /// gets no answer. Safe on any thread.
 class KWTSDK_EXPORT RecorderModel {
@@ -51,10 +58,10 @@ class KWTSDK_EXPORT RecorderModel {
   /// Ends a recording. Does nothing while there is none.
   void pressKey();
 
-  /// The key is pressed, a call entered, as soon as a recording has lasted that long, counted in whole
-  /// packets of sound; in every recording until set to none.
+  /// In every recording until set to none; one of them, or all.
   void setKeyAfter(std::optional<Duration> recorded);
   void setCallAfter(std::optional<Duration> recorded);
+  void setRecordingEnds(const RecordingEnds& ends);
 
   /// Puts an image of 4 bytes to 64 MiB on the recorder, which answers its version from then on: the first
   /// three of its last four bytes. Does not use the slot. Throws std::invalid_argument for any other size.

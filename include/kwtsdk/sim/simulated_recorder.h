@@ -20,16 +20,14 @@ namespace kwtsdk::sim {
 ///   interval 7.5ms
 ///   packets 4
 ///   mtu 247
-///   key 3s       the key is pressed that long into each recording
-///   call         in a call from the beginning
-///   call 1500ms  enters a call that long into each recording
+///   key 3s  what ends each recording that long into it, one line for each of RecordingEnds
+///   call    in a call from the beginning
 ///   update refuse STEP  in each firmware update: prepare, partition, configuration, check [NUMBER] or bye
 ///   update silent STEP  the same, and resume and begin; NUMBER counts from 1, which it is when left out
 ///   update mtu 100      the MTU that updates are offered, 0 to 65535
-struct DeviceScript {
+struct DeviceScript : RecordingEnds {
   LinkTiming timing;
   std::shared_ptr<ScriptedFaults> faults = std::make_shared<ScriptedFaults>();
-  std::optional<Duration> keyAfter, callAfter;
   bool inCall = false;
   std::vector<UpdateTrouble> updateTroubles;
   std::optional<std::uint16_t> updateMtu;

@@ -1,0 +1,196 @@
+#include <gtest/gtest.h>
+#include <kwtsdk/kwtsdk.h>
+#include <kwtsdk/sim/folder_store.h>
+#include <kwtsdk/sim/memory_store.h>
+#include <kwtsdk/sim/seeded_faults.h>
+#include <kwtsdk/sim/simulated_recorder.h>
+#include <kwtsdk/sim/virtual_time_scheduler.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "codec/hex.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/thrown_by.h"
+
+namespace kwtsdk::sim {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace testing;
+
+TEST(DeviceScript, ReadsTimingFaultsAndTheRecordersPart) {
+  const auto script = parseDeviceScript(
+      "# a slow link\n latency 5ms\ninterval 7.5ms # as phones ask for\npackets 3\r\nmtu 185\n\n"
+      "notification 2 delay 250us\nnotification 3 corrupt 12\nwrite 1 refuse\nnotification 2 drop\n"
+      "key 3s\ncall\ncall 1500ms\nupdate refuse check\nupdate silent check 7\nupdate silent begin\nupdate "
+      "mtu 0");
+  EXPECT_TRUE(script.timing.latency == 5ms && script.timing.connectionInterval == 7500us);
+  EXPECT_TRUE(script.timing.packetsPerInterval == 3 && script.timing.mtu == 185 && script.updateMtu == 0);
+  EXPECT_TRUE(script.keyAfter == 3s && script.callAfter == 1500ms && script.inCall);
+  using enum UpdateStep;
+  EXPECT_EQ(script.updateTroubles, (std::vector<UpdateTrouble>{{check}, {check, true, 7}, {begin, true}}));
+  EXPECT_FALSE(parseDeviceScript("call 2s").inCall);
+  const auto next = [&script](LinkEvent event) { return script.faults->next(event).fault; };
+  EXPECT_TRUE(next(LinkEvent::notification) == Fault::none && next(LinkEvent::write) == Fault::refuse);
+  EXPECT_EQ(next(LinkEvent::notification), Fault::drop) << "the later line for the same event counts";
+  const FaultAction third = script.faults->next(LinkEvent::notification);
+  EXPECT_TRUE(third.fault == Fault::corrupt && third.position == 12 && next(LinkEvent::write) == Fault::none);
+}
+
+TEST(DeviceScript, NamesTheLineItCannotRead) {
+  std::istringstream cases(R"(notifcation 1 drop:"notifcation" is unknown
+notification 0 drop:"0" is not a whole number
+notification 1 delay 5:"5" is not a duration
+notification 1 refuse:refuse does not apply to a notification
+latency -1ms:"-1ms" is not a duration
+interval 3601s:"3601s" is not a duration
+key:write it as "key DURATION"
+call me later:write it as "call [DURATION]"
+update refuse:write it as "update refuse|silent STEP or update mtu NUMBER"
+update refuse done:"done" is no step; use prepare
+update refuse begin:begin has no refusal
+update silent bye 2:write it as "update silent bye"
+update refuse check 0:"0" is not a whole number
+update mtu 65536:"65536" is not a whole number
+update delay bye:write it as "update refuse|silent
+mtu 22:"22" is not a whole number from 23 to 517)");
+  for (std::string line, reason; std::getline(std::getline(cases, line, ':'), reason);) {
+    const std::string failure = thrownBy([&] { parseDeviceScript("mtu 100\n# comment\n" + line); });
+    EXPECT_NE(failure.find("line 3, \"" + line + "\": " + reason), std::string::npos) << failure;
+  }
+}
+
+TEST(SeededFaults, FollowSeedAndRates) {
+  using Action = std::tuple<Fault, Duration, std::size_t>;
+  const auto faults = [](std::uint64_t seed) {
+    SeededFaults plan(seed, {.drop = 0.1, .delay = 0.1, .corrupt = 0.1, .refuse = 0.1, .longestDelay = 3ms});
+    std::vector<Action> actions(10000);
+    for (auto& [fault, delay, position] : actions) {
+      const FaultAction next = plan.next(LinkEvent::write);
+      std::tie(fault, delay, position) = std::tie(next.fault, next.delay, next.position);
+      EXPECT_LE(delay, 3ms);
+    }
+    return actions;
+  };
+  const auto first = faults(1), other = faults(2);
+  EXPECT_TRUE(first == faults(1) && first != other);
+  EXPECT_FALSE(std::equal(first.begin() + 1, first.end(), other.begin())) << "a seed is no shift of another";
+  for (const Fault fault : {Fault::drop, Fault::delay, Fault::corrupt, Fault::refuse}) {
+    const auto is = [fault](const Action& action) { return std::get<0>(action) == fault; };
+    EXPECT_NEAR(static_cast<double>(std::ranges::count_if(first, is)), 1000, 150);
+  }
+}
+
+std::string opus(const std::string& audio, char segments = 1) {
+  return "OggS" + std::string(22, '\0') + segments + std::string(static_cast<std::size_t>(segments), 'x') +
+         "OpusHead" + audio;
+}
+
+std::string read(const RecordingStore& store, std::size_t index, std::uint64_t offset, std::size_t length) {
+  Bytes bytes(length, 0xAA);
+  store.read(index, offset, bytes);
+  return {bytes.begin(), bytes.end()};
+}
+
+TEST(MemoryStore, PadsWithZerosAndRefusesWhatNoRecorderHolds) {
+  MemoryStore store(0x7FFFFFFF);
+  store.add(Bytes(32768, 1));
+  store.add(Bytes(32769, 2));
+  EXPECT_EQ(read(store, 1, 32768, 3), std::string("\2\0\0", 3));
+  EXPECT_EQ(read(store, 1, 1U << 31, 2), std::string(2, '\0'));
+  EXPECT_TRUE(store.deleteFirst());
+  EXPECT_EQ(store.firstId(), 1U) << "after the greatest id";
+  EXPECT_TRUE(store.deleteFirst());
+  EXPECT_FALSE(store.deleteFirst());
+  for (std::size_t i = 0; i < RecordingStore::kMaximumCount; ++i) store.add({});
+  EXPECT_THROW(store.add({}), std::length_error);
+}
+
+TEST(FolderStore, HoldsTheOpusFilesInNameOrderAndTouchesNothingElse) {
+  const TemporaryFolder folder;
+  const std::pair<const char*, std::string> others[]{
+      {"notes.txt", "remember"},
+      {"fake.opus", "OpusHead"},
+      {"vorbis.ogg", "OggS" + std::string(22, '\0') + "\1x\1vorbis"},
+      {"cut.opus", "OggS" + std::string(22, '\0') + "\xFF"},
+      {".hidden.opus", opus("x")}};
+  for (const auto& [name, content] : others) writeFile(folder.file(name), content);
+  std::filesystem::create_directory(folder.file("deep"));
+  writeFile(folder.file("deep/in.opus"), opus("x"));
+  std::filesystem::create_symlink(folder.file("deep/in.opus"), folder.file("link.opus"));
+  ASSERT_EQ(::mkfifo(folder.file("pipe.opus").c_str(), 0600), 0);
+  writeFile(folder.file("b.opus"), opus("second"));
+  writeFile(folder.file("a.anything"), opus(std::string(40000, 'a'), 2));
+
+  const auto store = FolderStore::open(folder.path());
+  ASSERT_EQ(store->count(), 2U);
+  EXPECT_EQ(store->info(0).blocks, 2);
+  EXPECT_EQ(read(*store, 0, 40036, 3), std::string("a\0\0", 3));
+  EXPECT_EQ(read(*store, 1, 28, 16), "OpusHeadsecond" + std::string(2, '\0'));
+  while (store->deleteFirst()) continue;
+  EXPECT_EQ(store->count(), 0U);
+  for (const auto& [name, content] : others) EXPECT_EQ(contentOf(folder.file(name)), content) << name;
+}
+
+TEST(FolderStore, DeletionRemovesTheFileAndTheIdsOutliveTheProgram) {
+  const TemporaryFolder folder;
+  for (const char* name : {"a", "b", "c"}) writeFile(folder.file(name), opus(name));
+  EXPECT_TRUE(FolderStore::open(folder.path())->deleteFirst());
+
+  const auto store = FolderStore::open(folder.path());
+  EXPECT_FALSE(std::filesystem::exists(folder.file("a")));
+  EXPECT_EQ(store->firstId(), 2U);
+  EXPECT_EQ(store->count(), 2U);
+  EXPECT_EQ(contentOf(folder.file("device/first-id")), "2\n");
+
+  // A second program removed the recording already: that counts as deleted.
+  std::filesystem::remove(folder.file("b"));
+  EXPECT_EQ(read(*store, 0, 0, 2), std::string(2, '\0'));
+  EXPECT_TRUE(store->deleteFirst());
+
+  // The id cannot be kept: nothing is lost.
+  std::filesystem::remove_all(folder.file("device"));
+  writeFile(folder.file("device"), "in the way");
+  EXPECT_FALSE(store->deleteFirst());
+  EXPECT_TRUE(std::filesystem::exists(folder.file("c")));
+  EXPECT_EQ(store->firstId(), 3U);
+}
+
+TEST(FolderStore, RefusesAnIdThatIsNone) {
+  const TemporaryFolder folder;
+  std::filesystem::create_directory(folder.file("device"));
+  for (const char* text : {"", "0", "-1", "7 8", "4294967295"}) {
+    writeFile(folder.file("device/first-id"), text);
+    const std::string failure = thrownBy([&] { FolderStore::open(folder.path()); });
+    EXPECT_NE(failure.find("first-id holds no recording id"), std::string::npos) << text;
+  }
+}
+
+TEST(SimulatedRecorder, TakesItsIdsItsLinkAndItsRecordingsEndsFromTheFolder) {
+  const TemporaryFolder folder;
+  writeFile(folder.file("1.opus"), opus(""));
+  std::filesystem::create_directory(folder.file("device"));
+  writeFile(folder.file("device/first-id"), "5");
+  writeFile(folder.file("device/script"), "latency 1ms\ninterval 10ms\ncall\nkey 20ms\n");
+
+  const auto scheduler = VirtualTimeScheduler::create(1);
+  const auto facade = KWTBluetoothHelper::create({scheduler, nullptr, nullptr, nullptr});
+  const auto recorder = openSimulatedRecorder(scheduler, folder.path());
+  recorder.link->attach(facade);
+  scheduler->run([&] {
+    EXPECT_EQ(facade->getFileNumAndFirstId(), (FlashInfo{1, 5}));
+    EXPECT_EQ(scheduler->now() % 10ms, 1ms);
+  });
+  for (const std::uint8_t code : Bytes{1, 3}) recorder.model->write(Channel::recorder, {code, 0x81, 1, 0, 0});
+  recorder.model->recordPacket();
+  std::string packets;
+  while (const auto packet = recorder.model->nextPacket())
+    packets += internal::hexString(packet->value) + " ";
+  EXPECT_EQ(packets, "1280040000105400 1280040000025400 50010300b8fffe 0801001100 ");
+}
+
+}  // namespace
+}  // namespace kwtsdk::sim

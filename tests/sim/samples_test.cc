@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+#include <kwtsdk/sim/folder_store.h>
+#include <opus.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "sim/model/service.h"
+#include "sim/samples/microphones.h"
+#include "sim/samples/sample_store.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/thrown_by.h"
+
+namespace kwtsdk::sim {
+namespace {
+
+using namespace testing;
+
+std::string little(std::uint32_t value, std::size_t size) {
+  std::string bytes;
+  for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>(i < 4 ? value >> 8 * i : 0);
+  return bytes;
+}
+
+std::string chunk(const std::string& id, const std::string& content) {
+  return id + little(static_cast<std::uint32_t>(content.size()), 4) + content +
+         std::string(content.size() % 2, '\0');
+}
+
+std::string format(std::uint32_t tag, std::uint32_t channels, std::uint32_t rate, std::uint32_t bits) {
+  return little(tag, 2) + little(channels, 2) + little(rate, 4) + little(0, 6) + little(bits, 2);
+}
+
+std::string wav(const std::string& chunks) { return chunk("RIFF", "WAVE" + chunks); }
+
+TEST(WavFile, IsReadAsFarAsItIsThere) {
+  const TemporaryFolder folder;
+  const std::string mono = chunk("fmt ", format(1, 1, 16000, 16)),
+                    stereo = chunk("fmt ", format(1, 2, 48000, 16)),
+                    extensible = chunk("fmt ", format(0xFFFE, 1, 8000, 16) + little(22, 8) + little(1, 16)),
+                    data = little(1, 2) + little(0x8000, 2) + little(5, 2);
+  const std::tuple<std::string, Samples, int> cases[]{
+      {mono + chunk("LIST", "odd") + chunk("data", data) + chunk("LIST", "xx"), {1, -32768, 5}, 16000},
+      {stereo + chunk("data", data), {-16383}, 48000},
+      {extensible + chunk("data", data), {1, -32768, 5}, 8000},
+      {mono + "data" + little(0xFFFFFFFF, 4) + data, {1, -32768, 5}, 16000},
+  };
+  for (const auto& [chunks, samples, rate] : cases) {
+    writeFile(folder.file("a.wav"), wav(chunks));
+    const WavSound sound = readWavFile(folder.file("a.wav"));
+    EXPECT_EQ(sound.samples, samples);
+    EXPECT_EQ(sound.sampleRate, rate);
+  }
+}
+
+TEST(WavFile, ThatIsUnusableIsNamedWithTheWayOut) {
+  const TemporaryFolder folder;
+  const auto with = [](const std::string& fmt) { return wav(chunk("fmt ", fmt) + chunk("data", "sound!")); };
+  const std::pair<std::string, std::string> cases[]{
+      {"", "is no WAV file: make one with  sox "},
+      {"RIFX    WAVE", "is no WAV file"},
+      {wav(chunk("data", "sound!")), "is damaged: it ends before its sound"},
+      {wav("junk\xFF\xFF\xFF\xFF"), "is damaged: it ends before its sound"},
+      {wav("fmt "), "is damaged: it ends before its sound"},
+      {with("short"), "is damaged: its format is cut short"},
+      {wav(chunk("fmt ", format(1, 1, 16000, 16)) + chunk("data", "x")), "holds no sound"},
+      {with(format(1, 2, 16000, 24)),
+       "holds 24-bit PCM, 2 channels, 16000 Hz; a microphone takes 16-bit PCM"},
+      {with(format(1, 1, 44100, 16)), "holds 16-bit PCM, 1 channel, 44100 Hz"},
+      {with(format(1, 0, 16000, 16)), "holds 16-bit PCM, 0 channels"},
+      {with(format(1, 65535, 0xFFFFFFFF, 16)), "holds 16-bit PCM, 65535 channels"},
+      {with(format(3, 1, 16000, 32)), "holds 32-bit floating point"},
+      {with(format(0xFFFE, 1, 16000, 16)), "holds encoded sound"},
+  };
+  const auto expect = [&](const std::string& name, const std::string& reason) {
+    const std::string failure = thrownBy([&] { microphoneOf(folder.file(name)); });
+    EXPECT_NE(failure.find(name + " " + reason), std::string::npos) << failure;
+  };
+  for (const auto& [content, reason] : cases) {
+    writeFile(folder.file("a.wav"), content);
+    expect("a.wav", reason);
+  }
+  expect("none", "cannot be read (No such file");
+  expect(".", "cannot be read (not a regular file)");
+}
+
+/// The loudness of packets 10 to 39, since the first ones swell.
+double loudness(Microphone& microphone) {
+  const std::unique_ptr<OpusDecoder, decltype(&opus_decoder_destroy)> decoder(
+      opus_decoder_create(16000, 1, nullptr), opus_decoder_destroy);
+  std::vector<Bytes> packets[2]{std::vector<Bytes>(40), std::vector<Bytes>(40)};
+  for (auto& recording : packets) {
+    microphone.start();
+    for (Bytes& packet : recording) packet = microphone.nextPacket();
+  }
+  EXPECT_TRUE(packets[0] == packets[1]) << "each recording begins anew";
+  double energy = 0;
+  for (std::size_t i = 0; i < 40; ++i) {
+    Samples frame(320);
+    EXPECT_EQ(opus_decode(decoder.get(), packets[0][i].data(), static_cast<opus_int32>(packets[0][i].size()),
+                          frame.data(), 320, 0),
+              320);
+    if (i >= 10) energy = std::inner_product(frame.begin(), frame.end(), frame.begin(), energy);
+  }
+  return std::sqrt(energy / (30 * 320));
+}
+
+TEST(Microphones, SendWhatTheyHear) {
+  SilentMicrophone silence;
+  EXPECT_EQ(loudness(silence), 0);
+  for (const int rate : kOpusSampleRates) {
+    Samples square(static_cast<std::size_t>(rate) / 100, 8000);  // 100 Hz, shorter than a packet
+    std::fill_n(square.begin(), square.size() / 2, std::int16_t{-8000});
+    EXPECT_NEAR(loudness(*opusMicrophone(square, rate)), 8000, 800) << rate;
+  }
+  EXPECT_GT(loudness(*melodyMicrophone()), 5000);
+  EXPECT_EQ(melodyMicrophone()->nextPacket().size(), 80U);
+  EXPECT_THROW(opusMicrophone({}, 16000), std::invalid_argument);
+  EXPECT_THROW(opusMicrophone({1}, 44100), std::invalid_argument);
+}
+
+TEST(SampleStore, HoldsTheSameThreeRecordingsEachTimeInANewFolder) {
+  const TemporaryFolder folder;
+  const std::string made = folder.file("new/store"), empty = folder.file("empty");
+  std::filesystem::create_directory(empty);
+  for (const std::string& path : {made, empty}) writeSampleStore(path);
+  for (const std::string& path : {made, made + "/0001-melody.opus", made + "/0001-melody.opus/below"}) {
+    EXPECT_THROW(writeSampleStore(path), std::runtime_error) << path;
+  }
+  const auto store = FolderStore::open(made);
+  ASSERT_EQ(store->count(), 3U);
+  std::size_t index = 0;
+  for (const auto& [name, blocks] :
+       {std::pair{"/0001-melody.opus", 3}, {"/0002-chord.opus", 2}, {"/0003-sweep.opus", 5}}) {
+    EXPECT_TRUE(contentOf(made + name) == contentOf(empty + name)) << name;
+    EXPECT_EQ(store->info(index++).blocks, blocks) << name;
+  }
+  EXPECT_EQ(store->info(1).created - store->info(0).created, std::chrono::minutes(7));
+}
+
+}  // namespace
+}  // namespace kwtsdk::sim
