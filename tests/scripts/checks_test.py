@@ -1,5 +1,6 @@
 """The checks of the project's rules, in a small project of their own."""
 
+import json
 import subprocess
 import tempfile
 import unittest
@@ -24,7 +25,7 @@ class ChecksTest(unittest.TestCase):
             for name, text in files.items():
                 path = Path(folder, name)
                 path.parent.mkdir(parents=True, exist_ok=True)
-                path.write_text(text)
+                path.write_text(text.replace("@", folder))
             done = subprocess.run([SCRIPTS / script, Path(folder, argument)], stdout=subprocess.PIPE, text=True)
             self.assertEqual((done.returncode, done.stdout.count("\n")), (1 if found else 0, 1), done.stdout)
             self.assertIn(found or ", all ", done.stdout)
@@ -43,6 +44,19 @@ class ChecksTest(unittest.TestCase):
                 ("low/x.cc", "", "| `cellar/` | | `stairs/` |\n", "cellar/ may use stairs/, which is no room"),
                 ("low/x.cc", "", "| `a/` | | `b/` |\n| `b/` | | `a/` |\n", "use each other: a/ -> b/ -> a/")):
             self.expect(found, "check-rooms", "", {**headers, "docs/architecture.md": TABLE + row, source: text})
+
+    def test_build(self):
+        unity = "low/CMakeFiles/low.dir/Unity/unity_0_cxx.cxx"
+        for flags, made, source, found in (
+                ("-O3 -O0", "tests/CMakeFiles/t.dir/t.cc", "tests/t.cc", ""),
+                ("-O3", "high/CMakeFiles/high.dir/b.cc", "low/b.cc", "low/b.cc: compiled for high and for low"),
+                ("-O3 -O1", "high/CMakeFiles/high.dir/c.cc", "high/c.cc", "high/c.cc: -O1 in high")):
+            commands = [{"command": f"c++ {o} -o {output}.o -c x", "file": f"@/{file}"}
+                        for o, output, file in (("-O3", unity, f"build/{unity}"), (flags, made, source))]
+            self.expect(found, "check-build", "build", {
+                "build/compile_commands.json": json.dumps(commands), f"build/{unity}": '#include "@/low/b.cc"\n',
+                "build/CMakeCache.txt": "CMAKE_HOME_DIRECTORY:INTERNAL=@\nCMAKE_BUILD_TYPE:STRING=Release\n"
+                                        "CMAKE_CXX_FLAGS_RELEASE:STRING=-O3 -DNDEBUG\n"})
 
 
 if __name__ == "__main__":
