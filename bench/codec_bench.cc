@@ -1,7 +1,7 @@
 #include <benchmark/benchmark.h>
 #include <zlib.h>
 
-#include "bench/compare.h"
+#include "bench/measure.h"
 #include "codec/crc32.h"
 #include "codec/hex.h"
 

@@ -6,8 +6,7 @@
 
 #include <kwtsdk/opus/conversion.h>
 
-#include "bench/compare.h"
-#include "bench/peak_memory.h"
+#include "bench/measure.h"
 #include "bench/speech.h"
 #include "platform/opus/mp3_format.h"
 #include "tests/support/temporary_folder.h"
@@ -18,26 +17,9 @@ namespace {
 constexpr std::int32_t kBitRate = 24;
 constexpr std::size_t kMostFrames = 5760;  // of one packet
 
-struct Recording {
-  const char* name;
-  void (*write)(const std::string& path, std::size_t packets);
-  int sampleRate;  // at which it is decoded
-};
-constexpr Recording kLive{"live", writeLiveRecording, 16000}, kOgg{"Ogg Opus", writeOggOpus, 48000};
-
-/// An hour of sound in a file, and where its conversion goes.
-struct Hour {
-  explicit Hour(const Recording& kind, std::size_t packets = kPacketsPerHour)
-      : input(folder.file("recording")), output(folder.file("converted")) {
-    kind.write(input, packets);
-  }
-  bool convert(opus::Format format) const {
-    return opus::convert(input, output, format, kBitRate, nullptr).status == 0;
-  }
-
-  testing::TemporaryFolder folder;
-  const std::string input, output;
-};
+bool convert(const RecordedFile& file, opus::Format format) {
+  return opus::convert(file.input, file.output, format, kBitRate, nullptr).status == 0;
+}
 
 /// The yardstick: the same packets through the bare decoder and, for MP3, the bare encoder.
 void decodeHour(int sampleRate, opus::Format format) {
@@ -59,37 +41,37 @@ void decodeHour(int sampleRate, opus::Format format) {
   opus_decoder_destroy(decoder);
 }
 
-void bare(benchmark::State& state, const Recording& recording, opus::Format format) {
-  const Hour hour(recording);
+void bare(benchmark::State& state, const RecordingKind& recording, opus::Format format) {
+  const RecordedFile hour(recording, kPacketsPerHour);
   bool converted = true;
   const std::string name = std::string("an hour, ") + recording.name +
                            (format == opus::Format::wav ? " to WAV / bare decoder" : " to MP3 / bare codecs");
   compare(
       state, {.name = name, .most = 1.1}, kThread, kPacketsPerHour,
-      [&] { converted = converted && hour.convert(format); },
+      [&] { converted = converted && convert(hour, format); },
       [&] { decodeHour(recording.sampleRate, format); });
   if (!converted) fail(state, "The conversion failed");
 }
 
 // Another program's whole run beside the library's, both from file to file.
 void ffmpeg(benchmark::State& state, opus::Format format, const std::string& options) {
-  const Hour hour(kOgg);
+  const RecordedFile hour(kOgg, kPacketsPerHour);
   const std::string command = "ffmpeg -nostdin -loglevel error -y -i " + hour.input + " " + options + " " +
                               hour.folder.file("other") + (format == opus::Format::wav ? ".wav" : ".mp3");
   bool done = true;
   compare(
       state, {.name = "an hour, Ogg Opus " + options + " / ffmpeg", .most = 1}, kWall, kPacketsPerHour,
-      [&] { done = done && hour.convert(format); },
+      [&] { done = done && convert(hour, format); },
       [&] { done = done && std::system(command.c_str()) == 0; });
   if (!done) fail(state, "A conversion failed; is ffmpeg installed?");
 }
 
 // Of the whole process: what the benchmark itself has of it is far less.
-void memory(benchmark::State& state, const Recording& recording) {
-  const Hour ten(recording, 10 * kPacketsPerHour);
+void memory(benchmark::State& state, const RecordingKind& recording) {
+  const RecordedFile ten(recording, 10 * kPacketsPerHour);
   for (auto _ : state) {
     if (!forgetPeak()) return fail(state, "The peak of memory cannot be measured: /proc/self/clear_refs");
-    if (!ten.convert(opus::Format::wav)) return fail(state, "The conversion failed");
+    if (!convert(ten, opus::Format::wav)) return fail(state, "The conversion failed");
     report(state,
            {.name = std::string("ten hours, ") + recording.name + ", peak memory", .most = 32, .unit = "MiB"},
            peakMemory() / (1 << 20));

@@ -6,16 +6,60 @@
 
 #include <benchmark/benchmark.h>
 
-#include "bench/compare.h"
-#include "bench/hand_off.h"
 #include "bench/host.h"
-#include "bench/peak_memory.h"
-#include "bench/window.h"
+#include "bench/measure.h"
+#include "bench/yardsticks.h"
 #include "codec/hex.h"
+#include "platform/threads/mutex.h"
 #include "tests/support/temporary_folder.h"
 
 namespace kwtsdk::bench {
 namespace {
+
+/// Keeps a producer from running ahead of its consumer. Both sides count on their own and meet once a batch,
+/// which leaves the pace to them.
+class Window {
+ public:
+  static constexpr std::uint64_t kBatch = 256, kBatches = 8;
+
+  /// Before each packet; false when the consumer has stopped.
+  bool enter() { return entered_++ % kBatch != 0 || take(1); }
+
+  /// After each packet.
+  void leave() {
+    if (++left_ % kBatch != 0) return;
+    {
+      const internal::MutexLock lock(mutex_);
+      ++free_;
+    }
+    freed_.notifyOne();
+  }
+
+  /// Waits for all that entered, which must be whole batches.
+  bool drain() {
+    if (!take(kBatches)) return false;
+    const internal::MutexLock lock(mutex_);
+    free_ = kBatches;
+    return true;
+  }
+
+ private:
+  bool take(std::uint64_t batches) {
+    const auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const internal::MutexLock lock(mutex_);
+    while (free_ < batches) {
+      if (!freed_.waitUntil(mutex_, latest)) return false;
+    }
+    free_ -= batches;
+    return true;
+  }
+
+  std::uint64_t entered_ = 0;  // the producer's
+  std::uint64_t left_ = 0;     // the consumer's
+  internal::Mutex mutex_;
+  internal::Condition freed_;
+  std::uint64_t free_ KWT_GUARDED_BY(mutex_) = kBatches;
+};
 
 constexpr std::size_t kData = 84;
 constexpr std::uint64_t kRounds = 64, kPacketsPerRound = 782 * Window::kBatch;

@@ -16,32 +16,32 @@ Host::Channel channel(const char* uuid, std::uint32_t property) {
 
 void InstantLink::stop() {
   {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     stopped_ = true;
   }
-  changed_.notify_one();
+  changed_.notifyOne();
   if (thread_.joinable()) thread_.join();
 }
 
 void InstantLink::writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType) {
   {
-    const std::lock_guard lock(mutex_);
-    writes_.emplace_back(value, to);
+    const internal::MutexLock lock(mutex_);
+    writes_.push_back({value, to});
   }
-  changed_.notify_one();
+  changed_.notifyOne();
+}
+
+std::optional<InstantLink::Write> InstantLink::next() {
+  const internal::MutexLock lock(mutex_);
+  while (!stopped_ && writes_.empty()) changed_.wait(mutex_);
+  if (stopped_) return std::nullopt;
+  auto write = std::move(writes_.front());
+  writes_.pop_front();
+  return write;
 }
 
 void InstantLink::run() {
-  std::unique_lock lock(mutex_);
-  while (true) {
-    changed_.wait(lock, [this] { return stopped_ || !writes_.empty(); });
-    if (stopped_) return;
-    const auto [frame, written] = std::move(writes_.front());
-    writes_.pop_front();
-    lock.unlock();
-    onWrite_(frame, written);
-    lock.lock();
-  }
+  while (const auto write = next()) onWrite_(write->frame, write->written);
 }
 
 Host::Host(Answer answer)

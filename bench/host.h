@@ -1,15 +1,15 @@
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
 #include <kwtsdk/kwtsdk.h>
 
+#include "platform/threads/mutex.h"
 #include "tests/support/fake_peripheral.h"
 
 namespace kwtsdk::bench {
@@ -29,13 +29,18 @@ class InstantLink : public Peripheral {
   std::size_t maximumWriteValueLengthForType(WriteType) const override { return 512; }
 
  private:
+  struct Write {
+    Bytes frame;
+    std::shared_ptr<Characteristic> written;
+  };
   void run();
+  std::optional<Write> next();  // none when the link stops
 
   const Handler onWrite_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::pair<Bytes, std::shared_ptr<Characteristic>>> writes_;
-  bool stopped_ = false;
+  internal::Mutex mutex_;
+  internal::Condition changed_;
+  std::deque<Write> writes_ KWT_GUARDED_BY(mutex_);
+  bool stopped_ KWT_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

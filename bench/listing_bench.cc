@@ -1,6 +1,6 @@
 #include <benchmark/benchmark.h>
 
-#include "bench/compare.h"
+#include "bench/measure.h"
 #include "tests/support/sim_host.h"
 
 namespace kwtsdk::bench {

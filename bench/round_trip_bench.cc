@@ -2,40 +2,12 @@
 
 #include <benchmark/benchmark.h>
 
-#include "bench/compare.h"
 #include "bench/host.h"
-#include "bench/mailbox.h"
-#include "bench/undisturbed.h"
+#include "bench/measure.h"
+#include "bench/yardsticks.h"
 
 namespace kwtsdk::bench {
 namespace {
-
-/// Caller, worker, link, caller: the threads that a command passes, with nothing to do.
-class BareRoundTrip {
- public:
-  BareRoundTrip()
-      : workerThread_([this] { forward(worker_, link_); }),
-        linkThread_([this] { forward(link_, caller_); }) {}
-  ~BareRoundTrip() {
-    worker_.put(Mailbox::Letter::end);
-    workerThread_.join();
-    linkThread_.join();
-  }
-
-  void go() {
-    worker_.put(Mailbox::Letter::token);
-    caller_.take();
-  }
-
- private:
-  static void forward(Mailbox& from, Mailbox& to) {
-    auto letter = Mailbox::Letter::none;
-    while (letter != Mailbox::Letter::end) to.put(letter = from.take());
-  }
-
-  Mailbox caller_, worker_, link_;
-  std::thread workerThread_, linkThread_;
-};
 
 constexpr std::int64_t kLevel = 87;
 
@@ -49,7 +21,7 @@ void roundTrip(benchmark::State& state) {
   constexpr int kTrips = 200;
   const Undisturbed undisturbed;
   Host host(batteryReply);
-  BareRoundTrip bare;
+  BareTrip bare(2);  // the threads that a command passes: worker and link
   int wrong = host.helper->getPower() == kLevel ? 0 : 1;  // starts the queue's thread
   compare(
       state, {.name = "getPower() / bare round trip of three threads", .most = 1.5}, kWall, kTrips,

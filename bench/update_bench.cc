@@ -7,11 +7,9 @@
 #include <kwtsdk/sim/memory_store.h>
 #include <kwtsdk/sim/simulated_link.h>
 
-#include "bench/compare.h"
 #include "bench/host.h"
-#include "bench/mailbox.h"
-#include "bench/peak_memory.h"
-#include "bench/undisturbed.h"
+#include "bench/measure.h"
+#include "bench/yardsticks.h"
 #include "codec/hex.h"
 #include "tests/support/temporary_folder.h"
 
@@ -54,35 +52,13 @@ bool transfer(KWTBluetoothHelper& helper, const std::optional<Bytes>& image) {
   return ended.get_future().get();
 }
 
-/// The least that a packet takes: another thread is woken and wakes this one.
-class BareTrip {
- public:
-  BareTrip() : thread_([this] { forward(); }) {}
-  ~BareTrip() {
-    there_.put(Mailbox::Letter::end);
-    thread_.join();
-  }
-  void go() {
-    there_.put(Mailbox::Letter::token);
-    back_.take();
-  }
-
- private:
-  void forward() {
-    auto letter = Mailbox::Letter::none;
-    while (letter != Mailbox::Letter::end) back_.put(letter = there_.take());
-  }
-  Mailbox there_, back_;
-  std::thread thread_;
-};
-
 void packets(benchmark::State& state) {
   const Undisturbed undisturbed;
   const std::optional<Bytes> image = imageOf(64 * kKiB);
   const std::size_t exchanges = exchangesOf(image->size());
   Host host(agree);
   host.helper->setMTU(kPacket);
-  BareTrip bare;
+  BareTrip bare(1);                           // another thread is woken and wakes this one
   bool sent = transfer(*host.helper, image);  // starts the queue's thread
   compare(
       state, {.name = "update, packet / bare round trip of two threads", .most = 1.5}, kWall, exchanges,

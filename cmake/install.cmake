@@ -10,7 +10,6 @@ file(RELATIVE_PATH KWTSDK_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMA
 # file of the library's name. After `requires` come the packages and flags that only a static library asks for.
 function(kwtsdk_install_library target export_name header_dir description requires)
   file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${header_dir}/*.h)
-  list(FILTER headers EXCLUDE REGEX /sample_store\\.h$)  # its library, which needs an Opus encoder, stays here
   target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/include FILES ${headers})
   # Before 1.0 a minor release may break the binary interface.
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${export_name} VERSION ${PROJECT_VERSION}

@@ -26,4 +26,7 @@ endif()
 function(kwtsdk_add_room name)
   add_library(kwtsdk_${name} OBJECT ${ARGN})
   target_link_libraries(kwtsdk_${name} PRIVATE kwtsdk_options)
+  if(KWTSDK_PRECOMPILE_HEADERS AND NOT name STREQUAL codec)
+    target_precompile_headers(kwtsdk_${name} REUSE_FROM kwtsdk_codec) # rooms are compiled alike, codec comes first
+  endif()
 endfunction()

@@ -35,23 +35,21 @@ std::shared_ptr<sim::RecorderModel> recorder() {
   for (int i = 0; i < 2; ++i) store->add(content, day + 9h + 30min);
 
   auto model = std::make_shared<sim::RecorderModel>(store);
-  model->setReplyFilter([](const kwtsdk::Bytes& request, kwtsdk::Bytes reply) {
-    print("> ", request);
+  model->setReplyFilter([](const kwtsdk::Bytes&, kwtsdk::Bytes reply) {
     print("< ", reply);
     return reply;
   });
   return model;
 }
 
-// Prints the frames that nothing answers, and which the model's filter therefore does not see.
+// Prints what the host writes.
 class PrintingPeripheral : public kwtsdk::Peripheral {
  public:
   explicit PrintingPeripheral(std::shared_ptr<kwtsdk::Peripheral> link) : link_(std::move(link)) {}
   kwtsdk::PeripheralState state() const override { return link_->state(); }
   void writeValue(const kwtsdk::Bytes& value, const std::shared_ptr<kwtsdk::Characteristic>& to,
                   kwtsdk::WriteType type) override {
-    constexpr std::uint8_t data = 0x85, done = 0x92;
-    if (value.front() == data || value.front() == done) print("> ", value);
+    print("> ", value);
     link_->writeValue(value, to, type);
   }
   void setNotifyValue(bool enabled, const std::shared_ptr<kwtsdk::Characteristic>& of) override {

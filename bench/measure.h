@@ -3,13 +3,27 @@
 #include <algorithm>
 #include <cstdint>
 #include <ctime>
+#include <string>
 #include <vector>
+
+#include <sched.h>
 
 #include <benchmark/benchmark.h>
 
-#include "bench/limits.h"
-
 namespace kwtsdk::bench {
+
+/// One figure and the most that it may be. The table at the end shows all of them.
+struct Limit {
+  std::string name;
+  double most = 1;
+  std::string unit = "ratio";
+};
+
+/// Takes down what was measured, also as a counter of the benchmark.
+void report(benchmark::State& state, const Limit& limit, double measured);
+
+/// Ends a benchmark that cannot be measured; the run then fails.
+void fail(benchmark::State& state, const std::string& why);
 
 inline double median(std::vector<double> values) {
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
@@ -59,5 +73,26 @@ void compare(benchmark::State& state, const Limit& limit, Clock clock, std::uint
   state.counters["yardstick_ns"] = median(yardsticks) * perItem;
   report(state, limit, median(ratios));
 }
+
+/// The peak of the process's memory in bytes, as Linux keeps it.
+double peakMemory();
+
+/// What other benchmarks needed must not hide what this one needs. False when the system does not let it.
+bool forgetPeak();
+
+/// Real-time priority for this thread and those it starts, where the system permits it: other programs cannot
+/// come between two threads that wake each other, and the scheduler places them the same way each time. Only
+/// for what leaves the processors idle or ends within seconds.
+class Undisturbed {
+ public:
+  Undisturbed();
+  ~Undisturbed();
+  Undisturbed(const Undisturbed&) = delete;
+  Undisturbed& operator=(const Undisturbed&) = delete;
+
+ private:
+  int policy_ = SCHED_OTHER;
+  sched_param before_{};
+};
 
 }  // namespace kwtsdk::bench
