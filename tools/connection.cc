@@ -12,7 +12,9 @@
 #include "sim/samples/microphones.h"
 #include "tools/failure.h"
 #include "tools/terminal.h"
-#include "tools/wire.h"
+#include "wire/firmware_channel.h"
+#include "wire/recorder_channel.h"
+#include "wire/status_channel.h"
 
 namespace kwtsdk::tool {
 namespace {

@@ -8,7 +8,7 @@
 #include <limits>
 
 #include "tools/output.h"
-#include "tools/wire.h"
+#include "wire/firmware_channel.h"
 
 namespace kwtsdk::tool {
 

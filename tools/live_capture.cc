@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "tools/output.h"
-#include "tools/wire.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::tool {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "tools/command_line.h"
 #include "tools/download.h"
-#include "tools/wire.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::tool {
 namespace {

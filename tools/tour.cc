@@ -5,7 +5,7 @@
 #include "tools/command_line.h"
 #include "tools/note_detector.h"
 #include "tools/tour_folder.h"
-#include "tools/wire.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::tool {
 namespace {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "sim/samples/sample_store.h"
-#include "tools/wire.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::tool {
 

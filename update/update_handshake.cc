@@ -20,9 +20,10 @@ bool begins(const Reply& reply, std::string_view prefix) { return reply && reply
 }  // namespace
 
 std::optional<std::string> identifyImage(const Bytes& image) {
-  if (image.size() < 4) return std::nullopt;
-  const std::uint8_t* const tail = image.data() + image.size() - 4;
-  return hexString(std::array<std::uint8_t, 4>{tail[0], tail[1], tail[2], 0});
+  if (image.size() < wire::kIdentitySize) return std::nullopt;
+  Bytes tail(image.end() - wire::kIdentitySize, image.end());
+  tail.back() = 0;
+  return hexString(tail);
 }
 
 void UpdateHandshake::step(std::int64_t type, Bytes frame, const StepCompletion& completion,

@@ -22,9 +22,13 @@ inline constexpr std::uint64_t kSegmentSize = 8192;
 inline constexpr std::int64_t kPacketFloor = 220;
 inline constexpr std::uint64_t kSmallestPacket = 88;
 
+/// Bytes at an image's end that tell it from others, the last of them apart.
+inline constexpr std::size_t kIdentitySize = 4;
+
 // How the answers begin that let an update go on.
-inline constexpr std::string_view kPrepared = "9801", kSideSelected = "9101", kBegun = "8142455354",
-                                  kConfigured = "8701", kSegmentConfirmed = "8301", kByeAccepted = "8401";
+inline constexpr std::string_view kPrepared = "9801", kSideSelected = "9101", kResumeVerified = "8d42455354",
+                                  kBegun = "8142455354", kConfigured = "8701", kSegmentConfirmed = "8301",
+                                  kByeAccepted = "8401";
 
 Bytes versionRequest();
 Bytes prepareRequest();
