@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "codec/error_codes.h"
-#include "platform/platform_defaults.h"
+#include "platform/posix/platform_defaults.h"
 
 namespace kwtsdk::internal {
 

@@ -5,7 +5,7 @@
 #include <kwtsdk/version.h>
 
 #include "channel/host_call.h"
-#include "platform/platform_defaults.h"
+#include "platform/posix/platform_defaults.h"
 #include "platform/threads/mutex.h"
 
 namespace kwtsdk {

@@ -23,21 +23,18 @@ namespace kwtsdk {
 /// notifications. The library learns of a lost link only from the peripheral's state when it sends.
 ///
 /// Rules that hold for every operation:
-/// - Any thread may call it, and no exception leaves it. Completions marked "link thread" run on the thread
-/// on which
-///   the host forwards events; errors that need no answer are delivered inside the call.
-/// - One command at a time: while completionBlock is set, an operation fails with 1002 and sends nothing. It
-/// is
-///   still set while a completion runs, so a command started inside a completion on the link thread gets
-///   1002.
-/// - A completion form has no time-out: without an answer its completion is not called, and the facade stays
-///   busy until some notification arrives or a blocking form ends.
+/// - Any thread may call it, and no exception leaves it. Completions marked "link thread" run on the
+///   thread on which the host forwards events; errors that need no answer are delivered inside the call.
+/// - One command at a time: while completionBlock is set, an operation fails with 1002 and sends nothing.
+///   It is still set while a completion runs: a command started inside a completion on the link thread
+///   gets 1002.
+/// - A completion form has no time-out: without an answer its completion is not called, and the facade
+///   stays busy until some notification arrives or a blocking form ends.
 /// - A blocking form must not be called on the link thread: the answer could not be forwarded, so it runs
-///   into its time-out. When it ends it clears completionBlock, also when that belonged to another command.
-/// - 1001 "蓝牙断开连接" (not connected) and 1001 "找不到特征值：…" (characteristic not registered or without
-/// the Write
-///   property) come from the dispatcher, and the Bluetooth stack's own error from a failed write. They are
-///   meant by "dispatcher error" below.
+///   into its time-out. When it ends it clears completionBlock, whosever that is: a command that is
+///   cleared is dropped, and its completion is not called.
+/// - "Dispatcher error" means 1001 "蓝牙断开连接" (not connected), 1001 "找不到特征值：…" (characteristic
+///   not registered or without the Write property), and the Bluetooth stack's own error of a failed write.
 class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWTBluetoothHelper> {
  public:
   /// The process-wide instance, created by the first call and kept until the process ends.
@@ -54,16 +51,13 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   KWTBluetoothHelper& operator=(const KWTBluetoothHelper&) = delete;
 
   // ---- Link binding and registry. Nothing here blocks or reports an error. ----
-
   std::shared_ptr<Peripheral> connectedPeripheral() const;
   void setConnectedPeripheral(std::shared_ptr<Peripheral> peripheral);
 
-  /// One characteristic per UUID, whatever its service.
+  /// One characteristic per UUID, whatever its service; one that is added replaces its equal.
   using Registry = std::unordered_map<Uuid, std::shared_ptr<Characteristic>>;
   Registry discoveredCharacteristics() const;  // a snapshot
   void setDiscoveredCharacteristics(Registry registry);
-
-  /// Registers under the characteristic's own UUID; an equal UUID replaces the earlier entry.
   void addDiscoveredCharacteristic(std::shared_ptr<Characteristic> characteristic);
 
   // Callbacks for the host's Bluetooth delegate. They hold the facade weakly and do nothing once it is gone.
@@ -100,11 +94,12 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   std::int64_t MTU() const;
   void setMTU(std::int64_t mtu);
 
-  /// The pending command; empty: none. Setting it is unconditional.
+  /// The pending command; empty: none. Setting it is unconditional. A host may store what it read inside a
+  /// callback of its own: that one then is the pending command, and completes the other by calling it.
   ReplyHandler completionBlock() const;
   void setCompletionBlock(ReplyHandler block);
 
-  /// Receives every notification while set (download, live recording); empty: none.
+  /// Receives every notification while set (download, live recording); empty: none. May be wrapped, too.
   ReplyHandler writeDataBlock() const;
   void setWriteDataBlock(ReplyHandler block);
 
@@ -131,8 +126,8 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
                                        const MaybeError& error);
 
   /// Starts the stall watchdog, checked after 1 s and then every 5 s. A check that finds `written` false
-  /// calls `onTimeout` with 999 "命令执行超时" on a timer thread, clears completionBlock and writeDataBlock
-  /// and stops.
+  /// calls `onTimeout` with 999 "命令执行超时" on a timer thread, then clears completionBlock and
+  /// writeDataBlock, also what the callback stored, and stops.
   void startMonitorTimer(ReplyHandler onTimeout);
   void stopMonitorTimer();
 
@@ -161,14 +156,12 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   /// `toOutputFilePath`: created if missing, otherwise written over from its beginning without being cut, so
   /// that a longer file keeps its old tail. The file gets the recorder's audio packets as they come. A file
   /// that cannot be opened or written does not fail the start: the audio is lost, which is logged.
-  ///
   /// The first notification that follows, of whatever kind, completes the start, on the queue
   /// "com.kwt.sdk.record". From then on nothing is pending, and queries may be sent; but while packets
   /// arrive, one of them completes the query on that queue, with what the query makes of no answer (1004 for
   /// a refusal or an empty packet). Queries on the recorder's own channel (files) also end the notifications,
   /// and with them the audio. A recording that the recorder ends is not reported: writeDataBlock() is empty
-  /// then. A running stall watchdog is stopped.
-  ///
+  /// then. An earlier download's stall watchdog goes on, and ends a recording that sends nothing.
   /// Reports, inside the call, 1002, 1003 "录音类型输入错误" (any other type), the dispatcher error, and an
   /// error of domain "std::exception" when no thread can be started; later the Bluetooth stack's error, on
   /// the link thread; 1004 "启动录音失败" (refused, or an empty notification). After a dispatcher's or the
@@ -178,8 +171,8 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   void startRecordWithType(std::int64_t type, const std::string& toOutputFilePath, Completion completion);
 
   /// Ends the recording's file and asks the recorder to stop; audio that is still under way is dropped. Link
-  /// thread. Reports 1002, the dispatcher error, and an error that comes with an acknowledgement or a
-  /// notification. Completed by the recorder's answer; another notification that comes first, such as audio
+  /// thread. Reports 1002, the dispatcher error, and an error that comes with the answer. Completed by the
+  /// recorder's answer; another notification that comes first, such as audio
   /// under way, frees the facade, and then the completion is never called: hosts wait with a limit of their
   /// own. A recorder that is not recording takes this for a start of type 4: both are the same frame.
   void stopRecord(Completion completion);
@@ -243,7 +236,6 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   /// configuration, transfer, bye, done. Returns at once; updates run one after the other on the queue
   /// "com.kwt.await", where the completion ("success" or none) is called; `progress` (bytes sent, image size)
   /// is called after every packet on "com.kwt.sdk.send".
-  ///
   /// Reports 1011 "读取固件文件失败" before anything is sent; the errors of the steps below unchanged; 999
   /// "timeout" when one of the first five is not answered within 5 s; what uploadFirmWare reports; an error
   /// of domain "std::exception" when no thread can be started or the memory does not suffice. Transfer and
@@ -282,8 +274,9 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   void uploadFirmWare(const std::optional<Bytes>& image, std::uint64_t offset, Progress progress,
                       ValueCompletion<std::string> completion);
 
-  /// Sends one packet and blocks, without limit, until its write has been acknowledged; not on the link
-  /// thread. The completion runs before it returns, on the link thread. Reports the dispatcher error.
+  /// Sends one packet and blocks, without limit, until its write has been acknowledged or, where the link is
+  /// not connected, completionBlock is cleared; not on the link thread. The completion runs before it
+  /// returns, on the link thread. Reports the dispatcher error.
   void updateSendData(const Bytes& packet, ReplyHandler completion);
   /// Has the recorder compare a segment's CRC-32. Reports 1012 "固件更新-校验失败" for every failure.
   void updateCheckData(const Bytes& segment, StepCompletion completion);

@@ -1,42 +1,153 @@
+#include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
+#include <deque>
 #include <thread>
+#include <utility>
 
 #include <kwtsdk/scheduler.h>
 
-#include "platform/threads/thread_queue.h"
-#include "platform/threads/thread_timer.h"
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk {
 namespace {
+
+using internal::Condition, internal::Mutex, internal::MutexLock;
+using Clock = std::chrono::steady_clock;
+
+/// A serial queue on a thread of its own, started by the first work.
+class ThreadQueue : public SerialQueue {
+ public:
+  ~ThreadQueue() override;
+  void async(std::function<void()> work) override;
+
+ private:
+  using Works = std::deque<std::function<void()>>;
+
+  // Shared with the thread, which may outlive the queue when its own work destroys it.
+  struct State {
+    Mutex mutex;
+    Condition ready;
+    Works works KWT_GUARDED_BY(mutex);
+    bool closed KWT_GUARDED_BY(mutex) = false;
+    std::thread thread KWT_GUARDED_BY(mutex);
+
+    /// Waits for work; empty when the queue is closed.
+    std::function<void()> next() KWT_EXCLUDES(mutex);
+  };
+
+  const std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+ThreadQueue::~ThreadQueue() {
+  Works dropped;
+  std::thread thread;
+  {
+    const MutexLock lock(state_->mutex);
+    state_->closed = true;
+    dropped.swap(state_->works);
+    thread.swap(state_->thread);
+  }
+  state_->ready.notifyOne();
+  dropped.clear();  // without the lock: it may hold anything, also what the thread waits for
+  if (!thread.joinable()) return;
+  if (thread.get_id() == std::this_thread::get_id()) {
+    thread.detach();
+  } else {
+    thread.join();
+  }
+}
+
+void ThreadQueue::async(std::function<void()> work) {
+  {
+    const MutexLock lock(state_->mutex);
+    // First: where no thread can be had, the work must not stay behind for a later one.
+    if (!state_->thread.joinable()) {
+      state_->thread = std::thread([state = state_] {
+        while (const auto next = state->next()) next();  // destroyed here, too: with it the queue may go
+      });
+    }
+    state_->works.push_back(std::move(work));
+  }
+  state_->ready.notifyOne();
+}
+
+std::function<void()> ThreadQueue::State::next() {
+  const MutexLock lock(mutex);
+  while (!closed && works.empty()) ready.wait(mutex);
+  if (closed) return nullptr;
+  std::function<void()> work = std::move(works.front());
+  works.pop_front();
+  return work;
+}
+
+/// A repeating timer on a thread of its own, which ends by itself after the cancellation.
+class ThreadTimer : public Timer {
+ public:
+  ThreadTimer(Duration first, Duration interval, std::function<void()> onFire) {
+    std::thread([state = state_, first, interval, onFire = std::move(onFire)] {
+      for (auto due = Clock::now() + first; state->waitUntil(due);) {
+        onFire();
+        // Fires missed while the process stood still become one: a burst would find no data between two.
+        due = std::max(due + interval, Clock::now());
+      }
+    }).detach();
+  }
+  ~ThreadTimer() override { ThreadTimer::cancel(); }
+
+  void cancel() override {
+    {
+      const MutexLock lock(state_->mutex);
+      state_->cancelled = true;
+    }
+    state_->changed.notifyOne();
+  }
+
+ private:
+  struct State {
+    Mutex mutex;
+    Condition changed;
+    bool cancelled KWT_GUARDED_BY(mutex) = false;
+
+    /// False when it was cancelled.
+    bool waitUntil(Clock::time_point due) KWT_EXCLUDES(mutex) {
+      const MutexLock lock(mutex);
+      while (!cancelled && changed.waitUntil(mutex, due)) {
+      }
+      return !cancelled;
+    }
+  };
+
+  const std::shared_ptr<State> state_ = std::make_shared<State>();
+};
 
 class ThreadSemaphore : public Semaphore {
  public:
   void signal() override {
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       ++count_;
     }
-    signalled_.notify_one();
+    signalled_.notifyOne();
   }
 
   bool wait(std::optional<Duration> timeout) override {
-    std::unique_lock lock(mutex_);
-    const auto available = [&] { return count_ > 0; };
-    if (!timeout) {
-      signalled_.wait(lock, available);
-    } else if (!signalled_.wait_for(lock, *timeout, available)) {
-      return false;
+    const auto due = Clock::now() + timeout.value_or(Duration::zero());
+    const MutexLock lock(mutex_);
+    while (count_ == 0) {
+      if (!timeout) {
+        signalled_.wait(mutex_);
+      } else if (!signalled_.waitUntil(mutex_, due) && count_ == 0) {
+        return false;
+      }
     }
     --count_;
     return true;
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable signalled_;
-  std::uint64_t count_ = 0;
+  Mutex mutex_;
+  Condition signalled_;
+  std::uint64_t count_ KWT_GUARDED_BY(mutex_) = 0;
 };
 
 class ThreadLock : public RecursiveLock {
@@ -52,7 +163,7 @@ class ThreadLock : public RecursiveLock {
 class ThreadScheduler : public Scheduler {
  public:
   std::shared_ptr<SerialQueue> serialQueue(const std::string&) override {
-    return std::make_shared<internal::ThreadQueue>();
+    return std::make_shared<ThreadQueue>();
   }
   std::shared_ptr<Semaphore> semaphore(const std::string&) override {
     return std::make_shared<ThreadSemaphore>();
@@ -64,10 +175,10 @@ class ThreadScheduler : public Scheduler {
   // A wake-up per timer costs so little that the leeway is not needed.
   std::shared_ptr<Timer> repeatingTimer(Duration first, Duration interval, Duration,
                                         std::function<void()> onFire) override {
-    return std::make_shared<internal::ThreadTimer>(first, interval, std::move(onFire));
+    return std::make_shared<ThreadTimer>(first, interval, std::move(onFire));
   }
   void sleep(Duration duration) override { std::this_thread::sleep_for(duration); }
-  Duration now() const override { return std::chrono::steady_clock::now().time_since_epoch(); }
+  Duration now() const override { return Clock::now().time_since_epoch(); }
 };
 
 }  // namespace

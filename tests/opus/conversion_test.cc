@@ -3,7 +3,7 @@
 
 #include <kwtsdk/opus/opus_file_converter.h>
 
-#include "platform/platform_defaults.h"
+#include "platform/posix/platform_defaults.h"
 #include "tests/opus/recordings.h"
 #include "tests/support/fake_peripheral.h"
 

@@ -1,18 +1,48 @@
-#include "platform/posix/installed_converter.h"
+#include "platform/posix/platform_defaults.h"
 
 #include <dlfcn.h>
+#include <pwd.h>
+#include <syslog.h>
+#include <unistd.h>
 
+#include <array>
 #include <string>
 #include <utility>
 
 #include "platform/threads/mutex.h"
 
-namespace kwtsdk::internal {
-
+namespace kwtsdk {
 namespace {
+
+class SystemLog : public Log {
+ public:
+  explicit SystemLog(LogLevel least) : least_(least) {}
+
+  void write(LogLevel level, std::string_view line) override {
+    if (level < least_) return;
+    ::syslog(LOG_USER | priority(level), "kwtsdk: %.*s", static_cast<int>(line.size()), line.data());
+  }
+
+ private:
+  static int priority(LogLevel level) {
+    switch (level) {
+      case LogLevel::debug:
+        return LOG_DEBUG;
+      case LogLevel::info:
+        return LOG_INFO;
+      case LogLevel::error:
+        break;
+    }
+    return LOG_ERR;
+  }
+
+  const LogLevel least_;
+};
 
 using MakeConverter = void(const std::shared_ptr<Log>*, std::shared_ptr<OpusConverter>*);
 
+/// The converter of libkwtsdk_opus, which is loaded at the first conversion: the library itself needs no
+/// codec. Where it is not installed every conversion fails, with a line in the log.
 class InstalledConverter : public OpusConverter {
  public:
   explicit InstalledConverter(std::shared_ptr<Log> log) : log_(std::move(log)) {}
@@ -32,7 +62,7 @@ class InstalledConverter : public OpusConverter {
 
   /// Null where there is none; the next conversion looks again.
   std::shared_ptr<OpusConverter> loaded() {
-    const MutexLock lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     if (converter_) return converter_;
     // Never closed: the converter's code has to outlive whoever holds it.
     void* const library = ::dlopen(KWTSDK_OPUS_LIBRARY, RTLD_NOW | RTLD_LOCAL);
@@ -53,15 +83,32 @@ class InstalledConverter : public OpusConverter {
                             " beside the library, or link kwtsdk::opus and set Platform::opusConverter."));
   }
 
-  Mutex mutex_;
   const std::shared_ptr<Log> log_;
+  internal::Mutex mutex_;
   std::shared_ptr<OpusConverter> converter_ KWT_GUARDED_BY(mutex_);
 };
 
-}  // namespace
-
-std::shared_ptr<OpusConverter> installedConverter(std::shared_ptr<Log> log) {
-  return std::make_shared<InstalledConverter>(std::move(log));
+std::string homeDirectory() {
+  std::array<char, 4096> buffer{};
+  passwd entry{};
+  passwd* found = nullptr;
+  ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
+  return found == nullptr ? std::string("/tmp") : std::string(found->pw_dir);
 }
 
-}  // namespace kwtsdk::internal
+}  // namespace
+
+std::shared_ptr<Log> systemLog(LogLevel least) { return std::make_shared<SystemLog>(least); }
+
+namespace internal {
+
+Platform withDefaults(Platform platform) {
+  if (!platform.scheduler) platform.scheduler = threadScheduler();
+  if (!platform.settings) platform.settings = fileSettings(homeDirectory() + "/.local/state/kwtsdk/settings");
+  if (!platform.log) platform.log = systemLog();
+  if (!platform.opusConverter) platform.opusConverter = std::make_shared<InstalledConverter>(platform.log);
+  return platform;
+}
+
+}  // namespace internal
+}  // namespace kwtsdk
