@@ -61,14 +61,14 @@ std::size_t find(std::span<const std::uint8_t> bytes, std::size_t from, std::siz
 
 namespace {
 
-constexpr std::size_t kBufferSize = 65536;
+constexpr std::size_t kPacketBufferSize = 65536;
 // A record and the header behind it: what one has to see to judge the record.
 constexpr std::size_t kSight = live_record::kLongest + live_record::kHeaderSize;
 
 }  // namespace
 
 LivePacketReader::LivePacketReader(InputFile& file, Kind kind)
-    : file_(file), kind_(kind), buffer_(kBufferSize) {}
+    : file_(file), kind_(kind), buffer_(kPacketBufferSize) {}
 
 std::optional<LivePacketReader::Item> LivePacketReader::next() {
   fill();

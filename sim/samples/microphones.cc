@@ -14,7 +14,7 @@ namespace {
 constexpr int kBitRate = 32000, kPacketsPerSecond = 50;
 constexpr std::size_t kPacketSize = kBitRate / 8 / kPacketsPerSecond;
 
-struct Release {
+struct Destroy {
   void operator()(OpusEncoder* encoder) const { opus_encoder_destroy(encoder); }
 };
 
@@ -52,7 +52,7 @@ class OpusMicrophone : public Microphone {
   const Samples samples_;
   Samples frame_;
   std::size_t next_ = 0;
-  const std::unique_ptr<OpusEncoder, Release> encoder_;
+  const std::unique_ptr<OpusEncoder, Destroy> encoder_;
 };
 
 }  // namespace

@@ -33,7 +33,7 @@ const std::vector<Exchange> update{
 };
 constexpr std::size_t kData = 5, kDone = 8;
 
-struct Recorder {
+struct UpdatedRecorder {
   std::string say(std::string frame) {
     if (const auto at = frame.find('('); at != std::string::npos) {
       const auto end = frame.find(')');
@@ -69,7 +69,7 @@ struct Recorder {
 };
 
 TEST(FirmwareUpdate, InstallsTheImageOnceDoneIsSaid) {
-  Recorder recorder;
+  UpdatedRecorder recorder;
   std::string seen;
   recorder.model->setFrameFilter([&](Channel, const Bytes& frame) {
     seen += hexString(frame).substr(0, 2);
@@ -85,7 +85,7 @@ TEST(FirmwareUpdate, InstallsTheImageOnceDoneIsSaid) {
 
 TEST(FirmwareUpdate, RefusesStepsOutOfTurnOrAsItIsToldToAndGoesOn) {
   for (const std::size_t due : {0U, 1U, 2U, 3U, 4U, 5U, 8U}) {
-    Recorder recorder;
+    UpdatedRecorder recorder;
     recorder.take(0, due);
     for (std::size_t i = 1; i < update.size(); ++i) {
       const auto& [request, reply, refusal, step] = update[i];
@@ -97,7 +97,7 @@ TEST(FirmwareUpdate, RefusesStepsOutOfTurnOrAsItIsToldToAndGoesOn) {
     const auto& [request, reply, refusal, step] = update[i / 2];
     const bool silent = i % 2 == 1;
     if (i / 2 == kData) continue;
-    Recorder recorder;
+    UpdatedRecorder recorder;
     recorder.model->setUpdateTroubles({{step, silent}});
     recorder.take(0, i / 2);
     EXPECT_EQ(recorder.say(request), silent ? "" : refusal);
@@ -123,13 +123,13 @@ TEST(FirmwareUpdate, TakesAnImageOnlyIfAllOfItIsRight) {
       0-3 865800000002050100(80)d1e8611c:8700 4-8 updated;
       0-2 80424553540a0000008b1010dd:814245535401000000f300 4-6 88:8400 8 old;
       0-3 865800000002050163(80)3b5aa40f:8701 5-6 88:8400 8 old)");
-  for (std::string scenario; std::getline(scenarios, scenario, ';');) Recorder().play(scenario);
+  for (std::string scenario; std::getline(scenarios, scenario, ';');) UpdatedRecorder().play(scenario);
 }
 
 TEST(FirmwareUpdate, LeavesItsImageInTheFolder) {
   const TemporaryFolder folder;
   const auto scheduler = VirtualTimeScheduler::create(1);
-  const auto open = [&] { return Recorder{openSimulatedRecorder(scheduler, folder.path()).model}; };
+  const auto open = [&] { return UpdatedRecorder{openSimulatedRecorder(scheduler, folder.path()).model}; };
   const auto file = folder.file("device/firmware.bin"), script = folder.file("device/script");
   std::filesystem::create_directories(file + ".new/x");  // so that no image can be written
   writeFile(script, "mtu 185\nupdate silent resume");
@@ -139,7 +139,7 @@ TEST(FirmwareUpdate, LeavesItsImageInTheFolder) {
     open().play(std::string("0-2 80424553540a000000d7950e7c:814245535401000000") + mtu);
   }
   std::filesystem::remove(script);
-  Recorder recorder = open();
+  UpdatedRecorder recorder = open();
   recorder.play("0-8 old");
   std::filesystem::remove_all(file + ".new");
   recorder.play("0-8 updated");
