@@ -121,14 +121,14 @@ TEST(SimulatedLink, KeepsToSubscriptionsAndTiming) {
 
 TEST(SimulatedLink, ServesAWriteAmidAStream) {
   Host host({.connectionInterval = 10ms, .packetsPerInterval = 1, .mtu = 50});
-  host.onEvent = [&host](const std::string& event) {
-    if (event == "03825c00@30" || event == "03825c00@80") host.act("count");
+  const std::string data = " " + hexString(wire::dataPacket(0, 0)).substr(0, 8);
+  host.onEvent = [&](const std::string& event) {
+    if (" " + event == data + "@30" || " " + event == data + "@80") host.act("count");
   };
   const auto events = host.eventsOf("on download");
   EXPECT_EQ(std::ranges::count(events, ' '), 5 + (32768 + wire::kPacketData - 1) / wire::kPacketData);
-  EXPECT_TRUE(
-      events.starts_with(" ack@20 03825c00@30 03825c00@50 ack@60 01820800@70 03825c00@80 03825c00@100 "
-                         "ack@110 01820800@120"));
+  EXPECT_TRUE(events.starts_with(" ack@20" + data + "@30" + data + "@50 ack@60 01820800@70" + data + "@80" +
+                                 data + "@100 ack@110 01820800@120"));
   EXPECT_EQ(host.link->characteristic(fileNotify)->value()->size(), 47U) << "cut at the MTU";
 }
 
