@@ -22,7 +22,8 @@ std::vector<std::shared_ptr<SimulatedCharacteristic>> recorderCharacteristics() 
   const auto make = [](Channel channel, std::string_view uuid, std::uint32_t properties) {
     return std::make_shared<SimulatedCharacteristic>(channel, Uuid::fromString(uuid).value(), properties);
   };
-  return {make(Channel::status, wire::kStatusWrite, write), make(Channel::status, wire::kStatusNotify, notify),
+  return {make(Channel::status, wire::kStatusWrite, write),
+          make(Channel::status, wire::kStatusNotify, notify),
           make(Channel::recorder, wire::kRecorderWrite, write),
           make(Channel::recorder, wire::kRecorderNotify, notify),
           make(Channel::firmware, wire::kFirmware, write | notify)};

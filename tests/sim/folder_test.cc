@@ -40,7 +40,7 @@ TEST(DeviceScript, ReadsTimingFaultsAndTheRecordersPart) {
   EXPECT_TRUE(third.fault == Fault::corrupt && third.position == 12 && next(LinkEvent::write) == Fault::none);
 }
 
-TEST(DeviceScript, NamesTheLineItCannotRead) {
+TEST(SimulatedRecorder, NamesWhatItCannotReadInTheFolder) {
   std::istringstream cases(R"(notifcation 1 drop:"notifcation" is unknown
 notification 0 drop:"0" is not a whole number
 notification 1 delay 5:"5" is not a duration
@@ -57,10 +57,21 @@ update refuse check 0:"0" is not a whole number
 update mtu 65536:"65536" is not a whole number
 update delay bye:write it as "update refuse|silent
 mtu 22:"22" is not a whole number from 23 to 517)");
+  const TemporaryFolder folder;
+  std::filesystem::create_directory(folder.file("device"));
+  const auto expect = [&folder](const std::string& name, const std::string& text, const std::string& reason) {
+    const std::string path = folder.file("device/" + name);
+    writeFile(path, text);
+    const auto open = [&] { openSimulatedRecorder(VirtualTimeScheduler::create(1), folder.path()); };
+    EXPECT_EQ(thrownBy(open).substr(0, path.size() + reason.size()), path + reason);
+    std::filesystem::remove(path);
+  };
   for (std::string line, reason; std::getline(std::getline(cases, line, ':'), reason);) {
-    const std::string failure = thrownBy([&] { parseDeviceScript("mtu 100\n# comment\n" + line); });
-    EXPECT_NE(failure.find("line 3, \"" + line + "\": " + reason), std::string::npos) << failure;
+    expect("script", "mtu 100\n# comment\n" + line, ", line 3, \"" + line + "\": " + reason);
   }
+  for (const char* id : {"", "0", "-1", "7 8", "4294967295"})
+    expect("first-id", id, " holds no recording id");
+  expect("firmware.bin", "abc", " holds no firmware image");
 }
 
 TEST(SeededFaults, FollowSeedAndRates) {
@@ -157,16 +168,6 @@ TEST(FolderStore, DeletionRemovesTheFileAndTheIdsOutliveTheProgram) {
   EXPECT_FALSE(store->deleteFirst());
   EXPECT_TRUE(std::filesystem::exists(folder.file("c")));
   EXPECT_EQ(store->firstId(), 3U);
-}
-
-TEST(FolderStore, RefusesAnIdThatIsNone) {
-  const TemporaryFolder folder;
-  std::filesystem::create_directory(folder.file("device"));
-  for (const char* text : {"", "0", "-1", "7 8", "4294967295"}) {
-    writeFile(folder.file("device/first-id"), text);
-    const std::string failure = thrownBy([&] { FolderStore::open(folder.path()); });
-    EXPECT_NE(failure.find("first-id holds no recording id"), std::string::npos) << text;
-  }
 }
 
 TEST(SimulatedRecorder, TakesItsIdsItsLinkAndItsRecordingsEndsFromTheFolder) {

@@ -155,7 +155,7 @@ std::string sent(RecorderModel& model, const std::string& steps) {
     } else if (word == "call" || word == "hangUp") {
       model.setInCall(word == "call");
     } else if (word.starts_with("keyAfter")) {
-      model.setRecordingEnds({.keyAfter = 1ms * std::stoi(word.substr(8)), .callAfter = {}});
+      model.setKeyAfter(1ms * std::stoi(word.substr(8)));
     } else if (word.starts_with("callAfter")) {
       model.setCallAfter(1ms * std::stoi(word.substr(9)));
     } else {

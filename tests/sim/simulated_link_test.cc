@@ -2,6 +2,8 @@
 #include <kwtsdk/sim/seed.h>
 
 #include <algorithm>
+#include <cctype>
+#include <map>
 #include <sstream>
 
 #include "sim/model/wire.h"
@@ -15,9 +17,13 @@ using internal::toData;
 using namespace std::chrono_literals;
 
 const std::string fileWrite = "4B1D9E07-53A6-42C8-B7F0-6E2A19820004",
-                  fileNotify = "4B1D9E07-53A6-42C8-B7F0-6E2A19820003", count = "0182010000",
-                  notice = "1382020000", download = "03820c0000000000010000000000000074e8e437",
-                  record = "0181010000", stop = "0081010000";
+                  fileNotify = "4B1D9E07-53A6-42C8-B7F0-6E2A19820003";
+const std::map<std::string, std::string> frames{{"count", "0182010000"},
+                                                {"notice", "1382020000"},
+                                                {"record", "0181010000"},
+                                                {"stop", "0081010000"},
+                                                {"download", "03820c0000000000010000000000000074e8e437"},
+                                                {"delete", "0482040001000000d084ef92"}};
 
 /// A host that writes down its events: " ack", " ack!3" when refused, or the first 8 digits of a
 /// notification, each with "@" and the virtual time in ms where the link has a timing.
@@ -40,16 +46,23 @@ struct Host {
     events += " " + event;
     if (onEvent) onEvent(event);
   }
-  /// Begins what `request` asks for, with the notifications on.
-  void ask(const std::string& request) {
-    subscribe();
-    write(request);
-  }
   void write(const std::string& hex, const std::string& uuid = fileWrite) {
     link->peripheral()->writeValue(toData(hex), link->characteristic(uuid), WriteType::withResponse);
   }
-  void subscribe(bool enabled = true) {
-    link->peripheral()->setNotifyValue(enabled, link->characteristic(fileNotify));
+  /// Does what the words say, at once: a frame is written, a number waits that many ms.
+  void act(const std::string& words) {
+    std::istringstream steps(words);
+    for (std::string step; steps >> step;) {
+      if (frames.contains(step)) write(frames.at(step));
+      if (step == "on" || step == "off") {
+        link->peripheral()->setNotifyValue(step == "on", link->characteristic(fileNotify));
+      }
+      if (step == "lose") link->disconnect();
+      if (step == "connect") link->connect();
+      if (step == "drain") link->drain();
+      if (step == "key") model->pressKey();
+      if (std::isdigit(step[0])) scheduler->sleep(1ms * std::stoi(step));
+    }
   }
   /// The events of what `body` does, up to the moment when nothing is under way.
   std::string eventsOf(const std::function<void()>& body) {
@@ -60,6 +73,9 @@ struct Host {
       link->drain();
     });
     return events;
+  }
+  std::string eventsOf(const std::string& words) {
+    return eventsOf([&] { act(words); });
   }
 
   std::shared_ptr<VirtualTimeScheduler> scheduler;
@@ -81,37 +97,38 @@ void forManySeeds(Body body) {
   }
 }
 
-TEST(SimulatedLink, AcknowledgesThenNotifiesWhileSubscribed) {
-  Host host;
-  EXPECT_EQ(host.eventsOf([&] { host.write(count); }), " ack");
-  EXPECT_EQ(host.eventsOf([&] { host.ask(count); }), " ack 01820800");
-  EXPECT_EQ(host.eventsOf([&] { host.subscribe(false), host.write(count); }), " ack");
-  EXPECT_EQ(host.eventsOf([&] { host.write(count, fileNotify); }), " ack!3");
-  EXPECT_EQ(host.eventsOf([&] { host.write(std::string(2 * 513, '0')); }), " ack!13");
-}
-
-TEST(SimulatedLink, KeepsToIntervalsAndLatency) {
-  const LinkTiming slots{.connectionInterval = 10ms, .packetsPerInterval = 2};
-  Host host(slots);
-  // Sent at 0: the subscription and a write; at 10: the other write and an acknowledgement; and so on.
-  EXPECT_EQ(host.eventsOf([&] { host.ask(count), host.write(notice); }),
-            " ack@10 01820800@20 ack@20 13820400@30");
-  Host both({.latency = 3ms, .connectionInterval = 10ms, .packetsPerInterval = 4, .mtu = 23});
-  EXPECT_EQ(both.eventsOf([&] { both.ask(std::string(80, '0')); }), " ack@23")
+TEST(SimulatedLink, KeepsToSubscriptionsAndTiming) {
+  const LinkTiming slots{.connectionInterval = 10ms, .packetsPerInterval = 2}, late{.latency = 5ms};
+  const std::tuple<LinkTiming, std::string, std::string> cases[]{
+      {{}, "count drain on count drain off count", " ack ack 01820800 ack"},
+      // Sent at 0: the subscription and a write; at 10: the other write and an acknowledgement; and so on.
+      {slots, "on count notice", " ack@10 01820800@20 ack@20 13820400@30"},
+      // A deletion that never arrives; what is written while disconnected; the subscription is lost too.
+      {late, "on delete 2 lose lose count 8 connect count drain on count",
+       " lost@5 ack@20 ack@30 01820800@30"},
+      {late, "on download 7 lose lose connect on count", " lost@10 ack@17 01820800@17"}};
+  for (const auto& [timing, words, expected] : cases) {
+    Host host(timing);
+    EXPECT_EQ(host.eventsOf(words), expected) << words;
+    EXPECT_TRUE(host.store->count() == 1 && !host.model->streaming());
+  }
+  Host host({.latency = 3ms, .connectionInterval = 10ms, .packetsPerInterval = 4, .mtu = 23});
+  EXPECT_EQ(host.eventsOf([&] { host.act("on"), host.write(std::string(80, '0')); }), " ack@23")
       << "40 bytes go in three parts and one packet that has them executed";
-  Host delayed(slots, "write 1 delay 25ms");
-  EXPECT_EQ(delayed.eventsOf([&] { delayed.write(count), delayed.write(count); }), " ack@30 ack@40");
+  EXPECT_EQ(host.eventsOf([&] { host.write("00", fileNotify); }).substr(0, 6), " ack!3");
+  EXPECT_EQ(host.eventsOf([&] { host.write(std::string(2 * 513, '0')); }).substr(0, 7), " ack!13");
 }
 
 TEST(SimulatedLink, ServesAWriteAmidAStream) {
   Host host({.connectionInterval = 10ms, .packetsPerInterval = 1, .mtu = 50});
-  host.onEvent = [&host](const std::string& event) {
-    if (event == "03825c00@30" || event == "03825c00@80") host.write(count);
+  const std::string data = " " + hexString(wire::dataPacket(0, 0)).substr(0, 8);
+  host.onEvent = [&](const std::string& event) {
+    if (" " + event == data + "@30" || " " + event == data + "@80") host.act("count");
   };
-  const auto events = host.eventsOf([&] { host.ask(download); });
+  const auto events = host.eventsOf("on download");
   EXPECT_EQ(std::ranges::count(events, ' '), 5 + (32768 + wire::kPacketData - 1) / wire::kPacketData);
-  EXPECT_TRUE(events.starts_with(
-      " ack@20 03825c00@30 03825c00@50 ack@60 01820800@70 03825c00@80 03825c00@100 ack@110 01820800@120"));
+  EXPECT_TRUE(events.starts_with(" ack@20" + data + "@30" + data + "@50 ack@60 01820800@70" + data + "@80" +
+                                 data + "@100 ack@110 01820800@120"));
   EXPECT_EQ(host.link->characteristic(fileNotify)->value()->size(), 47U) << "cut at the MTU";
 }
 
@@ -123,42 +140,21 @@ acknowledgement 1 refuse: ack!3 01820800 ack 13820400;acknowledgement 2 disconne
 notification 1 drop: ack ack 13820400;notification 1 corrupt 0: ack fe820800 ack 13820400;
 notification 1 disconnect: ack lost;subscription 1 drop: ack ack;subscription 1 disconnect: lost)");
   for (std::string fault, expected; std::getline(std::getline(cases, fault, ':'), expected, ';');) {
-    Host host({}, fault);
     // One after the other, so that the order does not depend on when the second write is asked.
-    const auto events = host.eventsOf([&] { host.ask(count), host.link->drain(), host.write(notice); });
-    EXPECT_EQ(events, expected) << fault;
+    EXPECT_EQ(Host({}, fault).eventsOf("on count drain notice"), expected) << fault;
   }
-}
-
-TEST(SimulatedLink, ALostLinkTakesEverythingWithItAndCanBeMadeAgain) {
-  Host host({.latency = 5ms});
-  const auto lose = [&host](const std::string& request, Duration after) {
-    host.ask(request);
-    host.scheduler->sleep(after);
-    host.link->disconnect();
-    host.link->disconnect();
-  };
-  EXPECT_EQ(host.eventsOf([&] { lose("0482040001000000d084ef92", 2ms); }), " lost@5");
-  EXPECT_EQ(host.store->count(), 1U) << "a deletion that never arrived";
-  EXPECT_EQ(host.eventsOf([&] { host.write(count); }), "") << "written while disconnected";
-
-  host.link->connect();
-  EXPECT_EQ(host.eventsOf([&] { host.write(count); }), " ack@10") << "the subscription is lost too";
-  const auto again = host.eventsOf([&] { lose(download, 7ms), host.link->connect(), host.ask(count); });
-  EXPECT_EQ(again, " lost@10 ack@17 01820800@17");
-  EXPECT_FALSE(host.model->streaming());
+  Host delayed({.connectionInterval = 10ms, .packetsPerInterval = 2}, "write 1 delay 25ms");
+  EXPECT_EQ(delayed.eventsOf("count count"), " ack@30 ack@40");
 }
 
 TEST(SimulatedLink, SendsARecordingAtItsPaceAndServesCommandsInBetween) {
   Host host({.latency = 2ms});
   const auto events = host.eventsOf([&] {
-    host.ask(record);
-    host.scheduler->sleep(30ms);
+    host.act("on record 30");
     host.write("99ec2a02b20a0001000000000000001003a34083df", "CA2A");
     host.link->drain();
     EXPECT_EQ(host.scheduler->now() - host.began, 34ms) << "drained amid the recording";
-    host.scheduler->sleep(600s - 33ms);
-    host.write(stop);
+    host.act("599967 stop");
   });
   EXPECT_EQ(std::ranges::count(events, ' '), 2 + 1 + 30000 + 3);
   EXPECT_TRUE(events.starts_with(" ack@4 12800400@4 50010300@24 ack@34 50010300@44"));
@@ -173,8 +169,7 @@ TEST(SimulatedLink, CatchesUpWithARecordingsPaceButPilesNothingUp) {
     Host host(timing, faults);
     int packets = 0;
     host.onEvent = [&packets](const std::string& event) { packets += event.starts_with("5001"); };
-    const auto events =
-        host.eventsOf([&] { host.ask(record), host.scheduler->sleep(1010ms), host.write(stop); });
+    const auto events = host.eventsOf("on record 1010 stop");
     EXPECT_NEAR(packets, expected, 1) << faults;
     EXPECT_EQ(events.rfind(" 08010001"), events.rfind(' '));
   }
@@ -183,17 +178,9 @@ TEST(SimulatedLink, CatchesUpWithARecordingsPaceButPilesNothingUp) {
 TEST(SimulatedLink, ARecordingEndsWithTheKeyOrTheLinkAndItsTimerWithIt) {
   forManySeeds([](std::uint64_t seed, const auto& scheduler) {
     Host host({}, "", scheduler);
-    const auto recordUntil = [&](const std::function<void()>& end) {
-      return host.eventsOf([&] {
-        host.ask(record);
-        scheduler->sleep(50ms + seed % 9 * 1ms);
-        end();
-        host.link->connect(), host.subscribe();
-        scheduler->sleep(20ms);
-      });
-    };
-    EXPECT_EQ(recordUntil([&] { host.model->pressKey(); }), " ack 12800400 50010300 50010300 08010011");
-    EXPECT_EQ(recordUntil([&] { host.link->disconnect(); }), " ack 12800400 50010300 50010300 lost");
+    const std::string begin = "on record " + std::to_string(50 + seed % 9);
+    EXPECT_EQ(host.eventsOf(begin + " key 20"), " ack 12800400 50010300 50010300 08010011");
+    EXPECT_EQ(host.eventsOf(begin + " lose connect on 20"), " ack 12800400 50010300 50010300 lost");
     EXPECT_LT(scheduler->now(), 1s) << "nothing ran on";
   });
 }
@@ -213,10 +200,10 @@ TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
     const auto target = host.link->characteristic(fileWrite), source = host.link->characteristic(fileNotify);
     scheduler->run([&] {
       scheduler->spawn("writer", [=] {
-        const std::string frames[]{count, download, record};
+        const std::string said[]{"count", "download", "record"};
         for (int i = 0; i < 10; ++i) {
           peripheral->setNotifyValue(true, source);
-          peripheral->writeValue(toData(frames[i % 3]), target, WriteType::withResponse);
+          peripheral->writeValue(toData(frames.at(said[i % 3])), target, WriteType::withResponse);
         }
       });
       scheduler->sleep(Duration(500us) * (seed % 5));
