@@ -4,21 +4,22 @@
 
 #include "tools/failure.h"
 #include "tools/firmware_image.h"
-#include "tools/wire.h"
+#include "wire/firmware_channel.h"
 
 namespace kwtsdk::tool {
 namespace {
 
 TEST(FirmwareImageTest, EndsInWhatNoPacketCanCarry) {
-  constexpr std::uint64_t segment = wire::kSegmentSize, least = wire::kSmallestPacket;
+  constexpr std::uint64_t segment = wire::kSegmentSize, least = wire::kSmallestPacket,
+                          floor = std::uint64_t{wire::kPacketFloor};
   // Size and MTU, the tail, the tail whatever the MTU, and the next size that can be sent.
   const std::array<std::uint64_t, 5> cases[]{{4, 244, 4, 4, least},
                                              {least - 1, 244, least - 1, least - 1, least},
                                              {least, 244, 0, 0, least},
-                                             {219, 0, 0, 0, 219},
-                                             {220, 0, 0, 0, segment},
-                                             {221, 0, 1, 0, segment},
-                                             {221, 244, 0, 0, segment},
+                                             {floor - 1, 0, 0, 0, floor - 1},
+                                             {floor, 0, 0, 0, segment},
+                                             {floor + 1, 0, 1, 0, segment},
+                                             {floor + 1, 244, 0, 0, segment},
                                              {segment, 244, 0, 0, segment},
                                              {segment + 1, 512, 1, 1, segment + least},
                                              {segment + 498, 244, 10, 0, 2 * segment},

@@ -14,7 +14,7 @@ import types
 import unittest
 
 KWT = os.path.abspath(sys.argv.pop(1))
-HEADERS = "".join(path.read_text() for path in pathlib.Path(__file__).parents[2].glob("tools/wire.h"))
+HEADERS = "".join(path.read_text() for path in pathlib.Path(__file__).parents[2].glob("wire/*.h"))
 
 
 def wire(name):

@@ -3,7 +3,7 @@
 #include "tests/support/temporary_folder.h"
 #include "tools/download.h"
 #include "tools/live_capture.h"
-#include "tools/wire.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -50,7 +50,7 @@ TEST(DownloadWatchTest, AnythingButAGoodEndDisconnectsAtOnce) {
 TEST(CaptureWatchTest, TellsTheRecordersEndAlsoAfterAnother) {
   const auto scheduler = threadScheduler();
   const std::tuple<bool, std::string_view, CaptureEnd, std::optional<CaptureEnd>, bool> cases[]{
-      {false, wire::kEnded, CaptureEnd::recorder, CaptureEnd::recorder, true},
+      {false, wire::kEndedByHost, CaptureEnd::recorder, CaptureEnd::recorder, true},
       {true, wire::kStopped, CaptureEnd::interrupted, std::nullopt, true},
       {true, wire::kEndedByKey, CaptureEnd::interrupted, CaptureEnd::key, false}};
   for (const auto& [isInterrupted, notification, end, endOfRecorder, isStopped] : cases) {
