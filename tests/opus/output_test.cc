@@ -32,8 +32,8 @@ TEST_F(Output, ReplacesAFileOrALinksTarget) {
   EXPECT_EQ(toWav("link").status, 0);
   EXPECT_TRUE(fs::is_symlink(folder.file("link")));
   EXPECT_TRUE(isWav(contentOf(folder.file("d/target")), 16000, 100 * kPacketFrames));
-  EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"d", "in", "link"}));
-  EXPECT_EQ(namesIn(folder.file("d")), std::vector<std::string>{"target"});
+  EXPECT_EQ(namesIn(folder.path()), (Names{"d", "in", "link"}));
+  EXPECT_EQ(namesIn(folder.file("d")), Names{"target"});
 
   const mode_t before = ::umask(027);
   EXPECT_EQ(toWav("new").status, 0);
@@ -72,7 +72,7 @@ TEST_F(Output, StaysAsItWasWhenTheConversionIsGivenUp) {
   for (const auto& [format, progress, status] : cases) {
     EXPECT_EQ(convert(folder.file("in"), folder.file("out"), format, 320, progress).status, status);
     EXPECT_EQ(contentOf(folder.file("out")), "old");
-    EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"in", "out"}));
+    EXPECT_EQ(namesIn(folder.path()), (Names{"in", "out"}));
   }
 }
 
@@ -91,7 +91,7 @@ TEST_F(Output, StaysAsItWasWhenTheDiskIsFull) {
     EXPECT_NE(wav.text.find("File too large"), std::string::npos) << wav.text;
     EXPECT_EQ(mp3.status, most < 40000 ? ConversionResult::kFailed : ConversionResult::kConverted) << most;
     EXPECT_EQ(contentOf(folder.file("out")) == "old", most < 40000);
-    EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string>{"in", "out"}));
+    EXPECT_EQ(namesIn(folder.path()), (Names{"in", "out"}));
   }
   std::signal(SIGXFSZ, handler);
 }
@@ -106,7 +106,7 @@ TEST_F(Output, IsNoWavFileBeyondWhatItsHeaderCanSay) {
     const std::string failure = thrownBy([&] { writer->write(packet); });
     EXPECT_NE(failure.find("convert to MP3 instead"), std::string::npos) << failure;
   }
-  EXPECT_EQ(namesIn(folder.path()), std::vector<std::string>{"in"});
+  EXPECT_EQ(namesIn(folder.path()), Names{"in"});
 }
 
 }  // namespace

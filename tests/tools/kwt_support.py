@@ -151,8 +151,10 @@ class KwtTestCase(unittest.TestCase):
 class CommandTest:
     """Part of a test case: commands that are all started before its tests, since many wait for a time-out."""
 
-    # For each the recorder's script, the command, its status and words, and what else the methods below take.
+    # For each the recorder's script, the command, its status and words, and what else the next two take.
     commands = ()
+    recorder = staticmethod(lambda case, script="", *_: Recorder(case, script=script))
+    check_end = staticmethod(lambda recorder, *_: None)
 
     @classmethod
     def setUpClass(cls):
@@ -160,15 +162,8 @@ class CommandTest:
         recorders = [cls.recorder(case, script, *more) for script, _, _, _, *more in cls.commands]
         cls.running = [recorder.start(*row[1].split()) for recorder, row in zip(recorders, cls.commands)], recorders
 
-    @staticmethod
-    def recorder(case, script="", *_):
-        return Recorder(case, script=script)
-
     def test_what_was_started(self):
         for process, recorder, (script, command, status, words, *more) in zip(*self.running, self.commands):
             with self.subTest(script=script, command=command):
                 self.check(finish(process), status, *words)
                 self.check_end(recorder, *more)
-
-    def check_end(self, recorder, *_):
-        pass

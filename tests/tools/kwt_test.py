@@ -18,6 +18,7 @@ WRONG_USAGE = ("", "list", "--sim . dance", "--sim . tour", "--sim . pull -o ''"
 
 
 class KwtTest(CommandTest, KwtTestCase):
+    recorder = staticmethod(lambda case, script, *_: Recorder(case, 3 * BLOCK, BLOCK, script=script))
     whole, lost = packets_of(3 * BLOCK), f"notification {QUERIES + 101}"  # with the 101st packet
     # Then come the packets that are in the file, if there is one, and whether the same command continues it.
     commands = (
@@ -36,10 +37,6 @@ class KwtTest(CommandTest, KwtTestCase):
         folder = cls.enterClassContext(tempfile.TemporaryDirectory())
         cls.tour = folder, start_tool("tour", env={**os.environ, "TMPDIR": folder, "XDG_STATE_HOME": folder})
         super().setUpClass()
-
-    @staticmethod
-    def recorder(case, script, *_):
-        return Recorder(case, 3 * BLOCK, BLOCK, script=script)
 
     def check_end(self, recorder, packets=None, resumes=False):
         self.assertEqual(recorder.files(), ["f"] if packets else [])
@@ -146,6 +143,8 @@ class KwtTest(CommandTest, KwtTestCase):
         self.check(result, 1, "Cannot write f: File too large", "still has", "Free space")
         self.assertEqual((recorder.home / "f").stat().st_size, 20000)
         self.assert_resumes(recorder)
+        result = recorder.run("record", "-o", "f.rec", limit=1000)
+        self.check(result, 1, "Cannot write f.rec: File too large", "was stopped", "0.22 s, 1000 bytes")
         with open("/dev/full", "w") as full:
             self.check(recorder.run("list", stdout=full), 1, "could not be written to standard output")
 
