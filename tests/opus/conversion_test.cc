@@ -77,9 +77,13 @@ TEST(Conversion, TellsPlayersTheExactLengthOfAnMp3) {
   }
 }
 
-TEST(Conversion, SaysWhatItFoundInsteadOfARecording) {
+TEST(Conversion, SaysWhatItFoundInsteadOfWhatItNeeds) {
   const TemporaryFolder folder;
-  const std::pair<std::string, const char*> refusals[]{
+  const auto expectRefusal = [](const ConversionResult& result, const char* says) {
+    EXPECT_EQ(result.status, ConversionResult::kFailed);
+    EXPECT_NE(result.text.find(says), std::string::npos) << result.text;
+  };
+  const std::pair<std::string, const char*> contents[]{
       {"", "is empty"},
       {"RIFF\x10\0\0\0WAVEfmt "s, "is RIFF/WAVE audio"},
       {"ID3\4", "is MP3 audio"},
@@ -87,18 +91,28 @@ TEST(Conversion, SaysWhatItFoundInsteadOfARecording) {
       {"\x89PNG\r\n\x1a\n\0"s, "begins with the bytes 89 50 4e 47 0d 0a 1a 0a:"},
       {"P", "begins with the bytes 50:"},
       {kMark + "\4\0ab"s, "holds no sound"}};
-  for (const auto& [content, says] : refusals) {
-    const auto result = wavOf(folder, content);
-    EXPECT_EQ(result.status, ConversionResult::kFailed);
-    EXPECT_NE(result.text.find(says), std::string::npos) << result.text;
-  }
+  for (const auto& [content, says] : contents) expectRefusal(wavOf(folder, content), says);
+
+  const std::string recording = joined(liveRecords(5));
+  writeFile(folder.file("in"), recording);
+  std::filesystem::create_symlink("in", folder.file("link"));
+  std::filesystem::create_hard_link(folder.file("in"), folder.file("other"));
+  std::filesystem::create_symlink("nothing", folder.file("dangling"));
   ::mkfifo(folder.file("pipe").c_str(), 0600);
-  for (const auto& [name, says] :
-       {std::pair(".", "is a folder"), {"none", "No such file"}, {"pipe", "not a regular file"}}) {
-    const auto result = convert(folder.file(name), folder.file("out"), Format::wav, 0, {});
-    EXPECT_NE(result.text.find(says), std::string::npos) << result.text;
-  }
-  EXPECT_EQ(namesIn(folder.path()), (Names{"in", "pipe"}));
+  const auto names = namesIn(folder.path());
+  const std::pair<const char*, const char*> inputs[]{
+      {".", "is a folder"}, {"none", "No such file"}, {"pipe", "not a regular file"}};
+  for (const auto& [name, says] : inputs)
+    expectRefusal(convert(folder.file(name), folder.file("out"), Format::wav, 0, {}), says);
+  const std::pair<const char*, const char*> outputs[]{
+      {"in", "the recording itself"},    {"link", "the recording itself"},
+      {"other", "the recording itself"}, {"dangling", "a symbolic link to nothing"},
+      {"pipe", "not a regular file"},    {".", "not a regular file"},
+      {"in/below", "Not a directory"},   {"none/out", "No such file or directory"}};
+  for (const auto& [name, says] : outputs)
+    expectRefusal(convert(folder.file("in"), folder.file(name), Format::wav, 0, {}), says);
+  expectRefusal(convert(folder.file("in"), "", Format::wav, 0, {}), "");
+  EXPECT_TRUE(namesIn(folder.path()) == names && contentOf(folder.file("in")) == recording);
 }
 
 TEST(Converter, LogsFailuresAndDamageInOneLine) {

@@ -2,11 +2,11 @@
 
 #include <opus/opus.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <numeric>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,7 +21,7 @@ namespace kwtsdk::testing {
 
 inline constexpr std::size_t kPacketFrames = 320;  // 20 ms at 16 kHz
 
-using Names = std::vector<std::string>;
+using Names = std::set<std::string>;
 
 /// What a record of a live recording begins with.
 inline const std::string kMark = [] {
@@ -82,10 +82,7 @@ inline bool isWav(const std::string& wav, int rate, std::size_t samples, std::si
 
 inline Names namesIn(const std::string& folder) {
   Names names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename());
   return names;
 }
 
