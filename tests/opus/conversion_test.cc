@@ -52,31 +52,6 @@ TEST(Conversion, OfAnOggFileKeepsItsExactLength) {
   EXPECT_TRUE(peak > 8000 && peak < 16000) << peak;
 }
 
-TEST(Conversion, TellsPlayersTheExactLengthOfAnMp3) {
-  const TemporaryFolder folder;
-  writeFile(folder.file("live"), joined(liveRecords(61)));
-  writeFile(folder.file("ogg"), oggOpus(61));
-  for (const int rate : {8, 24, 64, 160}) {
-    for (const std::string input : {"live", "ogg"}) {
-      ASSERT_EQ(convert(folder.file(input), folder.file("mp3"), Format::mp3, rate, {}).status, 0) << rate;
-      const std::string mp3 = contentOf(folder.file("mp3"));
-      ASSERT_EQ(mp3.substr(13, 4), "Info");
-      const std::size_t frame = static_cast<std::size_t>(rate) * 9 / 2, info = std::max(frame, 72UL);
-      const auto bigEndian = [&](std::size_t at, std::size_t size) {
-        const std::string bytes = mp3.substr(at, size);
-        return number({bytes.rbegin(), bytes.rend()}, 0, size);
-      };
-      const std::size_t frames = bigEndian(21, 4), delay = bigEndian(50, 3) >> 12U,
-                        padding = bigEndian(50, 3) & 0xFFFU;
-      EXPECT_EQ(mp3.size(), info + frames * frame) << rate;
-      EXPECT_EQ(bigEndian(25, 4), mp3.size());
-      EXPECT_NEAR(static_cast<double>(frames * 576 - delay - padding), 61.0 * kPacketFrames, 16)
-          << rate << input;
-      EXPECT_EQ(static_cast<unsigned char>(mp3[info]), 0xFF);  // sync of the first frame of sound
-    }
-  }
-}
-
 TEST(Conversion, SaysWhatItFoundInsteadOfWhatItNeeds) {
   const TemporaryFolder folder;
   const auto expectRefusal = [](const ConversionResult& result, const char* says) {
