@@ -53,7 +53,7 @@ void CaptureWatch::onNotification(std::string_view value) {
     refusal_.set(Refusal::notInCall);
   } else if (value.starts_with(wire::kStopped)) {
     onStopped(std::nullopt);
-  } else if (value == wire::kEndedByHost) {
+  } else if (value == wire::kEnded) {
     endByRecorder(CaptureEnd::recorder);
     onStopped(std::nullopt);
   } else if (value == wire::kEndedByKey) {
@@ -159,7 +159,7 @@ CaptureOutcome LiveCapture::stop(CaptureEnd end) {
 /// In the recorder's words, as the last packet, so that the library writes first what has arrived.
 void LiveCapture::endFile() {
   if (const auto receivePacket = session_.recorder().writeDataBlock()) {
-    receivePacket(std::nullopt, std::string(wire::kEndedByHost));
+    receivePacket(std::nullopt, std::string(wire::kEnded));
   }
 }
 

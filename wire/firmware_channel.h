@@ -22,8 +22,8 @@ inline constexpr std::uint64_t kSegmentSize = 8192;
 inline constexpr std::int64_t kPacketFloor = 220;
 inline constexpr std::uint64_t kSmallestPacket = 88;
 
-/// The bytes at an image's end that tell the recorder which one it is.
-inline constexpr std::uint64_t kIdentitySize = 4;
+/// Bytes at an image's end that tell it from others, the last of them apart.
+inline constexpr std::size_t kIdentitySize = 4;
 
 // How the answers begin that let an update go on.
 inline constexpr std::string_view kPrepared = "9801", kSideSelected = "9101", kResumeVerified = "8d42455354",

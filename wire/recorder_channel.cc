@@ -25,16 +25,16 @@ constexpr std::array<PacketMeaning, 5> kStarted{{{"1280040000005400", "发起录
                                                  {"1280040000025400", "发起通话录音"},
                                                  {"1280040000035400", "发起媒体录音"},
                                                  {"1280040000045400", "发起环境录音"}}};
-constexpr std::array<PacketMeaning, 2> kRefused{
+constexpr std::array<PacketMeaning, 2> kRefusals{
     {{kRefusedInCall, "设备处于通话状态，启动录音失败"},
      {kRefusedNotInCall, "设备没有处于通话状态，启动通话录音失败"}}};
-constexpr std::array<PacketMeaning, 3> kEnded{{{kEndedByHost, "APP主动结束录音"},
-                                               {kEndedByKey, "DEVICE按键结束录音"},
-                                               {kEndedByCall, "进入通话模式，命令录音和通话自动结束"}}};
+constexpr std::array<PacketMeaning, 3> kEnds{{{kEnded, "APP主动结束录音"},
+                                              {kEndedByKey, "DEVICE按键结束录音"},
+                                              {kEndedByCall, "进入通话模式，命令录音和通话自动结束"}}};
 
 // Never matches, since its packet is an end packet too: recorders send it for both, and an end is how hosts
 // know it.
-constexpr std::array<PacketMeaning, 1> kNotStarted{{{kEndedByHost, "录音没有启动"}}};
+constexpr std::array<PacketMeaning, 1> kNotStarted{{{kEnded, "录音没有启动"}}};
 
 template <std::size_t size>
 bool holds(const std::array<PacketMeaning, size>& table, std::string_view packet) {

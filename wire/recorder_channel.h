@@ -15,7 +15,9 @@
 // looked at as hex text.
 namespace kwtsdk::wire {
 
-inline constexpr char kRecorderService[] = "4B1D9E07-53A6-42C8-B7F0-6E2A19820001";  // is advertised
+/// The service that recorders advertise.
+inline constexpr char kRecorderService[] = "4B1D9E07-53A6-42C8-B7F0-6E2A19820001";
+
 inline constexpr char CHARACTERISTIC_WRITE[] = "4B1D9E07-53A6-42C8-B7F0-6E2A19820004";
 inline constexpr char CHARACTERISTIC_NOTIFY[] = "4B1D9E07-53A6-42C8-B7F0-6E2A19820003";
 
@@ -31,9 +33,9 @@ Bytes stopRecordRequest();
 /// How the answer to a stop begins, and a packet of audio.
 inline constexpr std::string_view kStopped = "0080", kAudioPacket = "5001";
 
-// Why the recorder refuses a start, and what ended a recording.
-inline constexpr std::string_view kRefusedInCall = "1280040000105400", kRefusedNotInCall = "1280040000115400";
-inline constexpr std::string_view kEndedByHost = "0801000100", kEndedByKey = "0801001100",
+// Whole packets that refuse a recording, or end it.
+inline constexpr std::string_view kRefusedInCall = "1280040000105400", kRefusedNotInCall = "1280040000115400",
+                                  kEnded = "0801000100", kEndedByKey = "0801001100",
                                   kEndedByCall = "0801002100";
 
 /// What a notification means to the recording that is under way; none or empty: Failed.

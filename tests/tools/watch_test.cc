@@ -50,7 +50,7 @@ TEST(DownloadWatchTest, AnythingButAGoodEndDisconnectsAtOnce) {
 TEST(CaptureWatchTest, TellsTheRecordersEndAlsoAfterAnother) {
   const auto scheduler = threadScheduler();
   const std::tuple<bool, std::string_view, CaptureEnd, std::optional<CaptureEnd>, bool> cases[]{
-      {false, wire::kEndedByHost, CaptureEnd::recorder, CaptureEnd::recorder, true},
+      {false, wire::kEnded, CaptureEnd::recorder, CaptureEnd::recorder, true},
       {true, wire::kStopped, CaptureEnd::interrupted, std::nullopt, true},
       {true, wire::kEndedByKey, CaptureEnd::interrupted, CaptureEnd::key, false}};
   for (const auto& [isInterrupted, notification, end, endOfRecorder, isStopped] : cases) {
