@@ -46,20 +46,19 @@ CaptureWatch::CaptureWatch(Scheduler& scheduler)
       stopped_(scheduler, "kwt.record.stop"),
       ended_(scheduler, "kwt.record.end") {}
 
-void CaptureWatch::onNotification(const Bytes& value) {
-  const std::string text = hexText(value);
-  if (text == wire::kRefusedInCall) {
+void CaptureWatch::onNotification(std::string_view value) {
+  if (value == wire::kRefusedInCall) {
     refusal_.set(Refusal::inCall);
-  } else if (text == wire::kRefusedNotInCall) {
+  } else if (value == wire::kRefusedNotInCall) {
     refusal_.set(Refusal::notInCall);
-  } else if (text.starts_with(wire::kStopped)) {
+  } else if (value.starts_with(wire::kStopped)) {
     onStopped(std::nullopt);
-  } else if (text == wire::kEnded) {
+  } else if (value == wire::kEnded) {
     endByRecorder(CaptureEnd::recorder);
     onStopped(std::nullopt);
-  } else if (text == wire::kEndedByKey) {
+  } else if (value == wire::kEndedByKey) {
     endByRecorder(CaptureEnd::key);
-  } else if (text == wire::kEndedByCall) {
+  } else if (value == wire::kEndedByCall) {
     endByRecorder(CaptureEnd::call);
   }
 }
@@ -90,7 +89,7 @@ LiveCapture::LiveCapture(Session& session, std::string path)
       meter_(path_),
       line_(session.scheduler()) {
   session_.connection().setOnNotification(
-      [watch = watch_](const Bytes& value) { watch->onNotification(value); });
+      [watch = watch_](const Bytes& value) { watch->onNotification(hexText(value)); });
   session_.connection().setOnDisconnect([watch = watch_] { watch->onLinkLost(); });
   session_.interrupt().setAction([watch = watch_] { watch->onInterrupt(); });
 }

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <kwtsdk/bytes.h>
 #include <kwtsdk/error.h>
@@ -41,7 +42,8 @@ class CaptureWatch {
 
   explicit CaptureWatch(Scheduler& scheduler);
 
-  void onNotification(const Bytes& value);
+  /// As hex text.
+  void onNotification(std::string_view value);
   void onStarted(const MaybeError& error) { started_.put({error}); }
   void onStopped(const MaybeError& error) { stopped_.put({error}); }
   void onLinkLost();

@@ -68,8 +68,8 @@ class OutputFile {
 /// A recording's creation time on the recorder's own clock, as strftime prints it.
 std::string creationTimeText(Date created, const char* format);
 
-std::string bytesText(std::uint64_t count);                      // "84 bytes"
-std::string ofBytesText(std::uint64_t done, std::uint64_t all);  // "84 of 98304 bytes"
+std::string bytesText(std::uint64_t count);                      // "80 bytes"
+std::string ofBytesText(std::uint64_t done, std::uint64_t all);  // "80 of 1000 bytes"
 std::string secondsText(double seconds, int decimals = 2);       // "4.98 s"
 
 /// Two lower-case digits for each byte.

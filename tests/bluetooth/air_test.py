@@ -118,7 +118,7 @@ class AirTest(KwtTestCase):
 
     def lose_service(self, recorder, mark, count, *command):
         """The service ends in the middle of the command, which ends soon after; its text."""
-        terminal = Terminal(lambda stderr: recorder.start(*command, stderr=stderr))
+        terminal = Terminal(recorder, *command)
         terminal.wait_for(mark, count)
         began = time.monotonic()
         bluetooth.kill()

@@ -2,22 +2,32 @@
 
 #include <opus/opus.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <numeric>
+#include <set>
 #include <string>
 #include <vector>
 
 #include <kwtsdk/opus/conversion.h>
 
+#include "codec/hex.h"
 #include "sim/samples/sample_store.h"
 #include "tests/support/temporary_folder.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
 
 inline constexpr std::size_t kPacketFrames = 320;  // 20 ms at 16 kHz
+
+using Names = std::set<std::string>;
+
+/// What a record of a live recording begins with.
+inline const std::string kMark = [] {
+  const Bytes mark = internal::toData(wire::kAudioPacket);
+  return std::string(mark.begin(), mark.end());
+}();
 
 /// Records of a live recording, of differing sizes.
 inline std::vector<std::string> liveRecords(std::size_t count) {
@@ -30,8 +40,7 @@ inline std::vector<std::string> liveRecords(std::size_t count) {
     const opus_int32 size = opus_encode(encoder.get(), sound.data() + i * kPacketFrames, kPacketFrames,
                                         reinterpret_cast<unsigned char*>(packet.data()), 1275);
     packet.resize(static_cast<std::size_t>(size));
-    records.push_back(
-        std::string("\x50\x01").append({static_cast<char>(size), static_cast<char>(size >> 8)}) + packet);
+    records.push_back(kMark + static_cast<char>(size) + static_cast<char>(size >> 8) + packet);
   }
   return records;
 }
@@ -61,20 +70,19 @@ inline std::size_t number(const std::string& bytes, std::size_t at, std::size_t 
   return value;
 }
 
-/// Whether `wav` is 16-bit PCM of so many samples, with a header that says so.
-inline bool isWav(const std::string& wav, std::size_t rate, std::size_t samples) {
-  return wav.size() == 44 + 2 * samples && wav.starts_with("RIFF") && wav.substr(8, 8) == "WAVEfmt " &&
-         number(wav, 4, 4) == wav.size() - 8 && number(wav, 20, 2) == 1 && number(wav, 22, 2) == 1 &&
-         number(wav, 24, 4) == rate && number(wav, 28, 4) == 2 * rate && number(wav, 34, 2) == 16 &&
-         number(wav, 40, 4) == 2 * samples;
+/// Whether `wav` is 16-bit PCM of so many samples of each channel, with a header that says so.
+inline bool isWav(const std::string& wav, int rate, std::size_t samples, std::size_t channels = 1) {
+  const std::size_t data = 2 * channels * samples;
+  return wav.size() == 44 + data && wav.starts_with("RIFF") && wav.substr(8, 8) == "WAVEfmt " &&
+         number(wav, 4, 4) == wav.size() - 8 && number(wav, 20, 2) == 1 && number(wav, 22, 2) == channels &&
+         number(wav, 24, 4) == static_cast<std::size_t>(rate) &&
+         number(wav, 28, 4) == 2 * channels * number(wav, 24, 4) && number(wav, 32, 2) == 2 * channels &&
+         number(wav, 34, 2) == 16 && number(wav, 40, 4) == data;
 }
 
-inline std::vector<std::string> namesIn(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
+inline Names namesIn(const std::string& folder) {
+  Names names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename());
   return names;
 }
 

@@ -1,82 +1,46 @@
-"""Runs kwt against a fake bluetoothd on a private system bus: kwt_device_test.py KWT FAKE-BLUEZ [UNITTEST-ARGUMENT...]"""
+"""Runs kwt against a fake bluetoothd on a system bus of its own: kwt_device_test.py KWT FAKE-BLUEZ [ARGUMENT...]"""
 
 import json
 import os
-import pathlib
 import signal
 import subprocess
 import sys
-import tempfile
-import types
 import unittest
 
-from kwt_support import KwtTestCase, Recorder, finish
+from kwt_support import BLOCK, DATA, QUERIES, CommandTest, KwtTestCase, Recorder, finish, image, packets_of, wire
 
 FAKE_BLUEZ = os.path.abspath(sys.argv.pop(1))
 ADDRESS = "AA:BB:CC:DD:EE:FF"
-BLOCK = 32768
-CONFIGURATION = """<busconfig><listen>{address}</listen><auth>EXTERNAL</auth><policy context="default">
-<allow user="*"/><allow own="*"/><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/>{more}
-</policy></busconfig>"""
-
-# Commands to the fake, arguments of kwt, and what kwt says then.
-TROUBLES = (
-    ("adapter off", ["info"], ("no Bluetooth adapter", "Plug one in")),
-    ("adapter off", ["scan", "-d", "1"], ("no Bluetooth adapter",)),
-    ("power off", ["pull"], ("Bluetooth is off", "bluetoothctl power on")),
-    ("end", ["list"], ("bluetoothd, is not running", "systemctl start bluetooth")),
-    ("refuse Connect org.bluez.Error.AuthenticationFailed", ["info"], ("reported an error", "AuthenticationFailed")),
-    ("lack 7777", ["info"], ("is no recorder", "77777777-7777", "kwt scan")),
-    ("mtu 23", ["info"], ("ATT MTU 23", "at least 99")),
-)
-# The recorder's script, arguments of kwt, and what kwt says when the connection ends there.
-LOSSES = (
-    ("notification 5 disconnect", ["rm"], ("did not confirm that it deleted recording 1", "kwt list")),
-    ("notification 399 disconnect", ["pull", "-o", "f"], ("f is safe", "kwt list", "recording 1")),
-    ("write 6 disconnect", ["pull", "-o", "f"], ("still has the recording",)),
-    ("notification 3 disconnect", ["list"], ("connection to the recorder was lost",)),
-    ("acknowledgement 1 refuse", ["info"], ("org.bluez.Error.Failed",)),
-)
-# What the fake does not answer to kwt, which is interrupted then.
-INTERRUPTED = ("Connect", "StartNotify C92A", "WriteValue CA2A")
-# These wait for a time-out of 20 s.
-SLOW_TROUBLES = (
-    ("heard off", ["info"], ("recorder was not found", "switched on", "kwt scan")),
-    ("hold Connect", ["info"], ("did not accept the connection",)),
-    ("resolve off", ["info"], ("did not say what it can do", "off and on")),
-)
+CONFIGURATION = """<busconfig><listen>unix:path={folder}/socket</listen><auth>EXTERNAL</auth>
+<policy context="default"><allow user="*"/><allow own="*"/><allow send_destination="*" eavesdrop="true"/>
+<allow eavesdrop="true"/></policy></busconfig>"""
+LAST, MTU = QUERIES + packets_of(BLOCK), wire("kDownloadHeadSize") + DATA + 3
 
 
 class Station(Recorder):
     """A recorder in reach of a Bluetooth adapter, with a system bus and a bluetoothd of its own."""
 
-    def __init__(self, case, *sizes, script="", more=""):
+    def __init__(self, case, script="", command="", sizes=(BLOCK, BLOCK)):
         super().__init__(case, *sizes, script=script)
-        folder = tempfile.TemporaryDirectory()
-        case.addCleanup(folder.cleanup)
-        self.address = f"unix:path={folder.name}/socket"
-        configuration = pathlib.Path(folder.name) / "conf"
-        configuration.write_text(CONFIGURATION.format(address=self.address, more=more))
-        self.run_beside(case, ["dbus-daemon", f"--config-file={configuration}", "--nofork", "--print-address=1"],
-                        stderr=subprocess.DEVNULL)
-        self.bluez = None
+        folder = self.home.parent
+        (folder / "conf").write_text(CONFIGURATION.format(folder=folder))
+        self.bus = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={folder}/socket"}
+        self.run_beside(case, "dbus-daemon", f"--config-file={folder}/conf", "--nofork", "--print-address=1")
         self.serve(case)
+        if command:
+            self.obey(command)
 
-    def run_beside(self, case, command, **options):
-        process = subprocess.Popen(command, text=True, stdout=subprocess.PIPE, **options)
-        case.addCleanup(process.stdout.close)
-        case.addCleanup(process.wait)
-        case.addCleanup(process.kill)
-        case.assertTrue(process.stdout.readline(), command[0])
+    def run_beside(self, case, *command):
+        process = subprocess.Popen(command, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                   stderr=subprocess.DEVNULL, env=self.bus)
+        for end in (process.stdout.close, process.stdin.close, process.wait, process.kill):
+            case.addCleanup(end)
+        assert process.stdout.readline(), command
         return process
 
     def serve(self, case):
         """From the script that the recorder has now."""
-        if self.bluez:
-            self.bluez.communicate(timeout=60)
-        self.bluez = self.run_beside(case, [FAKE_BLUEZ, str(self.store)], stdin=subprocess.PIPE,
-                                     env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": self.address})
-        case.addCleanup(self.bluez.stdin.close)
+        self.bluez = self.run_beside(case, FAKE_BLUEZ, str(self.store))
 
     def obey(self, commands):
         print(commands, file=self.bluez.stdin, flush=True)
@@ -86,23 +50,24 @@ class Station(Recorder):
         return ["--device", ADDRESS.lower()]
 
     def start(self, *arguments, **options):
-        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = self.address
-        return super().start(*arguments, **options)
+        return super().start(*arguments, **options, env=self.bus)
 
 
-class DeviceTest(KwtTestCase):
-    @classmethod
-    def setUpClass(cls):
-        def require(value, text):
-            if not value:
-                raise AssertionError(text)
-
-        owner = types.SimpleNamespace(addCleanup=cls.addClassCleanup, assertTrue=require)
-        cls.slow = []
-        for commands, arguments, words in SLOW_TROUBLES:
-            station = Station(owner)
-            station.obey(commands)
-            cls.slow.append((station.start(*arguments), commands, words))
+class DeviceTest(CommandTest, KwtTestCase):
+    recorder = Station
+    # Then comes what the fake is told before.
+    commands = (
+        ("", "scan -d 1", 1, ("no Bluetooth adapter", "Plug one in"), "adapter off"),
+        ("", "pull", 1, ("Bluetooth is off", "bluetoothctl power on"), "power off"),
+        ("", "list", 1, ("bluetoothd, is not running", "systemctl start bluetooth"), "end"),
+        ("", "info", 1, ("Bluetooth reported an error (org.bluez.Error.No",), "refuse Connect org.bluez.Error.No"),
+        ("", "info", 1, ("is no recorder", "77777777-7777", "kwt scan"), "lack 7777"),
+        ("", "info", 1, (f"ATT MTU {MTU - 1}", f"at least {MTU}"), f"mtu {MTU - 1}"),
+        ("notification 5 disconnect", "rm", 1, ("did not confirm that it deleted recording 1", "kwt list")),
+        (f"notification {LAST + 2} disconnect", "pull -o f", 1, ("f is safe", "kwt list", "recording 1")),
+        ("write 6 disconnect", "pull -o f", 1, ("still has the recording",)),
+        ("notification 3 disconnect", "list", 1, ("connection to the recorder was lost",)),
+        ("acknowledgement 1 refuse", "info", 1, ("org.bluez.Error.Failed",)))
 
     def test_scan(self):
         station = Station(self)
@@ -113,60 +78,33 @@ class DeviceTest(KwtTestCase):
         self.check(station.run("scan", "-d", "1"), 0, "No recorder was heard")
 
     def test_commands(self):
-        station = Station(self, BLOCK, 2 * BLOCK)
+        station = Station(self, f"notification {QUERIES + 101} disconnect", sizes=(3 * BLOCK, BLOCK))
+        self.check(station.run("pull", "-o", "f"), 1, f"lost after {100 * DATA} of {3 * BLOCK}", "continue")
+        station.script("")
+        station.bluez.communicate()  # its end
+        station.serve(self)
         self.check(station.run("info"), 0, "80", "1.2.3")
-        self.check(station.run("list"), 0, "32768", "65536")
-        self.check(station.run("pull", "-o", "f.opus"), 0, "has deleted")
-        self.assertEqual((station.home / "f.opus").read_bytes()[:BLOCK], station.contents[0])
+        self.check(station.run("list"), 0, str(3 * BLOCK), str(BLOCK))
+        self.check(station.run("pull", "-o", "f"), 0, f"continued at byte {100 * DATA}", "has deleted")
+        self.assertEqual((station.home / "f").read_bytes()[:3 * BLOCK], station.contents[0])
         self.check(station.run("rm"), 0)
         self.assertEqual(station.names(), [])
         self.check(station.run("record", "-o", "live", "-d", "1"), 0)
         self.assertGreater((station.home / "live").stat().st_size, 1000)
-        image = os.urandom(20000 - 4) + bytes([2, 5, 1, 7])
-        (station.home / "image").write_bytes(image)
+        (station.home / "image").write_bytes(image(20000))
         self.check(station.run("update", "image"), 0, "2.5.1")
-        self.assertEqual((station.store / "device" / "firmware.bin").read_bytes(), image)
-
-    def test_a_lost_download_continues(self):
-        station = Station(self, 3 * BLOCK, script="notification 107 disconnect")
-        self.check(station.run("pull", "-o", "f.opus"), 1, "lost after 8400 of 98304", "continue")
-        station.script("")
-        station.serve(self)
-        self.check(station.run("pull", "-o", "f.opus"), 0, "continued at byte 8400", "has deleted")
-        self.assertEqual((station.home / "f.opus").read_bytes()[:3 * BLOCK], station.contents[0])
-
-    def test_troubles(self):
-        for commands, arguments, words in TROUBLES:
-            with self.subTest(commands):
-                station = Station(self, BLOCK)
-                station.obey(commands)
-                self.check(station.run(*arguments), 1, *words)
-                self.assertEqual(station.names(), ["0.opus"])
-        denied = Station(self, more='<deny send_destination="org.bluez"/>')
-        self.check(denied.run("info"), 1, "may not use Bluetooth", "group bluetooth")
-        denied.address = "unix:path=/nowhere/socket"
-        self.check(denied.run("info"), 1, "there is no system bus")
-
-    def test_losses(self):
-        for script, arguments, words in LOSSES:
-            with self.subTest(script):
-                self.check(Station(self, BLOCK, BLOCK, script=script).run(*arguments), 1, *words)
+        self.assertEqual(station.firmware(), image(20000))
 
     def test_interrupts(self):
-        for call in INTERRUPTED:
+        """While the fake does not answer a call."""
+        for call in ("Connect", "StartNotify C92A", "WriteValue CA2A"):
             with self.subTest(call):
-                station = Station(self, BLOCK)
-                station.obey("hold " + call)
+                station = Station(self, command="hold " + call)
                 process = station.start("--json", "info")
                 station.obey("await " + call)
                 process.send_signal(signal.SIGINT)
                 code, out, _ = finish(process)
                 self.assertEqual((code, json.loads(out)["error"]["text"]), (1, "Interrupted."))
-
-    def test_time_outs(self):
-        for process, commands, words in self.slow:
-            with self.subTest(commands):
-                self.check(finish(process), 1, *words)
 
 
 if __name__ == "__main__":

@@ -4,20 +4,42 @@ import contextlib
 import os
 import pathlib
 import random
+import re
 import resource
 import signal
 import subprocess
 import sys
 import tempfile
+import types
 import unittest
 
 KWT = os.path.abspath(sys.argv.pop(1))
+HEADERS = "".join(path.read_text() for path in pathlib.Path(__file__).parents[2].glob("wire/*.h"))
+
+
+def wire(name):
+    """What the library's headers say of the recorder's protocol: a number, or bytes."""
+    text, number = re.search(rf'\b{name} = (?:"(\w+)"|(\d+))', HEADERS).groups()
+    return int(number) if number else bytes.fromhex(text)
+
+
+BLOCK, DATA, AUDIO = wire("kBlockSize"), wire("kDownloadDataSize"), wire("kAudioPacket")
+# Before a download's packets come the answers to the queries of kwt and of the library, three each.
+QUERIES = 6
+
+
+def packets_of(size):
+    return -(-size // DATA)
 
 
 def opus(size, seed):
     """What a recorder takes for Ogg Opus; only its first page has to look like it."""
     page = b"OggS" + bytes(22) + bytes([1, 19]) + b"OpusHead"
     return page + random.Random(seed).randbytes(size - len(page))
+
+
+def image(size, version=(2, 5, 1)):
+    return random.Random(size).randbytes(size - 4) + bytes(version) + b"\x07"
 
 
 def finish(process):
@@ -29,9 +51,13 @@ def finish(process):
     return process.returncode, out, err
 
 
-def tool(*arguments, **environment):
-    return finish(subprocess.Popen([KWT, *arguments], env={**os.environ, **environment}, text=True,
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE))
+def start_tool(*arguments, **options):
+    pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+    return subprocess.Popen([KWT, *arguments], text=True, **{**pipes, **options})
+
+
+def tool(*arguments, **options):
+    return finish(start_tool(*arguments, **options))
 
 
 class Recorder:
@@ -61,34 +87,45 @@ class Recorder:
     def names(self):
         return sorted(path.name for path in self.store.glob("*.opus"))
 
-    def start(self, *arguments, limit=None, **streams):
+    def files(self):
+        """What kwt has left where it ran."""
+        return sorted(path.name for path in self.home.iterdir())
+
+    def firmware(self):
+        file = self.store / "device" / "firmware.bin"
+        return file.read_bytes() if file.exists() else None
+
+    def start(self, *arguments, limit=resource.RLIM_INFINITY, env=os.environ, **options):
         def prepare():
             signal.signal(signal.SIGINT, signal.SIG_DFL)
-            if limit is not None:
-                resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+            resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
 
-        streams = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
-        command = [KWT, *([] if arguments[0] in ("convert", "scan") else self.options()), *arguments]
-        environment = {**os.environ, "TZ": "UTC0", "XDG_STATE_HOME": str(self.home.parent / "state")}
-        return subprocess.Popen(command, cwd=self.home, text=True, preexec_fn=prepare, env=environment, **streams)
+        command = [*([] if arguments[0] in ("convert", "scan") else self.options()), *arguments]
+        environment = {**env, "TZ": "UTC0", "XDG_STATE_HOME": str(self.home.parent / "state")}
+        return start_tool(*command, cwd=self.home, preexec_fn=prepare, env=environment, **options)
 
     def run(self, *arguments, **options):
-        process = self.start(*arguments, **options)
-        return finish(process)
+        return finish(self.start(*arguments, **options))
 
 
 class Terminal:
-    """A terminal as the standard error of one process."""
+    """A terminal as the standard error of a recorder's command."""
 
-    def __init__(self, start):
+    def __init__(self, recorder, *arguments):
         self.ours, theirs = os.openpty()
-        self.process = start(theirs)
+        self.process = recorder.start(*arguments, stderr=theirs)
         os.close(theirs)
         self.shown = b""
 
     def wait_for(self, mark, count):
         while self.shown.count(mark) < count:
             self.shown += os.read(self.ours, 1000)
+
+    def end(self, mark, count, number):
+        """Sends the signal when the terminal has shown the mark so often; returns what finish() does."""
+        self.wait_for(mark, count)
+        self.process.send_signal(number)
+        return self.finish()
 
     def finish(self):
         """Status, standard output, and all that the terminal showed."""
@@ -109,3 +146,24 @@ class KwtTestCase(unittest.TestCase):
         self.assertEqual(code, status, text)
         for word in words:
             self.assertIn(word, text)
+
+
+class CommandTest:
+    """Part of a test case: commands that are all started before its tests, since many wait for a time-out."""
+
+    # For each the recorder's script, the command, its status and words, and what else the next two take.
+    commands = ()
+    recorder = staticmethod(lambda case, script="", *_: Recorder(case, script=script))
+    check_end = staticmethod(lambda recorder, *_: None)
+
+    @classmethod
+    def setUpClass(cls):
+        case = types.SimpleNamespace(addCleanup=cls.addClassCleanup)
+        recorders = [cls.recorder(case, script, *more) for script, _, _, _, *more in cls.commands]
+        cls.running = [recorder.start(*row[1].split()) for recorder, row in zip(recorders, cls.commands)], recorders
+
+    def test_what_was_started(self):
+        for process, recorder, (script, command, status, words, *more) in zip(*self.running, self.commands):
+            with self.subTest(script=script, command=command):
+                self.check(finish(process), status, *words)
+                self.check_end(recorder, *more)
