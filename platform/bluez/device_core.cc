@@ -41,7 +41,8 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
   awaitEvents();
   auto before = PeripheralState::disconnecting;
   while (before == PeripheralState::disconnecting) {
-    if (!awaitLeft()) return errorOf(Problem::noConnection, "BlueZ has not ended the connection before");
+    if (!awaitDepartures())
+      return errorOf(Problem::noConnection, "BlueZ has not ended the connection before");
     before = beginAttempt();
   }
   if (before == PeripheralState::connected) return std::nullopt;
@@ -61,16 +62,6 @@ void DeviceCore::awaitEvents() {
     queue_.async([told] { told->signal(); });
     if (!told->wait(kLeaveLimit)) return;
   }
-}
-
-bool DeviceCore::awaitLeft() const {
-  std::unique_lock lock(mutex_);
-  const auto left = state_ == PeripheralState::disconnecting ? left_ : nullptr;
-  lock.unlock();
-  if (!left) return true;
-  if (!left->wait(kLeaveLimit)) return false;
-  left->signal();  // for whoever else waits
-  return true;
 }
 
 /// Begins one unless it is connected, or disconnecting again. The state before.
@@ -159,7 +150,7 @@ void DeviceCore::disconnect() {
     if (attempting_) attempting_->cancel();
   } else if (state_ == PeripheralState::connected) {
     state_ = PeripheralState::disconnecting;
-    left_ = scheduler_->semaphore("kwt.bluez.left");
+    departures_->begin(address_);
     post([attempt = attempt_](DeviceCore& core) { core.leave(attempt); });
   }
 }
@@ -169,20 +160,28 @@ void DeviceCore::close() {
   setOnDisconnect(nullptr);
   disconnect();
   if (!queue_.isCurrent()) {
-    awaitLeft();
+    if (state_ == PeripheralState::disconnecting) awaitDepartures();
     return finish();
   }
+  closed_ = true;
+  self_ = shared_from_this();
   // Behind what has been posted, such as a connection that is to be taken over and left.
-  queue_.async([self = shared_from_this()] { self->finish(); });
-  const std::lock_guard lock(mutex_);
-  state_ = PeripheralState::disconnected;
+  post([](DeviceCore& core) { core.finishWhenLeft(); });
+}
+
+/// The connection to the bus has to last until BlueZ has answered.
+void DeviceCore::finishWhenLeft() {
+  if (self_ && state_ != PeripheralState::disconnecting) finish();
 }
 
 void DeviceCore::finish() {
+  const auto self = std::move(self_);  // outlives the lock
   queue_.close();
   connection_.reset();
-  const std::lock_guard lock(mutex_);
-  state_ = PeripheralState::disconnected;
+  std::unique_lock lock(mutex_);
+  const auto before = state_.exchange(PeripheralState::disconnected);
+  lock.unlock();
+  if (before == PeripheralState::disconnecting) departures_->end(address_);  // too late
 }
 
 std::vector<DeviceCore::CharacteristicPtr> DeviceCore::characteristics() const {

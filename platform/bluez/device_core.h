@@ -12,6 +12,7 @@
 
 #include "platform/bluez/client.h"
 #include "platform/bluez/connector.h"
+#include "platform/bluez/departures.h"
 #include "platform/bluez/gatt_queue.h"
 #include "platform/closable_queue.h"
 
@@ -38,7 +39,7 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   void disconnect();
   void close();
 
-  PeripheralState state() const { return state_; }
+  PeripheralState state() const { return closed_ ? PeripheralState::disconnected : state_.load(); }
   std::size_t longestWrite() const { return longestWrite_; }
   std::vector<CharacteristicPtr> characteristics() const;
 
@@ -64,7 +65,7 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   void adopt(const std::shared_ptr<Client>& client, Attempt attempt, const ConnectedDevice& device);
   ConnectionPtr connectionOf(std::shared_ptr<Client> client, std::string device, Attempt attempt);
   PeripheralState beginAttempt();
-  bool awaitLeft() const;
+  bool awaitDepartures() const { return departures_->await(*scheduler_, address_, kLeaveLimit); }
   void awaitEvents();
   void finish();
   CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
@@ -84,6 +85,7 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   void lose(const Error& reason);
   void leave(Attempt attempt);
   void left(Attempt attempt);
+  void finishWhenLeft();
   void tellDisconnected();
   void deliver(Device::Event Events::*event, const std::shared_ptr<Characteristic>& source,
                const MaybeError& error);
@@ -91,7 +93,9 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   const std::shared_ptr<Scheduler> scheduler_;
   const std::string address_, adapter_;
   const std::shared_ptr<RecursiveLock> connecting_;  // by one thread at a time
+  const std::shared_ptr<Departures> departures_ = Departures::ofThisProcess();
   internal::ClosableQueue queue_;
+  std::atomic<bool> closed_{false};
   std::atomic<PeripheralState> state_{PeripheralState::disconnected};  // changed under mutex_
   std::atomic<std::size_t> longestWrite_;
 
@@ -103,10 +107,10 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   std::shared_ptr<Client> attempting_;  // of the attempt under way
   bool cancelled_ = false;              // the attempt under way
   Attempt attempt_ = 0;
-  std::shared_ptr<Semaphore> left_;  // signalled when a disconnection is complete
 
   // Only on the events' thread, and when that has ended. Whoever calls out holds it: an event may end it.
   ConnectionPtr connection_;
+  std::shared_ptr<DeviceCore> self_;  // once closed by an event, until BlueZ has ended the connection
 };
 
 }  // namespace kwtsdk::bluez

@@ -106,17 +106,16 @@ void DeviceCore::leave(Attempt attempt) {
 }
 
 void DeviceCore::left(Attempt attempt) {
-  std::shared_ptr<Semaphore> waitedFor;
   {
     const std::lock_guard lock(mutex_);
     if (state_ != PeripheralState::disconnecting || !connection_ || connection_->attempt != attempt) return;
     state_ = PeripheralState::disconnected;
-    waitedFor = left_;
     post([](DeviceCore& core) { core.tellDisconnected(); });
   }
   const auto connection = std::exchange(connection_, nullptr);
   connection->operations.end(errorOf(Problem::connectionLost));
-  waitedFor->signal();
+  departures_->end(address_);
+  finishWhenLeft();
 }
 
 void DeviceCore::tellDisconnected() {

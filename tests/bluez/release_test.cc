@@ -38,10 +38,11 @@ TEST(BluezRelease, AtAnyMoment) {
     EXPECT_TRUE(host.journal->await("ended"));
     EXPECT_EQ(peripheral->state(), PeripheralState::disconnected);
     const auto next = Device::create(host.scheduler, kRecorderAddress);
-    EXPECT_EQ(nameOf(next->connect()), "ok");
+    EXPECT_EQ(nameOf(next->connect({.onStep = [&](auto) { host.journal->add("step"); }})), "ok");
     const auto lines = host.journal->take();
-    if (connected) {
+    if (connected) {  // and the next one waits for the end of this one
       EXPECT_EQ(std::ranges::count(lines, "Disconnect"), 1);
+      EXPECT_LT(std::ranges::find(lines, "Disconnect"), std::ranges::find(lines, "step"));
     }
     if (moment == "didWrite") {
       EXPECT_EQ(std::ranges::count(lines, "WriteValue CA2A"), 1);
