@@ -23,32 +23,37 @@ EventLoop::~EventLoop() {
 }
 
 void EventLoop::post(std::function<void()> work) {
-  const std::lock_guard lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   posted_.push_back(std::move(work));
   ::eventfd_write(wake_, 1);
 }
 
 void EventLoop::run() {
-  do {
-    try {
+  while (!ended_) {
+    attempt([this] { wait(); });
+    const auto works = posted();
+    attempt([this] {  // what was there when the work was posted, such as the end of the bus, comes first
       while (connection_ != nullptr && connection_->processPendingRequest()) {
       }
-      wait();
-    } catch (const sdbus::Error&) {
-      connection_ = nullptr;
-      onBusEnd_();
-    }
-  } while (runPosted());
+    });
+    for (const auto& work : works) work();
+  }
 }
 
-bool EventLoop::runPosted() {
+void EventLoop::attempt(const std::function<void()>& use) {
+  try {
+    use();
+  } catch (const sdbus::Error&) {
+    connection_ = nullptr;
+    onBusEnd_();
+  }
+}
+
+std::vector<std::function<void()>> EventLoop::posted() {
   ::eventfd_t count = 0;
   ::eventfd_read(wake_, &count);
-  std::unique_lock lock(mutex_);
-  const auto works = std::exchange(posted_, {});
-  lock.unlock();
-  for (const auto& work : works) work();
-  return !ended_;
+  const internal::MutexLock lock(mutex_);
+  return std::exchange(posted_, {});
 }
 
 void EventLoop::wait() {

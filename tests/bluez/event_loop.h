@@ -4,10 +4,11 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include <kwtsdk/scheduler.h>
+
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::testing {
 
@@ -27,15 +28,16 @@ class EventLoop {
 
  private:
   void run();
-  bool runPosted();
+  std::vector<std::function<void()>> posted();
+  void attempt(const std::function<void()>& use);  // of the connection
   void wait();
 
   const std::function<void()> onBusEnd_;
   const int wake_;
   sdbus::IConnection* connection_ = nullptr;
   bool ended_ = false;
-  std::mutex mutex_;
-  std::vector<std::function<void()>> posted_;
+  internal::Mutex mutex_;
+  std::vector<std::function<void()>> posted_ KWT_GUARDED_BY(mutex_);
   std::shared_ptr<SerialQueue> thread_;  // last, so that it ends first
 };
 
