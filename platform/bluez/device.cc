@@ -219,8 +219,8 @@ void DeviceCore::close() {
 }
 
 void DeviceCore::finish() {
-  const auto self = std::move(self_);  // outlives the lock
   queue_.close();
+  const auto self = std::move(self_);  // outlives the lock
   connection_.reset();
   auto before = PeripheralState::disconnected;
   {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -30,10 +29,9 @@ class Journal {
   bool await(const std::string& line) {
     do {
       const internal::MutexLock lock(mutex_);
-      const auto found = std::find(lines_.begin() + read_, lines_.end(), line);
-      if (found == lines_.end()) continue;
-      read_ = found - lines_.begin() + 1;
-      return true;
+      while (read_ < lines_.size()) {
+        if (lines_[read_++] == line) return true;
+      }
     } while (added_->wait(std::chrono::seconds(20)));
     return false;
   }
@@ -48,7 +46,7 @@ class Journal {
   const std::shared_ptr<Semaphore> added_;
   internal::Mutex mutex_;
   std::vector<std::string> lines_ KWT_GUARDED_BY(mutex_);
-  std::ptrdiff_t read_ KWT_GUARDED_BY(mutex_) = 0;
+  std::size_t read_ KWT_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace kwtsdk::testing
