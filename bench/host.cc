@@ -14,36 +14,6 @@ Host::Channel channel(const char* uuid, std::uint32_t property) {
 
 }  // namespace
 
-void InstantLink::stop() {
-  {
-    const internal::MutexLock lock(mutex_);
-    stopped_ = true;
-  }
-  changed_.notifyOne();
-  if (thread_.joinable()) thread_.join();
-}
-
-void InstantLink::writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType) {
-  {
-    const internal::MutexLock lock(mutex_);
-    writes_.push_back({value, to});
-  }
-  changed_.notifyOne();
-}
-
-std::optional<InstantLink::Write> InstantLink::next() {
-  const internal::MutexLock lock(mutex_);
-  while (!stopped_ && writes_.empty()) changed_.wait(mutex_);
-  if (stopped_) return std::nullopt;
-  auto write = std::move(writes_.front());
-  writes_.pop_front();
-  return write;
-}
-
-void InstantLink::run() {
-  while (const auto write = next()) onWrite_(write->frame, write->written);
-}
-
 Host::Host(Answer answer)
     : statusWrite(channel("CA2A", characteristic_property::write)),
       statusNotify(channel("C92A", characteristic_property::notify)),

@@ -1,15 +1,12 @@
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <memory>
-#include <optional>
-#include <thread>
 #include <utility>
 
 #include <kwtsdk/kwtsdk.h>
 
-#include "platform/threads/mutex.h"
+#include "platform/gatt/closable_queue.h"
 #include "tests/support/fake_peripheral.h"
 
 namespace kwtsdk::bench {
@@ -19,29 +16,19 @@ class InstantLink : public Peripheral {
  public:
   using Handler = std::function<void(const Bytes& frame, const std::shared_ptr<Characteristic>& written)>;
 
-  explicit InstantLink(Handler onWrite) : onWrite_(std::move(onWrite)), thread_([this] { run(); }) {}
-  ~InstantLink() override { stop(); }
-  void stop();
+  explicit InstantLink(Handler onWrite) : onWrite_(std::move(onWrite)), queue_(*threadScheduler(), "link") {}
+  void stop() { queue_.close(); }
 
   PeripheralState state() const override { return PeripheralState::connected; }
-  void writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType type) override;
+  void writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType) override {
+    queue_.async([this, value, to] { onWrite_(value, to); });
+  }
   void setNotifyValue(bool, const std::shared_ptr<Characteristic>&) override {}
   std::size_t maximumWriteValueLengthForType(WriteType) const override { return 512; }
 
  private:
-  struct Write {
-    Bytes frame;
-    std::shared_ptr<Characteristic> written;
-  };
-  void run();
-  std::optional<Write> next();  // none when the link stops
-
   const Handler onWrite_;
-  internal::Mutex mutex_;
-  internal::Condition changed_;
-  std::deque<Write> writes_ KWT_GUARDED_BY(mutex_);
-  bool stopped_ KWT_GUARDED_BY(mutex_) = false;
-  std::thread thread_;
+  internal::ClosableQueue queue_;  // last, so that its thread ends first
 };
 
 /// A facade on real threads, with its log discarded, on an instant link. `answer` gives the reply to each

@@ -6,10 +6,12 @@ set(KWTSDK_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 # Relative to the .pc file, so that the tree can be installed with another prefix or moved.
 file(RELATIVE_PATH KWTSDK_PC_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 
-# Installs the library `target` with the headers directly in `header_dir`, as kwtsdk::<export_name>, and a pkg-config
-# file of the library's name. After `requires` come the packages and flags that only a static library asks for.
-function(kwtsdk_install_library target export_name header_dir description requires)
-  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${header_dir}/*.h)
+# Installs the library `target` with the headers directly in each of `header_dirs`, as kwtsdk::<export_name>, and a
+# pkg-config file of the library's name. After `requires` come the packages and flags that only a static library asks
+# for.
+function(kwtsdk_install_library target export_name header_dirs description requires)
+  list(TRANSFORM header_dirs REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/include/\\1/*.h")
+  file(GLOB headers CONFIGURE_DEPENDS ${header_dirs})
   target_sources(${target} PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR}/include FILES ${headers})
   # Before 1.0 a minor release may break the binary interface.
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${export_name} VERSION ${PROJECT_VERSION}
@@ -25,7 +27,7 @@ function(kwtsdk_install_library target export_name header_dir description requir
   install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${KWTSDK_PKGCONFIG_DIR})
 endfunction()
 
-kwtsdk_install_library(kwtsdk kwtsdk kwtsdk "${PROJECT_DESCRIPTION}" "")
+kwtsdk_install_library(kwtsdk kwtsdk "kwtsdk;kwtsdk/gatt" "${PROJECT_DESCRIPTION}" "")
 if(TARGET kwtsdk_sim)
   kwtsdk_install_library(kwtsdk_sim sim kwtsdk/sim "Simulated voice recorder for tests of kwtsdk hosts" "kwtsdk")
 endif()

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include <kwtsdk/gatt/peripheral.h>
 #include <kwtsdk/kwtsdk.h>
 #include <kwtsdk/sim/memory_store.h>
 #include <kwtsdk/sim/simulated_link.h>
@@ -43,24 +44,14 @@ std::shared_ptr<sim::RecorderModel> recorder() {
 }
 
 // Prints what the host writes.
-class PrintingPeripheral : public kwtsdk::Peripheral {
+class PrintingPeripheral : public kwtsdk::gatt::ForwardingPeripheral {
  public:
-  explicit PrintingPeripheral(std::shared_ptr<kwtsdk::Peripheral> link) : link_(std::move(link)) {}
-  kwtsdk::PeripheralState state() const override { return link_->state(); }
+  using ForwardingPeripheral::ForwardingPeripheral;
   void writeValue(const kwtsdk::Bytes& value, const std::shared_ptr<kwtsdk::Characteristic>& to,
                   kwtsdk::WriteType type) override {
     print("> ", value);
-    link_->writeValue(value, to, type);
+    ForwardingPeripheral::writeValue(value, to, type);
   }
-  void setNotifyValue(bool enabled, const std::shared_ptr<kwtsdk::Characteristic>& of) override {
-    link_->setNotifyValue(enabled, of);
-  }
-  std::size_t maximumWriteValueLengthForType(kwtsdk::WriteType type) const override {
-    return link_->maximumWriteValueLengthForType(type);
-  }
-
- private:
-  const std::shared_ptr<kwtsdk::Peripheral> link_;
 };
 
 void useEverything(kwtsdk::KWTBluetoothHelper& helper, kwtsdk::Scheduler& scheduler, const fs::path& folder) {

@@ -12,7 +12,7 @@ enum class LogLevel { debug, info, error };
 
 class KWTSDK_EXPORT Log {
  public:
-  virtual ~Log();
+  virtual ~Log() = default;
 
   /// Called on any thread, several at a time; must return soon. `line` has no line feed at its end.
   virtual void write(LogLevel level, std::string_view line) = 0;

@@ -11,7 +11,7 @@ namespace kwtsdk {
 /// library gives 24. opus::opusFileConverter() is one.
 class KWTSDK_EXPORT OpusConverter {
  public:
-  virtual ~OpusConverter();
+  virtual ~OpusConverter() = default;
   virtual std::int32_t opus2wav(const char* inputPath, const char* outputPath) = 0;
   virtual std::int32_t opus2mp3(const char* inputPath, const char* outputPath, std::int32_t parameter) = 0;
 };

@@ -30,7 +30,7 @@ inline constexpr std::uint32_t write = 0x08, notify = 0x10, indicate = 0x20;
 /// One GATT characteristic. The object's identity matters: events must name the object that was registered.
 class KWTSDK_EXPORT Characteristic {
  public:
-  virtual ~Characteristic();
+  virtual ~Characteristic() = default;
   virtual Uuid UUID() const = 0;
   virtual std::uint32_t properties() const = 0;
 
@@ -44,7 +44,7 @@ class KWTSDK_EXPORT Characteristic {
 /// not wait for another thread that is inside a library operation.
 class KWTSDK_EXPORT Peripheral {
  public:
-  virtual ~Peripheral();
+  virtual ~Peripheral() = default;
   virtual PeripheralState state() const = 0;
 
   /// Starts a write. Its acknowledgement or failure comes back through didWriteValueForCharacteristic.

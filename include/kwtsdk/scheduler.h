@@ -17,7 +17,7 @@ using Duration = std::chrono::nanoseconds;
 /// Destroyed by its own work, it ends when that work returns.
 class KWTSDK_EXPORT SerialQueue {
  public:
-  virtual ~SerialQueue();
+  virtual ~SerialQueue() = default;
 
   /// Submits work and returns at once. An exception must not leave the work. Any thread.
   virtual void async(std::function<void()> work) = 0;
@@ -27,7 +27,7 @@ class KWTSDK_EXPORT SerialQueue {
 /// release its own, before signal has returned.
 class KWTSDK_EXPORT Semaphore {
  public:
-  virtual ~Semaphore();
+  virtual ~Semaphore() = default;
   virtual void signal() = 0;
 
   /// Blocks until signalled, at most `timeout` from now (none: without limit). False: the time ran out.
@@ -37,7 +37,7 @@ class KWTSDK_EXPORT Semaphore {
 /// A lock that its holder may take again; works with std::unique_lock.
 class KWTSDK_EXPORT RecursiveLock {
  public:
-  virtual ~RecursiveLock();
+  virtual ~RecursiveLock() = default;
   virtual void lock() = 0;
   virtual bool try_lock() = 0;
   virtual void unlock() = 0;
@@ -46,7 +46,7 @@ class KWTSDK_EXPORT RecursiveLock {
 /// What repeatingTimer hands back. Destroying it cancels it.
 class KWTSDK_EXPORT Timer {
  public:
-  virtual ~Timer();
+  virtual ~Timer() = default;
 
   /// No fire begins after this; one that is running goes on. Never waits for it. Any thread, also inside the
   /// fire.
@@ -57,7 +57,7 @@ class KWTSDK_EXPORT Timer {
 /// called on any thread. Names and labels appear in reports about threads that wait.
 class KWTSDK_EXPORT Scheduler {
  public:
-  virtual ~Scheduler();
+  virtual ~Scheduler() = default;
   virtual std::shared_ptr<SerialQueue> serialQueue(const std::string& label) = 0;
   virtual std::shared_ptr<Semaphore> semaphore(const std::string& name) = 0;  // starts at 0
   virtual std::shared_ptr<RecursiveLock> recursiveLock(const std::string& name) = 0;

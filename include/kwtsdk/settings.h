@@ -12,7 +12,7 @@ namespace kwtsdk {
 /// The host's persistent key-value settings. Called on the library's work queues; may block for file access.
 class KWTSDK_EXPORT Settings {
  public:
-  virtual ~Settings();
+  virtual ~Settings() = default;
   virtual std::optional<std::uint64_t> read(const std::string& key) const = 0;
   virtual void write(const std::string& key, std::uint64_t value) = 0;
   virtual void remove(const std::string& key) = 0;

@@ -41,7 +41,7 @@ void Bus::run() noexcept {
 }
 
 sdbus::IProxy& Bus::proxyOf(const std::string& path) {
-  const std::lock_guard lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   auto& proxy = proxies_[path];
   if (!proxy) proxy = sdbus::createProxy(*connection_, kBluezName, path);
   return *proxy;

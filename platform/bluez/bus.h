@@ -5,10 +5,11 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <kwtsdk/scheduler.h>
+
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::bluez {
 
@@ -51,8 +52,8 @@ class Bus {
 
   const Events events_;
   const std::unique_ptr<sdbus::IConnection> connection_;
-  std::mutex mutex_;
-  std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_;
+  internal::Mutex mutex_;
+  std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_ KWT_GUARDED_BY(mutex_);
   std::shared_ptr<SerialQueue> thread_;
 };
 

@@ -1,5 +1,7 @@
 #include "platform/bluez/client.h"
 
+#include <algorithm>
+#include <map>
 #include <utility>
 
 namespace kwtsdk::bluez {
@@ -11,7 +13,7 @@ std::unique_ptr<Bus> opened(Scheduler& scheduler, Bus::Events events) {
   try {
     return std::make_unique<Bus>(scheduler, std::move(events));
   } catch (const sdbus::Error& failure) {
-    throw Trouble(openingErrorOf(failure));
+    throw BluezError(openingErrorOf(failure));
   }
 }
 
@@ -32,7 +34,7 @@ void Client::load() {
        [this](sdbus::MethodReply& reply) {
          std::map<sdbus::ObjectPath, Objects::Added> all;
          reply >> all;
-         const std::lock_guard lock(mutex_);
+         const internal::MutexLock lock(mutex_);
          objects_.replaceBy(all);
        });
 }
@@ -48,12 +50,12 @@ void Client::onSignal(sdbus::Message& signal) {
     if (member == "InterfacesAdded") {
       Objects::Added interfaces;
       signal >> interfaces;
-      const std::lock_guard lock(mutex_);
+      const internal::MutexLock lock(mutex_);
       objects_.add(path, interfaces);
     } else {
       std::vector<std::string> interfaces;
       signal >> interfaces;
-      const std::lock_guard lock(mutex_);
+      const internal::MutexLock lock(mutex_);
       objects_.remove(path, interfaces);
     }
     changed();
@@ -72,7 +74,7 @@ void Client::readProperties(sdbus::Message& signal) {
     if (value != values.end()) events_.onValue(path, value->second.get<Bytes>());
   }
   {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     objects_.change(path, interface, values, invalidated);
   }
   const auto connected = values.find("Connected");
@@ -82,7 +84,7 @@ void Client::readProperties(sdbus::Message& signal) {
 
 void Client::end(const char* reason) {
   {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     if (!gone_) gone_ = errorOf(Problem::connectionLost, reason);
     objects_.clear();
   }
@@ -96,7 +98,7 @@ void Client::changed(const std::string& ended) {
 
 void Client::wake() {
   {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     if (!std::exchange(waiting_, false)) return;
   }
   woken_->signal();
@@ -106,9 +108,9 @@ bool Client::waitFor(const std::function<bool(const Objects&)>& condition, Durat
   const Duration end = scheduler_.now() + std::min(timeout, kForever);
   while (true) {
     {
-      const std::lock_guard lock(mutex_);
-      if (cancelled_) throw Trouble(Problem::cancelled);
-      if (gone_) throw Trouble(*gone_);
+      const internal::MutexLock lock(mutex_);
+      if (cancelled_) throw BluezError(Problem::cancelled);
+      if (gone_) throw BluezError(*gone_);
       if (condition(objects_)) return true;
       waiting_ = true;
     }
@@ -119,14 +121,14 @@ bool Client::waitFor(const std::function<bool(const Objects&)>& condition, Durat
 
 void Client::cancel() {
   {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     cancelled_ = true;
   }
   wake();
 }
 
 bool Client::resume() {
-  const std::lock_guard lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   return std::exchange(cancelled_, false);
 }
 
@@ -147,13 +149,13 @@ void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Du
            outcome = errorOf(Problem::busFailure, unreadable.what());
          }
          {
-           const std::lock_guard lock(mutex_);
+           const internal::MutexLock lock(mutex_);
            *answer = {true, outcome};
          }
          wake();
        });
-  if (!waitFor([&](const Objects&) { return answer->given; }, timeout)) throw Trouble(late);
-  if (answer->error) throw Trouble(*answer->error);
+  if (!waitFor([&](const Objects&) { return answer->given; }, timeout)) throw BluezError(late);
+  if (answer->error) throw BluezError(*answer->error);
 }
 
 void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout,
@@ -162,8 +164,8 @@ void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, D
     send(method, arguments, timeout, [onDone](sdbus::MethodReply&, const sdbus::Error* error) {
       onDone(error == nullptr ? MaybeError() : errorOf(*error));
     });
-  } catch (const Trouble& trouble) {
-    onDone(trouble.error());
+  } catch (const BluezError& failure) {
+    onDone(failure.error());
   }
 }
 
@@ -172,13 +174,25 @@ void Client::send(const Bus::Method& method, const Bus::Arguments& arguments, Du
   try {
     bus_->call(method, arguments, timeout, std::move(onAnswer));
   } catch (const sdbus::Error& failure) {
-    throw Trouble(errorOf(failure));
+    throw BluezError(errorOf(failure));
   }
 }
 
 MaybeError Client::gone() const {
-  const std::lock_guard lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   return gone_;
+}
+
+Discovery::Discovery(Client& client, std::string adapter) : client_(client), adapter_(std::move(adapter)) {
+  const auto lowEnergy = [](sdbus::MethodCall& call) {
+    call << std::map<std::string, sdbus::Variant>{{"Transport", sdbus::Variant(std::string("le"))}};
+  };
+  client_.call({adapter_, kAdapter, "SetDiscoveryFilter"}, lowEnergy, kPrompt, Problem::busFailure);
+  client_.call({adapter_, kAdapter, "StartDiscovery"}, noArguments, kPrompt, Problem::busFailure);
+}
+
+Discovery::~Discovery() {
+  client_.start({adapter_, kAdapter, "StopDiscovery"}, noArguments, kPrompt, [](const MaybeError&) {});
 }
 
 }  // namespace kwtsdk::bluez

@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -10,9 +9,10 @@
 #include <kwtsdk/error.h>
 #include <kwtsdk/scheduler.h>
 
+#include "platform/bluez/bluez_error.h"
 #include "platform/bluez/bus.h"
 #include "platform/bluez/objects.h"
-#include "platform/bluez/trouble.h"
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::bluez {
 
@@ -29,7 +29,7 @@ class Client {
     std::function<void(const std::string& ended)> onChange;             // of objects, or gone()
   };
 
-  /// Opens the bus. Throws Trouble.
+  /// Opens the bus. Throws BluezError.
   Client(Scheduler& scheduler, Events events);
 
   /// Waits for an event that is running on the bus's thread.
@@ -37,18 +37,18 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  /// Asks BlueZ for all its objects. Throws Trouble.
+  /// Asks BlueZ for all its objects. Throws BluezError.
   void load();
 
   /// A look at the objects. Any thread.
   template <class Look>
   auto look(Look&& look) const {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     return look(objects_);
   }
 
   /// Waits until the condition holds; looks at it after every change. False: it did not in time. Throws
-  /// Trouble when it no longer can: cancelled, or what gone() says. The condition may throw.
+  /// BluezError when it no longer can: cancelled, or what gone() says. The condition may throw.
   bool waitFor(const std::function<bool(const Objects&)>& condition, Duration timeout);
 
   /// Ends waits, also those that begin later. Any thread.
@@ -57,7 +57,7 @@ class Client {
   /// Lets waits begin again. Whether it was cancelled.
   bool resume();
 
-  /// Calls and waits for the answer. Throws Trouble: the answer, or `late` when there is none in time.
+  /// Calls and waits for the answer. Throws BluezError: the answer, or `late` when there is none in time.
   /// `read`, on the bus's thread, takes what was answered.
   void call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,
             const std::function<void(sdbus::MethodReply&)>& read = nullptr);
@@ -81,14 +81,31 @@ class Client {
   Scheduler& scheduler_;
   const Events events_;
   const std::shared_ptr<Semaphore> woken_;
-  mutable std::mutex mutex_;
-  Objects objects_;
-  MaybeError gone_;
-  bool cancelled_ = false, waiting_ = false;
+  mutable internal::Mutex mutex_;
+  Objects objects_ KWT_GUARDED_BY(mutex_);
+  MaybeError gone_ KWT_GUARDED_BY(mutex_);
+  bool cancelled_ KWT_GUARDED_BY(mutex_) = false;
+  bool waiting_ KWT_GUARDED_BY(mutex_) = false;
   std::unique_ptr<Bus> bus_;  // last, so that its thread ends first
 };
 
 /// Arguments of a call that has none.
 inline void noArguments(sdbus::MethodCall&) {}
+
+/// Lets an adapter listen for Low Energy devices, for the length of its life.
+class Discovery {
+ public:
+  /// Throws BluezError.
+  Discovery(Client& client, std::string adapter);
+
+  /// Does not wait: BlueZ ends it together with the connection to the bus as well.
+  ~Discovery();
+  Discovery(const Discovery&) = delete;
+  Discovery& operator=(const Discovery&) = delete;
+
+ private:
+  Client& client_;
+  const std::string adapter_;
+};
 
 }  // namespace kwtsdk::bluez

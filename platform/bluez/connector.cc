@@ -1,43 +1,84 @@
 #include "platform/bluez/connector.h"
 
-#include <memory>
 #include <utility>
 
-#include "platform/bluez/discovery.h"
-
 namespace kwtsdk::bluez {
+
+std::shared_ptr<Departures> Departures::ofThisProcess() {
+  static const auto all = std::make_shared<Departures>();
+  return all;
+}
+
+void Departures::begin(const std::string& address) {
+  const internal::MutexLock lock(mutex_);
+  ++underWay_[address].count;
+}
+
+void Departures::end(const std::string& address) {
+  std::vector<std::shared_ptr<Semaphore>> waiters;
+  {
+    const internal::MutexLock lock(mutex_);
+    const auto found = underWay_.find(address);
+    if (--found->second.count > 0) return;
+    waiters = std::move(found->second.waiters);
+    underWay_.erase(found);
+  }
+  for (const auto& waiter : waiters) waiter->signal();
+}
+
+bool Departures::await(Scheduler& scheduler, const std::string& address, Duration limit) {
+  const auto ended = scheduler.semaphore("kwt.bluez.left");
+  {
+    const internal::MutexLock lock(mutex_);
+    const auto found = underWay_.find(address);
+    if (found == underWay_.end()) return true;
+    found->second.waiters.push_back(ended);
+  }
+  return ended->wait(limit);
+}
+
+void Connector::run(const Adopt& adopt) {
+  client_.load();
+  adapter_ = client_.look([&](const Objects& objects) { return objects.usableAdapter(adapterName_); });
+  const std::string device = find();
+  if (!takeOver(device, adopt)) establish(device, adopt);
+}
 
 void Connector::step(ConnectStep step) const {
   if (options_.onStep) options_.onStep(step);
 }
 
-void Connector::run(const Adopt& adopt) {
-  client_.load();
-  adapter_ = usableAdapter(client_, adapterName_);
-  const std::string device = find();
-  if (!tryInherited(device, adopt)) reach(device, adopt);
+/// BlueZ still knows a device that it heard a short while ago; only for others it has to listen.
+std::string Connector::find() {
+  step(ConnectStep::searching);
+  std::string device;
+  const auto known = [&](const Objects& objects) {
+    objects.expectPower(adapter_);
+    device = objects.deviceAt(adapter_, address_);
+    return !device.empty();
+  };
+  if (client_.look(known)) return device;
+  const Discovery discovery(client_, adapter_);
+  if (!client_.waitFor(known, options_.searching)) throw BluezError(Problem::deviceNotFound, address_);
+  return device;
 }
 
-/// A connection that somebody has left, as a killed host or bluetoothd does, may be about to end: losing it
-/// is no failure yet.
-bool Connector::tryInherited(const std::string& device, const Adopt& adopt) {
+/// Uses a connection that is there already, another program's. False: there is none, or it ended meanwhile.
+/// One that a killed host or bluetoothd left behind ends some seconds later; then a new one can be made.
+bool Connector::takeOver(const std::string& device, const Adopt& adopt) {
   if (!isConnected(device)) return false;
   try {
-    reach(device, adopt);
+    establish(device, adopt);
     return true;
-  } catch (const Trouble& trouble) {
-    if (trouble.error() != errorOf(Problem::connectionLost, address_)) throw;
+  } catch (const BluezError& failure) {
+    if (failure.error() != errorOf(Problem::connectionLost, address_)) throw;
     return false;
   }
 }
 
-bool Connector::isConnected(const std::string& device) const {
-  return client_.look([&](const Objects& objects) { return objects.isTrue(device, kDevice, "Connected"); });
-}
-
-void Connector::reach(const std::string& device, const Adopt& adopt) {
+void Connector::establish(const std::string& device, const Adopt& adopt) {
   try {
-    join(device);
+    connect(device);
     adopt(discover(device));
   } catch (...) {
     giveUp(device);
@@ -45,64 +86,57 @@ void Connector::reach(const std::string& device, const Adopt& adopt) {
   }
 }
 
-/// Waits for the answer: until then the device counts as connected, and the next attempt would rely on that.
-void Connector::giveUp(const std::string& device) {
-  if (client_.gone()) return;
-  const bool cancelled = client_.resume();
-  attempted([&] {
-    client_.call({device, kDevice, "Disconnect"}, noArguments, kPrompt, Problem::noConnection);
-  });
-  if (cancelled) client_.cancel();  // also what may follow
-}
-
-/// BlueZ knows a device that it heard a short while ago.
-std::string Connector::find() {
-  step(ConnectStep::searching);
-  std::string device;
-  const auto known = [&](const Objects& objects) {
-    expectPower(objects, adapter_);
-    device = objects.deviceAt(adapter_, address_);
-    return !device.empty();
-  };
-  if (client_.look(known)) return device;
-  const Discovery discovery(client_, adapter_);
-  if (!client_.waitFor(known, options_.searching)) throw Trouble(Problem::deviceNotFound, address_);
-  return device;
-}
-
-/// What is true at the moment of the answer only the bus's thread can tell: a loss may follow at once.
-void Connector::join(const std::string& device) {
+void Connector::connect(const std::string& device) {
   step(ConnectStep::connecting);
   connected_ = isConnected(device);
   if (connected_) return;
-  const auto connected = std::make_shared<bool>(false);  // the answer may come after this has given up
+  // Looked up on the bus's thread, as the answer arrives: a loss may follow before this thread runs again,
+  // and would then look like a connection that BlueZ has not announced yet. Shared, since the answer may come
+  // after this has given up.
+  const auto connected = std::make_shared<bool>(false);
   client_.call({device, kDevice, "Connect"}, noArguments, options_.connecting, Problem::noConnection,
                [&client = client_, device, connected](sdbus::MethodReply&) {
                  *connected = client.look(
                      [&](const Objects& objects) { return objects.isTrue(device, kDevice, "Connected"); });
                });
   connected_ = *connected;
-  // Seen with BlueZ 5.66: when its data channel is there before the controller's word of the connection, it
-  // sets Connected, but never announces it.
+  // BlueZ 5.66 sets Connected, but never announces it, when its data channel is there before the controller
+  // has told of the connection.
   client_.load();
 }
 
 ConnectedDevice Connector::discover(const std::string& device) {
   step(ConnectStep::discovering);
+  // Connected may become true only after the answer to Connect.
   const auto resolved = [&](const Objects& objects) {
-    expectPower(objects, adapter_);
-    const bool was = std::exchange(connected_, objects.isTrue(device, kDevice, "Connected"));
-    if (was && !connected_) throw Trouble(Problem::connectionLost, address_);
+    objects.expectPower(adapter_);
+    const bool seen = std::exchange(connected_, objects.isTrue(device, kDevice, "Connected"));
+    if (seen && !connected_) throw BluezError(Problem::connectionLost, address_);
     return connected_ && objects.isTrue(device, kDevice, "ServicesResolved");
   };
-  // BlueZ may have answered before it tells that the device is connected.
-  if (!client_.waitFor(resolved, options_.discovering)) throw Trouble(Problem::noServices, address_);
-  client_.load();  // with the ATT MTU, which BlueZ does not announce
+  if (!client_.waitFor(resolved, options_.discovering)) throw BluezError(Problem::noServices, address_);
+  client_.load();  // for the ATT MTU, which BlueZ does not announce
   auto characteristics =
       client_.look([&](const Objects& objects) { return objects.characteristicsOf(device); });
-  if (!client_.look(resolved)) throw Trouble(Problem::connectionLost, address_);  // which takes them along
-  if (characteristics.empty()) throw Trouble(Problem::noServices, address_);
+  // A lost connection takes them along: that there are none means something only while it is there.
+  if (!client_.look(resolved)) throw BluezError(Problem::connectionLost, address_);
+  if (characteristics.empty()) throw BluezError(Problem::noServices, address_);
   return {device, std::move(characteristics)};
+}
+
+/// Waits for the answer: until then the device may count as connected, and the next attempt would take that
+/// over.
+void Connector::giveUp(const std::string& device) {
+  if (client_.gone()) return;
+  const bool cancelled = client_.resume();  // else the call would not wait
+  attempted([&] {
+    client_.call({device, kDevice, "Disconnect"}, noArguments, kPrompt, Problem::noConnection);
+  });
+  if (cancelled) client_.cancel();  // whatever else this attempt may begin
+}
+
+bool Connector::isConnected(const std::string& device) const {
+  return client_.look([&](const Objects& objects) { return objects.isTrue(device, kDevice, "Connected"); });
 }
 
 }  // namespace kwtsdk::bluez

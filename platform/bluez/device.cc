@@ -1,39 +1,38 @@
+// What hosts ask of a device, on their threads.
+
 #include <kwtsdk/bluez/device.h>
 
+#include <algorithm>
 #include <utility>
 
-#include "platform/bluez/peripheral.h"
+#include "platform/bluez/device_core.h"
 
 namespace kwtsdk::bluez {
+namespace {
+
+constexpr std::size_t kSmallestMtu = 23, kAttHead = 3;  // Bluetooth Core standard, Volume 3, Parts F and G
+
+std::size_t longestWriteIn(const std::vector<Objects::Characteristic>& characteristics) {
+  std::size_t mtu = kSmallestMtu;
+  for (const auto& characteristic : characteristics) mtu = std::max(mtu, characteristic.mtu);
+  return mtu - kAttHead;
+}
+
+}  // namespace
 
 class Device::Impl {
  public:
-  explicit Impl(std::shared_ptr<DeviceCore> deviceCore)
-      : core(std::move(deviceCore)), peripheral(std::make_shared<BluezPeripheral>(core)) {
-    core->setPeripheral(peripheral);
-  }
-
   const std::shared_ptr<DeviceCore> core;
-  const std::shared_ptr<BluezPeripheral> peripheral;
 };
 
 std::shared_ptr<Device> Device::create(std::shared_ptr<Scheduler> scheduler, std::string address,
                                        std::string adapter) {
-  auto core = std::make_shared<DeviceCore>(std::move(scheduler), std::move(address), std::move(adapter));
-  return std::shared_ptr<Device>(new Device(std::make_unique<Impl>(std::move(core))));
+  auto core = std::make_shared<DeviceCore>(std::move(scheduler), gatt::addressIn(address).value_or(address),
+                                           std::move(adapter));
+  return std::shared_ptr<Device>(new Device(std::unique_ptr<Impl>(new Impl{std::move(core)})));
 }
 
-bool Device::isAddress(std::string_view text) {
-  constexpr std::size_t length = 17;
-  if (text.size() != length) return false;
-  for (std::size_t i = 0; i < length; ++i) {
-    const bool right =
-        i % 3 == 2 ? text[i] == ':'
-                   : std::string_view("0123456789ABCDEFabcdef").find(text[i]) != std::string_view::npos;
-    if (!right) return false;
-  }
-  return true;
-}
+bool Device::isAddress(std::string_view text) { return gatt::addressIn(text).has_value(); }
 
 Device::Device(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Device::~Device() { impl_->core->close(); }
@@ -44,7 +43,7 @@ MaybeError Device::connect(const ConnectOptions& options) {
 }
 void Device::disconnect() { impl_->core->disconnect(); }
 
-std::shared_ptr<Peripheral> Device::peripheral() const { return impl_->peripheral; }
+std::shared_ptr<Peripheral> Device::peripheral() const { return impl_->core; }
 
 std::vector<std::shared_ptr<Characteristic>> Device::characteristics() const {
   const auto all = impl_->core->characteristics();
@@ -52,17 +51,203 @@ std::vector<std::shared_ptr<Characteristic>> Device::characteristics() const {
 }
 
 void Device::setEvents(Event didWrite, Event didUpdate) {
-  impl_->core->setEvents({std::move(didWrite), std::move(didUpdate)});
+  impl_->core->events().setEvents(std::move(didWrite), std::move(didUpdate));
 }
 
 void Device::setOnDisconnect(std::function<void()> onDisconnect) {
-  impl_->core->setOnDisconnect(std::move(onDisconnect));
+  impl_->core->events().setOnDisconnect(std::move(onDisconnect));
 }
 
 void Device::attach(const std::shared_ptr<KWTBluetoothHelper>& facade) {
-  facade->setConnectedPeripheral(impl_->peripheral);
-  for (const auto& characteristic : characteristics()) facade->addDiscoveredCharacteristic(characteristic);
-  setEvents(facade->didWriteValueForCharacteristicBlock(), facade->didUpdateValueForCharacteristicBlock());
+  impl_->core->events().attach(facade, impl_->core, characteristics());
+}
+
+DeviceCore::DeviceCore(std::shared_ptr<Scheduler> scheduler, std::string address, std::string adapter)
+    : scheduler_(std::move(scheduler)),
+      address_(std::move(address)),
+      adapter_(std::move(adapter)),
+      connecting_(scheduler_->recursiveLock("kwt.bluez.connect")),
+      queue_(*scheduler_, "kwt.bluez"),
+      longestWrite_(kSmallestMtu - kAttHead) {}
+
+MaybeError DeviceCore::connect(const ConnectOptions& options) {
+  const std::unique_lock one(*connecting_);
+  if (const auto complaint = complaintAbout(options)) return complaint;
+  awaitEvents();
+  auto before = PeripheralState::disconnecting;
+  while (before == PeripheralState::disconnecting) {
+    if (!awaitDepartures())
+      return errorOf(Problem::noConnection, "BlueZ has not ended the connection before");
+    before = beginAttempt();
+  }
+  if (before == PeripheralState::connected) return std::nullopt;
+  return endAttempt(attempted([&] { establish(options); }));
+}
+
+MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
+  if (state() == PeripheralState::connecting)  // the lock lets the same thread in again
+    return errorOf(Problem::badArgument, "connect() while it is connecting, on the same thread");
+  if (!Device::isAddress(address_))
+    return errorOf(Problem::badArgument, "\"" + address_ + "\" is no Bluetooth address");
+  if (std::min({options.searching, options.connecting, options.discovering}) < Duration::zero())
+    return errorOf(Problem::badArgument, "a step of less than no time");
+  return std::nullopt;
+}
+
+/// Waits for what is on its way to the events' thread, which belongs to the connection before: a loss takes
+/// two pieces of work, the second for onDisconnect. A host whose event waits for this does not get further
+/// than the limit.
+void DeviceCore::awaitEvents() {
+  const auto told = scheduler_->semaphore("kwt.bluez.told");
+  for (int i = 0; i < 2 && !queue_.isCurrent(); ++i) {
+    queue_.async([told] { told->signal(); });
+    if (!told->wait(kLeaveLimit)) return;
+  }
+}
+
+/// Begins one unless it is connected, or disconnecting again. The state before.
+PeripheralState DeviceCore::beginAttempt() {
+  const internal::MutexLock lock(mutex_);
+  const PeripheralState before = state_;
+  if (before == PeripheralState::connected || before == PeripheralState::disconnecting) return before;
+  state_ = PeripheralState::connecting;
+  cancelled_ = false;
+  ++attempt_;
+  return before;
+}
+
+void DeviceCore::establish(const ConnectOptions& options) {
+  Attempt attempt = 0;
+  {
+    const internal::MutexLock lock(mutex_);
+    attempt = attempt_;
+  }
+  const auto client = clientOf(attempt);
+  {
+    const internal::MutexLock lock(mutex_);
+    attempting_ = client;
+    if (cancelled_) client->cancel();
+  }
+  Connector(*client, address_, adapter_, options).run([&](const ConnectedDevice& device) {
+    adopt(client, attempt, device);
+  });
+}
+
+MaybeError DeviceCore::endAttempt(const MaybeError& error) {
+  std::shared_ptr<Client> client;  // outlives the lock
+  bool cancelled = false;
+  {
+    const internal::MutexLock lock(mutex_);
+    client = std::exchange(attempting_, nullptr);
+    cancelled = std::exchange(cancelled_, false);
+    if (error) state_ = PeripheralState::disconnected;
+  }
+  if (cancelled) departures_->end(address_);
+  return error;
+}
+
+std::shared_ptr<Client> DeviceCore::clientOf(Attempt attempt) {
+  const auto onValue = [post = poster(), attempt](const std::string& path, Bytes value) {
+    post([attempt, path, value = std::move(value)](DeviceCore& core) {
+      core.valueChanged(attempt, path, value);
+    });
+  };
+  const auto onChange = [post = poster(), attempt](const std::string& ended) {
+    post([attempt, ended](DeviceCore& core) { core.check(attempt, ended); });
+  };
+  return std::make_shared<Client>(*scheduler_, Client::Events{onValue, onChange});
+}
+
+DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> client, std::string device,
+                                                   Attempt attempt) {
+  return ConnectionPtr(new Connection{
+      std::move(client), std::move(device), attempt,
+      gatt::OperationQueue([this](const gatt::Operation& operation) { send(*connection_, operation); },
+                           [this](const gatt::OperationQueue::Target& target, const MaybeError& error) {
+                             events_.didWrite(shared_from_this(), target, error);
+                           })});
+}
+
+/// From here on the connection is the events' thread's.
+void DeviceCore::adopt(const std::shared_ptr<Client>& client, Attempt attempt,
+                       const ConnectedDevice& device) {
+  const auto connection = connectionOf(client, device.path, attempt);
+  const internal::MutexLock lock(mutex_);
+  if (cancelled_) throw BluezError(Problem::cancelled);
+  std::vector<CharacteristicPtr> characteristics;
+  for (const auto& each : device.characteristics) {
+    const auto same = std::ranges::find_if(characteristics_, [&](const auto& old) { return old->is(each); });
+    characteristics.push_back(same == characteristics_.end() ? std::make_shared<BluezCharacteristic>(each)
+                                                             : *same);
+  }
+  characteristics_ = std::move(characteristics);
+  longestWrite_ = longestWriteIn(device.characteristics);
+  state_ = PeripheralState::connected;
+  post([connection](DeviceCore& core) {
+    core.connection_ = connection;
+    core.check(connection->attempt);  // for what happened meanwhile
+  });
+}
+
+void DeviceCore::disconnect() {
+  const internal::MutexLock lock(mutex_);
+  if (state_ == PeripheralState::connecting) {
+    if (!std::exchange(cancelled_, true)) departures_->begin(address_);
+    if (attempting_) attempting_->cancel();
+  } else if (state_ == PeripheralState::connected) {
+    state_ = PeripheralState::disconnecting;
+    departures_->begin(address_);
+    post([attempt = attempt_](DeviceCore& core) { core.leave(attempt); });
+  }
+}
+
+void DeviceCore::close() {
+  events_.setEvents(nullptr, nullptr);
+  events_.setOnDisconnect(nullptr);
+  disconnect();
+  if (!queue_.isCurrent()) {
+    if (isLeaving()) awaitDepartures();
+    return finish();
+  }
+  {
+    const internal::MutexLock lock(mutex_);
+    closed_ = true;
+  }
+  self_ = shared_from_this();
+  // Behind what has been posted, such as a connection that is to be taken over and left.
+  post([](DeviceCore& core) { core.finishWhenLeft(); });
+}
+
+void DeviceCore::finish() {
+  queue_.close();
+  const auto self = std::move(self_);  // outlives the lock
+  connection_.reset();
+  auto before = PeripheralState::disconnected;
+  {
+    const internal::MutexLock lock(mutex_);
+    before = std::exchange(state_, PeripheralState::disconnected);
+  }
+  if (before == PeripheralState::disconnecting) departures_->end(address_);  // BlueZ has not answered in time
+}
+
+PeripheralState DeviceCore::state() const {
+  const internal::MutexLock lock(mutex_);
+  return closed_ ? PeripheralState::disconnected : state_;
+}
+
+bool DeviceCore::isLeaving() const {
+  const internal::MutexLock lock(mutex_);
+  return state_ == PeripheralState::disconnecting;
+}
+
+std::size_t DeviceCore::maximumWriteValueLengthForType(WriteType) const {
+  const internal::MutexLock lock(mutex_);
+  return longestWrite_;
+}
+
+std::vector<DeviceCore::CharacteristicPtr> DeviceCore::characteristics() const {
+  const internal::MutexLock lock(mutex_);
+  return characteristics_;
 }
 
 }  // namespace kwtsdk::bluez

@@ -1,35 +1,50 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <kwtsdk/bluez/device.h>
+#include <kwtsdk/gatt/operation_queue.h>
+#include <kwtsdk/gatt/peripheral.h>
 
 #include "platform/bluez/client.h"
 #include "platform/bluez/connector.h"
-#include "platform/bluez/gatt_queue.h"
-#include "platform/closable_queue.h"
+#include "platform/gatt/closable_queue.h"
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::bluez {
 
 /// How long BlueZ may take to end a connection.
 inline constexpr Duration kLeaveLimit = std::chrono::seconds(10);
 
-/// One device and its connections. What happens in a connection happens on the events' thread, to which
-/// BlueZ's signals and answers are passed on, each bound to the number of the attempt it belongs to: the
-/// bus's own thread never waits for a host, and a host that writes never waits for the bus.
-class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
+class BluezCharacteristic : public gatt::ValueCharacteristic {
+ public:
+  explicit BluezCharacteristic(const Objects::Characteristic& known)
+      : ValueCharacteristic(known.uuid, known.properties), path_(known.path) {}
+
+  const std::string& path() const { return path_; }
+
+  /// Whether BlueZ's object is the same one as when this was made.
+  bool is(const Objects::Characteristic& other) const {
+    return path_ == other.path && UUID() == other.uuid && properties() == other.properties;
+  }
+
+ private:
+  const std::string path_;
+};
+
+/// One device and its connections, and the peripheral that the library knows. What happens in a connection
+/// happens on the events' thread, to which BlueZ's signals and answers are passed on, each bound to the
+/// number of the attempt it belongs to: the bus's own thread never waits for a host, and a host that writes
+/// never waits for the bus.
+class DeviceCore : public Peripheral, public std::enable_shared_from_this<DeviceCore> {
  public:
   using CharacteristicPtr = std::shared_ptr<BluezCharacteristic>;
-  struct Events {
-    Device::Event didWrite, didUpdate;
-  };
 
+  /// `address` in upper case.
   DeviceCore(std::shared_ptr<Scheduler> scheduler, std::string address, std::string adapter);
 
   // ---- Any thread ----
@@ -38,16 +53,13 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   void disconnect();
   void close();
 
-  PeripheralState state() const { return state_; }
-  std::size_t longestWrite() const { return longestWrite_; }
+  PeripheralState state() const override;
+  void writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type) override;
+  void setNotifyValue(bool enabled, const std::shared_ptr<Characteristic>& target) override;
+  std::size_t maximumWriteValueLengthForType(WriteType type) const override;
+
   std::vector<CharacteristicPtr> characteristics() const;
-
-  void write(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type);
-  void setNotify(bool enabled, const std::shared_ptr<Characteristic>& target);
-
-  void setPeripheral(const std::shared_ptr<Peripheral>& peripheral);  // held weakly: it holds this
-  void setEvents(Events events);
-  void setOnDisconnect(std::function<void()> onDisconnect);
+  gatt::EventForwarder& events() { return events_; }
 
  private:
   using Attempt = std::uint64_t;
@@ -55,17 +67,20 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
     std::shared_ptr<Client> client;
     std::string device;
     Attempt attempt;
-    GattQueue operations;
+    gatt::OperationQueue operations;
   };
   using ConnectionPtr = std::shared_ptr<Connection>;
 
+  MaybeError complaintAbout(const ConnectOptions& options) const;
+  void awaitEvents();
+  PeripheralState beginAttempt();
   void establish(const ConnectOptions& options);
+  MaybeError endAttempt(const MaybeError& error);
   std::shared_ptr<Client> clientOf(Attempt attempt);
   void adopt(const std::shared_ptr<Client>& client, Attempt attempt, const ConnectedDevice& device);
   ConnectionPtr connectionOf(std::shared_ptr<Client> client, std::string device, Attempt attempt);
-  PeripheralState beginAttempt();
-  bool awaitLeft() const;
-  void awaitEvents();
+  bool isLeaving() const;
+  bool awaitDepartures() const { return departures_->await(*scheduler_, address_, kLeaveLimit); }
   void finish();
   CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
 
@@ -73,40 +88,40 @@ class DeviceCore : public std::enable_shared_from_this<DeviceCore> {
   using Work = std::function<void(DeviceCore&)>;
   void post(Work work);
   std::function<void(Work)> poster();  // for those that may outlive it
+  void postOperation(gatt::Operation::Kind kind, const std::shared_ptr<Characteristic>& target,
+                     const Bytes& value);
 
   // ---- The events' thread ----
 
-  void add(GattOperation operation, const std::shared_ptr<Characteristic>& asked);
-  void send(Connection& connection, const GattOperation& operation);
+  void add(gatt::Operation operation, const std::shared_ptr<Characteristic>& asked);
+  void send(Connection& connection, const gatt::Operation& operation);
   void answered(Attempt attempt, const MaybeError& error);
   void valueChanged(Attempt attempt, const std::string& path, const Bytes& value);
   void check(Attempt attempt, const std::string& ended = {});
   void lose(const Error& reason);
   void leave(Attempt attempt);
   void left(Attempt attempt);
-  void tellDisconnected();
-  void deliver(Device::Event Events::*event, const std::shared_ptr<Characteristic>& source,
-               const MaybeError& error);
+  void finishWhenLeft();
 
   const std::shared_ptr<Scheduler> scheduler_;
   const std::string address_, adapter_;
   const std::shared_ptr<RecursiveLock> connecting_;  // by one thread at a time
+  const std::shared_ptr<Departures> departures_ = Departures::ofThisProcess();
   internal::ClosableQueue queue_;
-  std::atomic<PeripheralState> state_{PeripheralState::disconnected};  // changed under mutex_
-  std::atomic<std::size_t> longestWrite_;
+  gatt::EventForwarder events_;
 
-  mutable std::mutex mutex_;  // never held while calling a host
-  std::vector<CharacteristicPtr> characteristics_;
-  std::weak_ptr<Peripheral> peripheral_;
-  std::shared_ptr<const Events> events_ = std::make_shared<Events>();
-  std::function<void()> onDisconnect_;
-  std::shared_ptr<Client> attempting_;  // of the attempt under way
-  bool cancelled_ = false;              // the attempt under way
-  Attempt attempt_ = 0;
-  std::shared_ptr<Semaphore> left_;  // signalled when a disconnection is complete
+  mutable internal::Mutex mutex_;
+  PeripheralState state_ KWT_GUARDED_BY(mutex_) = PeripheralState::disconnected;
+  bool closed_ KWT_GUARDED_BY(mutex_) = false;  // and so disconnected for everybody else
+  std::size_t longestWrite_ KWT_GUARDED_BY(mutex_);
+  std::vector<CharacteristicPtr> characteristics_ KWT_GUARDED_BY(mutex_);
+  Attempt attempt_ KWT_GUARDED_BY(mutex_) = 0;
+  std::shared_ptr<Client> attempting_ KWT_GUARDED_BY(mutex_);  // of the attempt under way
+  bool cancelled_ KWT_GUARDED_BY(mutex_) = false;              // the attempt under way
 
   // Only on the events' thread, and when that has ended. Whoever calls out holds it: an event may end it.
   ConnectionPtr connection_;
+  std::shared_ptr<DeviceCore> self_;  // once closed by an event, until BlueZ has ended the connection
 };
 
 }  // namespace kwtsdk::bluez

@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "platform/bluez/bluez_error.h"
+
 namespace kwtsdk::bluez {
 namespace {
 
@@ -93,13 +95,19 @@ const Objects::Interface* Objects::find(const std::string& path, const char* int
   return found == object->second.end() ? nullptr : &found->second;
 }
 
-std::vector<Objects::Adapter> Objects::adapters() const {
-  std::vector<Adapter> adapters;
+std::string Objects::usableAdapter(const std::string& name) const {
+  bool known = false;
   for (const auto& [path, interfaces] : objects_) {
-    const auto* const adapter = find(path, kAdapter);
-    if (adapter != nullptr) adapters.push_back({path, valueIn(*adapter, "Powered", false)});
+    if (find(path, kAdapter) == nullptr || (!name.empty() && !path.ends_with("/" + name))) continue;
+    if (isTrue(path, kAdapter, "Powered")) return path;
+    known = true;
   }
-  return adapters;
+  throw BluezError(known ? Problem::adapterOff : Problem::noAdapter, name);
+}
+
+void Objects::expectPower(const std::string& adapter) const {
+  if (find(adapter, kAdapter) == nullptr) throw BluezError(Problem::noAdapter, "it was removed");
+  if (!isTrue(adapter, kAdapter, "Powered")) throw BluezError(Problem::adapterOff);
 }
 
 std::string Objects::deviceAt(const std::string& adapter, const std::string& address) const {
@@ -110,8 +118,8 @@ std::string Objects::deviceAt(const std::string& adapter, const std::string& add
   return {};
 }
 
-// BlueZ keeps what it once heard; only what it hears now has a signal, though perhaps one that it cannot
-// tell.
+// BlueZ keeps the devices that it heard earlier; only those that it hears now have an RSSI, of which one
+// value means that it is not known.
 std::vector<FoundDevice> Objects::heardBy(const std::string& adapter) const {
   std::vector<FoundDevice> heard;
   for (const auto& [path, interfaces] : objects_) {
@@ -128,10 +136,6 @@ std::vector<FoundDevice> Objects::heardBy(const std::string& adapter) const {
 bool Objects::isTrue(const std::string& path, const char* interface, const char* property) const {
   const auto* const found = find(path, interface);
   return found != nullptr && valueIn(*found, property, false);
-}
-
-bool Objects::exists(const std::string& path, const char* interface) const {
-  return find(path, interface) != nullptr;
 }
 
 std::vector<Objects::Characteristic> Objects::characteristicsOf(const std::string& device) const {

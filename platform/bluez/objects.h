@@ -35,11 +35,12 @@ class Objects {
               const std::vector<std::string>& invalidated);
   void clear() { objects_.clear(); }
 
-  struct Adapter {
-    std::string path;
-    bool powered;
-  };
-  std::vector<Adapter> adapters() const;
+  /// The path of the adapter of that name, or, for an empty one, of the first that has power. Throws
+  /// BluezError.
+  std::string usableAdapter(const std::string& name) const;
+
+  /// Throws BluezError when the adapter was removed or switched off.
+  void expectPower(const std::string& adapter) const;
 
   /// The path of an adapter's device; empty when it knows none of this address.
   std::string deviceAt(const std::string& adapter, const std::string& address) const;
@@ -49,7 +50,6 @@ class Objects {
 
   /// A property that is true; false also when there is no such object.
   bool isTrue(const std::string& path, const char* interface, const char* property) const;
-  bool exists(const std::string& path, const char* interface) const;
 
   struct Characteristic {
     std::string path;

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <functional>
-#include <mutex>
 #include <utility>
 
-#include "platform/bluez/discovery.h"
+#include "platform/bluez/client.h"
 
 namespace kwtsdk::bluez {
 namespace {
@@ -34,7 +33,7 @@ class Scanner::Impl {
   Impl(std::shared_ptr<Scheduler> scheduler, std::string adapter)
       : scheduler_(std::move(scheduler)), adapter_(std::move(adapter)) {}
 
-  /// Throws Trouble, after it has put there what was found.
+  /// Throws BluezError, after it has put there what was found.
   void listen(Duration time, const ScanFilter& filter, std::vector<FoundDevice>& found);
   void finish();
   void stop();
@@ -44,18 +43,19 @@ class Scanner::Impl {
 
   const std::shared_ptr<Scheduler> scheduler_;
   const std::string adapter_;
-  std::mutex mutex_;
-  std::shared_ptr<Client> client_;  // of a scan that runs
-  bool stopped_ = false;
+  internal::Mutex mutex_;
+  std::shared_ptr<Client> client_ KWT_GUARDED_BY(mutex_);  // of a scan that runs
+  bool stopped_ KWT_GUARDED_BY(mutex_) = false;
 };
 
 void Scanner::Impl::listen(Duration time, const ScanFilter& filter, std::vector<FoundDevice>& found) {
-  if (time < Duration::zero()) throw Trouble(Problem::badArgument, "a scan of less than no time");
+  if (time < Duration::zero()) throw BluezError(Problem::badArgument, "a scan of less than no time");
   const auto client =
       std::make_shared<Client>(*scheduler_, Client::Events{[](auto&&, auto&&) {}, [](auto&&) {}});
   announce(client);
   client->load();
-  const std::string adapter = usableAdapter(*client, adapter_);
+  const std::string adapter =
+      client->look([&](const Objects& objects) { return objects.usableAdapter(adapter_); });
   const Discovery discovery(*client, adapter);
   const auto collect = [&](const Objects& objects) {
     for (auto& device : objects.heardBy(adapter)) {
@@ -65,7 +65,7 @@ void Scanner::Impl::listen(Duration time, const ScanFilter& filter, std::vector<
   client->waitFor(
       [&](const Objects& objects) {
         collect(objects);
-        expectPower(objects, adapter);
+        objects.expectPower(adapter);
         return false;
       },
       time);
@@ -73,19 +73,19 @@ void Scanner::Impl::listen(Duration time, const ScanFilter& filter, std::vector<
 }
 
 void Scanner::Impl::announce(const std::shared_ptr<Client>& client) {
-  const std::lock_guard lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   client_ = client;
   if (std::exchange(stopped_, false)) client->cancel();
 }
 
 void Scanner::Impl::finish() {
   std::shared_ptr<Client> client;  // outlives the lock
-  const std::lock_guard lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   client = std::exchange(client_, nullptr);
 }
 
 void Scanner::Impl::stop() {
-  const std::lock_guard lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   stopped_ = client_ == nullptr;
   if (client_) client_->cancel();
 }

@@ -31,30 +31,15 @@ PeripheralState LinkCore::state() const {
   return state_;
 }
 
-void LinkCore::setPeripheral(const std::shared_ptr<Peripheral>& peripheral) {
-  const MutexLock lock(mutex_);
-  audience_.peripheral = peripheral;
-}
-
-void LinkCore::setEvents(Events events) {
-  auto replaced = std::make_shared<const Events>(std::move(events));
-  const MutexLock lock(mutex_);
-  audience_.events.swap(replaced);
-}
-
-void LinkCore::setOnDisconnect(std::function<void()> onDisconnect) {
-  onDisconnect_.set(std::move(onDisconnect));
-}
-
 // What a host asks for
 
-void LinkCore::write(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type) {
+void LinkCore::writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type) {
   if (const auto known = ours(target)) {
     enqueueNow([this, value, known, type, at = ready()] { carryWrite(value, known, type, at); });
   }
 }
 
-void LinkCore::setNotify(bool enabled, const std::shared_ptr<Characteristic>& target) {
+void LinkCore::setNotifyValue(bool enabled, const std::shared_ptr<Characteristic>& target) {
   const auto known = ours(target);
   if (known && known->has(characteristic_property::notify)) {
     enqueueNow([this, enabled, known, at = ready()] { carrySubscription(enabled, known, at); });
@@ -73,7 +58,7 @@ void LinkCore::disconnect() {
   ++pending_;
   queue_.async([self = shared_from_this(), next] {
     self->tellModelOf(*next);
-    if (const auto onDisconnect = self->onDisconnect_.get()) onDisconnect();
+    self->events_.didDisconnect();
     --self->pending_;
   });
 }
@@ -155,9 +140,4 @@ bool LinkCore::stale() const {
 }
 
 /// None once the connection is lost that the work under way belongs to.
-std::optional<LinkCore::Audience> LinkCore::audience() const {
-  const MutexLock lock(mutex_);
-  return running_ == generation_ ? std::optional(audience_) : std::nullopt;
-}
-
 }  // namespace kwtsdk::sim

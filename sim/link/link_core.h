@@ -10,22 +10,20 @@
 
 #include <kwtsdk/sim/simulated_link.h>
 
-#include "platform/closable_queue.h"
+#include "platform/gatt/closable_queue.h"
 #include "platform/threads/mutex.h"
 #include "sim/link/pacing.h"
 #include "sim/link/simulated_characteristic.h"
 
 namespace kwtsdk::sim {
 
-/// What happens between the two ends. Everything that travels is one piece of work on the link's queue, bound
-/// to the generation of the connection that it began in: a lost link makes it stale. Packets that the
-/// recorder has ready queue up one at a time, so that what a host writes meanwhile is served in between;
-/// those of a recording become ready one by one as they are due.
-class LinkCore : public std::enable_shared_from_this<LinkCore> {
+/// What happens between the two ends, and the recorder as the host's Bluetooth stack shows it. Everything
+/// that travels is one piece of work on the link's queue, bound to the generation of the connection that it
+/// began in: a lost link makes it stale. Packets that the recorder has ready queue up one at a time, so that
+/// what a host writes meanwhile is served in between; those of a recording become ready one by one as they
+/// are due.
+class LinkCore : public Peripheral, public std::enable_shared_from_this<LinkCore> {
  public:
-  struct Events {
-    SimulatedLink::Event didWrite, didUpdate;
-  };
   using CharacteristicPtr = std::shared_ptr<SimulatedCharacteristic>;
 
   LinkCore(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<RecorderModel> model,
@@ -33,16 +31,13 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
 
   // ---- Any thread ----
 
-  PeripheralState state() const;
-  std::size_t longestWrite(WriteType type) const;
+  PeripheralState state() const override;
+  void writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type) override;
+  void setNotifyValue(bool enabled, const std::shared_ptr<Characteristic>& target) override;
+  std::size_t maximumWriteValueLengthForType(WriteType type) const override;
+
   const std::vector<CharacteristicPtr>& characteristics() const { return characteristics_; }
-
-  void write(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type);
-  void setNotify(bool enabled, const std::shared_ptr<Characteristic>& target);
-
-  void setPeripheral(const std::shared_ptr<Peripheral>& peripheral);  // held weakly: it holds this
-  void setEvents(Events events);
-  void setOnDisconnect(std::function<void()> onDisconnect);
+  gatt::EventForwarder& events() { return events_; }
   void connect();
   void disconnect();
   void close();
@@ -50,12 +45,6 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
 
  private:
   using Generation = std::uint64_t;
-
-  /// Whom events are for.
-  struct Audience {
-    std::weak_ptr<Peripheral> peripheral;
-    std::shared_ptr<const Events> events = std::make_shared<Events>();
-  };
 
   CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
   Duration ready() const;
@@ -68,7 +57,6 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
   void enqueueReply(std::function<void()> work) { enqueue(running_, std::move(work)); }
   void barrier(const std::shared_ptr<Semaphore>& reached);
   bool stale() const;
-  std::optional<Audience> audience() const;
   void tellModelOf(Generation generation);
 
   FaultAction decide(LinkEvent event);
@@ -86,7 +74,8 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
   void pump(Duration ready);
 
   CharacteristicPtr subscribed(Channel channel) const;
-  void deliver(SimulatedLink::Event Events::*event, const CharacteristicPtr& source, const MaybeError& error,
+  using Event = decltype(&gatt::EventForwarder::didWrite);
+  void deliver(Event event, const CharacteristicPtr& source, const MaybeError& error,
                const FaultAction& action);
 
   const std::shared_ptr<Scheduler> scheduler_;
@@ -95,14 +84,13 @@ class LinkCore : public std::enable_shared_from_this<LinkCore> {
   const bool instant_;
   const std::vector<CharacteristicPtr> characteristics_ = recorderCharacteristics();
   internal::ClosableQueue queue_;
+  gatt::EventForwarder events_;
   std::atomic<std::size_t> pending_{0};
 
   mutable internal::Mutex mutex_;
   PeripheralState state_ KWT_GUARDED_BY(mutex_) = PeripheralState::connected;
   Generation generation_ KWT_GUARDED_BY(mutex_) = 1;
   std::set<CharacteristicPtr> subscriptions_ KWT_GUARDED_BY(mutex_);
-  Audience audience_ KWT_GUARDED_BY(mutex_);
-  internal::SharedField<std::function<void()>> onDisconnect_;
 
   // Only on the link's thread.
   const std::shared_ptr<FaultPlan> faults_;

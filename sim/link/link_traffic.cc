@@ -37,7 +37,7 @@ int copies(const FaultAction& action) { return action.fault == Fault::duplicate 
 
 }  // namespace
 
-std::size_t LinkCore::longestWrite(WriteType type) const {
+std::size_t LinkCore::maximumWriteValueLengthForType(WriteType type) const {
   return type == WriteType::withResponse ? kLongestValue : timing_.mtu - kPacketHead;
 }
 
@@ -84,7 +84,7 @@ MaybeError LinkCore::refusal(const FaultAction& action, const SimulatedCharacter
   if (action.fault == Fault::refuse || !target.has(characteristic_property::write)) {
     return attError(writeNotPermitted, "the recorder refused the write: not permitted (ATT error 0x03)");
   }
-  if (length > longestWrite(type)) {
+  if (length > maximumWriteValueLengthForType(type)) {
     return attError(invalidValueLength, "the recorder refused the write: too long (ATT error 0x0D)");
   }
   return std::nullopt;
@@ -137,7 +137,7 @@ void LinkCore::carryAcknowledgement(const CharacteristicPtr& target, MaybeError 
   if (action.fault == Fault::refuse) {
     error = attError(writeNotPermitted, "the recorder reported the write as not permitted (ATT error 0x03)");
   }
-  deliver(&Events::didWrite, target, error, action);
+  deliver(&gatt::EventForwarder::didWrite, target, error, action);
 }
 
 void LinkCore::carryNotification(Notification notification, Duration ready) {
@@ -149,7 +149,7 @@ void LinkCore::carryNotification(Notification notification, Duration ready) {
   value.resize(std::min(value.size(), timing_.mtu - kPacketHead));
   corrupt(value, action);
   source->setValue(std::move(value));
-  deliver(&Events::didUpdate, source, std::nullopt, action);
+  deliver(&gatt::EventForwarder::didUpdate, source, std::nullopt, action);
 }
 
 void LinkCore::carrySubscription(bool enabled, const CharacteristicPtr& target, Duration ready) {
@@ -171,13 +171,11 @@ LinkCore::CharacteristicPtr LinkCore::subscribed(Channel channel) const {
   return found == subscriptions_.end() ? nullptr : *found;
 }
 
-void LinkCore::deliver(SimulatedLink::Event Events::*event, const CharacteristicPtr& source,
-                       const MaybeError& error, const FaultAction& action) {
+void LinkCore::deliver(Event event, const CharacteristicPtr& source, const MaybeError& error,
+                       const FaultAction& action) {
   for (int i = 0; i < copies(action); ++i) {
-    const auto heard = audience();
-    const auto peripheral = heard ? heard->peripheral.lock() : nullptr;
-    if (!peripheral || !((*heard->events).*event)) return;
-    ((*heard->events).*event)(peripheral, source, error);
+    if (stale()) return;
+    (events_.*event)(shared_from_this(), source, error);
   }
 }
 

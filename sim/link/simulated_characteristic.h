@@ -1,34 +1,40 @@
 #pragma once
 
-#include <mutex>
+#include <memory>
+#include <string_view>
+#include <vector>
 
-#include <kwtsdk/peripheral.h>
+#include <kwtsdk/gatt/peripheral.h>
 #include <kwtsdk/sim/recorder_model.h>
+
+#include "sim/model/wire.h"
 
 namespace kwtsdk::sim {
 
-class SimulatedCharacteristic : public Characteristic {
+class SimulatedCharacteristic : public gatt::ValueCharacteristic {
  public:
   SimulatedCharacteristic(Channel channel, Uuid uuid, std::uint32_t properties)
-      : channel_(channel), uuid_(uuid), properties_(properties) {}
-
-  Uuid UUID() const override { return uuid_; }
-  std::uint32_t properties() const override { return properties_; }
-  std::optional<Bytes> value() const override;
+      : ValueCharacteristic(uuid, properties), channel_(channel) {}
 
   Channel channel() const { return channel_; }
-  bool has(std::uint32_t property) const { return (properties_ & property) != 0; }
-  void setValue(Bytes value);
+  bool has(std::uint32_t property) const { return (properties() & property) != 0; }
 
  private:
   const Channel channel_;
-  const Uuid uuid_;
-  const std::uint32_t properties_;
-  mutable std::mutex mutex_;
-  std::optional<Bytes> value_;
 };
 
 /// The recorder's characteristics: a pair for each channel, but one for the firmware's.
-std::vector<std::shared_ptr<SimulatedCharacteristic>> recorderCharacteristics();
+inline std::vector<std::shared_ptr<SimulatedCharacteristic>> recorderCharacteristics() {
+  using characteristic_property::notify;
+  using characteristic_property::write;
+  const auto make = [](Channel channel, std::string_view uuid, std::uint32_t properties) {
+    return std::make_shared<SimulatedCharacteristic>(channel, Uuid::fromString(uuid).value(), properties);
+  };
+  return {make(Channel::status, wire::kStatusWrite, write),
+          make(Channel::status, wire::kStatusNotify, notify),
+          make(Channel::recorder, wire::kRecorderWrite, write),
+          make(Channel::recorder, wire::kRecorderNotify, notify),
+          make(Channel::firmware, wire::kFirmware, write | notify)};
+}
 
 }  // namespace kwtsdk::sim

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "sim/link/link_core.h"
-#include "sim/link/simulated_peripheral.h"
 
 namespace kwtsdk::sim {
 
@@ -24,13 +23,9 @@ void check(const LinkTiming& timing) {
 
 class SimulatedLink::Impl {
  public:
-  explicit Impl(std::shared_ptr<LinkCore> linkCore)
-      : core(std::move(linkCore)), peripheral(std::make_shared<SimulatedPeripheral>(core)) {
-    core->setPeripheral(peripheral);
-  }
+  explicit Impl(std::shared_ptr<LinkCore> linkCore) : core(std::move(linkCore)) {}
 
   const std::shared_ptr<LinkCore> core;
-  const std::shared_ptr<SimulatedPeripheral> peripheral;
 };
 
 std::shared_ptr<SimulatedLink> SimulatedLink::create(const std::shared_ptr<Scheduler>& scheduler,
@@ -46,7 +41,7 @@ SimulatedLink::SimulatedLink(std::unique_ptr<Impl> impl) : impl_(std::move(impl)
 
 SimulatedLink::~SimulatedLink() { impl_->core->close(); }
 
-std::shared_ptr<Peripheral> SimulatedLink::peripheral() const { return impl_->peripheral; }
+std::shared_ptr<Peripheral> SimulatedLink::peripheral() const { return impl_->core; }
 
 std::vector<std::shared_ptr<Characteristic>> SimulatedLink::characteristics() const {
   const auto& all = impl_->core->characteristics();
@@ -62,17 +57,15 @@ std::shared_ptr<Characteristic> SimulatedLink::characteristic(std::string_view u
 }
 
 void SimulatedLink::setEvents(Event didWrite, Event didUpdate) {
-  impl_->core->setEvents({std::move(didWrite), std::move(didUpdate)});
+  impl_->core->events().setEvents(std::move(didWrite), std::move(didUpdate));
 }
 
 void SimulatedLink::setOnDisconnect(std::function<void()> onDisconnect) {
-  impl_->core->setOnDisconnect(std::move(onDisconnect));
+  impl_->core->events().setOnDisconnect(std::move(onDisconnect));
 }
 
 void SimulatedLink::attach(const std::shared_ptr<KWTBluetoothHelper>& facade) {
-  facade->setConnectedPeripheral(impl_->peripheral);
-  for (const auto& characteristic : characteristics()) facade->addDiscoveredCharacteristic(characteristic);
-  setEvents(facade->didWriteValueForCharacteristicBlock(), facade->didUpdateValueForCharacteristicBlock());
+  impl_->core->events().attach(facade, impl_->core, characteristics());
 }
 
 void SimulatedLink::connect() { impl_->core->connect(); }

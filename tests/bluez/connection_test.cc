@@ -3,55 +3,41 @@
 namespace kwtsdk::testing {
 namespace {
 
-const Uuid kService = *Uuid::fromString("4B1D9E07-53A6-42C8-B7F0-6E2A19820001");
-
 TEST(BluezScan, FindsWhatIsHeardAndPassesTheFilter) {
+  const Uuid service = *Uuid::fromString(sim::wire::kRecorderService);
   Host host;
   const auto scanner = bluez::Scanner::create(host.scheduler, "hci0");
-  const auto result = scanner->scan(50ms, {{kService}});
+  const auto result = scanner->scan(50ms, {{service}});
   EXPECT_EQ(nameOf(result.error), "ok");
   ASSERT_EQ(result.devices.size(), 1U);
   const auto& found = result.devices[0];
   EXPECT_EQ(std::tuple(found.address, found.name, found.signal.value_or(0), found.services),
-            std::tuple(kRecorderAddress, "Recorder", -50, std::vector{kService}));
+            std::tuple(kRecorderAddress, "Recorder", -50, std::vector{service}));
   EXPECT_TRUE(host.journal->await("StopDiscovery"));
   EXPECT_TRUE(scanner->scan(50ms, {{*Uuid::fromString("C92A")}}).devices.empty());
   host.bluez.obey("heard off");
   EXPECT_TRUE(scanner->scan(50ms).devices.empty());
 }
 
-TEST(BluezScan, StopEndsIt) {
+TEST(BluezScan, EndsBeforeItsTime) {
   Host host;
   const auto scanner = bluez::Scanner::create(host.scheduler);
-  const auto other = host.scheduler->serialQueue("other");
-  other->async([&] {
-    EXPECT_TRUE(host.journal->await("StartDiscovery answered"));
-    scanner->stop();
-  });
-  EXPECT_EQ(nameOf(scanner->scan(60min).error), "ok");
-}
-
-TEST(BluezScan, EndsWithWhatItStandsOn) {
-  Host host;
-  const auto scanner = bluez::Scanner::create(host.scheduler);
-  const auto other = host.scheduler->serialQueue("other");
-  for (const auto& [trouble, problem] :
-       {std::pair("adapter off", Problem::noAdapter), std::pair("power off", Problem::adapterOff),
-        std::pair("end", Problem::connectionLost)}) {
+  for (const auto& [command, error] : {std::pair("stop", "ok"), std::pair("adapter off", "problem 4"),
+                                       std::pair("power off", "problem 5"), std::pair("end", "problem 9")}) {
     host.bluez.obey("power on;adapter on");
-    other->async([&, command = trouble] {
-      EXPECT_TRUE(host.journal->await("StartDiscovery answered"));
-      host.bluez.obey(command);
+    host.journal->take();
+    host.after("StartDiscovery answered", [&, command = std::string(command)] {
+      command == "stop" ? scanner->stop() : host.bluez.obey(command);
     });
     const auto result = scanner->scan(60min);
-    EXPECT_EQ(nameOf(result.error), nameOf(problem)) << trouble;
-    if (problem == Problem::adapterOff) {
-      EXPECT_EQ(result.devices.size(), 1U);  // heard before
+    EXPECT_EQ(nameOf(result.error), error) << command;
+    if (command == std::string("power off")) {
+      EXPECT_EQ(result.devices.size(), 1U) << command;  // heard before
     }
   }
 }
 
-TEST(BluezConnection, CarriesQueriesAndUpdates) {
+TEST(BluezConnection, CarriesQueries) {
   Host host;
   std::vector<ConnectStep> steps;
   ASSERT_EQ(nameOf(host.device->connect({.onStep = [&](ConnectStep step) { steps.push_back(step); }})), "ok");
@@ -61,19 +47,6 @@ TEST(BluezConnection, CarriesQueriesAndUpdates) {
   EXPECT_EQ(host.helper->getPower(), 87);
   EXPECT_TRUE(host.helper->getFirmwareVersion());
   EXPECT_TRUE(host.helper->getCapacity());
-
-  const TemporaryFolder folder;
-  const Bytes image = recordingOf(20000);
-  writeFile(folder.file("image"), {image.begin(), image.end()});
-  const auto installed = host.scheduler->semaphore("installed");  // by a command that is not answered
-  host.model->setFirmwareSlot([installed](const Bytes&) {
-    installed->signal();
-    return true;
-  });
-  host.helper->updateFirmware(folder.file("image"), nullptr, host.completion());
-  EXPECT_TRUE(host.journal->await("done ok"));
-  EXPECT_TRUE(installed->wait(1min));
-  EXPECT_TRUE(host.model->installedImage() == image);
   EXPECT_EQ(std::ranges::count(host.journal->take(), "overlap"), 0);
 }
 
@@ -109,6 +82,30 @@ TEST(BluezConnection, RefusalsKeepTheirNames) {
     host.write();
     EXPECT_TRUE(host.journal->await("didWrite ok"));
   }
+}
+
+TEST(GattEvents, ADetachedFacadeHasAndHearsNothing) {
+  const auto helper = KWTBluetoothHelper::create({nullptr, nullptr, nullptr, std::make_shared<LineLog>()});
+  const auto peripheral = std::make_shared<FakePeripheral>(), other = std::make_shared<FakePeripheral>();
+  const auto target = FakeHost::make("CA2A", FakeHost::kWrite);
+  int heard = 0;
+  const auto fail = [&](const gatt::EventForwarder& events) {  // which ends the command that is pending
+    helper->setCompletionBlock([&](auto&&...) { ++heard; });
+    events.didWrite(peripheral, target, Error("stack", 1, {}));
+    return heard;
+  };
+  gatt::EventForwarder events;
+  events.attach(helper, peripheral, {target});
+  EXPECT_EQ(helper->connectedPeripheral(), peripheral);
+  EXPECT_EQ(fail(events), 1);
+  events.detach();
+  EXPECT_EQ(std::pair(helper->connectedPeripheral() == nullptr, helper->discoveredCharacteristics().size()),
+            std::pair(true, std::size_t(0)));
+  EXPECT_EQ(fail(events), 1);
+  events.attach(helper, peripheral, {target});
+  helper->setConnectedPeripheral(other);
+  events.detach();
+  EXPECT_EQ(helper->connectedPeripheral(), other);
 }
 
 }  // namespace

@@ -1,44 +1,301 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
+#include <algorithm>
+#include <atomic>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
 
-#include "tests/bluez/event_loop.h"
-#include "tests/bluez/fake_service.h"
+#include <kwtsdk/sim/simulated_link.h>
+
+#include "sim/model/wire.h"
+#include "tests/bluez/fake_bus.h"
+#include "tests/bluez/journal.h"
 
 namespace kwtsdk::testing {
 
-/// A fake bluetoothd on the system bus with a simulated recorder in reach. As BlueZ does, it knows a device
-/// after a discovery heard it, refuses a second operation on the same characteristic while one is under way,
-/// and passes notifications on between StartNotify and StopNotify.
+inline constexpr const char* kRecorderAddress = "AA:BB:CC:DD:EE:FF";
+
+/// A fake bluetoothd on the system bus with the adapter hci0 and a simulated recorder in reach. As BlueZ
+/// does, it knows a device after a discovery heard it, refuses a second operation on the same characteristic
+/// while one is under way, and passes notifications on between StartNotify and StopNotify. The journal gets
+/// "METHOD" or "METHOD UUID" when a call comes and "METHOD answered"; "overlap" for a GATT operation that
+/// comes while another is under way.
 class FakeBluez {
  public:
   /// Not started yet. Nobody else may hold the link when this ends.
-  FakeBluez(Scheduler& scheduler, std::shared_ptr<sim::SimulatedLink> link, std::shared_ptr<Journal> journal);
-  ~FakeBluez();
-  FakeBluez(const FakeBluez&) = delete;
-  FakeBluez& operator=(const FakeBluez&) = delete;
+  FakeBluez(Scheduler& scheduler, std::shared_ptr<sim::SimulatedLink> link, std::shared_ptr<Journal> journal)
+      : link_(std::move(link)),
+        journal_(std::move(journal)),
+        bus_(scheduler, [this](const CallPtr& call) { take(call); }) {
+    link_->disconnect();
+    const auto post = [this](const auto& source, const std::optional<Bytes>& value, const MaybeError& error) {
+      bus_.post([=, this] { tellOf(source, value, error.has_value()); });
+    };
+    link_->setEvents(
+        [post](auto&&, const auto& source, const auto& error) { post(source, std::nullopt, error); },
+        [post](auto&&, const auto& source, const auto&) { post(source, source->value(), std::nullopt); });
+    link_->setOnDisconnect([this] {
+      bus_.post([this] {  // unless it is connected again
+        if (link_ && link_->peripheral()->state() == PeripheralState::disconnected) lose();
+      });
+    });
+  }
+  ~FakeBluez() {
+    obey("end");
+    bus_.run([this] { link_ = nullptr; });  // which waits for its events
+  }
 
   /// Commands separated by ";", done when this returns. Throws std::exception.
   ///   start | end                       of the service
   ///   adapter on|off   power on|off     the adapter is there, has power
-  ///   heard on|off                      the recorder is in reach
-  ///   resolve on|off                    its services become known
-  ///   mtu N | lack UUID-PART
+  ///   heard on|off                      the recorder is in reach; while off, it accepts no connection either
+  ///   resolve on|off                    its services become known, after a connection
+  ///   mtu N | lack UUID-PART            of its characteristics
   ///   refuse METHOD ERROR | hold METHOD | release METHOD
   ///   lose                              the connection
-  void obey(const std::string& commands);
+  void obey(const std::string& commands) {
+    std::istringstream lines(commands);
+    for (std::string line; std::getline(lines, line, ';');) bus_.run([&] { obeyOne(line); });
+  }
 
  private:
-  void obeyOne(const std::string& command);
-  void postToService(std::function<void(FakeService&)> work);
+  static constexpr const char *kAdapterPath = "/org/bluez/hci0", *kFailed = "org.bluez.Error.Failed";
+
+  using Object = FakeBus::Object;
+  using CallPtr = FakeBus::CallPtr;
+  struct Gatt {
+    std::string path;
+    std::shared_ptr<Characteristic> source;
+    Object object = nullptr;
+    CallPtr running = nullptr;
+    bool notifying = false;
+  };
+
+  void obeyOne(const std::string& command) {
+    std::istringstream words(command);
+    std::string verb, object, error;
+    words >> verb >> object >> error;
+    if (verb == "start") {
+      if (!bus_.isStarted()) bus_.start([this] { follow(); });
+    } else if (verb == "end") {
+      if (bus_.isStarted()) bus_.end([this] { forget(); });
+    } else if (verb == "lose") {
+      lose();
+    } else if (verb == "hold" || verb == "refuse") {
+      state_[object] = verb == "hold" ? verb : error;
+    } else if (verb == "release") {
+      state_.erase(object);
+    } else if (state_.contains(verb)) {
+      state_[verb] = object;
+    } else {
+      throw std::invalid_argument("unknown command: " + command);
+    }
+    if (bus_.isStarted()) follow();
+  }
+
+  std::string state(const std::string& word) const {
+    const auto found = state_.find(word);
+    return found == state_.end() ? "" : found->second;
+  }
+
+  void follow() {  // the state
+    const bool adapter = state("adapter") == "on", power = state("power") == "on";
+    if (adapter != (adapter_ != nullptr)) adapter ? addAdapter() : removeAdapter();
+    if (adapter_ && power_.exchange(power) != power) {
+      FakeBus::tell(adapter_, bluez::kAdapter, {{"Powered", sdbus::Variant(power)}});
+      if (!power) lose();
+    }
+    if (discovering_) hear();
+    resolve();
+    const auto free =
+        std::stable_partition(held_.begin(), held_.end(), [&](const CallPtr& call) { return isHeld(*call); });
+    const std::vector<CallPtr> released(free, held_.end());  // whose work may fail what is still held
+    held_.erase(free, held_.end());
+    for (const auto& call : released) work(call);
+  }
+
+  void forget() {
+    for (auto* const object : {&recorder_, &stranger_, &adapter_}) *object = nullptr;
+    gatts_.clear();
+    held_.clear();
+    discovering_ = connected_ = resolved_ = false;
+    link_->disconnect();
+  }
+
+  void take(const CallPtr& call) {
+    std::string line = call->method;
+    if (call->path.find("/char") != std::string::npos) {
+      Gatt* const gatt = gattAt(call->path);
+      if (gatt == nullptr) return answer(call, "org.freedesktop.DBus.Error.UnknownObject");  // just withdrawn
+      if (std::ranges::any_of(gatts_, [](const Gatt& each) { return each.running != nullptr; }))
+        journal_->add("overlap");
+      if (gatt->running) return answer(call, "org.bluez.Error.InProgress");
+      gatt->running = call;
+      line += " " + gatt->source->UUID().toString().substr(4, 4);
+    }
+    journal_->add(line);
+    if (isHeld(*call)) return held_.push_back(call);
+    const std::string refusal = state(call->method);
+    refusal.empty() ? work(call) : answer(call, refusal);
+  }
+
+  void work(const CallPtr& call) {
+    const std::string& method = call->method;
+    if (method == "Connect") return connect(call);
+    if (method == "Disconnect") lose(), failHeld();
+    if (method == "StartDiscovery" || method == "StopDiscovery") discover(method == "StartDiscovery");
+    if (method == "StartNotify" || method == "StopNotify") {
+      Gatt& gatt = *gattAt(call->path);
+      gatt.notifying = method == "StartNotify";
+      link_->peripheral()->setNotifyValue(gatt.notifying, gatt.source);
+    }
+    if (method == "WriteValue") {
+      const auto type = call->request ? WriteType::withResponse : WriteType::withoutResponse;
+      link_->peripheral()->writeValue(call->value, gattAt(call->path)->source, type);
+      if (call->request) return;  // the link tells when to answer
+    }
+    answer(call);
+  }
+
+  void answer(const CallPtr& call, const std::string& error = {}) {
+    for (auto& gatt : gatts_) {
+      if (gatt.running == call) gatt.running = nullptr;
+    }
+    FakeBus::answer(*call, error);
+    journal_->add(call->method + " answered");
+  }
+
+  bool isHeld(const FakeBus::Call& call) const {
+    return state(call.method) == "hold" || (call.method == "Connect" && state("heard") != "on");
+  }
+  void failHeld() {
+    for (const auto& call : std::exchange(held_, {})) answer(call, kFailed);
+  }
+
+  void addAdapter() {
+    adapter_ = bus_.object(kAdapterPath);
+    power_ = state("power") == "on";
+    FakeBus::addProperty(adapter_, bluez::kAdapter, "Powered", [this] { return power_.load(); });
+    bus_.addMethods<FakeBus::Properties>(adapter_, bluez::kAdapter, {"SetDiscoveryFilter"});
+    bus_.addMethods(adapter_, bluez::kAdapter, {"StartDiscovery", "StopDiscovery"});
+    FakeBus::publish(adapter_);
+    stranger_ = device("11:22:33:44:55:66", false);
+  }
+  void removeAdapter() {
+    lose();
+    for (auto* const object : {&recorder_, &stranger_, &adapter_}) FakeBus::withdraw(*object);
+    discovering_ = false;
+  }
+
+  void discover(bool on) {
+    discovering_ = on;
+    if (on) hear();
+    if (!on && recorder_) FakeBus::tell(recorder_, bluez::kDevice, {}, {"RSSI"});
+  }
+  void hear() {
+    if (state("heard") != "on") {
+      if (!connected_) FakeBus::withdraw(recorder_);
+    } else if (recorder_) {
+      FakeBus::tell(recorder_, bluez::kDevice, {{"RSSI", sdbus::Variant(std::int16_t(-60))}});
+    } else {
+      recorder_ = device(kRecorderAddress, true);
+    }
+  }
+
+  Object device(const std::string& address, bool heard) {
+    std::string path = std::string(kAdapterPath).append("/dev_").append(address);
+    std::ranges::replace(path, ':', '_');
+    auto made = bus_.object(path);
+    const auto add = [&](const char* name, auto get) {
+      FakeBus::addProperty(made, bluez::kDevice, name, get);
+    };
+    add("Address", [address] { return address; });
+    add("Name", [heard] { return std::string(heard ? "Recorder" : "Stranger"); });
+    add("UUIDs", [] { return std::vector<std::string>{sim::wire::kRecorderService}; });
+    add("Connected", [this, heard] { return heard && connected_; });
+    add("ServicesResolved", [this, heard] { return heard && resolved_; });
+    if (heard) add("RSSI", [] { return std::int16_t(-50); });
+    bus_.addMethods(made, bluez::kDevice, {"Connect", "Disconnect"});
+    FakeBus::publish(made);
+    return made;
+  }
+
+  void connect(const CallPtr& call) {
+    if (connected_) return answer(call);
+    link_->connect();
+    connected_ = true;
+    FakeBus::tell(recorder_, bluez::kDevice, {{"Connected", sdbus::Variant(true)}});
+    answer(call);
+    resolve();
+  }
+
+  void resolve() {
+    if (!connected_ || state("resolve") != "on" || resolved_) return;
+    for (const auto& source : link_->characteristics()) {
+      if (source->UUID().toString().find(state("lack")) == std::string::npos) addGatt(source);
+    }
+    resolved_ = true;
+    FakeBus::tell(recorder_, bluez::kDevice, {{"ServicesResolved", sdbus::Variant(true)}});
+  }
+
+  void lose() {
+    if (!connected_.exchange(false)) return;
+    link_->disconnect();
+    resolved_ = false;
+    failHeld();
+    for (const auto& gatt : gatts_) {
+      if (gatt.running) answer(CallPtr(gatt.running), kFailed);
+    }
+    FakeBus::tell(recorder_, bluez::kDevice,
+                  {{"Connected", sdbus::Variant(false)}, {"ServicesResolved", sdbus::Variant(false)}});
+    for (auto& gatt : gatts_) FakeBus::withdraw(gatt.object);
+    gatts_.clear();
+  }
+
+  void addGatt(const std::shared_ptr<Characteristic>& source) {
+    Gatt gatt{recorder_->getObjectPath() + "/service0001/char" + std::to_string(gatts_.size()), source};
+    gatt.object = bus_.object(gatt.path);
+    const auto add = [&](const char* name, auto value) {
+      FakeBus::addProperty(gatt.object, bluez::kCharacteristic, name, [value] { return value; });
+    };
+    std::vector<std::string> flags;
+    if ((source->properties() & characteristic_property::write) != 0) flags.emplace_back("write");
+    if ((source->properties() & characteristic_property::notify) != 0) flags.emplace_back("notify");
+    add("UUID", source->UUID().toString());
+    add("Flags", flags);
+    add("MTU", static_cast<std::uint16_t>(std::stoul(state("mtu"))));
+    bus_.addMethods<Bytes, FakeBus::Properties>(gatt.object, bluez::kCharacteristic, {"WriteValue"});
+    bus_.addMethods(gatt.object, bluez::kCharacteristic, {"StartNotify", "StopNotify"});
+    FakeBus::publish(gatt.object);
+    gatts_.push_back(std::move(gatt));
+  }
+
+  Gatt* gattAt(const std::string& path) {
+    const auto found = std::ranges::find(gatts_, path, &Gatt::path);
+    return found == gatts_.end() ? nullptr : &*found;
+  }
+
+  /// What the link has told: a value, or the outcome of a write.
+  void tellOf(const std::shared_ptr<Characteristic>& source, const std::optional<Bytes>& value, bool failed) {
+    const auto gatt = std::ranges::find(gatts_, source, &Gatt::source);
+    if (gatt == gatts_.end()) return;
+    if (!value && gatt->running) answer(CallPtr(gatt->running), failed ? kFailed : "");
+    if (value && gatt->notifying)
+      FakeBus::tell(gatt->object, bluez::kCharacteristic, {{"Value", sdbus::Variant(*value)}});
+  }
 
   std::shared_ptr<sim::SimulatedLink> link_;
   const std::shared_ptr<Journal> journal_;
-  FakeState state_;
-  std::unique_ptr<FakeService> service_;
-  EventLoop loop_;  // last, so that its thread ends first
+  // What obey() was told; a method's is "hold", or the D-Bus name of the error that refuses it.
+  std::map<std::string, std::string> state_{{"adapter", "on"}, {"power", "on"}, {"heard", "on"},
+                                            {"resolve", "on"}, {"mtu", "247"},  {"lack", "none"}};
+  std::atomic<bool> power_{false}, connected_{false}, resolved_{false};  // properties
+  bool discovering_ = false;
+  std::vector<CallPtr> held_;
+  Object adapter_, stranger_, recorder_;  // the stranger is known from earlier and not heard now
+  std::vector<Gatt> gatts_;
+  FakeBus bus_;  // last, so that its thread ends first
 };
 
 }  // namespace kwtsdk::testing

@@ -45,11 +45,6 @@ struct Host {
     device->setOnDisconnect([this] { journal->add("onDisconnect"); });
   }
 
-  /// A completion that adds "done ERROR".
-  auto completion() const {
-    return [journal = journal](const MaybeError& error, auto&&...) { journal->add("done " + nameOf(error)); };
-  }
-
   std::shared_ptr<Characteristic> characteristic(const char* uuid) const {
     for (const auto& each : device->characteristics()) {
       if (each->UUID() == Uuid::fromString(uuid)) return each;
@@ -59,6 +54,12 @@ struct Host {
   void write() {  // the battery query
     device->peripheral()->writeValue(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"),
                                      characteristic("CA2A"), WriteType::withResponse);
+  }
+  void after(const std::string& line, std::function<void()> work) const {  // once the journal has it
+    other->async([journal = journal, line, work = std::move(work)] {
+      EXPECT_TRUE(journal->await(line));
+      work();
+    });
   }
   void setNotify(bool on) { device->peripheral()->setNotifyValue(on, characteristic("C92A")); }
 
@@ -74,6 +75,7 @@ struct Host {
                                   .settings = std::make_shared<NotedSettings>(),
                                   .opusConverter = nullptr,
                                   .log = std::make_shared<LineLog>()});
+  std::shared_ptr<SerialQueue> other = scheduler->serialQueue("other");
 };
 
 }  // namespace kwtsdk::testing

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <algorithm>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <kwtsdk/scheduler.h>
+
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::testing {
 
@@ -19,7 +19,7 @@ class Journal {
 
   void add(std::string line) {
     {
-      const std::lock_guard lock(mutex_);
+      const internal::MutexLock lock(mutex_);
       lines_.push_back(std::move(line));
     }
     added_->signal();
@@ -28,26 +28,25 @@ class Journal {
   /// Waits for this line, after the one last waited for. One thread.
   bool await(const std::string& line) {
     do {
-      const std::lock_guard lock(mutex_);
-      const auto found = std::find(lines_.begin() + read_, lines_.end(), line);
-      if (found == lines_.end()) continue;
-      read_ = found - lines_.begin() + 1;
-      return true;
+      const internal::MutexLock lock(mutex_);
+      while (read_ < lines_.size()) {
+        if (lines_[read_++] == line) return true;
+      }
     } while (added_->wait(std::chrono::seconds(20)));
     return false;
   }
 
   std::vector<std::string> take() {
-    const std::lock_guard lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     read_ = 0;
     return std::exchange(lines_, {});
   }
 
  private:
   const std::shared_ptr<Semaphore> added_;
-  std::mutex mutex_;
-  std::vector<std::string> lines_;
-  std::ptrdiff_t read_ = 0;
+  internal::Mutex mutex_;
+  std::vector<std::string> lines_ KWT_GUARDED_BY(mutex_);
+  std::size_t read_ KWT_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace kwtsdk::testing

@@ -1,5 +1,10 @@
 #pragma once
 
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
 #include <string>
 
 #include <sys/types.h>
@@ -13,17 +18,39 @@ class PrivateBus {
  public:
   enum class Policy { open, noMessagesToBluez };
 
-  explicit PrivateBus(Policy policy = Policy::open);
+  explicit PrivateBus(Policy policy = Policy::open) {
+    const std::string address = "unix:path=" + folder_.file("socket");
+    writeFile(folder_.file("conf"),
+              "<busconfig><listen>" + address +
+                  "</listen><auth>EXTERNAL</auth><policy context='default'><allow user='*'/><allow own='*'/>"
+                  "<allow send_destination='*' eavesdrop='true'/><allow eavesdrop='true'/>" +
+                  (policy == Policy::open ? "" : "<deny send_destination='org.bluez'/>") +
+                  "</policy></busconfig>");
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
+    start();
+  }
   ~PrivateBus() { end(); }
-  PrivateBus(const PrivateBus&) = delete;
-  PrivateBus& operator=(const PrivateBus&) = delete;
 
-  /// Start it again at the same address; kill it.
-  void start();
-  void end();
+  /// Start it again at the same address.
+  void start() {
+    const std::string command =
+        "exec dbus-daemon --nofork --print-pid --config-file=" + folder_.file("conf") + " 2>/dev/null";
+    output_ = ::popen(command.c_str(), "re");
+    if (std::fscanf(output_, "%d", &process_) != 1)  // which it prints when it listens
+      throw std::runtime_error("dbus-daemon does not start: install the package dbus");
+  }
+
+  /// Kill it.
+  void end() {
+    if (output_ == nullptr) return;
+    ::kill(process_, SIGKILL);
+    ::pclose(std::exchange(output_, nullptr));
+    std::filesystem::remove(folder_.file("socket"));
+  }
 
  private:
   const TemporaryFolder folder_;
+  std::FILE* output_ = nullptr;
   pid_t process_ = 0;
 };
 

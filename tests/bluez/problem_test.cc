@@ -6,38 +6,42 @@ namespace kwtsdk::testing {
 namespace {
 
 struct Case {
-  std::string expected;
-  std::string trouble;
+  std::string expected, before;
   Duration bluez::ConnectOptions::*shortened = nullptr;  // the step that has to run out of time
-  std::string whileConnecting = {}, whileDiscovering = {};
+  std::string sign = {}, then = {};                      // on another thread, while the first one waits
 };
 
 // Whatever went wrong, the same device connects when it is over.
 TEST(BluezProblems, OfAConnection) {
+  using Options = bluez::ConnectOptions;
+  const std::string unknown = "adapter off;adapter on;heard off";
   const std::vector<Case> cases{
       {nameOf(Problem::noAdapter), "adapter off"},
       {nameOf(Problem::adapterOff), "power off"},
       {nameOf(Problem::serviceNotRunning), "end"},
-      {nameOf(Problem::deviceNotFound), "adapter off;adapter on;heard off",
-       &bluez::ConnectOptions::searching},
-      {nameOf(Problem::noConnection), "hold Connect", &bluez::ConnectOptions::connecting},
-      {nameOf(Problem::noServices), "resolve off", &bluez::ConnectOptions::discovering},
-      {"org.bluez.Error.AuthenticationFailed", "refuse Connect org.bluez.Error.AuthenticationFailed"},
-      {nameOf(Problem::connectionLost), "hold Connect", nullptr, "end"},
-      {nameOf(Problem::connectionLost), "resolve off", nullptr, "", "end"},
-      {nameOf(Problem::connectionLost), "resolve off", nullptr, "", "lose"},
-      {nameOf(Problem::adapterOff), "resolve off", nullptr, "", "power off"},
+      {nameOf(Problem::deviceNotFound), unknown, &Options::searching},
+      {nameOf(Problem::noConnection), "hold Connect", &Options::connecting},
+      {nameOf(Problem::noServices), "resolve off", &Options::discovering},
+      {"org.bluez.Error.Refused", "refuse Connect org.bluez.Error.Refused"},
+      {nameOf(Problem::connectionLost), "hold Connect", nullptr, "Connect", "end"},
+      {nameOf(Problem::connectionLost), "resolve off", nullptr, "Connect answered", "end"},
+      {nameOf(Problem::connectionLost), "resolve off", nullptr, "Connect answered", "lose"},
+      {nameOf(Problem::adapterOff), "resolve off", nullptr, "Connect answered", "power off"},
+      {nameOf(Problem::cancelled), unknown, nullptr, "StartDiscovery answered", "disconnect"},
+      {nameOf(Problem::cancelled), "hold Connect", nullptr, "Connect", "disconnect"},
+      {nameOf(Problem::cancelled), "resolve off", nullptr, "Connect answered", "disconnect"},
   };
   Host host;
   for (const auto& each : cases) {
-    SCOPED_TRACE(each.expected + ": " + each.trouble + " " + each.whileConnecting + each.whileDiscovering);
-    host.bluez.obey(each.trouble);
-    bluez::ConnectOptions options;
+    SCOPED_TRACE(each.expected + ": " + each.before + " " + each.then);
+    host.bluez.obey(each.before);
+    host.journal->take();
+    if (!each.then.empty()) {
+      host.after(each.sign,
+                 [&] { each.then == "disconnect" ? host.device->disconnect() : host.bluez.obey(each.then); });
+    }
+    Options options;
     if (each.shortened != nullptr) options.*each.shortened = 50ms;
-    options.onStep = [&](ConnectStep step) {
-      if (step == ConnectStep::connecting) host.bluez.obey(each.whileConnecting);
-      if (step == ConnectStep::discovering) host.bluez.obey(each.whileDiscovering);
-    };
     EXPECT_EQ(nameOf(host.device->connect(options)), each.expected);
     EXPECT_EQ(host.device->peripheral()->state(), PeripheralState::disconnected);
     host.bluez.obey("start;adapter on;power on;heard on;resolve on;release Connect");
@@ -77,27 +81,6 @@ TEST(BluezProblems, OfTheBus) {
   check(host, Problem::busFailure);
   ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/socket", 1);
   check(host, Problem::busUnreachable);
-}
-
-// The thread that connects is waiting; another one gives up.
-TEST(BluezProblems, Cancelled) {
-  Host host;
-  const auto other = host.scheduler->serialQueue("other");
-  for (const auto& [trouble, sign] :
-       {std::pair("adapter off;adapter on;heard off", "StartDiscovery answered"),
-        std::pair("heard on;hold Connect", "Connect"),
-        std::pair("release Connect;resolve off", "Connect answered")}) {
-    host.bluez.obey(trouble);
-    host.journal->take();
-    other->async([&host, sign = sign] {
-      EXPECT_TRUE(host.journal->await(sign));
-      host.device->disconnect();
-    });
-    EXPECT_EQ(nameOf(host.device->connect()), nameOf(Problem::cancelled)) << sign;
-    EXPECT_EQ(host.device->peripheral()->state(), PeripheralState::disconnected);
-  }
-  host.bluez.obey("resolve on");
-  EXPECT_EQ(nameOf(host.device->connect()), "ok");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include <kwtsdk/gatt/peripheral.h>
 #include <kwtsdk/kwtsdk.h>
 
 #include "codec/hex.h"
@@ -17,19 +18,9 @@ namespace kwtsdk::testing {
 
 using Lines = std::vector<std::string>;
 
-class FakeCharacteristic : public Characteristic {
- public:
+struct FakeCharacteristic : gatt::ValueCharacteristic {
   FakeCharacteristic(const std::string& uuid, std::uint32_t properties)
-      : uuid_(*Uuid::fromString(uuid)), properties_(properties) {}
-  Uuid UUID() const override { return uuid_; }
-  std::uint32_t properties() const override { return properties_; }
-  std::optional<Bytes> value() const override { return value_; }
-  void setValue(std::optional<Bytes> value) { value_ = std::move(value); }
-
- private:
-  Uuid uuid_;
-  std::uint32_t properties_;
-  std::optional<Bytes> value_;
+      : ValueCharacteristic(*Uuid::fromString(uuid), properties) {}
 };
 
 /// A peripheral that does nothing by itself: it writes down what it was asked, as "write <hex>", "on <uuid>"

@@ -1,4 +1,4 @@
-#include "platform/closable_queue.h"
+#include "platform/gatt/closable_queue.h"
 
 #include <mutex>
 #include <utility>

@@ -4,12 +4,14 @@
 #include <memory>
 #include <string>
 
+#include <kwtsdk/export.h>
 #include <kwtsdk/scheduler.h>
 
 namespace kwtsdk::internal {
 
-/// A serial queue which can be closed while others still submit to it.
-class ClosableQueue {
+/// A serial queue which can be closed while others still submit to it: the events' thread of a Bluetooth
+/// stack. Exported for the libraries around the core.
+class KWTSDK_EXPORT ClosableQueue {
  public:
   ClosableQueue(Scheduler& scheduler, const std::string& label);
 

@@ -1,4 +1,4 @@
-#include "platform/bluez/trouble.h"
+#include "platform/bluez/bluez_error.h"
 
 #include <sdbus-c++/Error.h>
 
@@ -54,7 +54,7 @@ bool saysGone(const std::string& name) {
 
 }  // namespace
 
-Trouble::Trouble(Problem problem, const std::string& detail) : error_(errorOf(problem, detail)) {}
+BluezError::BluezError(Problem problem, const std::string& detail) : error_(errorOf(problem, detail)) {}
 
 Error errorOf(Problem problem, const std::string& detail) {
   std::string text;

@@ -7,6 +7,55 @@
 namespace kwtsdk::testing {
 namespace {
 
+TEST(BluezLoss, FailsWhatIsQueuedAndIsFollowedByAnotherConnection) {
+  Host host;
+  struct Loss {
+    std::string loss, repair;
+  };
+  for (const auto& [loss, repair] :
+       {Loss{"lose", "start"}, Loss{"power off", "power on"}, Loss{"adapter off", "adapter on"},
+        Loss{"end", "start"}, Loss{"bus", "end;start"}, Loss{"disconnect", "start"}}) {
+    SCOPED_TRACE(loss);
+    ASSERT_EQ(nameOf(host.device->connect()), "ok");
+    host.bluez.obey("hold WriteValue");
+    host.journal->take();
+    for (int i = 0; i < 3; ++i) host.write();
+    EXPECT_TRUE(host.journal->await("WriteValue CA2A"));
+    if (loss == "bus") {
+      host.bus.end();
+    } else if (loss == "disconnect") {
+      host.device->disconnect();
+    } else {
+      host.bluez.obey(loss);
+    }
+    EXPECT_TRUE(host.journal->await("onDisconnect"));
+    EXPECT_EQ(host.device->peripheral()->state(), PeripheralState::disconnected);
+    auto lines = host.journal->take();
+    std::erase_if(lines, [](const std::string& line) {
+      return line.starts_with("WriteValue") || line.starts_with("Disconnect");
+    });
+    EXPECT_EQ(lines.size(), 4U);
+    EXPECT_EQ(lines.back(), "onDisconnect");
+    EXPECT_EQ(std::ranges::count(lines, "didWrite ok"), 0);
+
+    host.write();
+    EXPECT_TRUE(host.journal->await("didWrite " + nameOf(Problem::connectionLost)));
+    if (loss == "bus") host.bus.start();
+    host.bluez.obey(repair + ";release WriteValue");
+    const auto before = host.characteristic("CA2A");
+    ASSERT_EQ(nameOf(host.device->connect()), "ok");
+    EXPECT_EQ(host.characteristic("CA2A"), before);
+    host.write();
+    EXPECT_TRUE(host.journal->await("didWrite ok"));
+  }
+  const auto target = host.characteristic("CA2A");
+  host.device->disconnect();
+  host.bluez.obey("lack CA2A");
+  ASSERT_EQ(nameOf(host.device->connect()), "ok");
+  host.device->peripheral()->writeValue({1}, target, WriteType::withResponse);  // which is no longer there
+  EXPECT_TRUE(host.journal->await("didWrite " + nameOf(Problem::connectionLost)));
+}
+
 // Nothing comes after the end of the device, and BlueZ is told.
 TEST(BluezRelease, AtAnyMoment) {
   const std::vector<std::tuple<std::string, std::string, bool>> cases{
@@ -38,10 +87,11 @@ TEST(BluezRelease, AtAnyMoment) {
     EXPECT_TRUE(host.journal->await("ended"));
     EXPECT_EQ(peripheral->state(), PeripheralState::disconnected);
     const auto next = Device::create(host.scheduler, kRecorderAddress);
-    EXPECT_EQ(nameOf(next->connect()), "ok");
+    EXPECT_EQ(nameOf(next->connect({.onStep = [&](auto) { host.journal->add("step"); }})), "ok");
     const auto lines = host.journal->take();
-    if (connected) {
+    if (connected) {  // and the next one waits for the end of this one
       EXPECT_EQ(std::ranges::count(lines, "Disconnect"), 1);
+      EXPECT_LT(std::ranges::find(lines, "Disconnect"), std::ranges::find(lines, "step"));
     }
     if (moment == "didWrite") {
       EXPECT_EQ(std::ranges::count(lines, "WriteValue CA2A"), 1);
@@ -84,6 +134,7 @@ TEST(BluezRelease, WhileOthersConnectDisconnectWriteAndLose) {
   EXPECT_TRUE(host.journal->await("didWrite ok"));
 }
 
+// A facade attached before works after a loss as well.
 TEST(BluezRelease, RoundsLeaveNothingBehind) {
   Host host;
   const auto used = [] {  // descriptors, threads and heap in units of 20,000 bytes
@@ -95,14 +146,11 @@ TEST(BluezRelease, RoundsLeaveNothingBehind) {
   std::ptrdiff_t before = 0;
   for (int round = 0; round < 200; ++round) {
     ASSERT_EQ(nameOf(host.device->connect()), "ok");
-    host.device->attach(host.helper);
+    if (round % 4 < 2) host.device->attach(host.helper);
     EXPECT_EQ(host.helper->getPower(), 87);
-    if (round % 2 == 0) {
-      host.device->disconnect();
-    } else {
-      host.bluez.obey("lose");
-    }
+    round % 2 == 0 ? host.device->disconnect() : host.bluez.obey("lose");
     EXPECT_TRUE(host.journal->await("onDisconnect"));
+    EXPECT_EQ(host.helper->getPower(), 0);  // not sent
     host.journal->take();
     if (round == 10) before = used();
   }

@@ -14,13 +14,13 @@ class Error;
 namespace kwtsdk::bluez {
 
 /// How an error travels inside the adapter, as far as the public operation that reports it.
-class Trouble : public std::exception {
+class BluezError : public std::exception {
  public:
-  explicit Trouble(Error error) : error_(std::move(error)) {}
-  explicit Trouble(Problem problem, const std::string& detail = {});
+  explicit BluezError(Error error) : error_(std::move(error)) {}
+  explicit BluezError(Problem problem, const std::string& detail = {});
 
   const Error& error() const { return error_; }
-  const char* what() const noexcept override { return "Bluetooth trouble"; }
+  const char* what() const noexcept override { return "Bluetooth error"; }
 
  private:
   Error error_;
@@ -42,8 +42,8 @@ MaybeError attempted(Work&& work) {
   try {
     work();
     return std::nullopt;
-  } catch (const Trouble& trouble) {
-    return trouble.error();
+  } catch (const BluezError& failure) {
+    return failure.error();
   } catch (const std::exception& exception) {
     return errorOf(Problem::busFailure, exception.what());
   }
