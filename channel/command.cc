@@ -1,8 +1,11 @@
 #include "channel/command.h"
 
-#include <utility>
-
 namespace kwtsdk::internal {
+
+Command::Command(Plan described)
+    : plan(std::move(described)),
+      subscription(plan.notifyOn == nullptr || plan.stream ? nullptr
+                                                           : std::make_shared<Subscription>(plan.notifyOn)) {}
 
 Command::Command(std::int64_t type, std::string writeTo, Bytes frame, ReplyHandler host)
     : plan{.type = type, .writeTo = std::move(writeTo), .frame = std::move(frame)}, block(std::move(host)) {}
@@ -12,11 +15,12 @@ void Command::call(const Answer& answer) {
   if (plan.onAnswer) plan.onAnswer(answer);
 }
 
-void Command::drop() {
-  if (!claim()) return;
-  subscription = nullptr;
-  plan.untilAcknowledged = nullptr;  // the write itself may still be under way
-  takeHandler();
+Command::Plan Command::takeHandlers() {
+  Plan taken;
+  taken.onAnswer.swap(plan.onAnswer);
+  taken.prepare.swap(plan.prepare);
+  taken.stream.swap(plan.stream);
+  return taken;
 }
 
 }  // namespace kwtsdk::internal

@@ -29,15 +29,20 @@ struct Answer {
   Command& command;
 };
 
-/// What one download or live recording knows of the packets that it asked for.
+/// What one download or live recording knows of the packets that it asked for; they come until it ends.
 struct Stream {
+  explicit Stream(const char* notifyOn) : subscription(std::make_shared<Subscription>(notifyOn)) {}
   virtual ~Stream() = default;
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  const std::shared_ptr<Subscription> subscription;
 };
 
 /// One command, from what a subsystem says of it to the end of its clean-up. It is claimed by the one who
 /// calls its handler, called once, and released after that: its subscription ends, it is no longer the
 /// pending one, and the handler is destroyed, which ends the wait of whoever waits for it. Dropped, it is
-/// never called, and only its handler goes.
+/// called only by a host that has read it before; otherwise its handler goes with it.
 class Command {
  public:
   struct Plan {
@@ -57,34 +62,38 @@ class Command {
 
     /// Its clean-up also clears the command that was in its way.
     bool clearsPending = false;
-    std::shared_ptr<Stream> stream{};           // whose packets it asks for: it keeps the subscription
+    std::shared_ptr<Stream> stream{};           // whose packets it asks for, and whose the subscription is
     std::weak_ptr<const Waiting> waiting{};     // not sent once that is over
     std::shared_ptr<void> untilAcknowledged{};  // let go of when its write is acknowledged, or it is called
   };
 
-  explicit Command(Plan described) : plan(std::move(described)) {}
+  explicit Command(Plan described);
 
   /// What a host stored, or sends: its block is handed back to it as it is.
   Command(std::int64_t type, std::string writeTo, Bytes frame, ReplyHandler block);
 
-  /// True for the first caller only: who calls or drops the command.
+  /// True for the first caller only: who calls the handler.
   bool claim() { return !claimed_.exchange(true); }
   bool claimed() const { return claimed_; }
 
   /// What completes it; empty: nothing does, and it is never pending.
   bool hasHandler() const { return block != nullptr || plan.onAnswer != nullptr; }
 
-  // For whoever claimed it.
-  void keepNotifications() { subscription = nullptr; }
-  void call(const Answer& answer);
-  std::function<void(const Answer&)> takeHandler() { return std::exchange(plan.onAnswer, nullptr); }
+  /// Nobody is known to want it any more. Any thread.
+  void giveUp() {
+    if (subscription) subscription->counts = false;
+  }
 
-  /// Ends it uncalled, unless it is being called.
-  void drop();
+  // For whoever claimed it.
+  void call(const Answer& answer);
+  void keepNotifications() { subscription->ended = true; }
+
+  /// What it holds for others, to be destroyed where that may be done.
+  Plan takeHandlers();
 
   Plan plan;
   const ReplyHandler block;
-  std::shared_ptr<Subscription> subscription;
+  const std::shared_ptr<Subscription> subscription;  // null where it has none of its own
 
  private:
   std::atomic<bool> claimed_{false};

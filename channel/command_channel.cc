@@ -60,15 +60,20 @@ std::shared_ptr<Command> CommandChannel::send(const std::shared_ptr<Command>& co
 CommandChannel::Outcome CommandChannel::trySend(const std::shared_ptr<Command>& command, bool isOperation) {
   using Kind = Outcome::Kind;
   Command::Plan& plan = command->plan;
-  const auto waiting = plan.waiting.lock();
-  if (waiting && waiting->over()) return {Kind::unwanted, {}, {}};
+  const auto unwanted = [waiting = plan.waiting.lock()] { return waiting && waiting->over(); };
+  if (unwanted()) return {Kind::unwanted, {}, {}};
   // Another thread may have passed its own busy check together with this one: the command stored first wins,
   // and the loser must not touch the winner's subscription.
   if (isOperation && dispatcher.busy()) return {Kind::busy, {}, {}};
-  const auto prepare = std::exchange(plan.prepare, nullptr);
-  if (prepare && !prepare()) return {Kind::failed, dispatcherBusyError(plan.type), dispatcher.pending()};
+  if (plan.prepare && !plan.prepare()) {
+    return {Kind::failed, dispatcherBusyError(plan.type), dispatcher.pending()};
+  }
   if (plan.notifyOn != nullptr) {
-    (plan.stream ? streamSubscription_ : command->subscription) = binding.subscribe(plan.notifyOn);
+    binding.subscribe(plan.stream ? plan.stream->subscription : command->subscription);
+    if (unwanted()) {  // switching notifications on took longer than the wait
+      binding.unsubscribe(command->subscription);
+      return {Kind::unwanted, {}, {}};
+    }
   }
   if (plan.logLine != nullptr) log.info(plan.logLine);
   auto error = dispatcher.write(command);
@@ -102,6 +107,7 @@ ReplyHandler CommandChannel::completionBlock() {
 }
 
 void CommandChannel::setCompletionBlock(ReplyHandler block) {
+  const auto self = owner();  // what goes may hold the host's last reference to the facade
   if (block) {
     dispatcher.store(std::make_shared<Command>(KWTCmdTypeNone, "", Bytes(), std::move(block)));
   } else {
@@ -113,29 +119,30 @@ void CommandChannel::setCompletionBlock(ReplyHandler block) {
 
 void CommandChannel::beginStream(const std::shared_ptr<Stream>& stream, ReplyHandler receiver) {
   const Gate::Hold hold(gate);
+  if (const auto former = stream_.lock()) former->subscription->counts = false;
   stream_ = stream;
-  streamSubscription_ = nullptr;
-  dispatcher.receiver.set(std::make_shared<const ReplyHandler>(std::move(receiver)));
+  gate.letGo(dispatcher.receiver.exchange(std::make_shared<const ReplyHandler>(std::move(receiver))));
 }
 
 bool CommandChannel::isCurrent(const std::shared_ptr<Stream>& stream) {
   const Gate::Hold hold(gate);
-  return stream_ == stream;
+  return stream_.lock() == stream;
 }
 
 void CommandChannel::closeStream(const std::shared_ptr<Stream>& stream) {
   const Gate::Hold hold(gate);
-  if (stream_ != stream) return;
-  dispatcher.receiver.set(nullptr);
-  if (streamSubscription_) binding.unsubscribe(std::exchange(streamSubscription_, nullptr));
+  if (stream_.lock() != stream) return;
+  gate.letGo(dispatcher.receiver.exchange(nullptr));
+  binding.unsubscribe(stream->subscription);
 }
 
 void CommandChannel::endStream(const std::shared_ptr<Stream>& stream) {
   const Gate::Hold hold(gate);
-  if (stream && stream_ != stream) return;
-  stream_ = nullptr;
-  streamSubscription_ = nullptr;
-  dispatcher.receiver.set(nullptr);
+  const auto current = stream_.lock();
+  if (stream && current != stream) return;
+  if (current) current->subscription->counts = false;
+  stream_.reset();
+  gate.letGo(dispatcher.receiver.exchange(nullptr));
 }
 
 void CommandChannel::transaction(const std::function<void()>& work) {

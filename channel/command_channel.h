@@ -126,8 +126,7 @@ class CommandChannel {
   void reportBusy(const std::function<void(const Error&)>& onBusy) const;
 
   std::weak_ptr<void> owner_;
-  std::shared_ptr<Stream> stream_ KWT_GUARDED_BY(gate);
-  std::shared_ptr<Subscription> streamSubscription_ KWT_GUARDED_BY(gate);
+  std::weak_ptr<Stream> stream_ KWT_GUARDED_BY(gate);  // lives in its receiver, its command and its packets
 };
 
 }  // namespace kwtsdk::internal

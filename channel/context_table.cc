@@ -11,7 +11,7 @@ KWTContext KWTContext::contextWithCmdType(std::int64_t cmdType) { return KWTCont
 namespace internal {
 
 void ContextTable::attach(const std::shared_ptr<Characteristic>& characteristic, std::int64_t cmdType,
-                          Held held) {
+                          const Held& held) {
   auto context = std::make_shared<const KWTContext>(KWTContext::contextWithCmdType(cmdType));
   Table gone;  // destroyed without the lock, with what it holds
   const MutexLock lock(mutex_);
@@ -21,8 +21,10 @@ void ContextTable::attach(const std::shared_ptr<Characteristic>& characteristic,
     entry = next;
   }
   Attachment& attachment = table_[characteristic.get()];
-  if (!held) held = std::move(attachment.held);
-  attachment = {characteristic, characteristic.use_count() > 0, std::move(context), std::move(held)};
+  attachment.characteristic = characteristic;
+  attachment.owned = characteristic.use_count() > 0;
+  attachment.context = std::move(context);
+  if (held) attachment.held.push_back(held);
 }
 
 ContextTable::Context ContextTable::find(const std::shared_ptr<Characteristic>& characteristic) const {
@@ -37,30 +39,28 @@ void ContextTable::detach(const std::shared_ptr<Characteristic>& characteristic,
   if (found != table_.end() && found->second.context == seen) found->second.context = nullptr;
 }
 
-ContextTable::Held ContextTable::takeHeld(const std::shared_ptr<Characteristic>& characteristic) {
+std::weak_ptr<void> ContextTable::oldestHeld(const std::shared_ptr<Characteristic>& characteristic) const {
   const MutexLock lock(mutex_);
   const auto found = table_.find(characteristic.get());
-  return found != table_.end() ? std::exchange(found->second.held, nullptr) : nullptr;
+  if (found == table_.end() || found->second.held.empty()) return {};
+  return found->second.held.front();
 }
 
 void ContextTable::release(const Held& held) {
-  Held released;
+  // Whoever asks has a reference of his own: nothing is destroyed under the lock.
   const MutexLock lock(mutex_);
-  for (auto& [key, attachment] : table_) {
-    if (attachment.held == held) released.swap(attachment.held);
-  }
+  for (auto& [key, attachment] : table_) std::erase(attachment.held, held);
 }
 
 void ContextTable::releaseHeld(const std::function<bool()>& giveUp) {
-  const auto holds = [](const auto& entry) { return entry.second.held != nullptr; };
   {
     const MutexLock lock(mutex_);
-    if (std::ranges::none_of(table_, holds)) return;
+    if (std::ranges::all_of(table_, [](const auto& entry) { return entry.second.held.empty(); })) return;
   }
   if (!giveUp()) return;
-  std::vector<Held> released;
+  std::vector<std::deque<Held>> released;
   const MutexLock lock(mutex_);
-  for (auto& [key, attachment] : table_) released.push_back(std::exchange(attachment.held, nullptr));
+  for (auto& [key, attachment] : table_) released.push_back(std::exchange(attachment.held, {}));
 }
 
 }  // namespace internal

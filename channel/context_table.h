@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <unordered_map>
@@ -12,22 +13,22 @@
 namespace kwtsdk::internal {
 
 /// What is attached to each characteristic, by object identity: the context of the command written to it, and
-/// what has to last until its write has been acknowledged. It does not keep the characteristic alive. Any
+/// what has to last until a write has been acknowledged. It does not keep the characteristic alive. Any
 /// thread.
 class ContextTable {
  public:
   using Context = std::shared_ptr<const KWTContext>;
   using Held = std::shared_ptr<void>;
 
-  /// Replaces the characteristic's context. What is held already stays until its own acknowledgement.
-  void attach(const std::shared_ptr<Characteristic>& characteristic, std::int64_t cmdType, Held held);
+  /// Replaces the characteristic's context. What is held for earlier writes stays.
+  void attach(const std::shared_ptr<Characteristic>& characteristic, std::int64_t cmdType, const Held& held);
   Context find(const std::shared_ptr<Characteristic>& characteristic) const;
 
   /// Removes `seen`, and only that one: a command written meanwhile keeps its own.
   void detach(const std::shared_ptr<Characteristic>& characteristic, const Context& seen);
 
-  /// Hands over what was held for the acknowledgement that has come.
-  Held takeHeld(const std::shared_ptr<Characteristic>& characteristic);
+  /// What is held longest: acknowledgements come in the order of the writes.
+  std::weak_ptr<void> oldestHeld(const std::shared_ptr<Characteristic>& characteristic) const;
 
   /// Lets go of this, whose acknowledgement is no longer waited for.
   void release(const Held& held);
@@ -38,9 +39,9 @@ class ContextTable {
  private:
   struct Attachment {
     std::weak_ptr<Characteristic> characteristic;  // tells whether the address still means the same object
-    bool owned;                                    // a shared_ptr without an owner tells nothing
+    bool owned = true;                             // a shared_ptr without an owner tells nothing
     Context context;
-    Held held;
+    std::deque<Held> held;
     bool valid() const { return !owned || !characteristic.expired(); }
   };
   using Table = std::unordered_map<const Characteristic*, Attachment>;

@@ -6,11 +6,12 @@
 
 namespace kwtsdk::internal {
 
-/// A command that this thread is calling. What it calls inside, when a host has wrapped a handler and stored
-/// it again, keeps its waiters until the outermost one has been cleared: they would find the facade busy.
+/// A command that this thread is calling. A host that has wrapped a handler calls another one inside.
 struct Dispatcher::Call {
-  explicit Call(std::optional<bool> notification)
+  Call(const Dispatcher& its, SharedCommand called, std::optional<bool> notification)
       : outer(std::exchange(innermost, this)),
+        dispatcher(its),
+        command(std::move(called)),
         isNotification(notification.value_or(outer == nullptr || outer->isNotification)) {}
   ~Call() { innermost = outer; }
   Call(const Call&) = delete;
@@ -18,33 +19,37 @@ struct Dispatcher::Call {
 
   static thread_local Call* innermost;
   Call* const outer;
+  const Dispatcher& dispatcher;
+  const SharedCommand command;
   const bool isNotification;
-  std::vector<SharedCommand> ended;
 };
 
 thread_local Dispatcher::Call* Dispatcher::Call::innermost = nullptr;
 
-void Dispatcher::clear() {
-  if (const auto removed = pending_.exchange(nullptr)) removed->drop();
+void Dispatcher::giveUp(const SharedCommand& removed) {
+  if (removed) removed->giveUp();
   // Without a link no acknowledgement will come.
   contexts_.releaseHeld([this] { return !binding_.connected(); });
 }
 
 void Dispatcher::clear(const SharedCommand& command) {
-  if (command && pending_.clearIf(command)) command->drop();
+  if (command && pending_.clearIf(command)) giveUp(command);
 }
 
 std::optional<Error> Dispatcher::write(const SharedCommand& command) {
-  Command::Plan& plan = command->plan;
+  const Command::Plan& plan = command->plan;
   if (busy()) return dispatcherBusyError(plan.type);
   if (!binding_.connected()) return disconnectedError();
   const auto characteristic = binding_.find(plan.writeTo, characteristic_property::write);
   if (!characteristic) return characteristicNotFoundError(plan.writeTo);
-  contexts_.attach(characteristic, plan.type, plan.untilAcknowledged);
+  const auto held = plan.untilAcknowledged;
+  // Stored before the context is attached: a late acknowledgement of the command before, in between, would
+  // take the context away from this one.
   store(command->hasHandler() ? command : nullptr);
+  contexts_.attach(characteristic, plan.type, held);
   if (binding_.write(plan.frame, characteristic)) return std::nullopt;
   // No acknowledgement will come for a write that was never started, unless it came before the exception.
-  contexts_.takeHeld(characteristic);
+  if (held) contexts_.release(held);
   if (command->claimed()) return std::nullopt;
   pending_.clearIf(command);
   return exceptionError("The peripheral threw when it was asked to write.");
@@ -52,24 +57,14 @@ std::optional<Error> Dispatcher::write(const SharedCommand& command) {
 
 void Dispatcher::refuse(const SharedCommand& command, const Error& error, const SharedCommand& inItsWay) {
   log_.error("Error:%@", description(error));
-  command->plan.untilAcknowledged = nullptr;
   if (!command->claim()) return;
-  std::vector<SharedCommand> ended{command};
-  {
-    Call call(false);
-    const std::function<void()> clean = [&] { cleanUp(*command, inItsWay); };
-    guardedCall(log_, "A host callback", [&] {
-      command->call({error, std::nullopt, false, clean, *command});
-    });
-    ended.insert(ended.end(), call.ended.begin(), call.ended.end());
-  }
-  cleanUp(*command, inItsWay);
-  letGo(ended);
+  call(command, error, std::nullopt, false, inItsWay);
+  letGo(command);
 }
 
 void Dispatcher::didWrite(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error) {
   if (!characteristic) return;
-  const auto acknowledged = contexts_.takeHeld(characteristic);  // let go of at the end
+  const auto acknowledged = contexts_.oldestHeld(characteristic);
   const auto context = contexts_.find(characteristic);
   const std::int64_t type = context ? context->cmdType() : static_cast<std::int64_t>(KWTCmdTypeNone);
   if (error || type == KWTCmdTypeUpdateSendData) {
@@ -77,6 +72,8 @@ void Dispatcher::didWrite(const std::shared_ptr<Characteristic>& characteristic,
     contexts_.detach(characteristic, context);
   }
   cmdType = type;
+  // Of a command that is no longer pending; one that has just been called has seen to it.
+  if (const auto held = acknowledged.lock()) contexts_.release(held);
 }
 
 void Dispatcher::didUpdate(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error) {
@@ -95,40 +92,37 @@ Dispatcher::Delivery Dispatcher::complete(const SharedCommand& command, const Ma
                                           const Reply& reply, std::optional<bool> isNotification) {
   if (!command) return Delivery::nothingPending;
   if (!command->claim()) return Delivery::byAnother;
-  std::vector<SharedCommand> ended{command};
-  Call* outer = nullptr;
-  {
-    Call call(isNotification);
-    outer = call.outer;
-    const std::function<void()> clean = [&] { cleanUp(*command, command); };
-    guardedCall(log_, "A host callback", [&] {
-      command->call({error, reply, call.isNotification, clean, *command});
-    });
-    ended.insert(ended.end(), call.ended.begin(), call.ended.end());
-  }
-  cleanUp(*command, command);
+  call(command, error, reply, isNotification, command);
   clear(command);
-  if (const auto held = std::exchange(command->plan.untilAcknowledged, nullptr)) contexts_.release(held);
-  if (outer != nullptr) {
-    outer->ended.insert(outer->ended.end(), ended.begin(), ended.end());
-  } else {
-    letGo(ended);
+  // Called by a host's wrapper: whoever waits for it must not find the facade busy with the wrapper.
+  for (Call* outer = Call::innermost; outer != nullptr; outer = outer->outer) {
+    if (&outer->dispatcher == this) clear(outer->command);
   }
+  letGo(command);
   return Delivery::completed;
 }
 
-void Dispatcher::cleanUp(Command& command, const SharedCommand& inItsWay) {
-  if (auto subscription = std::exchange(command.subscription, nullptr)) {
-    binding_.unsubscribe(std::move(subscription));
+void Dispatcher::call(const SharedCommand& command, const MaybeError& error, const Reply& reply,
+                      std::optional<bool> isNotification, const SharedCommand& inItsWay) {
+  const std::function<void()> cleanUp = [&] {
+    if (command->subscription) binding_.unsubscribe(command->subscription);
+    if (command->plan.clearsPending) clear(inItsWay);
+  };
+  {
+    const Call call(*this, command, isNotification);
+    guardedCall(log_, "A host callback", [&] {
+      command->call({error, reply, call.isNotification, cleanUp, *command});
+    });
   }
-  if (command.plan.clearsPending) clear(inItsWay);
+  cleanUp();
 }
 
-// Behind the end of its subscription, which may have been left to the gate's holder.
-void Dispatcher::letGo(const std::vector<SharedCommand>& commands) {
-  for (const auto& command : commands) {
-    if (auto handler = command->takeHandler()) gate_.whenFree([handler = std::move(handler)] {});
-  }
+void Dispatcher::letGo(const SharedCommand& command) {
+  if (const auto held = std::exchange(command->plan.untilAcknowledged, nullptr)) contexts_.release(held);
+  Command::Plan handlers = command->takeHandlers();
+  // Behind the end of the subscription, which may have been left to the gate's holder. A command without one
+  // must not wait for that: the holder may be who waits for it.
+  if (command->subscription) gate_.letGo(std::move(handlers));
 }
 
 }  // namespace kwtsdk::internal

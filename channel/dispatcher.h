@@ -3,7 +3,6 @@
 #include <atomic>
 #include <memory>
 #include <optional>
-#include <vector>
 
 #include "channel/command.h"
 #include "channel/context_table.h"
@@ -25,13 +24,15 @@ class Dispatcher {
   SharedCommand pending() const { return pending_.get(); }
   bool busy() const { return pending() != nullptr; }
 
-  /// Replaces whatever is pending. What is replaced is not dropped: the host may have wrapped it.
+  /// Replaces whatever is pending. What is replaced is not given up: the host may have wrapped it.
   void store(SharedCommand command) { pending_.set(std::move(command)); }
 
-  /// Drops whatever is pending.
-  void clear();
+  /// Nothing is pending any more. What was, is handed over, to be given up.
+  SharedCommand take() { return pending_.exchange(nullptr); }
+  void giveUp(const SharedCommand& removed);
 
-  /// The same if it is this one.
+  /// Both; the second only if it is this one.
+  void clear() { giveUp(take()); }
   void clear(const SharedCommand& command);
 
   /// Stores and writes a command, under the gate. An error: it was not, and has to be refused once the gate
@@ -47,8 +48,8 @@ class Dispatcher {
 
   enum class Delivery { nothingPending, completed, byAnother };
 
-  /// Calls the command, unless another thread is just doing so, and releases it. A host that wrapped its
-  /// handler calls it inside another command: it is then as much a notification as that one's.
+  /// Calls the command, unless it has been called, and releases it. Without a word on that, it is as much a
+  /// notification as the command inside which a host's wrapper calls it.
   Delivery complete(const SharedCommand& command, const MaybeError& error, const Reply& reply,
                     std::optional<bool> isNotification = std::nullopt);
 
@@ -59,8 +60,9 @@ class Dispatcher {
  private:
   struct Call;
 
-  void cleanUp(Command& command, const SharedCommand& inItsWay);
-  void letGo(const std::vector<SharedCommand>& commands);
+  void call(const SharedCommand& command, const MaybeError& error, const Reply& reply,
+            std::optional<bool> isNotification, const SharedCommand& inItsWay);
+  void letGo(const SharedCommand& command);
 
   Gate& gate_;
   PeripheralBinding& binding_;

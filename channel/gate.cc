@@ -17,13 +17,19 @@ void Gate::whenFree(std::function<void()> work) {
 void Gate::doWork() {
   // Looked at again after each unlock: who failed to get the lock meanwhile relies on its holder to do so.
   while (anyWork() && lock_->try_lock()) {
-    Work done;
+    ++depth_;
     for (Work next = takeOne(); !next.empty(); next = takeOne()) {
       next.front()();
-      done.splice(done.end(), next);
+      done_.splice(done_.end(), next);
     }
-    lock_->unlock();
+    leave();
   }
+}
+
+void Gate::leave() {
+  Work done;
+  if (--depth_ == 0) done.swap(done_);
+  lock_->unlock();
 }
 
 bool Gate::anyWork() const {

@@ -3,6 +3,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <utility>
 
 #include <kwtsdk/scheduler.h>
 
@@ -20,9 +21,12 @@ class KWT_CAPABILITY("gate") Gate {
 
   class KWT_SCOPED_CAPABILITY Hold {
    public:
-    explicit Hold(Gate& gate) KWT_ACQUIRE(gate) : gate_(gate) { gate_.lock_->lock(); }
+    explicit Hold(Gate& gate) KWT_ACQUIRE(gate) : gate_(gate) {
+      gate_.lock_->lock();
+      ++gate_.depth_;
+    }
     ~Hold() KWT_RELEASE() {
-      gate_.lock_->unlock();
+      gate_.leave();
       gate_.doWork();
     }
     Hold(const Hold&) = delete;
@@ -37,6 +41,13 @@ class KWT_CAPABILITY("gate") Gate {
   /// lock. Never waits.
   void whenFree(std::function<void()> work);
 
+  /// Lets go of something that may hold a host's objects, whose destructors may do anything: without the
+  /// lock.
+  template <class T>
+  void letGo(T thing) {
+    whenFree([thing = std::move(thing)] {});
+  }
+
   /// For work given to whenFree, which Clang cannot follow there.
   void assertHeld() const KWT_ASSERT_HELD() {}
 
@@ -44,12 +55,17 @@ class KWT_CAPABILITY("gate") Gate {
   using Work = std::list<std::function<void()>>;  // nodes move between lists without memory
 
   void doWork();
+  void leave();
   bool anyWork() const;
   Work takeOne();
 
   const std::shared_ptr<RecursiveLock> lock_;
   mutable Mutex mutex_;
   Work work_ KWT_GUARDED_BY(mutex_);
+
+  // Of whoever holds the lock: how often, and what is to be destroyed when the last hold ends.
+  int depth_ = 0;
+  Work done_;
 };
 
 }  // namespace kwtsdk::internal

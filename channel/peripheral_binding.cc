@@ -70,24 +70,26 @@ void PeripheralBinding::setNotify(bool enabled, const std::string& uuid) const {
   guardedCall(log_, "Peripheral::setNotifyValue", [&] { current->setNotifyValue(enabled, characteristic); });
 }
 
-std::shared_ptr<Subscription> PeripheralBinding::subscribe(const std::string& uuid) {
+void PeripheralBinding::subscribe(const std::shared_ptr<Subscription>& subscription) {
   gate_.assertHeld();
-  auto& known = subscriptions_[uuid];
-  std::erase_if(known, [](const auto& subscription) { return subscription.expired(); });
-  auto subscription = std::make_shared<Subscription>(Subscription{uuid});
+  auto& known = subscriptions_[subscription->uuid];
+  std::erase_if(known, [](const auto& other) { return other.expired(); });
   known.push_back(subscription);
-  setNotify(true, uuid);
-  return subscription;
+  setNotify(true, subscription->uuid);
 }
 
-void PeripheralBinding::unsubscribe(std::shared_ptr<Subscription> subscription) {
-  gate_.whenFree([this, ended = std::move(subscription)] {
+void PeripheralBinding::unsubscribe(const std::shared_ptr<Subscription>& subscription) {
+  if (subscription->ended.exchange(true)) return;
+  gate_.whenFree([this, subscription] {
     gate_.assertHeld();
-    auto& known = subscriptions_[ended->uuid];
-    auto own = std::ranges::find(known, ended, [](const auto& weak) { return weak.lock(); });
+    auto& known = subscriptions_[subscription->uuid];
+    auto own = std::ranges::find(known, subscription, [](const auto& weak) { return weak.lock(); });
     if (own != known.end()) own = known.erase(own);
-    const bool wanted = std::any_of(own, known.end(), [](const auto& later) { return !later.expired(); });
-    if (!wanted) setNotify(false, ended->uuid);
+    const bool wanted = std::any_of(own, known.end(), [](const auto& weak) {
+      const auto later = weak.lock();
+      return later && later->counts && !later->ended;
+    });
+    if (!wanted) setNotify(false, subscription->uuid);
   });
 }
 

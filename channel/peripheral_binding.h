@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <optional>
@@ -14,9 +15,13 @@
 
 namespace kwtsdk::internal {
 
-/// That somebody wants a characteristic's notifications. While it exists it counts.
+/// That somebody wants a characteristic's notifications.
 struct Subscription {
+  explicit Subscription(std::string characteristic) : uuid(std::move(characteristic)) {}
+
   const std::string uuid;
+  std::atomic<bool> counts{true};  // false: whoever it was has been given up
+  std::atomic<bool> ended{false};
 };
 
 /// The host's peripheral and characteristics, and who wants notifications of them. Calls into them are made
@@ -45,10 +50,11 @@ class PeripheralBinding {
   void setNotify(bool enabled, const std::string& uuid) const;
 
   /// Switches notifications on. Under the gate.
-  std::shared_ptr<Subscription> subscribe(const std::string& uuid);
+  void subscribe(const std::shared_ptr<Subscription>& subscription);
 
-  /// Switches them off unless somebody who subscribed later still wants them. Never waits.
-  void unsubscribe(std::shared_ptr<Subscription> subscription);
+  /// Switches them off, the first time, unless somebody who subscribed later and counts still wants them.
+  /// Never waits.
+  void unsubscribe(const std::shared_ptr<Subscription>& subscription);
 
   /// Starts a write with response; false when the peripheral threw.
   bool write(const Bytes& frame, const std::shared_ptr<Characteristic>& characteristic) const;
@@ -62,7 +68,7 @@ class PeripheralBinding {
   SharedField<std::shared_ptr<Peripheral>> peripheral_;
   mutable Mutex mutex_;
   Registry registry_ KWT_GUARDED_BY(mutex_);
-  // In the order in which they subscribed; a dropped one is expired.
+  // In the order in which they subscribed.
   std::map<std::string, std::vector<std::weak_ptr<Subscription>>> subscriptions_ KWT_GUARDED_BY(gate_);
 };
 

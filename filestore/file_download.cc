@@ -30,6 +30,8 @@ constexpr QueueLabel kDownloadQueue{"com.kwt.getflashlist.download"};
 }  // namespace
 
 struct FileDownload::Transfer : Stream {
+  Transfer() : Stream(wire::CHARACTERISTIC_NOTIFY) {}
+
   void report(const Logger& log, const MaybeError& error) {
     if (!reported.exchange(true)) callHost(log, completion, error);
   }
@@ -43,7 +45,7 @@ struct FileDownload::Transfer : Stream {
   std::shared_ptr<FileHandle> file;
   std::uint64_t written = 0, total = 0;  // bytes; touched on the download queue only
   bool failureLogged = false;
-  std::atomic<bool> complete{false}, reported{false};
+  std::atomic<bool> complete{false}, removed{false}, reported{false};
 };
 
 void FileDownload::Transfer::logFailedWrite(const Logger& log) {
@@ -99,8 +101,12 @@ void FileDownload::request(const SharedTransfer& transfer) {
                      [log = channel_.log, transfer](const Answer& answer) {
                        // Success is decided by the last packet. A notification that comes here without it
                        // found the receiver already taken away by the watchdog.
-                       const bool unfinished = !transfer->complete && !answer.error;
-                       transfer->report(log, unfinished ? monitorTimeoutError() : answer.error);
+                       MaybeError error = answer.error;
+                       if (!transfer->complete && !error) error = monitorTimeoutError();
+                       // A failure that a host's wrapper passes on too late: the recording is here, and gone
+                       // from the recorder.
+                       if (transfer->removed) error.reset();
+                       transfer->report(log, error);
                        closeFileHandle(transfer->file);
                      },
                  .prepare = [this, transfer] { return begin(transfer); },
@@ -169,6 +175,7 @@ void FileDownload::finish(const SharedTransfer& transfer) {
       channel_.dispatcher.complete(pending, std::nullopt, std::nullopt) == Delivery::byAnother;
   channel_.endStream(transfer);
   if (failing || !transfer->saved()) return;  // the device's copy is the only one
+  transfer->removed = true;
   removal_.notifyDownloadSuccess();
   channel_.platform.scheduler->sleep(kPause);
   removal_.deleteFile(transfer->fileId,

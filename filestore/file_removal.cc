@@ -62,7 +62,7 @@ void FileRemoval::deleteFirstFlashFile(const Completion& completion) {
   const auto refuse = [&](const Error& error) { callHost(channel_.log, completion, error); };
   if (channel_.refusedAsBusy(refuse)) return;
   const auto work = [this, owner = channel_.owner(), completion] {
-    // Without an answer id 0 is sent, and the recorder's refusal is what the caller learns.
+    // Without an answer id 0 is sent, and what the recorder says to that is what the caller learns.
     deleteFile(files_.firstId(), [log = channel_.log, completion](const MaybeError& error, const auto&) {
       callHost(log, completion, error);
     });

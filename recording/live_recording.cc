@@ -30,7 +30,7 @@ constexpr QueueLabel kRecordQueue{"com.kwt.sdk.record"};
 
 // Touched on the recording queue only, once it has begun.
 struct LiveRecording::Take : Stream {
-  explicit Take(std::string output) : path(std::move(output)) {}
+  explicit Take(std::string output) : Stream(wire::CHARACTERISTIC_NOTIFY), path(std::move(output)) {}
   void logFailedWrite(const Logger& log, const FileHandle& output);
 
   const std::string path;

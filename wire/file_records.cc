@@ -98,7 +98,7 @@ std::optional<KWTFileHeader> KWTCmdResponse::getFileInfo(const Reply& reply) {
 
 std::optional<ByteCounts> KWTCmdResponse::getDeleteFileResult(const Reply& reply) {
   if (!begins(reply, wire::kDeleteResult, 16)) return std::nullopt;
-  // A reply cut short after the code still tells a refusal.
+  // A reply cut short after the code still tells that the recorder refused.
   const std::uint64_t second = reply->size() < 24 ? 0 : littleEndianField(*reply, 16, 8);
   return ByteCounts{littleEndianField(*reply, 8, 8), second};
 }
