@@ -194,13 +194,11 @@ class FakeBluez {
     if (!on && recorder_) FakeBus::tell(recorder_, bluez::kDevice, {}, {"RSSI"});
   }
   void hear() {
-    if (state("heard") != "on") {
-      if (!connected_) FakeBus::withdraw(recorder_);
-    } else if (recorder_) {
+    const bool heard = state("heard") == "on";
+    if (heard && recorder_)
       FakeBus::tell(recorder_, bluez::kDevice, {{"RSSI", sdbus::Variant(std::int16_t(-60))}});
-    } else {
-      recorder_ = device(kRecorderAddress, true);
-    }
+    if (heard && !recorder_) recorder_ = device(kRecorderAddress, true);
+    if (!heard && !connected_) FakeBus::withdraw(recorder_);
   }
 
   Object device(const std::string& address, bool heard) {
