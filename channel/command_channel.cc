@@ -120,20 +120,20 @@ void CommandChannel::beginStream(const std::shared_ptr<Stream>& stream, ReplyHan
 
 bool CommandChannel::isCurrent(const std::shared_ptr<Stream>& stream) {
   const Gate::Hold hold(gate);
-  return stream_ == stream;
+  return stream_.lock() == stream;
 }
 
 void CommandChannel::closeStream(const std::shared_ptr<Stream>& stream) {
   const Gate::Hold hold(gate);
-  if (stream_ != stream) return;
+  if (stream_.lock() != stream) return;
   dispatcher.receiver.set(nullptr);
   if (streamSubscription_) binding.unsubscribe(std::exchange(streamSubscription_, nullptr));
 }
 
 void CommandChannel::endStream(const std::shared_ptr<Stream>& stream) {
   const Gate::Hold hold(gate);
-  if (stream && stream_ != stream) return;
-  stream_ = nullptr;
+  if (stream && stream_.lock() != stream) return;
+  stream_.reset();
   streamSubscription_ = nullptr;
   dispatcher.receiver.set(nullptr);
 }

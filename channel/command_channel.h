@@ -126,7 +126,7 @@ class CommandChannel {
   void reportBusy(const std::function<void(const Error&)>& onBusy) const;
 
   std::weak_ptr<void> owner_;
-  std::shared_ptr<Stream> stream_ KWT_GUARDED_BY(gate);
+  std::weak_ptr<Stream> stream_ KWT_GUARDED_BY(gate);  // lives as long as its packets can come
   std::shared_ptr<Subscription> streamSubscription_ KWT_GUARDED_BY(gate);
 };
 
