@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/posix/files.h"
 #include "platform/opus/input_file.h"
+#include "platform/posix/files.h"
 
 namespace kwtsdk::internal {
 
