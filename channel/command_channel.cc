@@ -78,6 +78,7 @@ CommandChannel::Outcome CommandChannel::trySend(const std::shared_ptr<Command>& 
   if (plan.logLine != nullptr) log.info(plan.logLine);
   auto error = dispatcher.write(command);
   if (error) return {Kind::failed, std::move(error), dispatcher.pending()};
+  if (unwanted()) dispatcher.clear(command);  // the form that waited has cleared what was pending before
   return {Kind::sent, {}, {}};
 }
 
@@ -95,7 +96,8 @@ void CommandChannel::reportBusy(const std::function<void(const Error&)>& onBusy)
 }
 
 void CommandChannel::giveUp(const std::shared_ptr<Command>& command) {
-  if (command && !command->claimed()) dispatcher.clear();
+  const auto pending = dispatcher.pending();
+  if (command && !command->claimed()) dispatcher.clear(pending);
 }
 
 ReplyHandler CommandChannel::completionBlock() {

@@ -28,13 +28,14 @@ void Watchdog::check(const Self& self, const ReplyHandler& onTimeout) {
   const auto own = self->get().lock();
   if (!own || own != timer() || written.exchange(false)) return;
   callHost(log_, onTimeout, monitorTimeoutError(), std::nullopt);
+  const auto stored = onTimeout ? timer() : own;  // also one that the callback started is stopped
   std::shared_ptr<Command> pending;
   std::shared_ptr<const ReplyHandler> receiver;  // destroyed without the gate
   {
     const Gate::Hold hold(gate_);
-    // Where no callback has run, only a download that has just begun can have replaced the timer: what that
-    // stored is not this check's to clear.
-    if (!onTimeout && own != timer()) return;
+    // A download that has begun meanwhile has replaced the timer: what it stored is not this check's to
+    // clear.
+    if (stored != timer()) return;
     pending = dispatcher_.take();
     receiver = dispatcher_.receiver.exchange(nullptr);
     stop();

@@ -12,10 +12,14 @@ bool WorkQueues::async(const QueueLabel& queue, std::function<void()> work) {
 }
 
 std::shared_ptr<SerialQueue> WorkQueues::find(const QueueLabel& queue) {
+  {
+    const MutexLock lock(mutex_);
+    const auto found = queues_.find(&queue);
+    if (found != queues_.end()) return found->second;
+  }
+  auto made = scheduler_.serialQueue(queue.label);  // without the lock: it may be the host's
   const MutexLock lock(mutex_);
-  auto& found = queues_[&queue];
-  if (!found) found = scheduler_.serialQueue(queue.label);
-  return found;
+  return queues_.try_emplace(&queue, std::move(made)).first->second;
 }
 
 }  // namespace kwtsdk::internal

@@ -97,10 +97,12 @@ KWTBluetoothHelper::PeripheralEvent KWTBluetoothHelper::didUpdateValueForCharact
 }
 
 void KWTBluetoothHelper::startSubscribingToCharacteristic(const std::string& uuid) {
+  const auto self = weak_from_this().lock();
   impl_->channel.binding.setNotify(true, uuid);
 }
 
 void KWTBluetoothHelper::stopSubscribingToCharacteristic(const std::string& uuid) {
+  const auto self = weak_from_this().lock();
   impl_->channel.binding.setNotify(false, uuid);
 }
 
@@ -170,6 +172,7 @@ void KWTBluetoothHelper::didUpdateValueForCharacteristic(
 }
 
 void KWTBluetoothHelper::startMonitorTimer(ReplyHandler onTimeout) {
+  const auto self = weak_from_this().lock();
   internal::guardedCall(impl_->channel.log, "startMonitorTimer",
                         [&] { impl_->channel.watchdog.start(weak_from_this(), std::move(onTimeout)); });
 }
@@ -203,6 +206,7 @@ void KWTBluetoothHelper::stopRecord(Completion completion) { impl_->recording.st
 
 bool KWTBluetoothHelper::decodeOpusFile(const std::string& inputPath, const std::string& toOutputFilePath,
                                         std::int64_t withDecodeType) {
+  const auto self = weak_from_this().lock();
   return internal::convertOpusFile(impl_->channel, inputPath, toOutputFilePath, withDecodeType);
 }
 

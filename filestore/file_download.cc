@@ -45,7 +45,8 @@ struct FileDownload::Transfer : Stream {
   std::shared_ptr<FileHandle> file;
   std::uint64_t written = 0, total = 0;  // bytes; touched on the download queue only
   bool failureLogged = false;
-  std::atomic<bool> complete{false}, removed{false}, reported{false};
+  std::atomic<bool> complete{false}, reported{false};
+  std::weak_ptr<Command> request;
 };
 
 void FileDownload::Transfer::logFailedWrite(const Logger& log) {
@@ -93,24 +94,21 @@ void FileDownload::prepare(const SharedTransfer& transfer) {
 }
 
 void FileDownload::request(const SharedTransfer& transfer) {
-  channel_.send({.type = KWTCmdTypeDownloadFile,
-                 .writeTo = wire::CHARACTERISTIC_WRITE,
-                 .notifyOn = wire::CHARACTERISTIC_NOTIFY,
-                 .frame = wire::downloadRequest(transfer->fileId, transfer->written),
-                 .onAnswer =
-                     [log = channel_.log, transfer](const Answer& answer) {
-                       // Success is decided by the last packet. A notification that comes here without it
-                       // found the receiver already taken away by the watchdog.
-                       MaybeError error = answer.error;
-                       if (!transfer->complete && !error) error = monitorTimeoutError();
-                       // A failure that a host's wrapper passes on too late: the recording is here, and gone
-                       // from the recorder.
-                       if (transfer->removed) error.reset();
-                       transfer->report(log, error);
-                       closeFileHandle(transfer->file);
-                     },
-                 .prepare = [this, transfer] { return begin(transfer); },
-                 .stream = transfer});
+  transfer->request =
+      channel_.send({.type = KWTCmdTypeDownloadFile,
+                     .writeTo = wire::CHARACTERISTIC_WRITE,
+                     .notifyOn = wire::CHARACTERISTIC_NOTIFY,
+                     .frame = wire::downloadRequest(transfer->fileId, transfer->written),
+                     .onAnswer =
+                         [log = channel_.log, transfer](const Answer& answer) {
+                           // Success is decided by the last packet. A notification that comes here without it
+                           // found the receiver already taken away by the watchdog.
+                           const bool unfinished = !transfer->complete && !answer.error;
+                           transfer->report(log, unfinished ? monitorTimeoutError() : answer.error);
+                           closeFileHandle(transfer->file);
+                         },
+                     .prepare = [this, transfer] { return begin(transfer); },
+                     .stream = transfer});
 }
 
 bool FileDownload::begin(const SharedTransfer& transfer) {
@@ -170,12 +168,14 @@ void FileDownload::finish(const SharedTransfer& transfer) {
     pending = channel_.dispatcher.pending();
   });
   if (!transfer->complete) return;
-  // A failed acknowledgement may be on its way to the caller at this very moment: then nothing is deleted.
-  const bool failing =
-      channel_.dispatcher.complete(pending, std::nullopt, std::nullopt) == Delivery::byAnother;
+  // A failed acknowledgement may be on its way to the caller at this very moment, or with a host's wrapper
+  // that has yet to pass it on: then nothing is deleted.
+  const auto request = transfer->request.lock();
+  const auto delivery = channel_.dispatcher.complete(pending, std::nullopt, std::nullopt);
+  const bool failing = delivery == Delivery::byAnother ||
+                       (delivery == Delivery::nothingPending && request && !request->claimed());
   channel_.endStream(transfer);
   if (failing || !transfer->saved()) return;  // the device's copy is the only one
-  transfer->removed = true;
   removal_.notifyDownloadSuccess();
   channel_.platform.scheduler->sleep(kPause);
   removal_.deleteFile(transfer->fileId,
