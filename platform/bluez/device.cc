@@ -22,6 +22,8 @@ std::size_t longestWriteIn(const std::vector<Objects::Characteristic>& character
 
 class Device::Impl {
  public:
+  explicit Impl(std::shared_ptr<DeviceCore> its) : core(std::move(its)) {}
+
   const std::shared_ptr<DeviceCore> core;
 };
 
@@ -29,7 +31,7 @@ std::shared_ptr<Device> Device::create(std::shared_ptr<Scheduler> scheduler, std
                                        std::string adapter) {
   auto core = std::make_shared<DeviceCore>(std::move(scheduler), gatt::addressIn(address).value_or(address),
                                            std::move(adapter));
-  return std::shared_ptr<Device>(new Device(std::unique_ptr<Impl>(new Impl{std::move(core)})));
+  return std::shared_ptr<Device>(new Device(std::make_unique<Impl>(std::move(core))));
 }
 
 bool Device::isAddress(std::string_view text) { return gatt::addressIn(text).has_value(); }
@@ -160,12 +162,11 @@ std::shared_ptr<Client> DeviceCore::clientOf(Attempt attempt) {
 
 DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> client, std::string device,
                                                    Attempt attempt) {
-  return ConnectionPtr(new Connection{
-      std::move(client), std::move(device), attempt,
-      gatt::OperationQueue([this](const gatt::Operation& operation) { send(*connection_, operation); },
-                           [this](const gatt::OperationQueue::Target& target, const MaybeError& error) {
-                             events_.didWrite(shared_from_this(), target, error);
-                           })});
+  const auto start = [this](const gatt::Operation& operation) { send(*connection_, operation); };
+  const auto report = [this](const gatt::OperationQueue::Target& target, const MaybeError& error) {
+    events_.didWrite(shared_from_this(), target, error);
+  };
+  return std::make_shared<Connection>(std::move(client), std::move(device), attempt, start, report);
 }
 
 /// From here on the connection is the events' thread's.

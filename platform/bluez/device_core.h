@@ -64,6 +64,10 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
  private:
   using Attempt = std::uint64_t;
   struct Connection {
+    template <class Send, class Report>
+    Connection(std::shared_ptr<Client> its, std::string path, Attempt number, Send send, Report report)
+        : client(std::move(its)), device(std::move(path)), attempt(number), operations(send, report) {}
+
     std::shared_ptr<Client> client;
     std::string device;
     Attempt attempt;
