@@ -12,6 +12,7 @@
 #include "codec/hex.h"
 #include "platform/threads/mutex.h"
 #include "tests/support/temporary_folder.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::bench {
 namespace {
@@ -61,12 +62,12 @@ class Window {
   std::uint64_t free_ KWT_GUARDED_BY(mutex_) = kBatches;
 };
 
-constexpr std::size_t kData = 84;
+constexpr std::size_t kData = wire::kDownloadDataSize;
 constexpr std::uint64_t kRounds = 64, kPacketsPerRound = 782 * Window::kBatch;
 static_assert(kRounds * kPacketsPerRound * kData >= std::uint64_t{1} << 30);
 
 Bytes packet(std::uint8_t validByte0, std::uint8_t others) {
-  Bytes bytes{0x03, 0x82, 92, 0, validByte0, others, others, others, 0, 0, 0, 0};
+  Bytes bytes{0x03, 0x82, wire::kDownloadPacketSize - 4, 0, validByte0, others, others, others, 0, 0, 0, 0};
   for (std::size_t i = 0; i < kData; ++i) bytes.push_back(static_cast<std::uint8_t>(i * 5));
   return bytes;
 }

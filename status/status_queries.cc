@@ -2,6 +2,7 @@
 
 #include <kwtsdk/cmd_response.h>
 
+#include "codec/hex.h"
 #include "wire/firmware_channel.h"
 #include "wire/status_channel.h"
 
@@ -17,7 +18,7 @@ Command::Plan StatusQueries::powerQuery(LevelCompletion completion) const {
   return {.type = KWTCmdTypeGetPower,
           .writeTo = wire::CHARACTERISTIC_FOR_COMMUNICATION_WRITE,
           .notifyOn = wire::CHARACTERISTIC_FOR_COMMUNICATION_NOTIFY,
-          .frame = wire::powerRequest(),
+          .frame = toData(wire::COMMAND_POWER),
           .onAnswer =
               [log = channel_.log, completion](const Answer& answer) {
                 callHost(log, completion, std::nullopt, KWTCmdResponse::getPower(answer.reply));
@@ -54,7 +55,7 @@ Command::Plan StatusQueries::capacityQuery(ValueCompletion<ByteCounts> completio
   return {.type = KWTCmdTypeGetCapacity,
           .writeTo = wire::CHARACTERISTIC_FOR_COMMUNICATION_WRITE,
           .notifyOn = wire::CHARACTERISTIC_FOR_COMMUNICATION_NOTIFY,
-          .frame = wire::capacityRequest(),
+          .frame = wire::statusRequest(wire::StatusQuery::capacity),
           .onAnswer =
               [log = channel_.log, completion](const Answer& answer) {
                 callHost(log, completion, answer.error, KWTCmdResponse::getCapacityResult(answer.reply));

@@ -4,11 +4,16 @@
 #include <chrono>
 #include <utility>
 
+#include <kwtsdk/cmd_response.h>
+#include <kwtsdk/record_packet_result.h>
+
 #include "tools/output.h"
 #include "wire/recorder_channel.h"
 
 namespace kwtsdk::tool {
 namespace {
+
+constexpr auto kEndedResult = static_cast<std::int64_t>(RecordPacketResult::Ended);
 
 /// Tells when the library lets go of the completion, which is when its command is no longer pending: as soon
 /// as the completion is called would be too early for the stop.
@@ -60,6 +65,8 @@ void CaptureWatch::onNotification(std::string_view value) {
     endByRecorder(CaptureEnd::key);
   } else if (value == wire::kEndedByCall) {
     endByRecorder(CaptureEnd::call);
+  } else if (KWTCmdResponse::writeRecordData(std::string(value), nullptr) == kEndedResult) {
+    endByRecorder(CaptureEnd::recorder);  // for a reason without words of its own here
   }
 }
 

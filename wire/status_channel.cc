@@ -11,42 +11,45 @@ namespace {
 
 using internal::littleEndian32, internal::toData;
 
-constexpr std::string_view kAnyReply = "99ec", kCapacityReply = "99ec3a00b2", kBatterySelector = "03";
-
-// Of an answer, in hex characters: bytes 20 and 24 of 32.
-constexpr std::size_t kReplyLength = 64, kSelectorAt = 40, kValueAt = 48, kLevelLength = 8, kBlocksLength = 4;
-
-Bytes request(const std::string& payload) {
-  return toData("99ec2a02b2" + littleEndian32(payload.size() / 2).substr(0, 4) + payload +
-                littleEndian32(internal::crc32Value(toData(payload))));
-}
+// Of an answer, in bytes; in hex characters it is twice as long.
+constexpr std::size_t kReplySize = 32, kSelectorAt = 20, kLevelSize = 4, kBlocksSize = 2;
+constexpr std::string_view kAnyReply = "99ec", kWholeReply = "99ec3a00b2";
 
 }  // namespace
 
-Bytes powerRequest() { return toData(COMMAND_POWER); }
-Bytes capacityRequest() { return request("0100000000000000107f"); }
+Bytes statusRequest(StatusQuery query) {
+  const Bytes payload{0x01, 0, 0, 0, 0, 0, 0, 0, 0x10, static_cast<std::uint8_t>(query)};
+  return toData("99ec2a02b2" + littleEndian32(payload.size()).substr(0, 4) + internal::hexString(payload) +
+                littleEndian32(internal::crc32Value(payload)));
+}
+
+std::optional<std::uint64_t> statusValue(const std::optional<std::string>& reply, std::size_t at,
+                                         std::size_t size) {
+  if (!reply || reply->size() != 2 * kReplySize || !reply->starts_with(kWholeReply)) return std::nullopt;
+  return internal::littleEndianField(*reply, 2 * at, 2 * size);
+}
 
 bool isPowerReply(const std::string& reply) {
-  return reply.size() >= kReplyLength && reply.starts_with(kAnyReply) &&
-         reply.compare(kSelectorAt, kBatterySelector.size(), kBatterySelector) == 0;
+  const Bytes selector{static_cast<std::uint8_t>(StatusQuery::power)};
+  return reply.size() >= 2 * kReplySize && reply.starts_with(kAnyReply) &&
+         reply.compare(2 * kSelectorAt, 2, internal::hexString(selector)) == 0;
 }
 
 }  // namespace wire
 
+// Also of an answer that is incomplete behind the level, or that begins otherwise.
 std::uint64_t KWTCmdResponse::getPower(const Reply& reply) {
-  using namespace wire;
-  if (!reply || reply->size() < kValueAt + kLevelLength) return 0;
-  return internal::littleEndianField(*reply, kValueAt, kLevelLength);
+  constexpr std::size_t at = 2 * wire::kStatusValues, length = 2 * wire::kLevelSize;
+  if (!reply || reply->size() < at + length) return 0;
+  return internal::littleEndianField(*reply, at, length);
 }
 
 std::optional<ByteCounts> KWTCmdResponse::getCapacityResult(const Reply& reply) {
-  using namespace wire;
-  if (!reply || reply->size() != kReplyLength || !reply->starts_with(kCapacityReply)) return std::nullopt;
-  const auto bytesAt = [&](std::size_t position) {
-    return filesizeFromBlockNum(
-        static_cast<std::uint32_t>(internal::littleEndianField(*reply, position, kBlocksLength)));
-  };
-  return ByteCounts{bytesAt(kValueAt), bytesAt(kValueAt + kBlocksLength)};
+  const auto first = wire::statusValue(reply, wire::kStatusValues, wire::kBlocksSize);
+  const auto second = wire::statusValue(reply, wire::kStatusValues + wire::kBlocksSize, wire::kBlocksSize);
+  if (!first || !second) return std::nullopt;
+  return ByteCounts{filesizeFromBlockNum(static_cast<std::uint32_t>(*first)),
+                    filesizeFromBlockNum(static_cast<std::uint32_t>(*second))};
 }
 
 }  // namespace kwtsdk

@@ -206,8 +206,8 @@ class KWTSDK_EXPORT KWTBluetoothHelper : public std::enable_shared_from_this<KWT
   /// tells the recorder and deletes the file there. Returns at once. `progress` (bytes written, total bytes)
   /// is called for every packet, `completion` before the recorder is told; both on the queue
   /// "com.kwt.getflashlist.download", a failed write's completion on the link thread. The file ends with the
-  /// last packet's filler, up to 83 bytes beyond the total. If the file could not be opened or written, the
-  /// recorder keeps its copy. Reports 1002 inside the call, 1005, 1006 "获取文件信息失败", 1007
+  /// last packet's filler, less than one packet beyond the total. If the file could not be opened or written,
+  /// the recorder keeps its copy. Reports 1002 inside the call, 1005, 1006 "获取文件信息失败", 1007
   /// "已下载文件长度大于待下载文件总长度", and the dispatcher error. A download whose packets stop coming is
   /// not reported: the watchdog ends it and logs "Timeout!". The watchdog outlives a finished download by
   /// 5 to 10 s and then clears whatever is pending; stopMonitorTimer after the completion avoids that.

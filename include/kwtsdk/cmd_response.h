@@ -52,9 +52,9 @@ class KWTSDK_EXPORT KWTCmdResponse {
   /// "04820800".
   static std::optional<ByteCounts> getDeleteFileResult(const Reply& reply);
 
-  /// Writes one data packet's bytes (at most 84, also when fewer of them are valid) to the file and stores
-  /// the number of valid bytes in `writenSize`; either may be null. Returns 0: taken or ignored, more to
-  /// come; 1: last data; 2: end marker. Blocks for the disk.
+  /// Writes one data packet's bytes, all that it has room for, also when fewer are valid, to the file and
+  /// stores the number of valid bytes in `writenSize`; either may be null. Returns 0: taken or ignored, more
+  /// to come; 1: last data; 2: end marker. Blocks for the disk.
   static std::int64_t writeDownloadData(const Reply& reply, std::uint64_t* writenSize,
                                         const std::shared_ptr<FileHandle>& toFileHandle);
 

@@ -12,7 +12,7 @@ using internal::MutexLock;
 namespace {
 
 constexpr std::size_t kLongestValue = 512;  // of an attribute
-constexpr std::size_t kPacketHead = 3, kPreparedWriteHead = 5;
+constexpr std::size_t kAttHead = 3, kPreparedWriteHead = 5;
 
 enum AttError : std::int64_t { writeNotPermitted = 0x03, invalidValueLength = 0x0D };
 
@@ -22,7 +22,7 @@ Error attError(AttError code, const char* text) {
 
 /// A value too long for one packet goes in prepared writes and one that executes them.
 std::size_t writePackets(std::size_t length, std::size_t mtu) {
-  if (length + kPacketHead <= mtu) return 1;
+  if (length + kAttHead <= mtu) return 1;
   const std::size_t part = mtu - kPreparedWriteHead;
   return (length + part - 1) / part + 1;
 }
@@ -38,7 +38,7 @@ int copies(const FaultAction& action) { return action.fault == Fault::duplicate 
 }  // namespace
 
 std::size_t LinkCore::maximumWriteValueLengthForType(WriteType type) const {
-  return type == WriteType::withResponse ? kLongestValue : timing_.mtu - kPacketHead;
+  return type == WriteType::withResponse ? kLongestValue : timing_.mtu - kAttHead;
 }
 
 FaultAction LinkCore::decide(LinkEvent event) {
@@ -146,7 +146,7 @@ void LinkCore::carryNotification(Notification notification, Duration ready) {
   const FaultAction action = decide(LinkEvent::notification);
   if (!travel(action, ready)) return;
   Bytes& value = notification.value;
-  value.resize(std::min(value.size(), timing_.mtu - kPacketHead));
+  value.resize(std::min(value.size(), timing_.mtu - kAttHead));
   corrupt(value, action);
   source->setValue(std::move(value));
   deliver(&gatt::EventForwarder::didUpdate, source, std::nullopt, action);

@@ -8,34 +8,12 @@
 #include "sim/model/file_service.h"
 #include "sim/model/firmware_service.h"
 #include "sim/model/recording_service.h"
+#include "sim/model/status_service.h"
 
 namespace kwtsdk::sim {
 
 using internal::Mutex;
 using internal::MutexLock;
-
-/// The status channel: battery and capacity.
-class StatusService : public Service {
- public:
-  explicit StatusService(const DeviceState& device) : device_(device) {}
-
-  std::optional<Bytes> handle(const Bytes& frame) override {
-    const auto query = wire::readStatusQuery(frame);
-    if (!query) return std::nullopt;
-    return query == wire::StatusQuery::battery ? wire::batteryReply(device_.batteryLevel)
-                                               : wire::capacityReply(device_.totalBlocks, freeBlocks());
-  }
-
- private:
-  std::uint16_t freeBlocks() const {
-    std::size_t used = 0;
-    for (std::size_t i = 0; i < device_.store->count(); ++i) used += device_.store->info(i).blocks;
-    return used >= device_.totalBlocks ? std::uint16_t{0}
-                                       : static_cast<std::uint16_t>(device_.totalBlocks - used);
-  }
-
-  const DeviceState& device_;
-};
 
 struct RecorderModel::Impl {
   struct Entry {

@@ -76,16 +76,6 @@ void putTime(std::span<std::uint8_t> bytes, std::chrono::local_seconds time) {
   bytes[5] = static_cast<std::uint8_t>(clock.seconds().count());
 }
 
-constexpr std::size_t kStatusValuesAt = 24;
-
-Bytes statusReply(StatusQuery query) {
-  constexpr std::size_t size = 32, selectorAt = 20;
-  Bytes reply{0x99, 0xEC, 0x3A, 0x00, 0xB2};
-  reply.resize(size);
-  reply[selectorAt] = static_cast<std::uint8_t>(query);
-  return reply;
-}
-
 /// What came of a start: a recording's type or why there is none.
 Bytes startEvent(std::uint8_t result) { return {startedCode, kAnswerGroup, 4, 0, 0, result, 0x54, 0}; }
 
@@ -96,33 +86,6 @@ std::uint32_t crc32(std::span<const std::uint8_t> bytes) {
   std::uint32_t crc = 0xFFFFFFFF;
   for (const std::uint8_t byte : bytes) crc = table[(crc ^ byte) & 0xFF] ^ crc >> 8;
   return ~crc;
-}
-
-// ---- Status channel ----
-
-std::optional<StatusQuery> readStatusQuery(const Bytes& frame) {
-  constexpr std::size_t size = 21, payloadAt = 7, payloadSize = 10, selectorAt = 16, crcAt = 17;
-  constexpr std::array<std::uint8_t, payloadAt> head{0x99, 0xEC, 0x2A, 0x02, 0xB2, payloadSize, 0x00};
-  if (frame.size() != size || !std::equal(head.begin(), head.end(), frame.begin()) ||
-      crc32(std::span(frame).subspan(payloadAt, payloadSize)) != little32(frame, crcAt)) {
-    return std::nullopt;
-  }
-  const StatusQuery query{frame[selectorAt]};
-  if (query != StatusQuery::battery && query != StatusQuery::capacity) return std::nullopt;
-  return query;
-}
-
-Bytes batteryReply(std::uint32_t level) {
-  Bytes reply = statusReply(StatusQuery::battery);
-  putLittle32(reply, kStatusValuesAt, level);
-  return reply;
-}
-
-Bytes capacityReply(std::uint16_t total, std::uint16_t free) {
-  Bytes reply = statusReply(StatusQuery::capacity);
-  putLittle16(reply, kStatusValuesAt, total);
-  putLittle16(reply, kStatusValuesAt + 2, free);
-  return reply;
 }
 
 // ---- File store ----

@@ -31,16 +31,8 @@ inline constexpr const char *kStatusWrite = "CA2A", *kStatusNotify = "C92A",
 inline constexpr std::size_t kCrcSize = 4;
 std::uint32_t crc32(std::span<const std::uint8_t> bytes);
 
-// ---- Status channel ----
-
-enum class StatusQuery : std::uint8_t { battery = 0x03, capacity = 0x7F };
-
-/// Like the other readers: none for a frame that is another one or malformed.
-std::optional<StatusQuery> readStatusQuery(const Bytes& frame);
-Bytes batteryReply(std::uint32_t level);
-Bytes capacityReply(std::uint16_t total, std::uint16_t free);  // in blocks
-
-// ---- Recorder's channel: the file store ----
+// ---- Recorder's channel: the file store. Readers give none for a frame that is another one or malformed.
+// ----
 
 /// The blocks that `size` bytes take; none when they do not fit the 16 bits that there are for them.
 std::optional<std::uint16_t> blocksOf(std::uint64_t size);

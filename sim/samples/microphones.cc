@@ -12,7 +12,7 @@ namespace kwtsdk::sim {
 namespace {
 
 constexpr int kBitRate = 32000, kPacketsPerSecond = 50;
-constexpr std::size_t kPacketSize = kBitRate / 8 / kPacketsPerSecond;
+constexpr std::size_t kOpusPacketSize = kBitRate / 8 / kPacketsPerSecond;
 
 struct Destroy {
   void operator()(OpusEncoder* encoder) const { opus_encoder_destroy(encoder); }
@@ -41,7 +41,7 @@ class OpusMicrophone : public Microphone {
       sample = samples_[next_];
       next_ = next_ + 1 == samples_.size() ? 0 : next_ + 1;
     }
-    Bytes packet(kPacketSize);
+    Bytes packet(kOpusPacketSize);
     const auto size = opus_encode(encoder_.get(), frame_.data(), static_cast<int>(frame_.size()),
                                   packet.data(), static_cast<opus_int32>(packet.size()));
     packet.resize(static_cast<std::size_t>(std::max(size, 0)));

@@ -9,10 +9,10 @@ import time
 import unittest
 
 from air_support import ADDRESS, KWT_RECORDER, NAME, AirRecorder, BluetoothService
-from kwt_support import KwtTestCase, Terminal, finish, tool
+from kwt_support import BLOCK, DATA, QUERIES, KwtTestCase, Terminal, finish, tool, wire
 
-BLOCK, PACKET, SEGMENT = 32768, 84, 8192
-QUERIES = 6  # before a download's packets come so many answers
+SEGMENT = wire("kSegmentSize")
+MTU = wire("kDownloadHeadSize") + DATA + 3
 ROUNDS = int(os.environ["KWT_ROUNDS"])
 
 bluetooth = BluetoothService()
@@ -36,7 +36,7 @@ class AirTest(KwtTestCase):
         pulled = (recorder.home / name).read_bytes()
         differing = next((at for at, pair in enumerate(zip(stored, pulled)) if pair[0] != pair[1]), None)
         self.assertIsNone(differing, f"{name}, {len(pulled)} bytes")
-        self.assertLess(len(pulled) - len(stored), PACKET)
+        self.assertLess(len(pulled) - len(stored), DATA)
 
     def assert_recorded(self, recorder, name):
         code, out, err = recorder.run("convert", name, name + ".wav", "--json")
@@ -52,7 +52,7 @@ class AirTest(KwtTestCase):
 
     def all_operations(self, mtu):
         seed = random.randrange(2**32)
-        lost = random.Random(seed).randint(1, BLOCK // PACKET)
+        lost = random.Random(seed).randint(1, BLOCK // DATA)
         recorder = AirRecorder(self, BLOCK, BLOCK - 1, script=f"notification {2 + 2 + QUERIES + lost} disconnect",
                                mtu=mtu)
         first, second = recorder.contents
@@ -61,7 +61,7 @@ class AirTest(KwtTestCase):
         with self.subTest(f"download that is cut off, seed {seed}"):
             self.check(recorder.run("pull", "-o", "f.opus"), 1, "lost")
             size = os.path.getsize(recorder.home / "f.opus") if "f.opus" in os.listdir(recorder.home) else 0
-            self.assertLess(size, lost * PACKET)  # what was under way is lost
+            self.assertLess(size, lost * DATA)  # what was under way is lost
             self.check(recorder.run("pull", "-o", "f.opus"), 0, f"continued at byte {size}" if size else "has deleted")
             self.assert_pulled(recorder, "f.opus", first)
         self.check(recorder.run("pull", "-o", "g.opus"), 0, "has deleted")
@@ -81,7 +81,7 @@ class AirTest(KwtTestCase):
         self.all_operations(517)
 
     def test_mtu_that_is_too_small(self):
-        self.check(AirRecorder(self, mtu=23).run("info"), 1, "ATT MTU 23", "at least 99")
+        self.check(AirRecorder(self, mtu=23).run("info"), 1, "ATT MTU 23", f"at least {MTU}")
 
     def test_scan(self):
         AirRecorder(self)

@@ -25,8 +25,8 @@ struct Notification {
 /// What ends each recording by itself, as soon as it has lasted that long, counted in whole packets of sound.
 /// A line of a device script is such a name without "After" and a duration.
 struct RecordingEnds {
-  std::optional<Duration> keyAfter;   // the key is pressed
-  std::optional<Duration> callAfter;  // a call is entered
+  std::optional<Duration> keyAfter{};   // the key is pressed
+  std::optional<Duration> callAfter{};  // a call is entered
 };
 
 /// The recorder without its radio: frames in, notifications out. A frame that is malformed or fails its CRC
