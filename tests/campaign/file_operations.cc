@@ -126,8 +126,8 @@ void HostThread::stopRecording() {
     scene_.scheduler.sleep(3ms);
     return stopRecording();
   }
-  EXPECT_FALSE(scene_.helper.recordFileHandle() || scene_.helper.writeDataBlock());
-  EXPECT_FALSE(file && file->isOpen());
+  EXPECT_FALSE(scene_.helper.recordFileHandle() || scene_.helper.writeDataBlock() ||
+               (file && file->isOpen()));
   report->reported->wait(kPacket * 5);  // audio under way may have freed the link instead
   scene_.scheduler.sleep(3ms);
   EXPECT_TRUE(report->calls == 0 || report->right) << "a stop reported something wrong";
@@ -163,8 +163,7 @@ void HostThread::update() {
   for (int i = 0; i < (twice ? 2 : 1); ++i) reports.push_back(startUpdate(image.size()));
   for (const auto& report : reports) awaitUpdate(report);
   scene_.scheduler.sleep(10ms);
-  const bool first =
-      overPending && reports.front()->error;  // the pending command costs the first its prepare
+  const bool first = overPending && reports.front()->error;  // the pending command costs it its prepare
   if (calm()) {
     EXPECT_TRUE(!first || reports.front()->error->code() == 1008) << reports.front()->error->code();
     for (std::size_t i = first ? 1 : 0; i < reports.size(); ++i) {

@@ -77,11 +77,8 @@ TEST(Download, ItsFieldsMayBeWrapped) {
     const auto see = [&] { ++seen; };
     d.onProgress = [&] {
       if (seen != 0 || !d.helper->completionBlock()) return;
-      if (receiver) {
-        d.helper->setWriteDataBlock(wrapped(d.helper->writeDataBlock(), see));
-      } else {
-        d.helper->setCompletionBlock(wrapped(d.helper->completionBlock(), see));
-      }
+      if (receiver) d.helper->setWriteDataBlock(wrapped(d.helper->writeDataBlock(), see));
+      if (!receiver) d.helper->setCompletionBlock(wrapped(d.helper->completionBlock(), see));
     };
     EXPECT_EQ(d.ended(), "ok");
     EXPECT_EQ(d.outcome.calls, 1);
@@ -94,19 +91,19 @@ TEST(Download, ItsFieldsMayBeWrapped) {
 
 TEST(Download, ContinuesAtTheSizeOfTheFile) {
   // Offsets inside a packet, at the last packet and at the very end.
-  playEach<Download>(std::array{std::uint64_t{1}, std::uint64_t{84} * 200, kBlock - 1, kBlock},
-                     [](auto& d, auto have) {
-                       const Bytes recording = recordingOf(30000);
-                       d.store->add(recording);
-                       writeFile(d.path, stored(recording, 1).substr(0, have));
-                       d.model->setAlwaysEndMarker(true);  // behind the last packet: it has to do nothing
-                       EXPECT_EQ(d.ended(), "ok") << have;
-                       d.scheduler.sleep(20s);
-                       EXPECT_EQ(d.outcome.calls, 1);
-                       EXPECT_EQ(d.log->count("Delete fileId(10)"), 1);
-                       EXPECT_EQ(d.content().substr(0, kBlock), stored(recording, 1));
-                       EXPECT_EQ(d.store->count(), 0U);
-                     });
+  const std::array<std::uint64_t, 4> sizes{1, 84 * 200, kBlock - 1, kBlock};
+  playEach<Download>(sizes, [](auto& d, auto have) {
+    const Bytes recording = recordingOf(30000);
+    d.store->add(recording);
+    writeFile(d.path, stored(recording, 1).substr(0, have));
+    d.model->setAlwaysEndMarker(true);  // behind the last packet: it has to do nothing
+    EXPECT_EQ(d.ended(), "ok") << have;
+    d.scheduler.sleep(20s);
+    EXPECT_EQ(d.outcome.calls, 1);
+    EXPECT_EQ(d.log->count("Delete fileId(10)"), 1);
+    EXPECT_EQ(d.content().substr(0, kBlock), stored(recording, 1));
+    EXPECT_EQ(d.store->count(), 0U);
+  });
 }
 
 TEST(Download, SaysOnceWhyItFailed) {
@@ -138,11 +135,9 @@ TEST(Download, SaysOnceWhyItFailed) {
 }
 
 TEST(Download, ThatStallsEndsSilentlyAndContinuesLater) {
-  const std::tuple<std::uint64_t, Duration, bool> cases[]{// the packet that is delayed, and how long
-                                                          {4, 900ms, false},
-                                                          {4, 1200ms, true},
-                                                          {100, 4900ms, false},
-                                                          {100, 11s, true}};
+  // The packet that is delayed, and how long.
+  const std::tuple<std::uint64_t, Duration, bool> cases[]{
+      {4, 900ms, false}, {4, 1200ms, true}, {100, 4900ms, false}, {100, 11s, true}};
   playEach<Download>(cases, [](auto& d, auto packet, auto delay, bool stalls) {
     d.faults.add(sim::LinkEvent::notification, packet, {.fault = sim::Fault::delay, .delay = delay});
     const Bytes recording = recordingOf(20000);

@@ -139,11 +139,8 @@ TEST(LiveRecording, LatePacketsCompleteNoNewerCommand) {
       r.notify(r.fileNotify, late);
       Outcome& second = again ? r.started : r.stopped;
       second.calls = 0;
-      if (again) {
-        r.helper->startRecordWithType(1, r.path, second.completion());
-      } else {
-        r.helper->stopRecord(second.completion());
-      }
+      if (again) r.helper->startRecordWithType(1, r.path, second.completion());
+      if (!again) r.helper->stopRecord(second.completion());
       r.scheduler.sleep(1ms);
       EXPECT_TRUE(second.calls == 0 && r.pending()) << "seed " << seed << ", packet " << late;
       EXPECT_EQ(r.routed(), again) << "seed " << seed << ", packet " << late;

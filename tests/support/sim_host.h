@@ -169,12 +169,12 @@ void playEach(const Cases& cases, const Body& body) {
   for (const auto& test : cases) {
     play<Scene>([&](Scene& scene) {
       const auto call = [&](const auto&... values) { body(scene, values...); };
-      if constexpr (requires { std::tuple_size<std::decay_t<decltype(test)>>::value; }) {
+      if constexpr (requires { std::tuple_size<std::decay_t<decltype(test)>>::value; })
         std::apply(call, test);
-      } else {
+      else
         call(test);
-      }
     });
   }
 }
+
 }  // namespace kwtsdk::testing
