@@ -1,32 +1,11 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
-
-#include <kwtsdk/kwtsdk.h>
-#include <kwtsdk/sim/memory_store.h>
-#include <kwtsdk/sim/recorder_model.h>
-#include <kwtsdk/sim/simulated_link.h>
-
-#include "tests/campaign/observed_peripheral.h"
-#include "tests/campaign/scenario.h"
+#include "tests/campaign/scene.h"
 
 namespace kwtsdk::campaign {
 
-/// What the host threads of one scenario share.
-struct Scene {
-  sim::VirtualTimeScheduler& scheduler;
-  const Profile& profile;
-  Ledger& ledger;
-  Trace& trace;
-  sim::MemoryStore& store;
-  sim::RecorderModel& model;
-  sim::SimulatedLink& link;
-  ObservedPeripheral& peripheral;
-  KWTBluetoothHelper& helper;
-  std::string path;
-};
+/// What completes without an error.
+inline bool succeeds(const MaybeError& error) { return !error; }
 
 /// One thread of a host: a few random operations, each checked against what it has to report.
 class HostThread {
@@ -53,14 +32,16 @@ class HostThread {
   /// An operation whose end clears whatever command is pending, or whose packets complete it.
   class Clearing {
    public:
-    explicit Clearing(HostThread& host);
-    ~Clearing();
+    explicit Clearing(const HostThread& host) : underWay_(host.scene_.ledger.clearing.at(host.number_)) {
+      ++underWay_;
+      ++host.scene_.ledger.cleared.at(host.number_);
+    }
+    ~Clearing() { --underWay_; }
     Clearing(const Clearing&) = delete;
     Clearing& operator=(const Clearing&) = delete;
 
    private:
-    Ledger& ledger_;
-    std::size_t number_;
+    int& underWay_;
   };
   using Shared = std::shared_ptr<Report>;
 
@@ -88,8 +69,13 @@ class HostThread {
   /// Nothing may even have given it another's answer.
   bool calm() const;
 
-  template <class T>
-  ValueCompletion<T> into(const Shared& report, std::function<bool(const T&)> right);
+  /// A completion of any kind, which `right` judges by what it gets.
+  template <class Right>
+  auto into(const Shared& report, Right right) {
+    return [&scheduler = scene_.scheduler, report, right](const MaybeError& error, const auto&... value) {
+      report->take(scheduler, error, right(error, value...));
+    };
+  }
 
   Scene& scene_;
   const std::size_t number_;

@@ -1,21 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/fake_peripheral.h"
+#include "tests/support/sim_host.h"
 
-namespace kwtsdk {
+namespace kwtsdk::testing {
 namespace {
 
-using namespace testing;
-
-constexpr char kFileWrite[] = "4b1d9e07-53a6-42c8-b7f0-6e2a19820004";
-
-// Writes each outcome down as "<code>|<text>|<reply>".
-ReplyHandler into(Lines& outcomes) {
-  return [&outcomes](const MaybeError& error, const std::optional<std::string>& reply) {
-    outcomes.push_back((error ? std::to_string(error->code()) + "|" + error->localizedDescription() : "ok|") +
-                       "|" + reply.value_or("none"));
-  };
-}
+constexpr const char* kFileWrite = wire::CHARACTERISTIC_WRITE;
 
 TEST(Dispatcher, RefusesInAFixedOrder) {
   FakeHost host;
@@ -34,67 +24,58 @@ TEST(Dispatcher, RefusesInAFixedOrder) {
   host.helper->setConnectedPeripheral(host.peripheral);
   host.peripheral->current = PeripheralState::connected;
   for (const char* uuid : {"C92A", "1234", "no uuid"}) send(uuid);
-  const std::string lost = "1001|蓝牙断开连接|none", unknown = "1001|找不到特征值：";
-  EXPECT_EQ(outcomes, (Lines{"1002|cmdType:11, 已有操作在进行中|none", lost, lost, unknown + "C92A|none",
-                             unknown + "1234|none", unknown + "no uuid|none"}));
+  const std::string lost = "1001 蓝牙断开连接 none", unknown = "1001 找不到特征值：";
+  EXPECT_EQ(outcomes, (Lines{"1002 cmdType:11, 已有操作在进行中 none", lost, lost, unknown + "C92A none",
+                             unknown + "1234 none", unknown + "no uuid none"}));
   EXPECT_EQ(host.peripheral->calls, Lines{"write 01"});
   EXPECT_EQ(host.log->count("Error:Error Domain=com.kwt.sdk Code=1001"), 5);
 }
 
 TEST(Dispatcher, RoutesAcknowledgementsAndNotifications) {
   FakeHost host;
-  Lines outcomes;
+  Lines outcomes, packets;
+  const auto taken = [&] { return std::exchange(outcomes, {}); };
   host.notify(host.fileNotify, "aa");  // nothing acknowledged yet
   host.helper->sendCommand({1}, kFileWrite, 3, into(outcomes));
   host.notify(host.fileNotify, "aa");
-  EXPECT_TRUE(outcomes.empty());
+  EXPECT_EQ(taken(), Lines());
   host.acknowledge(host.fileWrite);
   EXPECT_EQ(host.helper->cmdType(), 3);
-  host.notify(host.firmware, "BB",
-              Error("radio", 5, {}));  // any characteristic completes the pending command
+  host.notify(host.firmware, "BB", Error("radio", 5, {}));  // any characteristic completes the command
   host.notify(host.fileNotify, "cc");
-  EXPECT_EQ(outcomes, Lines{"5||bb"});
+  EXPECT_EQ(taken(), Lines{"5  bb"});
   EXPECT_FALSE(host.helper->completionBlock());
 
-  outcomes.clear();
   host.helper->sendCommand({1}, kFileWrite, 4, into(outcomes));
   host.acknowledge(host.fileWrite, Error("radio", 6, {}));
   host.notify(host.fileNotify, "dd");
-  EXPECT_EQ(outcomes, Lines{"6||none"});
+  EXPECT_EQ(taken(), Lines{"6  none"});
   host.acknowledge(host.fileWrite);  // its context went with the failure
   EXPECT_EQ(host.helper->cmdType(), 0);
 
-  outcomes.clear();  // firmware data completes on its acknowledgement
-  host.firmware->setValue(Bytes{0x83, 0x01});
-  host.helper->sendCommand({0x85}, wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY, 15, into(outcomes));
-  host.acknowledge(host.firmware);
-  EXPECT_EQ(outcomes, Lines{"ok||8301"});
-  EXPECT_EQ(host.helper->cmdType(), 15);
+  // Firmware data completes on its acknowledgement, also when the characteristic's shared_ptr owns nothing.
+  FakeCharacteristic lasting("7777", characteristic_property::write);
+  for (const auto& characteristic : {std::shared_ptr<FakeCharacteristic>(std::shared_ptr<void>(), &lasting),
+                                     FakeHost::make("7777", characteristic_property::write)}) {
+    host.helper->addDiscoveredCharacteristic(characteristic);
+    characteristic->setValue(Bytes{0x83, 0x01});
+    host.helper->sendCommand({0x85}, "7777", 15, into(outcomes));
+    host.acknowledge(characteristic);
+    EXPECT_EQ(taken(), Lines{"ok 8301"});
+    EXPECT_EQ(host.helper->cmdType(), 15);
+  }
 
-  outcomes.clear();  // a characteristic whose shared_ptr owns nothing
-  FakeCharacteristic lasting("1234", characteristic_property::write);
-  const std::shared_ptr<FakeCharacteristic> unowned(std::shared_ptr<void>(), &lasting);
-  host.helper->addDiscoveredCharacteristic(unowned);
-  host.helper->sendCommand({0x85}, "1234", 15, into(outcomes));
-  host.acknowledge(unowned);
-  EXPECT_EQ(outcomes, Lines{"ok||none"});
-  host.helper->setDiscoveredCharacteristics({});
-}
-
-TEST(Dispatcher, AStreamTakesEveryNotification) {
-  FakeHost host;
-  Lines outcomes, packets;
-  host.helper->sendCommand({1}, kFileWrite, 5, into(outcomes));
+  host.helper->sendCommand({1}, kFileWrite, 5, into(outcomes));  // a stream takes every notification
   host.acknowledge(host.fileWrite);
   host.helper->setWriteDataBlock(into(packets));
   host.notify(host.fileNotify, "");
   host.fileNotify->setValue(std::nullopt);
   host.helper->didUpdateValueForCharacteristic(host.peripheral, host.fileNotify, std::nullopt);
-  EXPECT_EQ(packets, (Lines{"ok||", "ok||none"}));
-  EXPECT_TRUE(outcomes.empty());
+  EXPECT_EQ(packets, (Lines{"ok ", "ok none"}));
+  EXPECT_EQ(taken(), Lines());
   host.helper->setWriteDataBlock(nullptr);
   host.notify(host.fileNotify, "ee");
-  EXPECT_EQ(outcomes, Lines{"ok||ee"});
+  EXPECT_EQ(taken(), Lines{"ok ee"});
 }
 
 TEST(Dispatcher, WhatIsStoredDuringADeliverySurvivesIt) {
@@ -106,9 +87,25 @@ TEST(Dispatcher, WhatIsStoredDuringADeliverySurvivesIt) {
     host.helper->setCompletionBlock(into(outcomes));
   });
   host.acknowledge(host.fileWrite);
-  host.notify(host.fileNotify, "01");
-  host.notify(host.fileNotify, "02");
-  EXPECT_EQ(outcomes, (Lines{"1002|cmdType:3, 已有操作在进行中|none", "ok||02"}));
+  for (const char* reply : {"01", "02"}) host.notify(host.fileNotify, reply);
+  EXPECT_EQ(outcomes, (Lines{"1002 cmdType:3, 已有操作在进行中 none", "ok 02"}));
+}
+
+// A host that keeps a command's block may call it when another one needs the same notifications.
+TEST(Dispatcher, AnEndedCommandLeavesTheSubscriptionOfALaterOne) {
+  FakeHost host;
+  Lines outcomes;
+  host.helper->getPower(into(outcomes));
+  const auto first = host.helper->completionBlock();
+  host.helper->setCompletionBlock(first);
+  host.helper->setCompletionBlock(nullptr);
+  host.helper->getPower(into(outcomes));
+  first(std::nullopt, "99ec");
+  EXPECT_TRUE(host.peripheral->calls.back().starts_with("write"));
+  host.acknowledge(host.statusWrite);
+  host.notify(host.statusNotify, "99ec");
+  EXPECT_EQ(host.peripheral->calls.back(), "off C92A");
+  EXPECT_EQ(outcomes, (Lines{"ok 0", "ok 0"}));
 }
 
 TEST(Dispatcher, HostExceptionsStopAtTheLibrary) {
@@ -121,30 +118,25 @@ TEST(Dispatcher, HostExceptionsStopAtTheLibrary) {
   EXPECT_FALSE(host.helper->completionBlock());
   host.peripheral->onWrite = [](const auto&) { throw 7; };
   host.helper->sendCommand({1}, kFileWrite, 3, into(outcomes));
-  EXPECT_EQ(outcomes, Lines{"0|The peripheral threw when it was asked to write.|none"});
   EXPECT_FALSE(host.helper->completionBlock());
   EXPECT_EQ(host.log->count("threw"), 3);
-
-  outcomes.clear();  // a write that fails twice is reported once
-  host.peripheral->onWrite = [&](const auto& characteristic) {
-    host.helper->didWriteValueForCharacteristic(host.peripheral, characteristic, Error("radio", 6, {}));
+  host.peripheral->onWrite = [&](const auto& characteristic) {  // fails twice, is reported once
+    host.acknowledge(characteristic, Error("radio", 6, {}));
     throw std::runtime_error("and threw");
   };
   host.helper->sendCommand({1}, kFileWrite, 3, into(outcomes));
-  EXPECT_EQ(outcomes, Lines{"6||none"});
+  EXPECT_EQ(outcomes, (Lines{"0 The peripheral threw when it was asked to write. none", "6  none"}));
 }
 
-TEST(Dispatcher, DoesNotKeepCharacteristicsAlive) {
+TEST(Dispatcher, KeepsNeitherCharacteristicsNorTheFacadeAlive) {
   FakeHost host;
   host.helper->sendCommand({1}, kFileWrite, 3, nullptr);
-  const std::weak_ptr<Characteristic> weak = host.fileWrite;
+  const std::weak_ptr<Characteristic> characteristic = host.fileWrite;
   host.helper->setDiscoveredCharacteristics({});
   host.fileWrite = nullptr;
-  EXPECT_TRUE(weak.expired());
-}
+  EXPECT_TRUE(characteristic.expired());
 
-TEST(Dispatcher, ACompletionMayReleaseTheFacade) {
-  FakeHost host;
+  host.helper->addDiscoveredCharacteristic(host.statusWrite);
   const std::weak_ptr<KWTBluetoothHelper> weak = host.helper;
   host.helper->getPower([&](const MaybeError&, std::uint64_t) { host.helper = nullptr; });
   const auto update = host.helper->didUpdateValueForCharacteristicBlock();
@@ -183,27 +175,5 @@ TEST(Facade, SharedIsOneAndItsPlatformIsFixedByTheFirstUse) {
   EXPECT_NE(helper, KWTBluetoothHelper::create());
 }
 
-TEST(ReplyCheck, LooksAtTheTypesThatHaveOne) {
-  const auto zeros = [](std::size_t count) { return std::string(count, '0'); };
-  const std::string status = "99ec" + zeros(36) + "03" + zeros(22), begun = "8142455354" + zeros(11);
-  // 9101 is the partition selection's answer, under the number of the preparation's.
-  const std::vector<std::pair<std::int64_t, std::string>> valid{{1, status},  {11, "9801"}, {13, begun + "0"},
-                                                                {14, "8700"}, {17, "8401"}, {0, ""},
-                                                                {19, ""},     {-1, ""},     {15, "x"}};
-  const std::vector<std::pair<std::int64_t, std::string>> invalid{{1, status.substr(0, 62)},
-                                                                  {1, "99ec" + zeros(36) + "04" + zeros(22)},
-                                                                  {1, "99EC" + status.substr(4)},
-                                                                  {11, "980"},
-                                                                  {11, "9101"},
-                                                                  {13, begun},
-                                                                  {16, "8401"}};
-  for (const auto* cases : {&valid, &invalid}) {
-    for (const auto& [type, reply] : *cases) {
-      EXPECT_EQ(KWTCmdResponse::responseWithCmdType(type, nullptr).isValidResponse(reply), cases == &valid)
-          << type << ' ' << reply;
-    }
-  }
-}
-
 }  // namespace
-}  // namespace kwtsdk
+}  // namespace kwtsdk::testing

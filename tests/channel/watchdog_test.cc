@@ -2,95 +2,77 @@
 
 #include "tests/support/sim_host.h"
 
-namespace kwtsdk {
+namespace kwtsdk::testing {
 namespace {
-
-using namespace std::chrono_literals;
-using namespace testing;
 
 // Checks happen up to 0.1 s late, as the seed likes.
 void expectAbout(Duration actual, Duration expected) {
-  EXPECT_GE(actual, expected);
-  EXPECT_LE(actual, expected + 100ms);
+  EXPECT_TRUE(actual >= expected && actual <= expected + 100ms) << actual / 1ms << " ms";
 }
 
-TEST(Watchdog, SilenceEndsTheStream) {
-  onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
-    const auto pending = [](const MaybeError&, const auto&) { ADD_FAILURE() << "cleared, not called"; };
-    host.helper->setCompletionBlock(pending);
-    host.helper->setWriteDataBlock(pending);
-    host.helper->startMonitorTimer([&](const MaybeError& error, const auto& reply) {
-      EXPECT_FALSE(reply);
-      EXPECT_TRUE(host.helper->completionBlock());
-      host.outcome.take(error);
+TEST(Watchdog, SilenceEndsTheStreamAndWhatItsCallbackStored) {
+  playEach<VirtualHost>(std::array{false, true}, [](auto& host, bool stores) {
+    KWTBluetoothHelper& helper = *host.helper;
+    const auto cleared = [](const MaybeError&, const auto&) { ADD_FAILURE() << "cleared, not called"; };
+    const auto store = [&] {
+      helper.setCompletionBlock(cleared);
+      helper.setWriteDataBlock(cleared);
+    };
+    store();
+    helper.startMonitorTimer([&](const MaybeError& error, const auto& reply) {
+      EXPECT_TRUE(helper.completionBlock());
+      if (stores) {
+        store();
+        helper.startMonitorTimer(cleared);
+      }
+      host.outcome.completion()(error, reply);
     });
-    EXPECT_EQ(host.outcome.ended(), "999 命令执行超时");
-    expectAbout(scheduler.now(), 1s);
-    scheduler.sleep(1ms);
-    EXPECT_FALSE(host.helper->completionBlock() || host.helper->writeDataBlock() ||
-                 host.helper->monitorTimer());
-    EXPECT_EQ(host.log->lines(), std::vector<std::string>{"Timeout!"});
-  });
-}
-
-TEST(Watchdog, ClearsWhatItsCallbackStored) {
-  onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
-    const auto stored = [](const MaybeError&, const auto&) {};
-    host.helper->startMonitorTimer([&](const MaybeError&, const auto&) {
-      host.helper->setCompletionBlock(stored);
-      host.helper->setWriteDataBlock(stored);
-      host.helper->startMonitorTimer(stored);
-    });
-    scheduler.sleep(2s);
-    EXPECT_FALSE(host.helper->completionBlock() || host.helper->writeDataBlock() ||
-                 host.helper->monitorTimer());
+    EXPECT_EQ(host.outcome.ended() + " " + host.outcome.value, "999 命令执行超时 none");
+    expectAbout(host.scheduler.now(), 1s);
+    host.scheduler.sleep(1ms);
+    EXPECT_FALSE(helper.completionBlock() || helper.writeDataBlock() || helper.monitorTimer());
+    host.scheduler.sleep(2s);
+    EXPECT_EQ(host.log->lines(), Lines{"Timeout!"});
   });
 }
 
 TEST(Watchdog, DataInEachIntervalKeepsItWaiting) {
-  onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
-    host.helper->startMonitorTimer([&](const MaybeError& error, const auto&) { host.outcome.take(error); });
+  play<VirtualHost>([](auto& host) {
+    host.helper->startMonitorTimer(host.outcome.completion());
     for (int interval = 0; interval < 3; ++interval) {
       host.helper->setWritten(true);
-      scheduler.sleep(interval == 0 ? 1500ms : 5s);
+      host.scheduler.sleep(interval == 0 ? 1500ms : 5s);
       EXPECT_FALSE(host.helper->written());
     }
     ASSERT_TRUE(host.outcome.wait());
-    expectAbout(scheduler.now(), 16s);
+    expectAbout(host.scheduler.now(), 16s);
   });
 }
 
 TEST(Watchdog, OnlyTheStoredTimerHasAnEffect) {
-  onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
-    int fired = 0;
-    const auto count = [&](const MaybeError&, const auto&) { ++fired; };
-    host.helper->startMonitorTimer(count);
+  play<VirtualHost>([](auto& host) {
+    host.helper->startMonitorTimer(host.outcome.completion());
     const auto first = host.helper->monitorTimer();
-    scheduler.sleep(500ms);
+    host.scheduler.sleep(500ms);
     host.helper->startMonitorTimer(nullptr);  // replaces the first, which is still held here
-    scheduler.sleep(800ms);
+    host.scheduler.sleep(800ms);
     EXPECT_EQ(host.log->count("Timeout!"), 0);
-    scheduler.sleep(20s);
+    host.scheduler.sleep(20s);
     EXPECT_EQ(host.log->count("Timeout!"), 1);
-    host.helper->startMonitorTimer(count);
+    host.helper->startMonitorTimer(host.outcome.completion());
     host.helper->setMonitorTimer(nullptr);
-    host.helper->startMonitorTimer(count);
-    host.helper->stopMonitorTimer();
-    host.helper->stopMonitorTimer();
-    scheduler.sleep(20s);
-    EXPECT_EQ(fired, 0);
+    host.helper->startMonitorTimer(host.outcome.completion());
+    for (int i = 0; i < 2; ++i) host.helper->stopMonitorTimer();
+    host.scheduler.sleep(20s);
+    EXPECT_EQ(host.outcome.calls, 0);
     first->cancel();
-  });
-}
 
-TEST(Watchdog, ItsCallbackMayReleaseTheFacade) {
-  onVirtualTime([](SimHost& host, VirtualTimeScheduler& scheduler) {
-    const std::weak_ptr<KWTBluetoothHelper> weak = host.helper;
+    const std::weak_ptr<KWTBluetoothHelper> weak = host.helper;  // its callback may release the facade
     host.helper->startMonitorTimer([&](const MaybeError&, const auto&) { host.helper = nullptr; });
-    scheduler.sleep(20s);
+    host.scheduler.sleep(20s);
     EXPECT_TRUE(weak.expired());
   });
 }
 
 }  // namespace
-}  // namespace kwtsdk
+}  // namespace kwtsdk::testing

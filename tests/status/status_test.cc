@@ -1,72 +1,110 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/fake_peripheral.h"
+#include "tests/support/played_host.h"
 
-namespace kwtsdk {
+namespace kwtsdk::testing {
 namespace {
 
-using namespace testing;
-
-std::string zeros(std::size_t count) { return std::string(count, '0'); }
-
-TEST(StatusDecoders, ReadTheirFieldsAndNothingElse) {
-  const std::string level = "99ec" + zeros(44) + "64000000";
-  EXPECT_EQ(KWTCmdResponse::getPower(level), 100U);
-  EXPECT_EQ(KWTCmdResponse::getPower(level.substr(0, 55)), 0U);
-  EXPECT_EQ(KWTCmdResponse::getPower(std::nullopt), 0U);
-
-  const std::string head = "8f42455354", crc = "aabbccdd";
-  const std::pair<std::string, const char*> versions[]{{head + "00010203" + crc, "1.2.3"},
-                                                       {head + "01000a" + crc, "1.0.10"},
-                                                       {head + "00000205" + crc, "2.5"},
-                                                       {head + "01zz02" + crc, "1.0.2"},
-                                                       {head + "0000" + crc, ""},
-                                                       {head + crc, ""},
-                                                       {head + "00aabb", ""},
-                                                       {"", ""}};
-  for (const auto& [reply, version] : versions)
-    EXPECT_EQ(KWTCmdResponse::getVersion(reply), version) << reply;
-
-  EXPECT_EQ(KWTCmdResponse::getMTU("8142455354f400"), 244);
-  EXPECT_EQ(KWTCmdResponse::getMTU("0002"), 512);
-  EXPECT_EQ(KWTCmdResponse::getMTU("002"), 0);
-  EXPECT_EQ(KWTCmdResponse::getMTU(std::nullopt), 0);
-
-  const std::string status = "99ec3a00b2" + zeros(38);
-  const std::pair<std::string, std::optional<ByteCounts>> capacities[]{
-      {status + "40002000" + zeros(8), ByteCounts{2097152, 1048576}},
-      {status + "ffffffff" + zeros(8), ByteCounts{2147450880, 2147450880}},
-      {status + "40002000" + zeros(10), std::nullopt},
-      {"99EC3A00B2" + zeros(54), std::nullopt},
-      {zeros(64), std::nullopt},
-      {"", std::nullopt}};
-  for (const auto& [reply, counts] : capacities)
-    EXPECT_EQ(KWTCmdResponse::getCapacityResult(reply), counts) << reply;
+TEST(Blocking, EachFormSendsItsFrameAndGivesTheAnswer) {
+  play<VirtualHost>([](auto& host) {
+    EXPECT_EQ(host.helper->getPower(), 87);
+    EXPECT_EQ(host.helper->getCapacity()->size(), 2U);
+    EXPECT_EQ(host.helper->getFirmwareVersion(), "1.2.3");
+    EXPECT_EQ(host.helper->getFileNumAndFirstId(), (FlashInfo{0, 0}));
+    EXPECT_FALSE(host.helper->getFileInfo((1LL << 32) + 10)->exist());
+    EXPECT_TRUE(host.helper->notifyDownloadSuccess());
+    host.helper->deleteFile(10, host.outcome.completion());
+    EXPECT_EQ(host.outcome.ended(), "4 删除失败，文件系统为空");
+    EXPECT_EQ(host.requests, (Lines{"99ec2a02b20a0001000000000000001003a34083df",
+                                    "99ec2a02b20a000100000000000000107fb47d3086", "8e42455354", "0182010000",
+                                    "028204000a000000d103ee45", "1382020000", "048204000a000000d103ee45"}));
+    EXPECT_EQ(host.scheduler.now(), 0s);
+  });
 }
 
-TEST(Status, OnlyTheCapacityPassesFailuresOn) {
-  FakeHost host;
-  Lines outcomes;
-  const auto note = [&](const MaybeError& error, const std::string& value) {
-    outcomes.push_back((error ? std::to_string(error->code()) + error->localizedDescription() : "ok") + " " +
-                       value);
-  };
-  const auto ask = [&] {
-    host.helper->getPower([&](const MaybeError& e, std::uint64_t v) { note(e, std::to_string(v)); });
-    host.helper->getFirmwareVersion([&](const MaybeError& e, const auto& v) { note(e, v.value_or("none")); });
-    host.helper->getCapacity([&](const MaybeError& e, const auto& v) { note(e, v ? "some" : "none"); });
-  };
-  host.peripheral->current = PeripheralState::disconnected;
-  ask();
-  EXPECT_EQ(outcomes, (Lines{"ok 0", "ok ", "1001蓝牙断开连接 none"}));
-  outcomes.clear();
-  host.peripheral->calls.clear();
-  host.helper->setCompletionBlock([](const MaybeError&, const auto&) {});
-  ask();
-  const std::string busy = "1002已有操作在进行中 ";
-  EXPECT_EQ(outcomes, (Lines{busy + "0", busy + "none", busy + "none"}));
-  EXPECT_TRUE(host.peripheral->calls.empty());
+TEST(Blocking, SilenceEndsAfterTheTimeOutAndFreesTheFacade) {
+  play<VirtualHost>([](auto& host) {
+    KWTBluetoothHelper& helper = *host.helper;
+    host.setReplies([](const auto&, const auto&) { return std::nullopt; });
+    const std::pair<Duration, std::function<bool()>> calls[]{
+        {5s, [&] { return helper.getPower() == -1; }}, {5s, [&] { return !helper.getFirmwareVersion(); }},
+        {5s, [&] { return !helper.getCapacity(); }},   {5s, [&] { return !helper.getFileNumAndFirstId(); }},
+        {5s, [&] { return !helper.getFileInfo(10); }}, {2s, [&] { return helper.notifyDownloadSuccess(); }}};
+    for (const auto& [timeOut, call] : calls) {
+      const Duration start = host.scheduler.now();
+      EXPECT_TRUE(call()) << start / 1s;
+      EXPECT_EQ(host.scheduler.now() - start, timeOut);
+      EXPECT_FALSE(helper.completionBlock());
+    }
+  });
+}
+
+TEST(Blocking, ARefusedCallFreesTheFacadeToo) {
+  play<VirtualHost>([](auto& host) {
+    KWTBluetoothHelper& helper = *host.helper;
+    const ReplyHandler other = [](const MaybeError&, const auto&) {};
+    helper.setCompletionBlock(other);
+    EXPECT_EQ(helper.getPower(), 0);
+    helper.setCompletionBlock(other);
+    EXPECT_EQ(helper.getFirmwareVersion(), std::nullopt);
+    EXPECT_EQ(helper.getPower(), 87);
+    host.link->disconnect();
+    EXPECT_EQ(helper.getPower(), 0);
+    EXPECT_EQ(helper.getFirmwareVersion(), "");
+    EXPECT_EQ(host.scheduler.now(), 0s);
+    host.link->connect();
+    // On the link's thread: refused, which frees the facade, then sent, but nobody can forward the answer.
+    std::vector<std::int64_t> levels;
+    helper.getPower([&](const MaybeError& error, std::uint64_t) {
+      for (int i = 0; i < 2; ++i) levels.push_back(helper.getPower());
+      host.outcome.completion()(error);
+    });
+    ASSERT_TRUE(host.outcome.wait());
+    EXPECT_EQ(levels, (std::vector<std::int64_t>{0, -1}));
+    EXPECT_EQ(host.scheduler.now(), 5s);
+    EXPECT_EQ(helper.getPower(), 87);
+  });
+}
+
+// Another thread's write takes so long that the form ends before its command could be sent.
+TEST(Blocking, SendsNothingOnceItsTimeOutIsOver) {
+  play<PlayedHost>([](auto& host) {
+    const auto other = host.scheduler.serialQueue("other");
+    host.peripheral->onWrite = [&](const auto&) { host.scheduler.sleep(8s); };
+    other->async([&] { host.helper->getCapacity(nullptr); });
+    host.scheduler.sleep(1s);
+    host.helper->setCompletionBlock(nullptr);  // or it would be refused
+    EXPECT_EQ(host.helper->getPower(), -1);
+    EXPECT_EQ(host.scheduler.now(), 6s);
+    host.scheduler.sleep(5s);
+    EXPECT_EQ(host.peripheral->calls.size(), 2U);  // the other one's
+    EXPECT_FALSE(host.helper->completionBlock());
+  });
+}
+
+// Whatever the link's thread does once the value is there.
+TEST(Blocking, NeverOutlastsItsTimeOut) {
+  playEach<PlayedHost>(std::array{true, false}, [](auto& host, bool slowPeripheral) {
+    const auto returned = host.scheduler.semaphore("returned");
+    host.answers["99"] = "99ec" + std::string(44, '0') + "57000000";
+    host.peripheral->onSetNotify = [&](bool enabled) {
+      if (!enabled && slowPeripheral) host.scheduler.sleep(8s);
+    };
+    host.peripheral->onWrite = [&, answer = host.peripheral->onWrite](const auto& written) {
+      answer(written);
+      if (slowPeripheral) return;  // else a host's completion waits for the thread inside the form
+      const auto inner = host.helper->completionBlock();
+      host.helper->setCompletionBlock([&, inner](const MaybeError& error, const auto& reply) {
+        inner(error, reply);
+        returned->wait(1min);
+      });
+    };
+    EXPECT_EQ(host.helper->getPower(), 87);
+    EXPECT_EQ(host.scheduler.now(), slowPeripheral ? 5s : 0s);
+    EXPECT_FALSE(host.helper->completionBlock());
+    returned->signal();
+  });
 }
 
 }  // namespace
-}  // namespace kwtsdk
+}  // namespace kwtsdk::testing

@@ -12,8 +12,7 @@ namespace kwtsdk::testing {
 class NotedSettings : public Settings {
  public:
   std::optional<std::uint64_t> read(const std::string& key) const override {
-    const auto found = values.find(key);
-    return found == values.end() ? std::nullopt : std::optional(found->second);
+    return values.contains(key) ? std::optional(values.at(key)) : std::nullopt;
   }
   void write(const std::string& key, std::uint64_t value) override {
     values[key] = value;

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
+#include <concepts>
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -16,9 +19,11 @@
 
 #include "codec/hex.h"
 #include "tests/support/fake_peripheral.h"
+#include "tests/support/noted_settings.h"
 
 namespace kwtsdk::testing {
 
+using namespace std::literals;
 using sim::VirtualTimeScheduler;
 
 /// Bytes that differ from one another and between recordings.
@@ -29,29 +34,62 @@ inline Bytes recordingOf(std::size_t size, unsigned number = 1) {
   return bytes;
 }
 
+// What completions get, as text: "ok" or code and description, then the values, "none" where there is none.
+inline std::string shown(const MaybeError& error) {
+  return error ? std::to_string(error->code()) + " " + error->localizedDescription() : "ok";
+}
+template <class T>
+std::string shown(const T& value) {
+  if constexpr (std::integral<T>)
+    return std::to_string(value);
+  else if constexpr (std::same_as<T, std::string>)
+    return value;
+  else if constexpr (std::same_as<T, ByteCounts>)
+    return shown(value.at(0)) + "," + shown(value.at(1));
+  else
+    return "some";
+}
+template <class T>
+std::string shown(const std::optional<T>& value) {
+  return value ? shown(*value) : "none";
+}
+
+/// A completion of any kind that writes down what it gets.
+inline auto into(Lines& outcomes) {
+  return [&outcomes](const MaybeError& error, const auto&... values) {
+    outcomes.push_back((shown(error) + ... + (" " + shown(values))));
+  };
+}
+
+/// A callback that does something more before the one that it wraps.
+inline ReplyHandler wrapped(ReplyHandler inner, std::function<void()> before) {
+  return [inner = std::move(inner), before = std::move(before)](const MaybeError& error, const auto& reply) {
+    before();
+    inner(error, reply);
+  };
+}
+
 /// A completion that signals and keeps what it was given last.
 struct Outcome {
   explicit Outcome(Scheduler& scheduler) : done(scheduler.semaphore("outcome")) {}
 
-  Completion completion() {
-    return [this](const MaybeError& given) { take(given); };
+  auto completion() {
+    return [this](const MaybeError& given, const auto&... values) {
+      ((value = shown(values)), ...);
+      ++calls;
+      error = given;
+      done->signal();
+    };
   }
   template <class T>
-  ValueCompletion<T> completion(std::optional<T>& value) {
-    return [this, &value](const MaybeError& given, const std::optional<T>& result) {
-      value = result;
+  ValueCompletion<T> completion(std::optional<T>& result) {
+    return [take = completion(), &result](const MaybeError& given, const std::optional<T>& got) {
+      result = got;
       take(given);
     };
   }
-  void take(const MaybeError& given) {
-    ++calls;
-    error = given;
-    done->signal();
-  }
   bool wait(Duration timeout = std::chrono::minutes(5)) { return done->wait(timeout); }
-  std::string text() const {
-    return error ? std::to_string(error->code()) + " " + error->localizedDescription() : std::string("ok");
-  }
+  std::string text() const { return shown(error); }
 
   /// What it ended with, as text.
   std::string ended(Duration timeout = std::chrono::minutes(5)) {
@@ -60,17 +98,19 @@ struct Outcome {
 
   std::shared_ptr<Semaphore> done;
   MaybeError error;
+  std::string value;
   int calls = 0;
 };
 
 /// A facade attached to a simulated recorder; its requests are written down as hex in the order answered.
 struct SimHost {
   explicit SimHost(const std::shared_ptr<Scheduler>& scheduler, sim::LinkTiming timing = {},
-                   std::shared_ptr<sim::FaultPlan> faults = nullptr)
+                   std::shared_ptr<sim::FaultPlan> faults = nullptr, std::shared_ptr<Log> other = nullptr)
       : model(std::make_shared<sim::RecorderModel>(store)),
         link(sim::SimulatedLink::create(scheduler, model, timing, std::move(faults))),
         outcome(*scheduler),
-        helper(KWTBluetoothHelper::create({scheduler, nullptr, nullptr, log})) {
+        helper(KWTBluetoothHelper::create(
+            {scheduler, std::make_shared<NotedSettings>(), nullptr, other ? std::move(other) : log})) {
     model->setBatteryLevel(87);
     model->setVersion({0, 1, 2, 3});
     link->attach(helper);
@@ -102,6 +142,17 @@ struct SimHost {
   std::shared_ptr<KWTBluetoothHelper> helper;
 };
 
+/// The same on virtual time, with faults that a test chooses.
+struct VirtualHost : SimHost {
+  explicit VirtualHost(
+      const std::shared_ptr<VirtualTimeScheduler>& virtualTime,
+      const std::shared_ptr<sim::ScriptedFaults>& plan = std::make_shared<sim::ScriptedFaults>())
+      : SimHost(virtualTime, {}, plan), scheduler(*virtualTime), faults(*plan) {}
+
+  VirtualTimeScheduler& scheduler;
+  sim::ScriptedFaults& faults;
+};
+
 /// Runs `body` with a `Scene` of its own on virtual time.
 template <class Scene>
 void play(const std::function<void(Scene&)>& body, std::uint64_t seed = 1) {
@@ -112,14 +163,18 @@ void play(const std::function<void(Scene&)>& body, std::uint64_t seed = 1) {
   });
 }
 
-/// Runs `body` against a simulated recorder on virtual time.
-inline void onVirtualTime(const std::function<void(SimHost&, VirtualTimeScheduler&)>& body,
-                          std::shared_ptr<sim::FaultPlan> faults = nullptr) {
-  const auto scheduler = VirtualTimeScheduler::create(1);
-  scheduler->run([&] {
-    SimHost host(scheduler, {}, std::move(faults));
-    body(host, *scheduler);
-  });
+/// Runs `body` for each case with a `Scene` of its own; what a tuple holds are arguments.
+template <class Scene, class Cases, class Body>
+void playEach(const Cases& cases, const Body& body) {
+  for (const auto& test : cases) {
+    play<Scene>([&](Scene& scene) {
+      const auto call = [&](const auto&... values) { body(scene, values...); };
+      if constexpr (requires { std::tuple_size<std::decay_t<decltype(test)>>::value; })
+        std::apply(call, test);
+      else
+        call(test);
+    });
+  }
 }
 
 }  // namespace kwtsdk::testing

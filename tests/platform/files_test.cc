@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+#include <kwtsdk/files.h>
+#include <kwtsdk/settings.h>
+#include <sys/stat.h>
+
+#include "platform/posix/files.h"
+#include "tests/support/temporary_folder.h"
+
+namespace kwtsdk::testing {
+namespace {
+
+TEST(Files, WritingNeverTruncates) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("f");
+  writeFile(path, "0123456789");
+  EXPECT_TRUE(getFileHandleForWrite(path)->write("abcd", 4));
+  EXPECT_EQ(contentOf(path), "abcd456789");
+  EXPECT_TRUE(getFileHandleForAppend(path)->write("xy", 2));
+  EXPECT_EQ(contentOf(path), "abcd456789xy");
+  EXPECT_TRUE(getFileHandleForAppend(folder.file("new"))->write("z", 1));
+  EXPECT_EQ(contentOf(folder.file("new")), "z");
+}
+
+TEST(Files, WhatCannotBeOpenedIsNone) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
+  for (const std::string& path :
+       {folder.path(), folder.file("missing/f"), folder.file("pipe"), std::string()})
+    EXPECT_EQ(getFileHandleForWrite(path), nullptr) << path;
+}
+
+TEST(Files, NothingIsWrittenAfterAFailedWrite) {
+  const auto full = getFileHandleForWrite("/dev/full");
+  ASSERT_TRUE(full);
+  EXPECT_FALSE(full->write("x", 1));
+  const std::string failure = full->failure();
+  EXPECT_NE(failure, "");
+  for (const auto& handle : {full, full, std::shared_ptr<FileHandle>()}) closeFileHandle(handle);
+  EXPECT_FALSE(full->write("x", 1) || full->isOpen());
+  EXPECT_EQ(full->failure(), failure);
+}
+
+TEST(Files, SizesAndWholeContents) {
+  const TemporaryFolder folder;
+  writeFile(folder.file("large"), std::string(200000, 'x'));
+  writeFile(folder.file("empty"), "");
+  const std::tuple<std::string, bool, std::optional<Bytes>> cases[]{
+      {folder.file("large"), true, Bytes(200000, 'x')},
+      {folder.file("empty"), true, Bytes()},
+      {folder.file("missing"), false, std::nullopt},
+      {folder.path(), false, std::nullopt}};
+  for (const auto& [path, exists, content] : cases) {
+    EXPECT_EQ(fileIsExist(path), exists) << path;
+    EXPECT_TRUE(internal::dataOfFile(path) == content) << path;
+  }
+  EXPECT_TRUE(fileSize(folder.file("large")) == 200000 && fileSize(folder.file("missing")) == 0);
+  EXPECT_EQ(filesizeFromBlockNum(0xFFFFFFFF), 0xFFFFFFFFULL * 32768);
+}
+
+TEST(FileSettings, OnlyAFlushReachesTheFileAndKeepsTheKeysOfOthers) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("a/b/settings");
+  const auto one = fileSettings(path), other = fileSettings(path);
+  EXPECT_FALSE(one->read("a") || other->read("a"));
+  one->write("a", 1);
+  EXPECT_EQ(fileSettings(path)->read("a"), std::nullopt);
+  one->flush();
+  other->write("b", ~0ULL);
+  other->flush();
+  EXPECT_EQ(contentOf(path), "a 1\nb 18446744073709551615\n");
+  one->remove("a");
+  one->flush();
+  other->flush();
+  EXPECT_EQ(contentOf(path), "b 18446744073709551615\n");
+  EXPECT_EQ(fileSettings(path)->read("b"), ~0ULL);
+  fileSettings(path)->write("c", 3);  // which goes at once, and takes it to the file
+  EXPECT_EQ(fileSettings(path)->read("c"), 3U);
+}
+
+TEST(FileSettings, SurvivesWhatItCannotUse) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("settings");
+  // A half-written replacement beside the file is what a crash during a flush leaves.
+  writeFile(path, "good 7\nnovalue\nbad x\nhuge 99999999999999999999\nlast 9");
+  writeFile(path + ".new", "goo");
+  const auto settings = fileSettings(path);
+  for (const char* key : {"bad", "huge", "novalue"}) EXPECT_EQ(settings->read(key), std::nullopt) << key;
+  EXPECT_TRUE(settings->read("good") == 7U && settings->read("last") == 9U);
+  settings->flush();
+  EXPECT_EQ(contentOf(path), "good 7\nlast 9\n");
+
+  const auto unwritable = fileSettings(folder.path());  // a folder stands in the way
+  unwritable->write("k", 1);
+  unwritable->flush();
+  EXPECT_EQ(unwritable->read("k"), 1U);
+}
+
+}  // namespace
+}  // namespace kwtsdk::testing
