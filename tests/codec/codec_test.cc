@@ -9,6 +9,11 @@
 #include "sim/model/wire.h"
 #include "tests/support/sim_host.h"
 
+#ifndef __has_feature
+#define __has_feature(feature) 0
+#endif
+
+#if !__has_feature(thread_sanitizer)  // which has an operator new of its own
 namespace {
 
 thread_local std::size_t refusedSize = 0;
@@ -23,6 +28,7 @@ void* operator new(std::size_t size) {
 }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#endif
 
 namespace kwtsdk {
 namespace {
@@ -54,10 +60,12 @@ TEST(Hex, IntegersAndPadding) {
 }
 
 TEST(ByteSlice, KeepsItsBounds) {
+#if !__has_feature(thread_sanitizer)
   const Bytes large(1 << 20);
   refusedSize = large.size();
   EXPECT_EQ(subDataWithRange(large, 0, large.size()), std::nullopt);  // there is no memory
   refusedSize = 0;
+#endif
   const Bytes data{1, 2, 3, 4};
   EXPECT_EQ(subDataWithRange(data, 2, 2), (Bytes{3, 4}));
   EXPECT_EQ(subDataWithRange(data, 4, 0), Bytes{});
