@@ -103,6 +103,7 @@ TEST(Blocking, NeverOutlastsItsTimeOut) {
     EXPECT_EQ(host.scheduler.now(), slowPeripheral ? 5s : 0s);
     EXPECT_FALSE(host.helper->completionBlock());
     returned->signal();
+    host.link = nullptr;  // waits for the completion
   });
 }
 
