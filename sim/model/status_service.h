@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <span>
 
+#include "sim/byte_order.h"
 #include "sim/model/service.h"
 #include "sim/model/wire.h"
 
