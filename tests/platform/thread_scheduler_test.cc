@@ -105,11 +105,10 @@ TEST(RealUpdate, NoneFailsAndNoneLosesAPacket) {
   for (int left = asked == nullptr ? 20 : std::atoi(asked); left > 0; left -= 4) {
     for (const auto& host : hosts)
       host->helper->updateFirmware(folder.file("image"), nullptr, host->outcome.completion());
-    for (const auto& host : hosts) {
-      EXPECT_EQ(host->outcome.ended() + host->outcome.value, "oksuccess");
-      EXPECT_TRUE(host->model->installedImage() == image);
-    }
+    for (const auto& host : hosts) EXPECT_EQ(host->outcome.ended() + host->outcome.value, "oksuccess");
   }
+  // The last "done" may still be under way, those before it are not.
+  for (const auto& host : hosts) EXPECT_TRUE(host->model->installedImage() == image);
 }
 
 }  // namespace
