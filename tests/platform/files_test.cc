@@ -31,8 +31,7 @@ TEST(Files, WhatCannotBeOpenedIsNone) {
 
 TEST(Files, NothingIsWrittenAfterAFailedWrite) {
   const auto full = getFileHandleForWrite("/dev/full");
-  ASSERT_TRUE(full);
-  EXPECT_FALSE(full->write("x", 1));
+  ASSERT_TRUE(full && !full->write("x", 1));
   const std::string failure = full->failure();
   EXPECT_NE(failure, "");
   for (const auto& handle : {full, full, std::shared_ptr<FileHandle>()}) closeFileHandle(handle);

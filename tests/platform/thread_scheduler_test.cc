@@ -28,8 +28,7 @@ TEST(ThreadScheduler, AQueueKeepsOrderAndMayDestroyItself) {
   const std::weak_ptr<SerialQueue> weak = queue;
   queue = nullptr;
   ASSERT_TRUE(done->wait(std::nullopt));
-  ASSERT_EQ(order.size(), 1000U);
-  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  EXPECT_TRUE(order.size() == 1000 && std::is_sorted(order.begin(), order.end()));
   EXPECT_TRUE(weak.expired());
 }
 
@@ -105,11 +104,10 @@ TEST(RealUpdate, NoneFailsAndNoneLosesAPacket) {
   for (int left = asked == nullptr ? 20 : std::atoi(asked); left > 0; left -= 4) {
     for (const auto& host : hosts)
       host->helper->updateFirmware(folder.file("image"), nullptr, host->outcome.completion());
-    for (const auto& host : hosts) {
-      EXPECT_EQ(host->outcome.ended() + host->outcome.value, "oksuccess");
-      EXPECT_TRUE(host->model->installedImage() == image);
-    }
+    for (const auto& host : hosts) EXPECT_EQ(host->outcome.ended() + host->outcome.value, "oksuccess");
   }
+  // The last "done" may still be under way, those before it are not.
+  for (const auto& host : hosts) EXPECT_TRUE(host->model->installedImage() == image);
 }
 
 }  // namespace

@@ -94,7 +94,7 @@ TEST(Blocking, NeverOutlastsItsTimeOut) {
       answer(written);
       if (slowPeripheral) return;  // else a host's completion waits for the thread inside the form
       const auto inner = host.helper->completionBlock();
-      host.helper->setCompletionBlock([&, inner](const MaybeError& error, const auto& reply) {
+      host.helper->setCompletionBlock([inner, returned](const MaybeError& error, const auto& reply) {
         inner(error, reply);
         returned->wait(1min);
       });
