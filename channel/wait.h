@@ -23,16 +23,9 @@ class Waiting {
   }
 
  protected:
-  /// Tells threads from one another.
-  static const void* thisThread() {
-    thread_local const char mark = 0;
-    return &mark;
-  }
-
   const std::shared_ptr<Semaphore> semaphore_;
   mutable Mutex mutex_;
   bool over_ KWT_GUARDED_BY(mutex_) = false;
-  const void* setBy_ KWT_GUARDED_BY(mutex_) = nullptr;  // the thread that gave the value
 };
 
 /// One wait for one value, which a promise brings. It ends when the last copy of the promise is gone: the
@@ -47,26 +40,20 @@ class Wait {
 
     void set(T value) {
       const MutexLock lock(mutex_);
-      if (over_ || setBy_ != nullptr) return;
-      setBy_ = thisThread();
+      if (over_ || std::exchange(given_, true)) return;
       value_ = std::move(value);
     }
     void end() { semaphore_->signal(); }
 
     T wait(std::optional<Duration> timeout) {
-      // What this thread itself brought, it may have to let go of after the wait.
-      if (!setHere()) semaphore_->wait(timeout);
+      semaphore_->wait(timeout);
       const MutexLock lock(mutex_);
       over_ = true;
       return value_;
     }
 
    private:
-    bool setHere() const {
-      const MutexLock lock(this->mutex_);
-      return setBy_ == thisThread();
-    }
-
+    bool given_ KWT_GUARDED_BY(mutex_) = false;
     T value_ KWT_GUARDED_BY(mutex_);
   };
 
