@@ -9,25 +9,14 @@ import time
 import unittest
 
 from air_support import ADDRESS, KWT_RECORDER, NAME, AirRecorder, BluetoothService
-from kwt_support import BLOCK, DATA, QUERIES, KwtTestCase, Terminal, finish, tool, wire
+from kwt_support import BLOCK, DATA, QUERIES, KwtTestCase, Terminal, finish, image, tool, wire
 
 SEGMENT = wire("kSegmentSize")
 MTU = wire("kDownloadHeadSize") + DATA + 3
 ROUNDS = int(os.environ["KWT_ROUNDS"])
 
 bluetooth = BluetoothService()
-
-
-def setUpModule():
-    bluetooth.start()
-
-
-def tearDownModule():
-    bluetooth.kill()
-
-
-def image(size, version=(2, 5, 1)):
-    return random.Random(size).randbytes(size - 4) + bytes(version) + b"\x07"
+setUpModule, tearDownModule = bluetooth.start, bluetooth.kill
 
 
 class AirTest(KwtTestCase):

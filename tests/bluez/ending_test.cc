@@ -9,12 +9,10 @@ namespace {
 
 TEST(BluezLoss, FailsWhatIsQueuedAndIsFollowedByAnotherConnection) {
   Host host;
-  struct Loss {
-    std::string loss, repair;
-  };
-  for (const auto& [loss, repair] :
-       {Loss{"lose", "start"}, Loss{"power off", "power on"}, Loss{"adapter off", "adapter on"},
-        Loss{"end", "start"}, Loss{"bus", "end;start"}, Loss{"disconnect", "start"}}) {
+  const std::pair<std::string, std::string> cases[]{
+      {"lose", "start"}, {"power off", "power on"}, {"adapter off", "adapter on"},
+      {"end", "start"},  {"bus", "end;start"},      {"disconnect", "start"}};
+  for (const auto& [loss, repair] : cases) {
     SCOPED_TRACE(loss);
     ASSERT_EQ(nameOf(host.device->connect()), "ok");
     host.bluez.obey("hold WriteValue");
@@ -70,8 +68,7 @@ TEST(BluezRelease, AtAnyMoment) {
     Host host;
     const auto event = [&host, moment = moment](const std::string& name) {
       host.journal->add(name);
-      if (name == moment) host.device = nullptr;
-      if (name == moment) host.journal->add("ended");
+      if (name == moment) host.device = nullptr, host.journal->add("ended");
     };
     ASSERT_EQ(nameOf(host.device->connect()), "ok");
     host.device->setEvents([event](auto&&...) { event("didWrite"); },
@@ -151,7 +148,7 @@ TEST(BluezRelease, RoundsLeaveNothingBehind) {
     round % 2 == 0 ? host.device->disconnect() : host.bluez.obey("lose");
     EXPECT_TRUE(host.journal->await("onDisconnect"));
     EXPECT_EQ(host.helper->getPower(), 0);  // not sent
-    host.journal->take();
+    EXPECT_EQ(std::ranges::count(host.journal->take(), "overlap"), 0);
     if (round == 10) before = used();
   }
   EXPECT_LT(used(), before + 10);

@@ -94,13 +94,8 @@ class FakeBluez {
     if (bus_.isStarted()) follow();
   }
 
-  std::string state(const std::string& word) const {
-    const auto found = state_.find(word);
-    return found == state_.end() ? "" : found->second;
-  }
-
   void follow() {  // the state
-    const bool adapter = state("adapter") == "on", power = state("power") == "on";
+    const bool adapter = state_["adapter"] == "on", power = state_["power"] == "on";
     if (adapter != (adapter_ != nullptr)) adapter ? addAdapter() : removeAdapter();
     if (adapter_ && power_.exchange(power) != power) {
       FakeBus::tell(adapter_, bluez::kAdapter, {{"Powered", sdbus::Variant(power)}});
@@ -136,7 +131,7 @@ class FakeBluez {
     }
     journal_->add(line);
     if (isHeld(*call)) return held_.push_back(call);
-    const std::string refusal = state(call->method);
+    const std::string refusal = state_[call->method];
     refusal.empty() ? work(call) : answer(call, refusal);
   }
 
@@ -166,8 +161,8 @@ class FakeBluez {
     journal_->add(call->method + " answered");
   }
 
-  bool isHeld(const FakeBus::Call& call) const {
-    return state(call.method) == "hold" || (call.method == "Connect" && state("heard") != "on");
+  bool isHeld(const FakeBus::Call& call) {
+    return state_[call.method] == "hold" || (call.method == "Connect" && state_["heard"] != "on");
   }
   void failHeld() {
     for (const auto& call : std::exchange(held_, {})) answer(call, kFailed);
@@ -175,7 +170,7 @@ class FakeBluez {
 
   void addAdapter() {
     adapter_ = bus_.object(kAdapterPath);
-    power_ = state("power") == "on";
+    power_ = state_["power"] == "on";
     FakeBus::addProperty(adapter_, bluez::kAdapter, "Powered", [this] { return power_.load(); });
     bus_.addMethods<FakeBus::Properties>(adapter_, bluez::kAdapter, {"SetDiscoveryFilter"});
     bus_.addMethods(adapter_, bluez::kAdapter, {"StartDiscovery", "StopDiscovery"});
@@ -194,7 +189,7 @@ class FakeBluez {
     if (!on && recorder_) FakeBus::tell(recorder_, bluez::kDevice, {}, {"RSSI"});
   }
   void hear() {
-    const bool heard = state("heard") == "on";
+    const bool heard = state_["heard"] == "on";
     if (heard && recorder_)
       FakeBus::tell(recorder_, bluez::kDevice, {{"RSSI", sdbus::Variant(std::int16_t(-60))}});
     if (heard && !recorder_) recorder_ = device(kRecorderAddress, true);
@@ -229,9 +224,9 @@ class FakeBluez {
   }
 
   void resolve() {
-    if (!connected_ || state("resolve") != "on" || resolved_) return;
+    if (!connected_ || state_["resolve"] != "on" || resolved_) return;
     for (const auto& source : link_->characteristics()) {
-      if (source->UUID().toString().find(state("lack")) == std::string::npos) addGatt(source);
+      if (source->UUID().toString().find(state_["lack"]) == std::string::npos) addGatt(source);
     }
     resolved_ = true;
     FakeBus::tell(recorder_, bluez::kDevice, {{"ServicesResolved", sdbus::Variant(true)}});
@@ -262,7 +257,7 @@ class FakeBluez {
     if ((source->properties() & characteristic_property::notify) != 0) flags.emplace_back("notify");
     add("UUID", source->UUID().toString());
     add("Flags", flags);
-    add("MTU", static_cast<std::uint16_t>(std::stoul(state("mtu"))));
+    add("MTU", static_cast<std::uint16_t>(std::stoul(state_["mtu"])));
     bus_.addMethods<Bytes, FakeBus::Properties>(gatt.object, bluez::kCharacteristic, {"WriteValue"});
     bus_.addMethods(gatt.object, bluez::kCharacteristic, {"StartNotify", "StopNotify"});
     FakeBus::publish(gatt.object);

@@ -9,9 +9,8 @@
 #include "sim/samples/microphones.h"
 #include "tests/bluez/fake_bluez.h"
 
-namespace {
-
-void serve(int count, char** arguments) {
+int main(int count, char** arguments) try {
+  if (count < 2) throw std::runtime_error("usage: fake-bluez STORE [COMMAND...]");
   const auto scheduler = kwtsdk::threadScheduler();
   const auto journal = std::make_shared<kwtsdk::testing::Journal>(*scheduler);
   auto recorder = kwtsdk::sim::openSimulatedRecorder(scheduler, arguments[1]);
@@ -21,24 +20,11 @@ void serve(int count, char** arguments) {
   bluez.obey("start");
   std::cout << "ready" << std::endl;
   for (std::string line; std::getline(std::cin, line);) {
-    if (constexpr std::string_view await = "await "; line.starts_with(await)) {
-      journal->await(line.substr(await.size()));
-    } else {
-      bluez.obey(line);
-    }
+    constexpr std::string_view await = "await ";
+    line.starts_with(await) ? void(journal->await(line.substr(await.size()))) : bluez.obey(line);
     std::cout << "done" << std::endl;
   }
-}
-
-}  // namespace
-
-int main(int count, char** arguments) {
-  try {
-    if (count < 2) throw std::runtime_error("usage: fake-bluez STORE [COMMAND...]");
-    serve(count, arguments);
-    return 0;
-  } catch (const std::exception& failure) {
-    std::cerr << "fake-bluez: " << failure.what() << '\n';
-    return 1;
-  }
+} catch (const std::exception& failure) {
+  std::cerr << "fake-bluez: " << failure.what() << '\n';
+  return 1;
 }

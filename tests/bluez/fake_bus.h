@@ -74,27 +74,21 @@ class FakeBus {
   template <class... Arguments>
   void addMethods(const Object& object, const char* interface, const std::vector<const char*>& methods) {
     for (const char* const method : methods) {
-      object->registerMethod(method).onInterface(interface).implementedAs([this, method,
-                                                                           connection =
-                                                                               std::weak_ptr(connection_),
-                                                                           path = object->getObjectPath()](
-                                                                              sdbus::Result<>&& result,
-                                                                              const Arguments&... arguments) {
+      auto take = [this, method, connection = std::weak_ptr(connection_), path = object->getObjectPath()](
+                      sdbus::Result<>&& result, const Arguments&... arguments) {
         const auto call = std::make_shared<Call>(Call{connection.lock(), method, path, std::move(result)});
         read(*call, arguments...);
         post([this, call] {
           if (call->connection == connection_) onCall_(call);
         });
-      });
+      };
+      object->registerMethod(method).onInterface(interface).implementedAs(std::move(take));
     }
   }
 
   static void answer(Call& call, const std::string& error) {
-    if (error.empty()) {
-      call.result.returnResults();
-    } else {
-      call.result.returnError(sdbus::Error(error, "as the test asks"));
-    }
+    error.empty() ? call.result.returnResults()
+                  : call.result.returnError(sdbus::Error(error, "as the test asks"));
   }
 
   static void publish(const Object& object) {

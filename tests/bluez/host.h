@@ -2,17 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-#include <utility>
-
 #include <kwtsdk/bluez/device.h>
 #include <kwtsdk/bluez/scanner.h>
-#include <kwtsdk/sim/memory_store.h>
 
 #include "tests/bluez/fake_bluez.h"
 #include "tests/bluez/private_bus.h"
-#include "tests/support/noted_settings.h"
 #include "tests/support/sim_host.h"
 
 namespace kwtsdk::testing {
@@ -20,8 +14,6 @@ namespace kwtsdk::testing {
 using bluez::ConnectStep;
 using bluez::Device;
 using bluez::Problem;
-using std::chrono_literals::operator""ms;
-using std::chrono_literals::operator""min;
 
 inline std::string nameOf(const MaybeError& error) {
   if (!error) return "ok";
@@ -70,11 +62,8 @@ struct Host {
       std::make_shared<sim::RecorderModel>(std::make_shared<sim::MemoryStore>());
   FakeBluez bluez{*scheduler, sim::SimulatedLink::create(scheduler, model), journal};
   std::shared_ptr<Device> device = Device::create(scheduler, "aa:bb:cc:dd:ee:ff");
-  std::shared_ptr<KWTBluetoothHelper> helper =
-      KWTBluetoothHelper::create({.scheduler = scheduler,
-                                  .settings = std::make_shared<NotedSettings>(),
-                                  .opusConverter = nullptr,
-                                  .log = std::make_shared<LineLog>()});
+  std::shared_ptr<KWTBluetoothHelper> helper = KWTBluetoothHelper::create(
+      {scheduler, std::make_shared<NotedSettings>(), nullptr, std::make_shared<LineLog>()});
   std::shared_ptr<SerialQueue> other = scheduler->serialQueue("other");
 };
 

@@ -53,26 +53,24 @@ TEST(DamagedOggFile, GivesWhatCanBeDecoded) {
   const std::string whole = oggOpus(600);  // of several pages
   const std::size_t frames = 3 * 600 * kPacketFrames, secondPage = whole.find("OggS", whole.size() / 2);
   const std::size_t padding = wire::kBlockSize - whole.size() % wire::kBlockSize;
-  const struct {
-    const char* name;
-    std::string content;
-    std::size_t least, most;  // 0: no sound, which is a failure
-    bool isDamaged;
-  } cases[] = {{"padded", whole + std::string(padding, '\0'), frames, frames, false},
-               {"cut", whole.substr(0, whole.size() / 2), frames / 4, frames / 2, false},
-               {"one bit", flipped(whole, secondPage + 1000, 1), frames / 2, frames - 1, true},
-               {"page missing", std::string(whole).erase(secondPage, 5000), frames / 2, frames - 1, true},
-               {"chained", whole + oggOpus(50, 2), frames + 48000, frames + 48000, false},
-               {"first header cut", whole.substr(0, 60), 0, 0, false},
-               {"second header cut", whole.substr(0, 150), 0, 0, false},
-               {"bad header", flipped(whole, 30, 1), 0, 0, false}};
-  for (const auto& c : cases) {
+  // The content, the fewest and the most samples (0: no sound, which is a failure), and whether it is
+  // damaged.
+  const std::tuple<const char*, std::string, std::size_t, std::size_t, bool> cases[] = {
+      {"padded", whole + std::string(padding, '\0'), frames, frames, false},
+      {"cut", whole.substr(0, whole.size() / 2), frames / 4, frames / 2, false},
+      {"one bit", flipped(whole, secondPage + 1000, 1), frames / 2, frames - 1, true},
+      {"page missing", std::string(whole).erase(secondPage, 5000), frames / 2, frames - 1, true},
+      {"chained", whole + oggOpus(50, 2), frames + 48000, frames + 48000, false},
+      {"first header cut", whole.substr(0, 60), 0, 0, false},
+      {"second header cut", whole.substr(0, 150), 0, 0, false},
+      {"bad header", flipped(whole, 30, 1), 0, 0, false}};
+  for (const auto& [name, content, least, most, isDamaged] : cases) {
     std::filesystem::remove(folder.file("out"));
-    const auto result = wavOf(folder, c.content);
-    EXPECT_EQ(result.status, c.most > 0 ? 0 : -1) << c.name << ": " << result.text;
-    EXPECT_TRUE(result.frames >= c.least && result.frames <= c.most) << c.name << ": " << result.frames;
-    EXPECT_EQ(result.damagedPackets > 0, c.isDamaged) << c.name;
-    EXPECT_EQ(namesIn(folder.path()), c.most > 0 ? (Names{"in", "out"}) : Names{"in"});
+    const auto result = wavOf(folder, content);
+    EXPECT_EQ(result.status, most > 0 ? 0 : -1) << name << ": " << result.text;
+    EXPECT_TRUE(result.frames >= least && result.frames <= most) << name << ": " << result.frames;
+    EXPECT_EQ(result.damagedPackets > 0, isDamaged) << name;
+    EXPECT_EQ(namesIn(folder.path()), most > 0 ? (Names{"in", "out"}) : Names{"in"});
   }
 }
 

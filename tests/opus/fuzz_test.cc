@@ -43,17 +43,6 @@ std::string mutated(sim::Random& random, const std::vector<std::string>& origina
   return bytes;
 }
 
-void expectOutput(const TemporaryFolder& folder, const ConversionResult& result, Format format) {
-  const bool isDone = result.status >= 0;
-  EXPECT_EQ(namesIn(folder.path()), isDone ? (Names{"in", "out"}) : Names{"in"});
-  EXPECT_EQ(result.text.empty(), isDone);
-  if (!isDone) return;
-  const std::string out = contentOf(folder.file("out"));
-  EXPECT_GT(result.frames, 0U);
-  EXPECT_TRUE(format == Format::mp3 ? out.size() % 108 == 0
-                                    : isWav(out, result.sampleRate, result.frames, number(out, 22, 2)));
-}
-
 TEST(Fuzz, EveryInputIsConvertedOrRefused) {
   constexpr int inputs = 10000;
   const std::uint64_t seed = sim::seedFromEnvironment(20240517);
@@ -70,8 +59,16 @@ TEST(Fuzz, EveryInputIsConvertedOrRefused) {
     writeFile(folder.file("in"), mutated(random, originals));
     const Format format = random.below(10) == 0 ? Format::mp3 : Format::wav;
     const auto result = convert(folder.file("in"), folder.file("out"), format, 24, {});
-    expectOutput(folder, result, format);
-    if (result.status == 0) ++converted;
+    const bool isDone = result.status >= 0;
+    EXPECT_EQ(namesIn(folder.path()), isDone ? (Names{"in", "out"}) : Names{"in"});
+    EXPECT_EQ(result.text.empty(), isDone);
+    if (isDone) {
+      ++converted;
+      const std::string out = contentOf(folder.file("out"));
+      EXPECT_GT(result.frames, 0U);
+      EXPECT_TRUE(format == Format::mp3 ? out.size() % 108 == 0
+                                        : isWav(out, result.sampleRate, result.frames, number(out, 22, 2)));
+    }
     if (result.source == Source::liveRecording) RecordingMeter(folder.file("in")).read();
     if (HasFailure()) std::cout << "input " << i << ": " << result.text << '\n';
   }

@@ -1,24 +1,22 @@
 #include <gtest/gtest.h>
-#include <kwtsdk/sim/memory_store.h>
 #include <kwtsdk/sim/seed.h>
-#include <kwtsdk/sim/virtual_time_scheduler.h>
 
 #include <algorithm>
 #include <iostream>
 #include <map>
 #include <sstream>
 
-#include "codec/hex.h"
 #include "sim/air/att_session.h"
 #include "sim/model/wire.h"
 #include "sim/virtual_time/random.h"
+#include "tests/support/sim_host.h"
 
 namespace kwtsdk::sim {
 namespace {
 
 using internal::hexString;
 using internal::toData;
-using Pdus = std::vector<std::string>;
+using Pdus = testing::Lines;
 
 // Handles: 3 the device's name, 8 and 10 the recorder's channel, 11 its configuration, 14 and 20 where the
 // other channels are written, 21 the last.

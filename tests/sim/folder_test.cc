@@ -1,24 +1,20 @@
 #include <gtest/gtest.h>
-#include <kwtsdk/kwtsdk.h>
 #include <kwtsdk/sim/folder_store.h>
-#include <kwtsdk/sim/memory_store.h>
 #include <kwtsdk/sim/seeded_faults.h>
 #include <kwtsdk/sim/simulated_recorder.h>
-#include <kwtsdk/sim/virtual_time_scheduler.h>
 
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <sstream>
 
-#include "codec/hex.h"
+#include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/thrown_by.h"
 
 namespace kwtsdk::sim {
 namespace {
 
-using namespace std::chrono_literals;
 using namespace testing;
 
 TEST(DeviceScript, ReadsTimingFaultsAndTheRecordersPart) {
@@ -75,13 +71,12 @@ mtu 22:"22" is not a whole number from 23 to 517)");
 }
 
 TEST(SeededFaults, FollowSeedAndRates) {
-  using Action = std::tuple<Fault, Duration, std::size_t>;
   const auto faults = [](std::uint64_t seed) {
     SeededFaults plan(seed, {.drop = 0.1, .delay = 0.1, .corrupt = 0.1, .refuse = 0.1, .longestDelay = 3ms});
-    std::vector<Action> actions(10000);
-    for (auto& [fault, delay, position] : actions) {
-      const FaultAction next = plan.next(LinkEvent::write);
-      std::tie(fault, delay, position) = std::tie(next.fault, next.delay, next.position);
+    std::vector<std::tuple<Fault, Duration, std::size_t>> actions;
+    while (actions.size() < 10000) {
+      const auto [fault, delay, position] = plan.next(LinkEvent::write);
+      actions.emplace_back(fault, delay, position);
       EXPECT_LE(delay, 3ms);
     }
     return actions;
@@ -90,7 +85,7 @@ TEST(SeededFaults, FollowSeedAndRates) {
   EXPECT_TRUE(first == faults(1) && first != other);
   EXPECT_FALSE(std::equal(first.begin() + 1, first.end(), other.begin())) << "a seed is no shift of another";
   for (const Fault fault : {Fault::drop, Fault::delay, Fault::corrupt, Fault::refuse}) {
-    const auto is = [fault](const Action& action) { return std::get<0>(action) == fault; };
+    const auto is = [fault](const auto& action) { return std::get<0>(action) == fault; };
     EXPECT_NEAR(static_cast<double>(std::ranges::count_if(first, is)), 1000, 150);
   }
 }
@@ -154,8 +149,6 @@ TEST(FolderStore, DeletionRemovesTheFileAndTheIdsOutliveTheProgram) {
   const auto store = FolderStore::open(folder.path());
   EXPECT_FALSE(std::filesystem::exists(folder.file("a")));
   EXPECT_EQ(store->firstId(), 2U);
-  EXPECT_EQ(store->count(), 2U);
-  EXPECT_EQ(contentOf(folder.file("device/first-id")), "2\n");
 
   // A second program removed the recording already: that counts as deleted.
   std::filesystem::remove(folder.file("b"));

@@ -14,7 +14,7 @@ namespace {
 
 using internal::hexString;
 using internal::toData;
-using namespace std::chrono_literals;
+using namespace testing;
 
 const std::string fileWrite = "4B1D9E07-53A6-42C8-B7F0-6E2A19820004",
                   fileNotify = "4B1D9E07-53A6-42C8-B7F0-6E2A19820003";
