@@ -12,7 +12,6 @@ from air_support import ADDRESS, KWT_RECORDER, NAME, AirRecorder, BluetoothServi
 from kwt_support import BLOCK, DATA, QUERIES, KwtTestCase, Terminal, finish, image, tool, wire
 
 SEGMENT = wire("kSegmentSize")
-MTU = wire("kDownloadHeadSize") + DATA + 3
 ROUNDS = int(os.environ["KWT_ROUNDS"])
 
 bluetooth = BluetoothService()
@@ -70,7 +69,7 @@ class AirTest(KwtTestCase):
         self.all_operations(517)
 
     def test_mtu_that_is_too_small(self):
-        self.check(AirRecorder(self, mtu=23).run("info"), 1, "ATT MTU 23", f"at least {MTU}")
+        self.check(AirRecorder(self, mtu=23).run("info"), 1, "ATT MTU 23", f"at least {wire('kDownloadHeadSize') + DATA + 3}")
 
     def test_scan(self):
         AirRecorder(self)

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <optional>
 #include <sstream>
-#include <stdexcept>
 
 #include <kwtsdk/sim/simulated_link.h>
 

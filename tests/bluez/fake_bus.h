@@ -5,12 +5,7 @@
 #include <functional>
 #include <future>
 #include <map>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include <kwtsdk/bytes.h>
 #include <kwtsdk/scheduler.h>
 
 #include "platform/bluez/objects.h"

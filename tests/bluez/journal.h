@@ -1,7 +1,5 @@
 #pragma once
 
-#include <chrono>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,10 +16,8 @@ class Journal {
   explicit Journal(Scheduler& scheduler) : added_(scheduler.semaphore("journal")) {}
 
   void add(std::string line) {
-    {
-      const internal::MutexLock lock(mutex_);
-      lines_.push_back(std::move(line));
-    }
+    const internal::MutexLock lock(mutex_);
+    lines_.push_back(std::move(line));
     added_->signal();
   }
 

@@ -1,11 +1,9 @@
 #pragma once
 
-#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
-#include <string>
 
 #include <sys/types.h>
 

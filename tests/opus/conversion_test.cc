@@ -17,8 +17,7 @@ TEST(Conversion, GivesTheSoundOfALiveRecordingAsTheDecoderDoes) {
   const TemporaryFolder folder;
   const auto records = liveRecords(60);
   const auto result = wavOf(folder, joined(records));
-  ASSERT_EQ(result.status, ConversionResult::kConverted) << result.text;
-  EXPECT_TRUE(result.source == Source::liveRecording && result.damagedPackets == 0);
+  ASSERT_TRUE(result.status == 0 && result.source == Source::liveRecording && result.damagedPackets == 0);
 
   const std::unique_ptr<OpusDecoder, void (*)(OpusDecoder*)> decoder(opus_decoder_create(16000, 1, nullptr),
                                                                      opus_decoder_destroy);
@@ -42,8 +41,8 @@ TEST(Conversion, OfAnOggFileKeepsItsExactLength) {
     progress.push_back(fraction);
     return fraction <= 1;
   });
-  ASSERT_EQ(result.status, ConversionResult::kConverted) << result.text;
-  EXPECT_EQ(result.source, Source::oggOpus);
+  ASSERT_TRUE(result.status == ConversionResult::kConverted && result.source == Source::oggOpus)
+      << result.text;
   EXPECT_TRUE(progress.back() > 0 && std::is_sorted(progress.begin(), progress.end()));
   const std::string wav = contentOf(folder.file("out"));
   EXPECT_TRUE(isWav(wav, 48000, 3 * 60 * kPacketFrames));

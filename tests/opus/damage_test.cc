@@ -7,9 +7,7 @@ namespace {
 
 using namespace testing;
 
-using Records = std::vector<std::string>;
-
-std::string with(Records records, std::size_t index, const std::string& record) {
+std::string with(std::vector<std::string> records, std::size_t index, const std::string& record) {
   records[index] = record;
   return joined(records);
 }
@@ -21,7 +19,7 @@ std::string flipped(std::string bytes, std::size_t at, int bits) {
 
 TEST(DamagedLiveRecording, KeepsItsGoodPacketsAndTheirTime) {
   const TemporaryFolder folder;
-  const Records r = liveRecords(50);
+  const auto r = liveRecords(50);
   const std::string whole = joined(r), empty = kMark + std::string(2, '\0'),
                     noFrames = kMark + std::string("\2\0\x4b\0", 4);
   // What of the recording there is, the packets that this gives, and what is told to be damaged.

@@ -18,24 +18,20 @@ namespace {
 
 using namespace std::chrono_literals;
 
-void recordMelody(const std::string& path) {
+// Also how long it is: players take that of an MP3 from what the converter writes before the sound.
+TEST(Melody, IsHeardInWhatItsRecordingIsConvertedTo) {
+  const testing::TemporaryFolder folder;
   const auto scheduler = sim::VirtualTimeScheduler::create(1);
   scheduler->run([&] {
     testing::SimHost host(scheduler, {.latency = 2ms, .connectionInterval = 7500us});
     host.model->setMicrophone(sim::melodyMicrophone());
-    host.helper->startRecordWithType(0, path, host.outcome.completion());
+    host.helper->startRecordWithType(0, folder.file("live"), host.outcome.completion());
     ASSERT_EQ(host.outcome.ended(), "ok");
     scheduler->sleep(12s);
     host.helper->stopRecord(nullptr);
     scheduler->sleep(1s);
     EXPECT_FALSE(host.helper->completionBlock() || host.helper->writeDataBlock());
   });
-}
-
-// Also how long it is: players take that of an MP3 from what the converter writes before the sound.
-TEST(Melody, IsHeardInWhatItsRecordingIsConvertedTo) {
-  const testing::TemporaryFolder folder;
-  recordMelody(folder.file("live"));
   sim::writeOpusFile(folder.file("ogg"), sim::melody(), 1);
   const auto converter = opus::opusFileConverter(nullptr);
   for (const std::string input : {"live", "ogg"}) {

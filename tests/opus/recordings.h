@@ -2,13 +2,9 @@
 
 #include <opus/opus.h>
 
-#include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <numeric>
 #include <set>
-#include <string>
-#include <vector>
 
 #include <kwtsdk/opus/conversion.h>
 

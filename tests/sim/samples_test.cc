@@ -107,7 +107,6 @@ TEST(Microphones, SendWhatTheyHear) {
     std::fill_n(square.begin(), square.size() / 2, std::int16_t{-8000});
     EXPECT_NEAR(loudness(*opusMicrophone(square, rate)), 8000, 800) << rate;
   }
-  EXPECT_GT(loudness(*melodyMicrophone()), 5000);
   EXPECT_EQ(melodyMicrophone()->nextPacket().size(), 80U);
   EXPECT_THROW(opusMicrophone({}, 16000), std::invalid_argument);
   EXPECT_THROW(opusMicrophone({1}, 44100), std::invalid_argument);

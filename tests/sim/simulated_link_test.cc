@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <map>
 #include <sstream>
 
 #include "sim/model/wire.h"
