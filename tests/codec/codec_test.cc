@@ -73,7 +73,8 @@ TEST(ByteSlice, KeepsItsBounds) {
   EXPECT_EQ(subDataWithRange(data, ~0ULL, 2), std::nullopt);  // the sum of both wraps to 1
 }
 
-TEST(Crc32, EqualsTheSimulatorsForEveryLength) {
+TEST(Crc32, IsTheStandardsAndTheSimulatorsForEveryLength) {
+  EXPECT_EQ(internal::crc32Value(internal::toData("313233343536373839")), 0xCBF43926U);  // of "123456789"
   for (std::size_t length = 0; length < 100; ++length) {
     const Bytes data = testing::recordingOf(length);
     EXPECT_EQ(internal::crc32Value(data), sim::wire::crc32(data)) << length;
