@@ -6,6 +6,7 @@
 
 #include "tests/campaign/host_thread.h"
 #include "tests/support/temporary_folder.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::campaign {
 
@@ -16,7 +17,7 @@ constexpr Duration kPacket = sim::Microphone::kPacketDuration;
 void HostThread::download() {
   const Clearing clearing(*this);
   if (scene_.store.count() != 0 && random_.below(4) != 0) {
-    Bytes begin(kBlock - 84 * random_.below(12));
+    Bytes begin(kBlock - wire::kDownloadDataSize * random_.below(12));
     scene_.store.read(0, 0, begin);
     testing::writeFile(scene_.path, std::string(begin.begin(), begin.end()));
   }
@@ -28,7 +29,7 @@ void HostThread::download() {
       [this, report](std::uint64_t done, std::uint64_t total) {
         scene_.scheduler.preemptionPoint();
         if (calm() && report->calls == 0) scene_.peripheral.wrap();
-        EXPECT_TRUE(done <= total + 84) << "progress beyond the end";
+        EXPECT_TRUE(done <= total + wire::kDownloadDataSize) << "progress beyond the end";
         EXPECT_EQ(report->calls, 0) << "progress after the end";
       },
       into(report, succeeds));

@@ -4,6 +4,7 @@
 
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -128,7 +129,7 @@ TEST(DownloadPacket, WritesWhatThePacketHolds) {
       {"03825c0054000000" + data.substr(0, 175), 0, 9, 0},  // a byte short
       {"03825c0014000000" + data.substr(0, 69), 1, 20, 30},
       {"0382070014000000" + data, 1, 20, 84},  // the length wraps
-      {"0382a800a0000000" + data + std::string(168, 'a'), 0, 160, 84},
+      {"0382a800a0000000" + data + std::string(168, 'a'), 0, 160, wire::kDownloadDataSize},
       {"", 0, 9, 0}};
   for (const auto& [packet, result, size, written] : cases) {
     const TemporaryFolder folder;

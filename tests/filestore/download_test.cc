@@ -2,11 +2,12 @@
 
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
 namespace {
 
-constexpr std::uint64_t kBlock = 32768;
+constexpr std::uint64_t kBlock = 32768, kPacket = wire::kDownloadDataSize;
 const Lines kWhole{"99ec", "0182", "0282", "0382", "1382", "0482"};
 
 // What a download of one padded recording leaves: the stored bytes, then the last packet's filler.
@@ -54,8 +55,9 @@ TEST(Download, BringsTheFirstFileAndDeletesItThere) {
     EXPECT_EQ(d.ended(), "ok");
     EXPECT_EQ(d.last, (std::pair{2 * kBlock, 2 * kBlock}));
     EXPECT_EQ(d.content().substr(0, 2 * kBlock), stored(recording, 2));
-    EXPECT_EQ(d.content().size(), (2 * kBlock + 83) / 84 * 84);
-    EXPECT_EQ(d.progresses, static_cast<int>((2 * kBlock + 83) / 84) + 1);
+    const std::uint64_t packets = (2 * kBlock + kPacket - 1) / kPacket;
+    EXPECT_EQ(d.content().size(), packets * kPacket);
+    EXPECT_EQ(d.progresses, static_cast<int>(packets) + 1);
     EXPECT_EQ(d.commands(), kWhole);
     EXPECT_EQ(d.requests.at(3), "03820c00000000000a0000000000000022f48e6a");
     EXPECT_EQ(d.store->count(), 1U);
@@ -91,7 +93,7 @@ TEST(Download, ItsFieldsMayBeWrapped) {
 
 TEST(Download, ContinuesAtTheSizeOfTheFile) {
   // Offsets inside a packet, at the last packet and at the very end.
-  const std::array<std::uint64_t, 4> sizes{1, 84 * 200, kBlock - 1, kBlock};
+  const std::array<std::uint64_t, 4> sizes{1, kPacket * 200, kBlock - 1, kBlock};
   playEach<Download>(sizes, [](auto& d, auto have) {
     const Bytes recording = recordingOf(30000);
     d.store->add(recording);
@@ -147,7 +149,7 @@ TEST(Download, ThatStallsEndsSilentlyAndContinuesLater) {
     EXPECT_EQ(d.log->count("Timeout!"), stalls ? 1 : 0);
     if (!stalls) return;
     EXPECT_FALSE(d.pending());
-    EXPECT_EQ(d.content().size(), (packet - 4) * 84);
+    EXPECT_EQ(d.content().size(), (packet - 4) * kPacket);
     d.link->disconnect();  // what the recorder still sends would be taken for an answer
     d.link->connect();
     d.last = {};
