@@ -33,7 +33,7 @@ class RecordingTest(CommandTest, KwtTestCase):
         ("notification 2 disconnect", "record -o f.rec", 1, ("connection to the recorder was lost",)),
         ("notification 32 disconnect", "record -o f.rec", 1, ("lost after 0.", "bytes)", "kwt convert"), True),
         ("write 3 drop", "record -o f.rec -d 0.2", 1, ("did not confirm the stop", "with its key"), True),
-        ("write 3 refuse", "record -o f.rec -d 0.2", 1, ("did not confirm the stop", "ATT error"), True))
+        ("write 3 refuse", "record -o f.rec -d 0.2", 1, ("did not confirm the stop",), True))
 
     def check_end(self, recorder, isKept=False):
         self.assertEqual(recorder.files(), ["f.rec"] if isKept else [])
@@ -119,8 +119,8 @@ class ConversionTest(KwtTestCase):
 
     def test_interruption(self):
         recorder = Recorder(self)
-        self.check(recorder.run("record", "-o", "f.rec", "-d", "0.3"), 0)
-        (recorder.home / "f.rec").write_bytes((recorder.home / "f.rec").read_bytes() * 50000)
+        silence = AUDIO + bytes([3, 0, 0xB8, 0xFF, 0xFE])  # 20 ms
+        (recorder.home / "f.rec").write_bytes(silence * 1000000)
         result = Terminal(recorder, "convert", "f.rec", "f.mp3").end(b"%", 2, signal.SIGINT)
         self.check(result, 1, "Interrupted: nothing was written")
         self.assertEqual(recorder.files(), ["f.rec"])
