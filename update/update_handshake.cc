@@ -1,7 +1,6 @@
 #include "update/update_handshake.h"
 
 #include <algorithm>
-#include <array>
 #include <limits>
 #include <utility>
 

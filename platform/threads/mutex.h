@@ -20,7 +20,6 @@
 #define KWT_TRY_ACQUIRE(...) KWT_THREAD_SAFETY(try_acquire_capability(__VA_ARGS__))
 #define KWT_RELEASE(...) KWT_THREAD_SAFETY(release_capability(__VA_ARGS__))
 #define KWT_ASSERT_HELD(...) KWT_THREAD_SAFETY(assert_capability(__VA_ARGS__))
-#define KWT_UNCHECKED KWT_THREAD_SAFETY(no_thread_safety_analysis)
 
 namespace kwtsdk::internal {
 
@@ -51,7 +50,6 @@ class KWT_SCOPED_CAPABILITY MutexLock {
 class Condition {
  public:
   void notifyOne() { condition_.notify_one(); }
-  void notifyAll() { condition_.notify_all(); }
 
   void wait(Mutex& held) KWT_REQUIRES(held) {
     std::unique_lock lock(held.mutex_, std::adopt_lock);
