@@ -27,7 +27,7 @@ function(kwtsdk_install_library target export_name header_dirs description requi
   install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${KWTSDK_PKGCONFIG_DIR})
 endfunction()
 
-kwtsdk_install_library(kwtsdk kwtsdk "kwtsdk;kwtsdk/gatt" "${PROJECT_DESCRIPTION}" "")
+kwtsdk_install_library(kwtsdk kwtsdk "kwtsdk;kwtsdk/gatt;kwtsdk/session" "${PROJECT_DESCRIPTION}" "")
 if(TARGET kwtsdk_sim)
   kwtsdk_install_library(kwtsdk_sim sim kwtsdk/sim "Simulated voice recorder for tests of kwtsdk hosts" "kwtsdk")
 endif()

@@ -1,5 +1,5 @@
 # The library itself: every room's objects in one shared or static library.
-set(KWTSDK_ROOMS codec wire channel status filestore recording update facade platform)
+set(KWTSDK_ROOMS codec wire channel status filestore recording update facade session platform)
 list(TRANSFORM KWTSDK_ROOMS REPLACE "(.+)" "$<TARGET_OBJECTS:kwtsdk_\\1>" OUTPUT_VARIABLE KWTSDK_OBJECTS)
 
 add_library(kwtsdk ${KWTSDK_OBJECTS})
