@@ -6,6 +6,7 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -22,7 +23,7 @@
 #include <kwtsdk/session/adapters.h>
 #include <kwtsdk/sim/microphone.h>
 
-#include "tests/support/ogg_pages.h"
+#include "tests/session/stored_recording.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
 
@@ -67,9 +68,11 @@ class WatchedStore : public sim::MemoryStore {
 
   std::uint32_t put(const Bytes& content, const char* created = "2024-05-17 09:30:00") {
     const std::uint32_t id = firstId() + static_cast<std::uint32_t>(count());
-    const auto date = dateFromString(created, "%Y-%m-%d %H:%M:%S");
-    add(content, std::chrono::local_seconds(date->time_since_epoch()));
-    held[id] = {content, *date};
+    std::tm clock{};
+    ::strptime(created, "%Y-%m-%d %H:%M:%S", &clock);
+    add(content, std::chrono::local_seconds(std::chrono::seconds(::timegm(&clock))));
+    clock.tm_isdst = -1;
+    held[id] = {content, std::chrono::sys_seconds(std::chrono::seconds(::mktime(&clock)))};
     if (onChange) onChange();
     return id;
   }
