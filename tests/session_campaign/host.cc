@@ -93,6 +93,10 @@ void Host::meddle() {
   }
 }
 
+std::string Host::numbered(const char* begin, std::uint64_t number, const char* end) const {
+  return scene_.file(std::string(begin).append(std::to_string(number)).append(end));
+}
+
 AskedPtr Host::begin(const std::string& name) {
   auto asked = std::make_shared<Asked>();
   asked->name = name + " " + std::to_string(scene_.asked.size());
@@ -249,7 +253,7 @@ void Host::list() {
 void Host::download() {
   Scene& scene = scene_;
   const auto asked = begin("download");
-  const std::string file = scene.file("d" + std::to_string(random_.below(4)) + ".opus");
+  const std::string file = numbered("d", random_.below(4), ".opus");
   const bool keep = chance(4);
   std::optional<std::uint32_t> expected;
   if (chance(4)) expected = scene.store->firstId() + static_cast<std::uint32_t>(random_.below(2));
@@ -310,7 +314,7 @@ void Host::record() {
   Scene& scene = scene_;
   const auto asked = begin("record");
   asked->leaving = 15s + 100ms;
-  const std::string file = scene.file("r" + std::to_string(scene.files++ % 20) + ".rec");
+  const std::string file = numbered("r", scene.files++ % 20, ".rec");
   session::RecordOptions options;
   if (chance(2)) options.type(static_cast<session::RecordingType>(random_.below(5)));
   asked->endless = chance(3);
@@ -351,17 +355,17 @@ void Host::update() {
   const auto byte = static_cast<std::uint8_t>(1 + number % 250);
   for (const std::uint8_t value : {std::uint8_t{2}, byte, std::uint8_t{7}, std::uint8_t{0}})
     image.push_back(value);
-  const std::string file = scene.file("image" + std::to_string(number));
+  const std::string file = numbered("image", number, "");
   testing::writeFile(file, testing::text(image));
-  scene.versions.insert("2." + std::to_string(byte) + ".7");
+  scene.versions.insert(std::string("2.").append(std::to_string(byte)).append(".7"));
   follow<session::Installed>(
       session_->update(file, limits(*asked, std::nullopt)), asked,
       [=, &scene](const Result<session::Installed>& result) {
         if (result) {
-          EXPECT_TRUE(scene.installed.contains(image)) << asked->name << ": not there";
+          EXPECT_TRUE(scene.installed.contains(testing::text(image))) << asked->name << ": not there";
           EXPECT_TRUE(!scene.undamaged(asked->began) || scene.versions.contains(result->after));
         } else if (result.error().effect() == Effect::none) {
-          EXPECT_FALSE(scene.installed.contains(image)) << asked->name << ": it is there";
+          EXPECT_FALSE(scene.installed.contains(testing::text(image))) << asked->name << ": it is there";
         }
         EXPECT_FALSE(refused && result) << asked->name;
       });

@@ -28,6 +28,7 @@ class Host {
   void leave();
 
   Limits limits(Asked& asked, std::optional<Duration> usual);
+  std::string numbered(const char* begin, std::uint64_t number, const char* end) const;
   AskedPtr begin(const std::string& name);
 
   /// Looks at the result at the moment at which it is there; then does with the handle what hosts do.

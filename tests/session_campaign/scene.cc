@@ -19,7 +19,7 @@ Scene::Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, cons
       diary(kept),
       faults(plan),
       endings(virtualTime->semaphore("an operation has ended")) {
-  model->setFirmwareSlot([this](const Bytes& image) { return installed.insert(image), true; });
+  model->setFirmwareSlot([this](const Bytes& image) { return installed.insert(testing::text(image)), true; });
   store->onChange = [this] { remember(); };
   remember();
 }

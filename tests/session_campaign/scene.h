@@ -119,7 +119,7 @@ struct Scene : testing::RecorderScene {
   std::vector<Moment> moments;
   std::uint32_t battery = 80;
   std::set<std::string> versions{"1.2.3"};
-  std::set<Bytes> installed;
+  std::set<std::string> installed;
   std::vector<AskedPtr> asked;
   std::shared_ptr<Semaphore> endings;
   unsigned awaited = 0;  // signals of `endings`
