@@ -161,6 +161,15 @@ std::shared_ptr<Job> Worker::takeLetIn() {
   return job;
 }
 
+void Worker::putBack(const std::shared_ptr<Job>& letIn) {
+  {
+    const MutexLock lock(mutex_);
+    queue_.push_front(letIn);
+  }
+  // What close() did meanwhile had no effect on it.
+  if (isClosed()) letIn->state().interrupt(Errc::closed);
+}
+
 std::shared_ptr<Job> Worker::findRecording() const {
   const auto isOne = [](const auto& job) { return job && job->isRecording() && !job->state().done(); };
   const MutexLock lock(mutex_);
