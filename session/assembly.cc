@@ -12,11 +12,10 @@ constexpr std::size_t kChunk = 65536;
 
 bool beginsAsOgg(std::span<const std::uint8_t> bytes) {
   constexpr std::string_view capture = "OggS";
-  return std::equal(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(
-                                                       std::min(bytes.size(), capture.size())),
-                    capture.begin(), [](std::uint8_t byte, char letter) {
-                      return byte == static_cast<std::uint8_t>(letter);
-                    });
+  return std::equal(bytes.begin(),
+                    bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), capture.size())),
+                    capture.begin(),
+                    [](std::uint8_t byte, char letter) { return byte == static_cast<std::uint8_t>(letter); });
 }
 
 }  // namespace
@@ -25,7 +24,8 @@ MaybeFailure Assembly::resume() {
   std::vector<std::uint8_t> chunk(kChunk);
   while (check_.position() < part_->size() && check_.state() != PageCheck::State::failed) {
     const std::uint64_t left = part_->size() - check_.position();
-    const auto bytes = std::span(chunk).first(static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, left)));
+    const auto bytes =
+        std::span(chunk).first(static_cast<std::size_t>(std::min<std::uint64_t>(kChunk, left)));
     if (auto failure = part_->read(check_.position(), bytes)) return failure;
     check_.take(bytes);
   }

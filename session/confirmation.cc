@@ -14,9 +14,9 @@ Intake::Verdict Confirmation::take(std::span<const std::uint8_t> bytes) {
     return {};
   }
   if (++differences_ < believed) return {Verdict::Kind::other, std::nullopt};
-  return {Verdict::Kind::failed, Failure(Errc::fileUnusable, file_.string() +
-                                                                 " exists and is another recording than "
-                                                                 "the recorder's first; it is left as it is")};
+  return {Verdict::Kind::failed,
+          Failure(Errc::fileUnusable, file_.string() + " exists and is another recording than "
+                                                       "the recorder's first; it is left as it is")};
 }
 
 Intake::Verdict Confirmation::end() {

@@ -158,6 +158,12 @@ MaybeFailure Conversation::send(Exchange& exchange) {
   return std::nullopt;
 }
 
+MaybeFailure Conversation::listenTo(const std::string& uuid) {
+  const auto found = connection_->find(uuid);
+  if (!found) return Failure(Errc::badArgument, "the recorder has no characteristic " + uuid);
+  return connection_->subscribe(found);
+}
+
 void Conversation::forget(Exchange& exchange) { std::erase(exchanges_, &exchange); }
 
 // ---- Waits ----

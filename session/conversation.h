@@ -89,6 +89,9 @@ class Conversation {
   MaybeFailure send(Exchange& exchange);
   void forget(Exchange& exchange);
 
+  /// Another characteristic than the three that every link is subscribed to.
+  MaybeFailure listenTo(const std::string& uuid);
+
   /// Waits until it is so, or until `wakeUp`. A lost link ends it, and so does silence since the last sign or
   /// write. `enough`: how many packets of a download are worth a look.
   MaybeFailure waitUntil(const std::function<bool()>& isSo, std::size_t enough = 1,

@@ -54,8 +54,8 @@ Result<Saved> confirm(Conversation& recorder, const RecordingInfo& recording, co
 
 Result<Saved> save(Conversation& recorder, const RecordingInfo& recording, const fs::path& file) {
   const Duration began = recorder.now();
-  auto result = ExistingFile::isThere(file) ? confirm(recorder, recording, file)
-                                            : fetch(recorder, recording, file);
+  auto result =
+      ExistingFile::isThere(file) ? confirm(recorder, recording, file) : fetch(recorder, recording, file);
   if (!result) return result;
   Saved saved = *result;
   saved.took = recorder.now() - began;

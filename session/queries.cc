@@ -47,8 +47,8 @@ Query<Status> statusQuery(const NoteVersion& noted) {
                                     status.recordings = info ? info->Num : 0;
                                   }};
   return {{battery<Status>([](Status& status, std::uint64_t level) { status.battery = level; }),
-           firmware<Status>(noted,
-                            [](Status& status, std::string version) { status.firmware = std::move(version); }),
+           firmware<Status>(
+               noted, [](Status& status, std::string version) { status.firmware = std::move(version); }),
            storage<Status>([](Status& status, ByteCounts counts) { status.storage = std::move(counts); }),
            count}};
 }

@@ -82,8 +82,8 @@ Result<Done> Recording::start() {
   Exchange request(startRequest(static_cast<std::int64_t>(options_.type())));
   if (const auto failure = recorder_.send(request)) return *failure;
   recorder_.shield(kLongestStart);
-  const auto ended = recorder_.waitUntil([&] { return first_ || request.error(); }, 1,
-                                         recorder_.now() + kLongestStart);
+  const auto ended =
+      recorder_.waitUntil([&] { return first_ || request.error(); }, 1, recorder_.now() + kLongestStart);
   recorder_.forget(request);
   recorder_.endShield();
   if (const auto failure = failureOfStart(request, ended)) return *failure;
@@ -94,9 +94,8 @@ Result<Done> Recording::start() {
 
 MaybeFailure Recording::failureOfStart(const Exchange& request, const MaybeFailure& ended) {
   if (const auto& error = request.error()) {
-    return Failure(Errc::linkFailed,
-                   "the Bluetooth stack refused it (" + error->localizedDescription() + ")", Effect::unknown,
-                   error);
+    return Failure(Errc::linkFailed, "the Bluetooth stack refused it (" + error->localizedDescription() + ")",
+                   Effect::unknown, error);
   }
   if (!first_) {
     recorder_.endLink();  // which ends a recording that began unseen
@@ -120,9 +119,7 @@ MaybeFailure Recording::failureOfStart(const Exchange& request, const MaybeFailu
 
 MaybeFailure Recording::follow() {
   Visitors visitors(recorder_, worker_);
-  const auto hasToAct = [&] {
-    return end_ || fileFailure_ || *stop_ || visitors.isWaiting() || worker_.hasLetIn();
-  };
+  const auto hasToAct = [&] { return end_ || fileFailure_ || *stop_ || visitors.isWaiting(); };
   for (;;) {
     recorder_.operation().report(Stage::recording, file_->size());
     if (end_) return std::nullopt;
@@ -162,8 +159,7 @@ MaybeFailure Recording::stop(RecordingEnd end) {
 MaybeFailure Recording::sendStop() {
   Exchange request(stopRequest());
   if (auto failure = recorder_.send(request)) return failure;
-  auto failure =
-      recorder_.waitUntil([&] { return request.isOver(); }, 1, recorder_.now() + kLongestStop);
+  auto failure = recorder_.waitUntil([&] { return request.isOver(); }, 1, recorder_.now() + kLongestStop);
   recorder_.forget(request);
   if (!failure && request.answer()) return waitForRest();
   if (end_) return std::nullopt;  // it crossed the stop

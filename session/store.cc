@@ -80,14 +80,13 @@ Result<RecordingInfo> askFirst(Conversation& recorder, std::optional<std::uint32
                                          " is not the recorder's first; that is " +
                                          std::to_string(store->firstId));
     }
-    return Failure(Errc::noSuchRecording,
-                   "the recorder has no recording " + std::to_string(*expected));
+    return Failure(Errc::noSuchRecording, "the recorder has no recording " + std::to_string(*expected));
   }
   const auto info = askInfo(recorder, store->firstId);
   if (!info) return info.error();
   if (*info) return **info;
-  return Failure(Errc::noSuchRecording, "the recorder does not describe its first recording, " +
-                                            std::to_string(store->firstId),
+  return Failure(Errc::noSuchRecording,
+                 "the recorder does not describe its first recording, " + std::to_string(store->firstId),
                  Effect::none, internal::fileInfoError());
 }
 

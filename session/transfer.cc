@@ -83,8 +83,8 @@ Result<Transfer::Kind> Transfer::ask(bool isNewLink) {
 Result<Transfer::Kind> Transfer::follow(Exchange& request) {
   for (;;) {
     if (auto failure = waitForBytes(request)) {
-      useUp();  // what had come is not lost with the link
-      return *failure;
+      const auto rest = useUp();  // what had come is not lost with the link
+      return rest ? *failure : rest.error();
     }
     if (const auto& error = request.error()) {
       return Failure(Errc::linkFailed,
@@ -137,8 +137,8 @@ MaybeFailure Transfer::noteSilence() {
 bool Transfer::take(const Sign& sign) {
   if (sign.value.size() < 2 || sign.value[0] != 0x03 || sign.value[1] != 0x82) return false;
   // Before the acknowledgement they are still those of the request before.
-  const bool isLate = request_ == nullptr || isEnd_ ||
-                      (streamedOn_ == recorder_.linkNumber() && !request_->isAcknowledged());
+  const bool isLate =
+      request_ == nullptr || isEnd_ || (streamedOn_ == recorder_.linkNumber() && !request_->isAcknowledged());
   if (isLate) return true;
   const auto packet = wire::downloadPacket(internal::hexString(sign.value));
   using Packet = wire::DownloadPacket::Kind;

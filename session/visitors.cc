@@ -20,7 +20,7 @@ void Visitors::giveUp() {
 }
 
 bool Visitors::isWaiting() const {
-  if (!job_) return false;
+  if (!job_) return !recorder_.isLinkDistrusted() && worker_.hasLetIn();
   return job_->state().done() || !question_ || question_->isOver();
 }
 

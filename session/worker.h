@@ -54,6 +54,7 @@ class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
 
   /// The next query that waits, for a recording to let in; it is no longer in the queue then.
   std::shared_ptr<Job> takeLetIn() KWT_EXCLUDES(mutex_);
+  bool hasLetIn() const KWT_EXCLUDES(mutex_);
   void putBack(const std::shared_ptr<Job>& letIn) KWT_EXCLUDES(mutex_);
 
   // ---- Outcomes, which only this class may touch ----
