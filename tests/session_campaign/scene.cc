@@ -80,7 +80,7 @@ void Scene::checkLost() const {
     const std::string content = testing::contentOf(entry.path().string());
     EXPECT_TRUE(std::ranges::any_of(
         store->held, [&](const auto& one) { return testing::text(one.second.content) == content; }))
-        << entry.path() << " is none of the recordings";
+        << entry.path().filename() << " is none of the recordings";
   }
 }
 

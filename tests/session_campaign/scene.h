@@ -120,6 +120,7 @@ struct Scene : testing::RecorderScene {
   std::uint32_t battery = 80;
   std::set<std::string> versions{"1.2.3"};
   std::set<std::string> installed;
+  std::string existing;  // what was in a file before
   std::vector<AskedPtr> asked;
   std::shared_ptr<Semaphore> endings;
   unsigned awaited = 0;  // signals of `endings`

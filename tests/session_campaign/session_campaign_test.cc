@@ -61,8 +61,10 @@ void fill(Scene& scene, Random& random) {
                                               static_cast<unsigned>(i),
                                               kContents.at(random.below(kContents.size()))));
   }
-  if (random.below(6) == 0)
-    testing::writeFile(scene.file("d0.opus"), testing::text(testing::storedRecording(1, 0)));
+  if (random.below(6) == 0) {
+    scene.existing = testing::text(testing::storedRecording(1, 0));
+    testing::writeFile(scene.file("d0.opus"), scene.existing);
+  }
   scene.model->setAlwaysEndMarker(random.below(2) == 0);
   if (random.below(4) == 0) scene.model->setKeyAfter(Duration(1ms) * random.below(2000));
   if (random.below(6) == 0) scene.model->setCallAfter(Duration(1ms) * random.below(2000));
