@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <utility>
 
 #include "session/download.h"
@@ -167,12 +168,16 @@ Operation<Recorded> Session::record(const std::filesystem::path& file, const Rec
 Operation<Done> Session::stopRecording() {
   const auto& worker = core_->worker;
   const auto outcome = Worker::makeOutcome<Done>("stopRecording", worker->surroundings());
-  const auto conclude = [weak = std::weak_ptr(worker), outcome](const Result<Done>& result) {
-    if (const auto held = weak.lock()) held->conclude(*outcome, result);
-  };
+  const std::function<void(const detail::MaybeFailure&)> conclude =
+      [weak = std::weak_ptr(worker), outcome](const detail::MaybeFailure& failure) {
+        const auto held = weak.lock();
+        if (!held) return;
+        if (failure) return held->conclude(*outcome, Result<Done>(*failure));
+        held->conclude(*outcome, Result<Done>(Done{}));
+      };
   const auto recording = worker->findRecording();
   if (!recording) {
-    conclude(Done{});
+    conclude(std::nullopt);
     return Operation<Done>(outcome);
   }
   Worker::stateOf(*outcome).begin(
@@ -182,7 +187,7 @@ Operation<Done> Session::stopRecording() {
       });
   recording->stop();
   worker->nudge();
-  recording->sharedState()->afterEnd([conclude] { conclude(Done{}); });
+  recording->sharedState()->afterEnd([conclude] { conclude(std::nullopt); });
   return Operation<Done>(outcome);
 }
 
