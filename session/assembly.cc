@@ -58,9 +58,11 @@ Assembly::Verdict Assembly::check(std::span<const std::uint8_t> bytes) {
     compareFrom_ = 0;
     return store(bytes);
   }
-  if (check_.take(bytes) == PageCheck::State::failed) return mendFailure();
-  if (auto failure = write(bytes)) return {Kind::failed, failure};
-  return {};
+  const bool isFailed = check_.take(bytes) == PageCheck::State::failed;
+  // Pages that ended before the failure count as there.
+  const std::uint64_t good = isFailed ? std::max(check_.whole(), position_) - position_ : bytes.size();
+  if (auto failure = write(bytes.first(static_cast<std::size_t>(good)))) return {Kind::failed, failure};
+  return isFailed ? mendFailure() : Verdict{};
 }
 
 Assembly::Verdict Assembly::mendFailure() {
