@@ -61,7 +61,7 @@ inline const std::vector<NamedOperation>& everyOperation() {
          scene.store->put(storedRecording(1));
          scene.store->put(storedRecording(1, 2));
          const auto harvest = scene.session->downloadAll(scene.file(""), {}, limits).wait();
-         EXPECT_TRUE(!harvest || harvest->saved.size() == 2);
+         EXPECT_TRUE(!harvest || harvest->saved.size() == 2 || scene.damaged);
          return codeOf(harvest);
        }},
       {"remove",
@@ -88,8 +88,9 @@ inline const std::vector<NamedOperation>& everyOperation() {
          writeFile(scene.file("image"), text(firmwareImage()));
          const auto installed = scene.session->update(scene.file("image"), limits).wait();
          const bool there = scene.model->installedImage() == firmwareImage();
-         EXPECT_TRUE(installed ? there && (scene.damaged || installed->after == "2.5.7")
+         EXPECT_TRUE(installed ? scene.damaged || (there && installed->after == "2.5.7")
                                : installed.error().effect() != Effect::none || !there);
+         EXPECT_TRUE(!installed || there || installed->after == "1.2.3");
          return codeOf(installed);
        }},
   };

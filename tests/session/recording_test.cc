@@ -144,7 +144,7 @@ TEST(SessionRecording, ALateAnswerToALetInQueryIsNotTheValueOfTheNext) {
   play<SessionScene>([](SessionScene& scene) {
     std::optional<Bytes> late;
     scene.link->onUpdate = [&](const Bytes& value) -> std::vector<Bytes> {
-      if (value.at(0) != 0x99) return {value};
+      if (value.at(0) != 0x99 || !scene.model->recording()) return {value};
       if (!late) return late = value, std::vector<Bytes>{};
       return {*late, value};
     };

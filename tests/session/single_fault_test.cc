@@ -46,14 +46,18 @@ void atEachEvent(const sim::FaultAction& action, std::uint64_t sparing, const Li
   }
 }
 
-bool isRecording(const NamedOperation& operation) { return operation.name == std::string("record"); }
+/// What cannot be continued, or must not be repeated before somebody has looked.
+bool mayEnd(const NamedOperation& operation) {
+  return operation.name == std::string("record") || operation.name == std::string("remove") ||
+         operation.name == std::string("update");
+}
 
 TEST(SessionSingleFault, ALostLinkIsMadeAgainAndTheOperationGoesOn) {
-  atEachEvent(
-      {Fault::disconnect, {}}, 1, {}, [](SessionScene&, const NamedOperation& operation, const auto& run) {
-        const auto code = run();
-        EXPECT_TRUE(code == kOk || (isRecording(operation) && code == Errc::linkLost)) << code.message();
-      });
+  atEachEvent({Fault::disconnect, {}}, 1, {},
+              [](SessionScene&, const NamedOperation& operation, const auto& run) {
+                const auto code = run();
+                EXPECT_TRUE(code == kOk || (mayEnd(operation) && code == Errc::linkLost)) << code.message();
+              });
 }
 
 TEST(SessionSingleFault, ALostLinkThatIsNotToBeMadeAgainIsTheEnd) {
@@ -74,10 +78,9 @@ TEST(SessionSingleFault, WhatIsLostDoubledOrDamagedIsHealed) {
                   [&](SessionScene& scene, const NamedOperation& operation, const auto& run) {
                     const Duration begin = scene.now();
                     const auto code = run();
-                    const bool mayFail =
-                        isRecording(operation) || operation.name == std::string("update") || scene.damaged;
+                    const bool mayFail = mayEnd(operation) || fault == Fault::corrupt;  // not all has a sum
                     EXPECT_TRUE(code == kOk || mayFail) << code.message();
-                    EXPECT_LE(scene.now() - begin, 2min);
+                    EXPECT_LE(scene.now() - begin, 5min);
                   });
     }
   }

@@ -78,7 +78,7 @@ TEST(SessionStreams, LoseNothingToANextThatWasCancelled) {
           const auto events = scene.session->events();
           std::size_t heard = 0;
           const auto queried = scene.scheduler.semaphore("queried");
-          scene.scheduler.spawn("host", [&] {
+          scene.scheduler.spawn("host", [&, queried] {
             for (int i = 0; i < 20; ++i) static_cast<void>(scene.session->battery().wait());
             queried->signal();
           });
@@ -126,7 +126,8 @@ TEST(SessionStreams, WaitNoLongerThanAskedAndEndWithTheSession) {
 TEST(SessionStreams, GiveEachElementToACallbackOnTheExecutor) {
   play<SessionScene>([](SessionScene& scene) {
     std::vector<std::uint64_t> numbers;
-    scene.session->audio().forEach([&](const session::AudioPacket& packet) {
+    const auto audio = scene.session->audio();
+    audio.forEach([&](const session::AudioPacket& packet) {
       numbers.push_back(packet.number);
       if (packet.number == 3) throw std::runtime_error("of the host's own");
     });
@@ -161,7 +162,6 @@ TEST(SessionProgress, ComesAtMostTenTimesASecondAndEndsBeforeTheResult) {
       const auto& [time, report] = reports.at(i);
       const auto& [before, last] = reports.at(i - 1);
       EXPECT_GE(report.done, last.done);
-      EXPECT_GE(report.stage, last.stage);
       EXPECT_TRUE(report.stage != last.stage || time - before >= 99ms);
       if (report.stage != Stage::transferring) continue;
       ++transfers;

@@ -292,7 +292,7 @@ void Host::downloadAll() {
                              if (harvest == nullptr || !scene.undamaged(Duration(0))) return;
                              for (const session::Saved& saved : harvest->saved) {
                                EXPECT_TRUE(testing::contentOf(saved.file.string()) ==
-                                          testing::text(scene.store->held.at(saved.recording.id).content))
+                                           testing::text(scene.store->held.at(saved.recording.id).content))
                                    << asked->name << ": not the recording";
                              }
                            });
