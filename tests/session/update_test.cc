@@ -145,10 +145,7 @@ TEST(SessionUpdate, ARecorderThatRestartsIsAskedOverANewLink) {
         if (scene.now() < until) return Error("host.bluetooth", 1, {});
         return std::nullopt;
       };
-      scene.scheduler.spawn("restart", [&scene] {
-        scene.scheduler.sleep(50ms);
-        scene.simLink->disconnect();
-      });
+      scene.simLink->disconnect();
       return true;
     };
     const auto installed = install(scene, firmwareImage());

@@ -67,7 +67,8 @@ void Scene::checkEnd(const Asked& operation, const std::error_code& code) const 
        {Errc::stalled, Errc::linkLost, Errc::linkFailed, Errc::incomplete, Errc::damaged}) {
     expected(reason, linkTrouble);
   }
-  for (const Errc never : {Errc::badArgument, Errc::notARecorder, Errc::packetsTooSmall, Errc::noResources}) {
+  expected(Errc::badArgument, operation.name.starts_with("transact"));  // which may throw
+  for (const Errc never : {Errc::notARecorder, Errc::packetsTooSmall, Errc::noResources}) {
     expected(never, false);
   }
 }
