@@ -59,8 +59,8 @@ Assembly::Verdict Assembly::check(std::span<const std::uint8_t> bytes) {
     return store(bytes);
   }
   const bool isFailed = check_.take(bytes) == PageCheck::State::failed;
-  // Pages that ended before the failure count as there.
-  const std::uint64_t good = isFailed ? std::max(check_.whole(), position_) - position_ : bytes.size();
+  // Whole pages in front of what failed are good.
+  const std::uint64_t good = isFailed ? check_.whole() - std::min(check_.whole(), position_) : bytes.size();
   if (auto failure = write(bytes.first(static_cast<std::size_t>(good)))) return {Kind::failed, failure};
   return isFailed ? mendFailure() : Verdict{};
 }

@@ -151,9 +151,9 @@ bool Transfer::take(const Sign& sign) {
 }
 
 void Transfer::report() {
-  using Stage = ProgressReport::Stage;
-  recorder_.operation().report(intake_.isSecondLook() ? Stage::verifying : Stage::transferring,
-                               intake_.position(), recording_.bytes);
+  const auto stage =
+      intake_.isSecondLook() ? ProgressReport::Stage::verifying : ProgressReport::Stage::transferring;
+  recorder_.operation().report(stage, intake_.position(), recording_.bytes);
 }
 
 }  // namespace kwtsdk::session::detail
