@@ -226,6 +226,41 @@ TEST(SessionRecording, CancelledItLeavesARecorderThatDoesNotRecordAndAFileOfWhat
   }
 }
 
+// Otherwise it would go on for as long as an idle link is kept.
+TEST(SessionRecording, AStopWithoutAnswerEndsTheLinkAndWithItTheRecording) {
+  for (const bool isCancelled : {false, true}) {
+    play<SessionScene>([&](SessionScene& scene) {
+      scene.onFrame = [](const std::string& frame) { return !frame.starts_with("0081"); };
+      auto recording = scene.session->record(scene.file("live"), RecordOptions().length(1s));
+      if (isCancelled) scene.scheduler.sleep(500ms), recording.cancel();
+      const auto recorded = recording.wait();
+      EXPECT_EQ(codeOf(recorded), isCancelled ? Errc::cancelled : Errc::stalled);
+      EXPECT_LE(scene.now(), 6100ms);
+      scene.scheduler.sleep(100ms);
+      EXPECT_FALSE(scene.model->recording());
+      ASSERT_NE(recorded.partial(), nullptr);
+      EXPECT_TRUE(contentOf(scene.file("live")) == NumberedMicrophone::file(0, recorded.partial()->packets));
+    });
+  }
+}
+
+// A start that is answered late has its limit too.
+TEST(SessionRecording, EndsNoLaterThanItsTimeAndWhatAStopTakes) {
+  for (const Duration delay : {0s, 3s, 6s, 9s, 20s}) {
+    for (const bool isStopped : {false, true}) {
+      play<SessionScene>([&](SessionScene& scene) {
+        scene.faults.add(LinkEvent::notification, 1, {Fault::delay, delay});
+        scene.onFrame = [&](const std::string& frame) { return isStopped || !frame.starts_with("0081"); };
+        const auto recorded = scene.session->record(scene.file("live"), {}, Limits().timeout(1s)).wait();
+        EXPECT_EQ(codeOf(recorded), Errc::timedOut);
+        EXPECT_LE(scene.now(), 7s) << delay.count();
+        scene.scheduler.sleep(20s);
+        EXPECT_FALSE(scene.model->recording());
+      });
+    }
+  }
+}
+
 TEST(SessionRecording, ALostLinkEndsTheFileAndTellsWhatItHolds) {
   play<SessionScene>([](SessionScene& scene) {
     scene.faults.add(LinkEvent::notification, 40, {Fault::disconnect, {}});
