@@ -9,11 +9,11 @@
 #include "channel/command.h"
 #include "channel/dispatcher.h"
 #include "channel/gate.h"
-#include "channel/host_call.h"
 #include "channel/peripheral_binding.h"
 #include "channel/wait.h"
 #include "channel/watchdog.h"
 #include "channel/work_queues.h"
+#include "platform/posix/host_call.h"
 
 namespace kwtsdk::internal {
 

@@ -7,8 +7,8 @@
 #include "channel/command.h"
 #include "channel/context_table.h"
 #include "channel/gate.h"
-#include "channel/host_call.h"
 #include "channel/peripheral_binding.h"
+#include "platform/posix/host_call.h"
 
 namespace kwtsdk::internal {
 

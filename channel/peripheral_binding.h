@@ -10,7 +10,7 @@
 #include <kwtsdk/bluetooth_helper.h>
 
 #include "channel/gate.h"
-#include "channel/host_call.h"
+#include "platform/posix/host_call.h"
 #include "platform/threads/mutex.h"
 
 namespace kwtsdk::internal {

@@ -8,7 +8,7 @@
 
 #include "channel/dispatcher.h"
 #include "channel/gate.h"
-#include "channel/host_call.h"
+#include "platform/posix/host_call.h"
 
 namespace kwtsdk::internal {
 

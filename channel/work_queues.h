@@ -6,7 +6,7 @@
 
 #include <kwtsdk/scheduler.h>
 
-#include "channel/host_call.h"
+#include "platform/posix/host_call.h"
 #include "platform/threads/mutex.h"
 
 namespace kwtsdk::internal {

@@ -4,7 +4,7 @@
 #include <kwtsdk/bluetooth_helper.h>
 #include <kwtsdk/version.h>
 
-#include "channel/host_call.h"
+#include "platform/posix/host_call.h"
 #include "platform/posix/platform_defaults.h"
 #include "platform/threads/mutex.h"
 

@@ -1,0 +1,168 @@
+#include "session/connection.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "wire/firmware_channel.h"
+#include "wire/recorder_channel.h"
+#include "wire/status_channel.h"
+
+namespace kwtsdk::session::detail {
+namespace {
+
+constexpr std::array<const char*, 3> kNotifying{wire::CHARACTERISTIC_FOR_COMMUNICATION_NOTIFY,
+                                                wire::CHARACTERISTIC_NOTIFY,
+                                                wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY};
+constexpr std::array<const char*, 3> kWritten{wire::CHARACTERISTIC_FOR_COMMUNICATION_WRITE,
+                                              wire::CHARACTERISTIC_WRITE,
+                                              wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY};
+
+Link::Events eventsInto(const std::shared_ptr<Inbox>& inbox, const internal::Logger& log) {
+  using Kind = Sign::Kind;
+  const auto put = [inbox, log](Sign sign) {
+    internal::guardedCall(log, "The inbox", [&] { inbox->put(std::move(sign)); });
+  };
+  Link::Events events;
+  events.didWrite = [put](const auto&, const auto& to, const MaybeError& error) {
+    put({Kind::acknowledged, to.get(), {}, error});
+  };
+  events.didUpdate = [put](const auto&, const auto& from, const MaybeError& error) {
+    if (from && !error) put({Kind::notified, from.get(), from->value().value_or(Bytes{}), {}});
+  };
+  events.didDisconnect = [put] { put({Kind::lost}); };
+  return events;
+}
+
+}  // namespace
+
+Connection::Connection(std::shared_ptr<Link> link, std::shared_ptr<Inbox> inbox, internal::Logger log,
+                       OnChange onChange)
+    : link_(std::move(link)), inbox_(std::move(inbox)), log_(std::move(log)), onChange_(std::move(onChange)) {
+  guarded("Link::setEvents", [&] { link_->setEvents(eventsInto(inbox_, log_)); });
+}
+
+MaybeFailure Connection::open(const std::function<bool()>& wanted) {
+  change(LinkState::opening);
+  isOpening_ = true;
+  auto failure = wanted() ? callOpen() : Failure(Errc::linkFailed, "the link is not wanted any more");
+  isOpening_ = false;
+  if (!failure) failure = findChannels();
+  if (!failure) failure = checkPacketSize();
+  if (failure) {
+    guarded("Link::close", [&] { link_->close(); });
+    change(LinkState::closed, failure->cause());
+    return failure;
+  }
+  isOpen_ = true;
+  inbox_->restartSilence();
+  change(LinkState::open);
+  return std::nullopt;
+}
+
+MaybeFailure Connection::callOpen() {
+  MaybeError error;
+  if (auto failure = guarded("Link::open", [&] { error = link_->open(); })) return failure;
+  if (!error) return std::nullopt;
+  return Failure(Errc::linkFailed, "the link could not be made (" + error->localizedDescription() + ")",
+                 Effect::none, error);
+}
+
+MaybeFailure Connection::findChannels() {
+  std::vector<std::shared_ptr<Characteristic>> characteristics;
+  auto failure = guarded("The link", [&] {
+    peripheral_ = link_->peripheral();
+    characteristics = link_->characteristics();
+    found_.clear();
+    for (const auto& known : characteristics)
+      if (known) found_.emplace_back(known->UUID(), known);
+  });
+  if (failure) return failure;
+  for (const auto& channels : {kWritten, kNotifying}) {
+    for (const char* const uuid : channels) {
+      if (!peripheral_ || !find(uuid)) {
+        return Failure(Errc::notARecorder,
+                       std::string("the device is no recorder: it lacks the characteristic ") + uuid);
+      }
+    }
+  }
+  for (const char* const uuid : kNotifying) {
+    if ((failure = subscribe(find(uuid)))) return failure;
+  }
+  return std::nullopt;
+}
+
+/// A download's packets have that size, and what does not fit one arrives cut.
+MaybeFailure Connection::checkPacketSize() const {
+  constexpr std::size_t attHead = 3;
+  const std::size_t plain = peripheral_->maximumWriteValueLengthForType(WriteType::withoutResponse);
+  // With response some stacks name what several packets carry; some name nothing for the other kind.
+  const std::size_t fitting =
+      plain > 0 ? plain : peripheral_->maximumWriteValueLengthForType(WriteType::withResponse);
+  if (fitting >= wire::kDownloadPacketSize) return std::nullopt;
+  return Failure(Errc::packetsTooSmall, "the link carries " + std::to_string(fitting) +
+                                            " bytes at a time (ATT MTU " + std::to_string(fitting + attHead) +
+                                            "), and the recorder's packets have " +
+                                            std::to_string(wire::kDownloadPacketSize));
+}
+
+void Connection::close() {
+  if (!isOpen_) return;
+  isEndExpected_ = true;
+  isOpen_ = false;
+  guarded("Link::close", [&] { link_->close(); });
+  change(LinkState::closed);
+}
+
+bool Connection::noteLoss() {
+  const bool isExpected = std::exchange(isEndExpected_, false);
+  if (!isOpen_) return false;
+  if (isExpected && peripheral_->state() == PeripheralState::connected) return false;
+  lose();
+  return true;
+}
+
+void Connection::lose() {
+  isOpen_ = false;
+  change(LinkState::lost);
+}
+
+Connection::Found Connection::find(std::string_view uuid) const {
+  const auto wanted = Uuid::fromString(uuid);
+  const auto known =
+      std::ranges::find_if(found_, [&wanted](const auto& candidate) { return candidate.first == wanted; });
+  return known == found_.end() ? nullptr : known->second;
+}
+
+MaybeFailure Connection::subscribe(const Found& to) {
+  return guarded("Peripheral::setNotifyValue", [&] { peripheral_->setNotifyValue(true, to); });
+}
+
+MaybeFailure Connection::write(const Bytes& frame, const Found& to) {
+  if (peripheral_->state() != PeripheralState::connected) {
+    isEndExpected_ = true;
+    lose();
+    return Failure(Errc::linkLost, "the link was lost");
+  }
+  return guarded("Peripheral::writeValue",
+                 [&] { peripheral_->writeValue(frame, to, WriteType::withResponse); });
+}
+
+std::size_t Connection::longestWrite() const {
+  return peripheral_->maximumWriteValueLengthForType(WriteType::withResponse);
+}
+
+void Connection::interruptOpening() {
+  if (isOpening_) guarded("Link::close", [&] { link_->close(); });
+}
+
+void Connection::change(LinkState state, const MaybeError& error) {
+  if (state_.exchange(state) != state || error) onChange_(state, error);
+}
+
+MaybeFailure Connection::guarded(const char* what, const std::function<void()>& call) {
+  if (internal::guardedCall(log_, what, call)) return std::nullopt;
+  return Failure(Errc::linkFailed, std::string(what) + " threw an exception");
+}
+
+}  // namespace kwtsdk::session::detail

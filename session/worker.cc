@@ -1,0 +1,323 @@
+#include "session/worker.h"
+
+#include <algorithm>
+#include <chrono>
+#include <new>
+
+#include "platform/posix/platform_defaults.h"
+
+namespace kwtsdk::session::detail {
+namespace {
+
+using internal::guardedCall, internal::MutexLock;
+
+Options complete(Options options) {
+  options.platform(internal::withDefaults(options.platform()));
+  return options;
+}
+
+/// Where no thread can be had they run where they are posted.
+std::shared_ptr<Callbacks> callbacksFor(const Options& options, const internal::Logger& log) {
+  const auto& scheduler = options.platform().scheduler;
+  std::shared_ptr<Callbacks> callbacks;
+  guardedCall(log, "The thread of a session's callbacks",
+              [&] { callbacks = Callbacks::create(scheduler, options.executor(), log); });
+  if (callbacks) return callbacks;
+  return Callbacks::create(
+      scheduler, [](const std::function<void()>& work) { work(); }, log);
+}
+
+}  // namespace
+
+/// Ends a link that nobody has used for a while.
+class Worker::Idle : public Expiring {
+ public:
+  explicit Idle(std::weak_ptr<Worker> worker) : worker_(std::move(worker)) {}
+  void expire() override {
+    if (const auto worker = worker_.lock()) {
+      worker->async([weak = worker_] {
+        if (const auto self = weak.lock()) self->endIdleLink();
+      });
+    }
+  }
+
+ private:
+  const std::weak_ptr<Worker> worker_;
+};
+
+std::shared_ptr<Worker> Worker::create(std::shared_ptr<Link> link, const Options& options) {
+  auto worker = std::make_shared<Worker>(link, complete(options));
+  worker->idle_ = std::make_shared<Idle>(worker);
+  worker->inbox_->setOnUnattended([weak = std::weak_ptr(worker)] {
+    if (const auto self = weak.lock()) self->takeUnattended();
+  });
+  return worker;
+}
+
+Worker::Worker(const std::shared_ptr<Link>& link, Options options)
+    : options_(std::move(options)),
+      log_(options_.platform().log),
+      surroundings_{options_.platform().scheduler, callbacksFor(options_, log_),
+                    std::make_shared<Alarm>(options_.platform().scheduler, log_), log_, this},
+      inbox_(std::make_shared<Inbox>(surroundings_.scheduler)),
+      connection_(std::make_shared<Connection>(link, inbox_, log_,
+                                               [this](LinkState state, const MaybeError& error) {
+                                                 publish(event::LinkChanged{state, error});
+                                               })),
+      conversation_(connection_, inbox_, surroundings_.scheduler,
+                    [this](const Event& event) { publish(event); }) {
+  guardedCall(log_, "The thread of a session", [this] {
+    auto thread = surroundings_.scheduler->serialQueue("kwt.session");
+    thread->async([] {});  // it runs from now on
+    thread_ = std::move(thread);
+  });
+}
+
+Worker::~Worker() { surroundings_.alarm->close(); }
+
+// ---- The queue ----
+
+void Worker::submit(const std::shared_ptr<Job>& job, const std::optional<Duration>& timeout) {
+  const std::weak_ptr<Worker> weakSelf = weak_from_this();
+  const std::weak_ptr<Job> weakJob = job;
+  job->state().begin(
+      [weakSelf, weakJob](Errc reason) {
+        const auto self = weakSelf.lock();
+        const auto interruptedJob = weakJob.lock();
+        if (!interruptedJob) return;
+        if (self) return self->interrupted(interruptedJob, reason);
+        interruptedJob->fail(interruptionFailure(reason));
+      },
+      [weakJob] {
+        const auto stuck = weakJob.lock();
+        if (!stuck) return;
+        stuck->fail({Errc::badArgument, "it was waited for on the thread that has to carry it out"});
+      });
+  job->state().watch(job->limits(), timeout);
+  {
+    const MutexLock lock(mutex_);
+    if (!isClosed_) queue_.push_back(job);
+  }
+  if (isClosed()) {
+    job->fail(interruptionFailure(Errc::closed));
+  } else if (!wake()) {
+    job->fail({Errc::noResources, "no thread could be started"});
+  } else if (job->letIn() != nullptr) {
+    inbox_->nudge();
+  }
+}
+
+bool Worker::isClosed() const {
+  const MutexLock lock(mutex_);
+  return isClosed_;
+}
+
+bool Worker::async(std::function<void()> work) {
+  return thread_ && guardedCall(log_, "The thread of a session", [&] { thread_->async(std::move(work)); });
+}
+
+bool Worker::wake() {
+  {
+    const MutexLock lock(mutex_);
+    if (std::exchange(isPumping_, true)) return true;
+  }
+  if (async([self = shared_from_this()] { self->pump(); })) return true;
+  const MutexLock lock(mutex_);
+  isPumping_ = false;
+  return false;
+}
+
+void Worker::pump() {
+  const OnWorker here(this);
+  inbox_->attend();
+  while (const auto job = takeNext()) carryOut(*job);
+  rest();
+  inbox_->leave();
+}
+
+std::shared_ptr<Job> Worker::takeNext() {
+  std::vector<std::shared_ptr<Job>> ended;  // destroyed without the lock
+  const MutexLock lock(mutex_);
+  ended.push_back(std::exchange(running_, nullptr));
+  pokedSince_.reset();
+  restingSince_.reset();
+  while (!queue_.empty()) {
+    auto job = std::move(queue_.front());
+    queue_.pop_front();
+    if (!job->state().done()) return running_ = std::move(job);
+    ended.push_back(std::move(job));
+  }
+  isPumping_ = false;
+  return nullptr;
+}
+
+std::shared_ptr<Job> Worker::takeLetIn() {
+  const MutexLock lock(mutex_);
+  const auto found = std::ranges::find_if(
+      queue_, [](const auto& job) { return job->letIn() != nullptr && !job->state().done(); });
+  if (found == queue_.end()) return nullptr;
+  auto job = std::move(*found);
+  queue_.erase(found);
+  return job;
+}
+
+std::shared_ptr<Job> Worker::findRecording() const {
+  const auto isOne = [](const auto& job) { return job && job->isRecording() && !job->state().done(); };
+  const MutexLock lock(mutex_);
+  if (isOne(running_)) return running_;
+  const auto found = std::ranges::find_if(queue_, isOne);
+  return found == queue_.end() ? nullptr : *found;
+}
+
+void Worker::carryOut(Job& job) {
+  conversation_.begin(job.sharedState(), job.limits());
+  try {
+    job.run(conversation_);
+  } catch (const std::bad_alloc&) {
+    conversation_.distrustLink();
+    job.fail({Errc::noResources, "there was no memory left"});
+  } catch (const std::exception& exception) {
+    conversation_.distrustLink();
+    job.fail({Errc::linkFailed, std::string("an exception came from outside (") + exception.what() + ")"});
+  } catch (...) {
+    conversation_.distrustLink();
+    job.fail({Errc::linkFailed, "an exception of no known kind came from outside"});
+  }
+  conversation_.leaveOperation();
+  if (options_.keepLink() == Duration::zero()) conversation_.endLink();
+}
+
+// ---- The link while nothing is to be done ----
+
+void Worker::rest() {
+  const auto keep = options_.keepLink();
+  if (isClosed()) return conversation_.endLink();
+  if (!keep || !connection_->isOpen()) return;
+  const Duration now = surroundings_.scheduler->now();
+  auto ticket = std::optional(surroundings_.alarm->at(now + *keep, idle_));
+  {
+    const MutexLock lock(mutex_);
+    restingSince_ = now;
+    restTicket_.swap(ticket);
+  }
+  if (ticket) surroundings_.alarm->takeBack(*ticket);
+}
+
+void Worker::endIdleLink() {
+  {
+    const MutexLock lock(mutex_);
+    if (isPumping_ || !restingSince_) return;
+    if (surroundings_.scheduler->now() - *restingSince_ < *options_.keepLink()) return;
+  }
+  const OnWorker here(this);
+  conversation_.endLink();
+}
+
+void Worker::takeUnattended() {
+  async([weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self) return;
+    const OnWorker here(self.get());
+    self->inbox_->attend();
+    self->conversation_.look();
+    self->inbox_->leave();
+  });
+}
+
+// ---- Ends ----
+
+void Worker::interrupted(const std::shared_ptr<Job>& job, Errc reason) {
+  if (!isRunning(*job)) return job->fail(interruptionFailure(reason));
+  inbox_->nudge();
+  pokeOpening(job);
+}
+
+bool Worker::isRunning(const Job& job) const {
+  const MutexLock lock(mutex_);
+  return running_.get() == &job;
+}
+
+void Worker::expire() {
+  std::shared_ptr<Job> job;
+  {
+    const MutexLock lock(mutex_);
+    job = running_;
+  }
+  if (job && !job->state().done() && job->state().interruption()) pokeOpening(job);
+}
+
+/// A link that is being made hears of the end only between its own beginning and end, and the one may be
+/// still to come: so it is told again and again. One that does not listen costs its operation 5 s.
+void Worker::pokeOpening(const std::shared_ptr<Job>& job) {
+  constexpr Duration step = std::chrono::milliseconds(20), longest = std::chrono::seconds(5);
+  if (!connection_->isOpening()) return;
+  const Duration now = surroundings_.scheduler->now(), shield = job->state().shield();
+  if (now < shield) {
+    surroundings_.alarm->at(shield, weak_from_this());
+    return;
+  }
+  connection_->interruptOpening();
+  Duration since = now;
+  {
+    const MutexLock lock(mutex_);
+    if (!pokedSince_) pokedSince_ = now;
+    since = *pokedSince_;
+  }
+  if (now - since >= longest) return job->fail(interruptionFailure(*job->state().interruption()));
+  surroundings_.alarm->at(now + step, weak_from_this());
+}
+
+void Worker::close() {
+  std::vector<std::shared_ptr<Job>> jobs;
+  {
+    const MutexLock lock(mutex_);
+    if (std::exchange(isClosed_, true)) return;
+    jobs.assign(queue_.begin(), queue_.end());
+    if (running_) jobs.push_back(running_);
+  }
+  for (const auto& job : jobs) job->state().interrupt(Errc::closed);
+  events_.close();
+  audio_.close();
+  wake();
+}
+
+void Worker::join() {
+  if (OnWorker::is(this) || surroundings_.callbacks->isInside()) return;
+  const auto reached = surroundings_.scheduler->semaphore("kwt.session.end");
+  if (async([reached] { reached->signal(); })) reached->wait(std::nullopt);
+  surroundings_.callbacks->finish();
+}
+
+// ---- What is known ----
+
+void Worker::publish(const Event& event) {
+  if (const auto* const seen = std::get_if<event::BatterySeen>(&event)) {
+    const MutexLock lock(mutex_);
+    battery_ = seen->level;
+  }
+  events_.publish(event);
+}
+
+void Worker::noteFirmware(const std::string& version) {
+  const MutexLock lock(mutex_);
+  firmware_ = version;
+}
+
+Session::Snapshot Worker::snapshot() const {
+  Session::Snapshot snapshot;
+  snapshot.link = connection_->state();
+  const MutexLock lock(mutex_);
+  snapshot.queued = static_cast<std::size_t>(
+      std::ranges::count_if(queue_, [](const auto& job) { return !job->state().done(); }));
+  if (running_ && !running_->state().done()) snapshot.running = running_->state().name();
+  snapshot.battery = battery_;
+  snapshot.firmware = firmware_;
+  return snapshot;
+}
+
+void Worker::announce(const OperationState& state, std::error_code error, const Failure* failure) {
+  if (failure != nullptr) log_.info("%@", failure->text());
+  publish(event::OperationEnded{state.name(), error});
+}
+
+}  // namespace kwtsdk::session::detail

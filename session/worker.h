@@ -1,0 +1,149 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <kwtsdk/session/session.h>
+
+#include "platform/threads/mutex.h"
+#include "session/conversation.h"
+#include "session/event_hub.h"
+#include "session/job.h"
+
+namespace kwtsdk::session::detail {
+
+/// What a Session is made of: the queue of operations, the one thread that carries them out, and what it
+/// knows.
+class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
+ public:
+  static std::shared_ptr<Worker> create(std::shared_ptr<Link> link, const Options& options);
+
+  Worker(const std::shared_ptr<Link>& link, Options options);
+  ~Worker() override;
+
+  // ---- Any thread ----
+
+  const Surroundings& surroundings() const { return surroundings_; }
+  Hub<Event>& events() { return events_; }
+  Hub<AudioPacket>& audio() { return audio_; }
+  Session::Snapshot snapshot() const KWT_EXCLUDES(mutex_);
+
+  void submit(const std::shared_ptr<Job>& job, const std::optional<Duration>& timeout) KWT_EXCLUDES(mutex_);
+
+  /// The recording that runs, or else the first that waits; null: there is none.
+  std::shared_ptr<Job> findRecording() const KWT_EXCLUDES(mutex_);
+  void nudge() { inbox_->nudge(); }
+
+  void close() KWT_EXCLUDES(mutex_);
+
+  /// Waits until the recorder has been left in order and all callbacks have run, unless this thread is one
+  /// of them.
+  void join();
+
+  void publish(const Event& event) KWT_EXCLUDES(mutex_);
+  void noteFirmware(const std::string& version) KWT_EXCLUDES(mutex_);
+
+  // ---- The worker's thread ----
+
+  /// The next query that waits, for a recording to let in; it is no longer in the queue then.
+  std::shared_ptr<Job> takeLetIn() KWT_EXCLUDES(mutex_);
+
+  // ---- Outcomes, which only this class may touch ----
+
+  static OperationState& stateOf(const Operating& operating);
+  static std::shared_ptr<OperationState> sharedStateOf(const Operating& operating);
+
+  template <class T>
+  static std::shared_ptr<Outcome<T>> makeOutcome(std::string name, const Surroundings& surroundings) {
+    auto outcome = std::make_shared<Outcome<T>>();
+    adopt(*outcome, std::make_shared<OperationState>(std::move(name), surroundings));
+    return outcome;
+  }
+
+  /// False when it has ended already.
+  template <class T>
+  static bool end(Outcome<T>& outcome, Result<T> result) {
+    OperationState& state = stateOf(outcome);
+    if (!state.claimEnd()) return false;
+    outcome.result_.emplace(std::move(result));
+    state.publishEnd();
+    return true;
+  }
+
+  /// In two parts: claimed under a lock, given outside it.
+  template <class T>
+  static void give(Outcome<T>& claimed, Result<T> result) {
+    claimed.result_.emplace(std::move(result));
+    stateOf(claimed).publishEnd();
+  }
+
+  /// The same for a Session's operation, whose end is an event and whose failure is logged.
+  template <class T>
+  void conclude(Outcome<T>& outcome, Result<T> result) {
+    OperationState& state = stateOf(outcome);
+    if (!state.claimEnd()) return;
+    if (!result) result = named(state, std::move(result));
+    announce(state, result ? std::error_code() : std::error_code(result.error()),
+             result ? nullptr : &result.error());
+    give(outcome, std::move(result));
+  }
+
+ private:
+  class Idle;
+
+  template <class T>
+  static Result<T> named(const OperationState& state, Result<T> result) {
+    const Failure& error = result.error();
+    Failure failure(error.code(), state.name() + ": " + error.text() + ".", error.effect(), error.cause());
+    if (result.partial() == nullptr) return failure;
+    return {std::move(failure), *result.partial()};
+  }
+
+  static void adopt(Operating& operating, std::shared_ptr<OperationState> state);
+  void announce(const OperationState& state, std::error_code error, const Failure* failure);
+
+  bool isClosed() const KWT_EXCLUDES(mutex_);
+  bool isRunning(const Job& job) const KWT_EXCLUDES(mutex_);
+  bool wake() KWT_EXCLUDES(mutex_);
+  bool async(std::function<void()> work);
+  void pump() KWT_EXCLUDES(mutex_);
+  std::shared_ptr<Job> takeNext() KWT_EXCLUDES(mutex_);
+  void carryOut(Job& job);
+  void rest() KWT_EXCLUDES(mutex_);
+  void endIdleLink() KWT_EXCLUDES(mutex_);
+  void takeUnattended();
+  void interrupted(const std::shared_ptr<Job>& job, Errc reason) KWT_EXCLUDES(mutex_);
+  void expire() override;
+  void pokeOpening(const std::shared_ptr<Job>& job) KWT_EXCLUDES(mutex_);
+
+  const Options options_;
+  const internal::Logger log_;
+  Surroundings surroundings_;
+  Hub<Event> events_;
+  Hub<AudioPacket> audio_;
+  const std::shared_ptr<Inbox> inbox_;
+  std::shared_ptr<Connection> connection_;
+  Conversation conversation_;  // the worker's thread alone
+  std::shared_ptr<Idle> idle_;
+
+  mutable internal::Mutex mutex_;
+  std::deque<std::shared_ptr<Job>> queue_ KWT_GUARDED_BY(mutex_);
+  std::shared_ptr<Job> running_ KWT_GUARDED_BY(mutex_);
+  bool isPumping_ KWT_GUARDED_BY(mutex_) = false;
+  bool isClosed_ KWT_GUARDED_BY(mutex_) = false;
+  std::optional<Duration> pokedSince_ KWT_GUARDED_BY(mutex_);
+  std::optional<Duration> restingSince_ KWT_GUARDED_BY(mutex_);
+  std::optional<Alarm::Ticket> restTicket_ KWT_GUARDED_BY(mutex_);
+  std::optional<std::uint64_t> battery_ KWT_GUARDED_BY(mutex_);
+  std::string firmware_ KWT_GUARDED_BY(mutex_);
+
+  std::shared_ptr<SerialQueue> thread_;  // none where there was none to be had
+};
+
+}  // namespace kwtsdk::session::detail

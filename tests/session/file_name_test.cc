@@ -1,0 +1,102 @@
+#include "session/file_name.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "session/creation_time.h"
+
+namespace kwtsdk::testing {
+namespace {
+
+using namespace session::detail;
+using session::Errc;
+
+/// The zone for the time of a test.
+class Zone {
+ public:
+  explicit Zone(const char* name) {
+    if (const char* const value = ::getenv("TZ")) before_ = value;
+    ::setenv("TZ", name, 1);
+    ::tzset();
+  }
+  ~Zone() {
+    before_ ? ::setenv("TZ", before_->c_str(), 1) : ::unsetenv("TZ");
+    ::tzset();
+  }
+  Zone(const Zone&) = delete;
+  Zone& operator=(const Zone&) = delete;
+
+ private:
+  std::optional<std::string> before_;
+};
+
+constexpr const char* kBerlin = "CET-1CEST,M3.5.0,M10.5.0/3";
+
+TEST(CreationTime, IsTheWallClocksInThisCentury) {
+  const Zone zone(kBerlin);
+  const std::pair<std::vector<std::uint8_t>, std::string> cases[]{
+      {{24, 1, 15, 9, 30, 0}, "2024-01-15 09:30:00 +0100"},
+      {{24, 7, 15, 9, 30, 0}, "2024-07-15 09:30:00 +0200"},
+      {{24, 3, 31, 1, 59, 59}, "2024-03-31 01:59:59 +0100"},
+      {{24, 3, 31, 3, 0, 0}, "2024-03-31 03:00:00 +0200"},
+      {{24, 10, 27, 1, 30, 0}, "2024-10-27 01:30:00 +0200"},
+      {{24, 10, 27, 3, 0, 0}, "2024-10-27 03:00:00 +0100"},
+      {{24, 2, 29, 0, 0, 0}, "2024-02-29 00:00:00 +0100"},
+      {{0, 1, 1, 0, 0, 0}, "2000-01-01 00:00:00 +0100"},
+      {{99, 12, 31, 23, 59, 59}, "2099-12-31 23:59:59 +0100"},
+      {{23, 2, 29, 0, 0, 0}, ""},
+      {{24, 2, 31, 0, 0, 0}, ""},
+      {{24, 13, 1, 0, 0, 0}, ""},
+      {{24, 0, 1, 0, 0, 0}, ""},
+      {{24, 1, 0, 0, 0, 0}, ""},
+      {{24, 1, 1, 24, 0, 0}, ""},
+      {{24, 1, 1, 0, 60, 0}, ""},
+      {{24, 1, 1, 0, 0, 60}, ""},
+      {{255, 255, 255, 255, 255, 255}, ""},
+      {{255, 255, 17, 255, 255, 255}, ""},
+      {{24, 1, 1}, ""}};
+  for (const auto& [fields, expected] : cases) {
+    const auto created = creationTime(fields);
+    const std::string text = created ? fileName("%Y-%m-%d %H:%M:%S %z", {7, 0, created}) : "";
+    EXPECT_EQ(text, expected);
+  }
+  // An hour that the clock skips here: an hour beside it, but not no time at all.
+  const auto skipped = creationTime(std::vector<std::uint8_t>{24, 3, 31, 2, 30, 0});
+  ASSERT_TRUE(skipped);
+  EXPECT_EQ(fileName("%M", {7, 0, skipped}), "30");
+}
+
+TEST(FileName, HasTimeAndIdOrIsUndated) {
+  const Zone zone(kBerlin);
+  const auto created = creationTime(std::vector<std::uint8_t>{24, 7, 5, 9, 3, 8});
+  struct Case {
+    const char *pattern, *dated, *undated;
+  };
+  const Case cases[]{{"%Y%m%d-%H%M%S-{id}.opus", "20240705-090308-7.opus", "undated-7.opus"},
+                     {"{id}", "7", "7"},
+                     {"memo.opus", "memo.opus", "memo.opus"},
+                     {"%Y at %H.%M{id}", "2024 at 09.037", "undated at undated7"},
+                     {"%d. %B, {id} %H", "05. July, 7 09", "undated, 7 undated"},
+                     {"%D", "07-05-24", "undated"},
+                     {"%-d%%%Ey {x} %", "5%24 {x} %", "undated {x} %"}};
+  for (const auto& [pattern, dated, undated] : cases) {
+    EXPECT_FALSE(checkNamePattern(pattern));
+    EXPECT_EQ(fileName(pattern, {7, 0, created}), dated);
+    EXPECT_EQ(fileName(pattern, {7, 0, std::nullopt}), undated);
+  }
+  for (const std::string& pattern :
+       {std::string(), std::string("."), std::string(".."), std::string("a/b"), std::string("a\0b", 3)}) {
+    const auto failure = checkNamePattern(pattern);
+    EXPECT_TRUE(failure && *failure == Errc::badArgument) << pattern;
+  }
+}
+
+}  // namespace
+}  // namespace kwtsdk::testing
