@@ -42,13 +42,12 @@ class Window {
     }
     if (!result) std::cerr << result.error().text() << '\n';
     status_ = result ? 0 : 1;
-    session_ = nullptr;  // inside a callback, where this waits for nothing
     loop_.quit();
   }
 
   EventLoop& loop_;
-  std::shared_ptr<Session> session_;
   int status_ = 1;
+  std::shared_ptr<Session> session_;  // its end waits until it has left the recorder, and uses the others
 };
 
 }  // namespace
@@ -60,7 +59,8 @@ int main(int argc, char** argv) try {
   }
   EventLoop loop;
   Window window(loop);
-  loop.post([&] { window.download(linkTo(argv[1]), argv[2]); });
+  const auto link = linkTo(argv[1]);
+  loop.post([&] { window.download(link, argv[2]); });
   loop.run();
   const std::chrono::duration<double, std::milli> longest = loop.longest();
   std::cout << "The event loop was held up for at most " << longest.count() << " ms.\n";
