@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 #include <kwtsdk/error.h>
 
 namespace kwtsdk::internal {
@@ -32,6 +35,15 @@ inline Error emptyImageError() { return errorWithInfo(1011, "固件更新失败-
 inline Error checkFailedError() { return errorWithInfo(1012, "固件更新-校验失败"); }    // of one check
 inline Error transferCheckError() { return errorWithInfo(1012, "固件更新-校验错误"); }  // of the transfer
 inline Error updateByeError() { return errorWithInfo(1013, "固件更新-结束失败"); }
+
+/// The recorder's answer to a deletion; its code is the error's, from 1 on.
+inline MaybeError deletionError(std::uint64_t code) {
+  constexpr std::array results{"删除失败，ID非系统第一个文件", "删除失败，文件ID不存在",
+                               "删除失败，文件正在使用中", "删除失败，文件系统为空"};
+  if (code == 0) return std::nullopt;
+  return errorWithInfo(static_cast<std::int64_t>(code),
+                       code <= results.size() ? results.at(code - 1) : nullptr);
+}
 
 /// What the host's objects or the system threw; the log has the details.
 inline Error exceptionError(const char* text) { return {"std::exception", 0, {{kDescriptionKey, text}}}; }

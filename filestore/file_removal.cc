@@ -1,7 +1,5 @@
 #include "filestore/file_removal.h"
 
-#include <array>
-
 #include <kwtsdk/cmd_response.h>
 
 #include "codec/error_codes.h"
@@ -13,16 +11,6 @@ namespace {
 constexpr QueueLabel kNoticeQueue{"com.kwt.notifyDownloadSuccess"};
 constexpr QueueLabel kDeletionQueue{"com.kwt.getflashlist"};  // shares its label with the listing's, no more
 constexpr Duration kNoticeTimeout = std::chrono::seconds(2);
-
-// The recorder's result code is the error's code, from 1 on.
-constexpr std::array kResults{"删除失败，ID非系统第一个文件", "删除失败，文件ID不存在",
-                              "删除失败，文件正在使用中", "删除失败，文件系统为空"};
-
-MaybeError errorOfResult(std::uint64_t code) {
-  if (code == 0) return std::nullopt;
-  return errorWithInfo(static_cast<std::int64_t>(code),
-                       code <= kResults.size() ? kResults.at(code - 1) : nullptr);
-}
 
 }  // namespace
 
@@ -51,7 +39,7 @@ void FileRemoval::deleteFile(std::int64_t fileId, const ValueCompletion<ByteCoun
                      [log = channel_.log, completion](const Answer& answer) {
                        const auto result = KWTCmdResponse::getDeleteFileResult(answer.reply);
                        callHost(log, completion,
-                                answer.error ? answer.error : errorOfResult(result ? result->front() : 0),
+                                answer.error ? answer.error : deletionError(result ? result->front() : 0),
                                 result);
                      },
                  .onBusy = channel_.errorTo(completion),

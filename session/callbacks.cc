@@ -10,7 +10,7 @@ using internal::MutexLock;
 
 /// What this thread runs callbacks of, and something whose address is this thread's own.
 thread_local const Callbacks* current = nullptr;
-thread_local char mark = 0;
+thread_local char threadMark = 0;
 
 }  // namespace
 
@@ -66,7 +66,7 @@ void Callbacks::handOver() {
 void Callbacks::endTurn() {
   {
     const MutexLock lock(mutex_);
-    thread_ = &mark;
+    thread_ = &threadMark;
   }
   runNext();
   {
@@ -119,7 +119,7 @@ void Callbacks::drop() {
 /// How long the executor has for its next turn before it counts as one that does not come.
 Duration Callbacks::patience() const {
   const MutexLock lock(mutex_);
-  if (thread_ == &mark) return Duration::zero();
+  if (thread_ == &threadMark) return Duration::zero();
   return thread_ == nullptr ? std::chrono::seconds(1) : std::chrono::seconds(5);
 }
 

@@ -74,6 +74,7 @@ MaybeFailure Connection::findChannels() {
     peripheral_ = link_->peripheral();
     characteristics = link_->characteristics();
     found_.clear();
+    subscribed_.clear();
     for (const auto& known : characteristics)
       if (known) found_.emplace_back(known->UUID(), known);
   });
@@ -135,6 +136,7 @@ Connection::Found Connection::find(std::string_view uuid) const {
 }
 
 MaybeFailure Connection::subscribe(const Found& to) {
+  if (!subscribed_.insert(to).second) return std::nullopt;
   return guarded("Peripheral::setNotifyValue", [&] { peripheral_->setNotifyValue(true, to); });
 }
 

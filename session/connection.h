@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -47,6 +48,7 @@ class Connection {
   /// Null when the recorder has none of that UUID.
   Found find(std::string_view uuid) const;
 
+  /// Nothing happens where it is subscribed to already.
   MaybeFailure subscribe(const Found& to);
   MaybeFailure write(const Bytes& frame, const Found& to);
 
@@ -78,6 +80,7 @@ class Connection {
   bool isEndExpected_ = false;  // of a connection that close() has ended
   std::shared_ptr<Peripheral> peripheral_;
   std::vector<std::pair<Uuid, Found>> found_;
+  std::set<Found> subscribed_;
 };
 
 }  // namespace kwtsdk::session::detail

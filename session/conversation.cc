@@ -82,6 +82,7 @@ MaybeFailure Conversation::ready() {
     failedOpenings_ = failure ? failedOpenings_ + 1 : 0;
     if (auto reason = ended()) return reason;
     if (failure) return failure;
+    ++linkNumber_;
   }
   hadLink_ = true;
   return std::nullopt;
@@ -92,7 +93,7 @@ bool Conversation::mayRetry(const Failure& failure) {
   constexpr unsigned mostDoublings = 4;
   const bool isOfLink = failure.code() == Errc::linkLost || failure.code() == Errc::stalled ||
                         (failure.code() == Errc::linkFailed && hadLink_);
-  if (!isOfLink || !useRetry()) return false;
+  if (!isOfLink || failure.effect() == Effect::unknown || !useRetry()) return false;
   isDistrusted_ = true;
   // A recorder out of range is not there at once; one that dropped the link may be.
   if (failedOpenings_ == 0) return true;
@@ -112,9 +113,17 @@ void Conversation::endLink() {
 
 // ---- Exchanges ----
 
+Result<Bytes> Conversation::exchangeLeniently(const Request& request, Duration longest) {
+  const bool wasDistrusted = isDistrusted_;
+  auto answer = exchange(request, longest);
+  isDistrusted_ = wasDistrusted;
+  return answer;
+}
+
 Result<Bytes> Conversation::exchange(const Request& request, std::optional<Duration> longest) {
   constexpr int mostSilences = 3;  // of a recorder that says something, but never answers
   Exchange exchange(request);
+  wasSent_ = false;
   if (const auto failure = send(exchange)) return *failure;
   const Duration whole = silence_ < Duration::max() / mostSilences ? silence_ * mostSilences : silence_;
   const auto failure =
@@ -145,7 +154,14 @@ MaybeFailure Conversation::send(Exchange& exchange) {
   exchange.sent(to.get(), ++written_[to.get()], answersOn.get(),
                 last == last_.end() ? std::nullopt : std::optional(last->second));
   exchanges_.push_back(&exchange);
+  wasSent_ = true;
   return std::nullopt;
+}
+
+MaybeFailure Conversation::listenTo(const std::string& uuid) {
+  const auto found = connection_->find(uuid);
+  if (!found) return Failure(Errc::badArgument, "the recorder has no characteristic " + uuid);
+  return connection_->subscribe(found);
 }
 
 void Conversation::forget(Exchange& exchange) { std::erase(exchanges_, &exchange); }

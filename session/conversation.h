@@ -53,7 +53,11 @@ class Conversation {
   /// Makes the link unless it is there; makes it anew after an exchange whose answer stayed away.
   MaybeFailure ready();
 
-  /// Whether it is worth another try: it uses one of those that the limits allow, and the link is made anew.
+  /// How many links there have been.
+  std::uint64_t linkNumber() const { return linkNumber_; }
+
+  /// Whether it is worth another try, and may be repeated: it uses one of those that the limits allow, and
+  /// the link is made anew.
   bool mayRetry(const Failure& failure);
 
   /// One of those tries for something that the link is not to blame for.
@@ -75,9 +79,18 @@ class Conversation {
   /// Without it the link is made anew before the next exchange, so that a late answer becomes no other's.
   Result<Bytes> exchange(const Request& request, std::optional<Duration> longest = std::nullopt);
 
+  /// Whether the last exchange came as far as its write.
+  bool wasSent() const { return wasSent_; }
+
+  /// The same for an answer that nothing else could be taken for, if it came late.
+  Result<Bytes> exchangeLeniently(const Request& request, Duration longest);
+
   // In parts: the exchange has to outlive what stands between these.
   MaybeFailure send(Exchange& exchange);
   void forget(Exchange& exchange);
+
+  /// Another characteristic than the three that every link is subscribed to.
+  MaybeFailure listenTo(const std::string& uuid);
 
   /// Waits until it is so, or until `wakeUp`. A lost link ends it, and so does silence since the last sign or
   /// write. `enough`: how many packets of a download are worth a look.
@@ -120,7 +133,8 @@ class Conversation {
   std::shared_ptr<OperationState> operation_;
   Duration silence_{0};
   unsigned retries_ = 0, failedOpenings_ = 0;
-  bool hadLink_ = false, isDistrusted_ = false;
+  bool hadLink_ = false, isDistrusted_ = false, wasSent_ = false;
+  std::uint64_t linkNumber_ = 0;
 
   std::vector<Exchange*> exchanges_;
   Listener* listener_ = nullptr;

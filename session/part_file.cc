@@ -26,13 +26,13 @@ Result<std::shared_ptr<PartFile>> PartFile::open(const fs::path& file, const Rec
   return part;
 }
 
-PartFile::PartFile(Folder folder, const fs::path& file, RecordingInfo recording)
+PartFile::PartFile(Folder folder, const fs::path& file, const RecordingInfo& recording)
     : folder_(std::move(folder)),
       name_(file.filename().string()),
       part_(name_ + ".part"),
       header_(part_ + ".id"),
       newHeader_(header_ + ".new"),
-      recording_(std::move(recording)) {}
+      recording_(recording) {}
 
 PartFile::~PartFile() {
   if (!file_ || saved_ || size_ > 0) return;

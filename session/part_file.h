@@ -40,7 +40,7 @@ class PartFile {
   std::optional<Failure> save();
 
  private:
-  PartFile(Folder folder, const std::filesystem::path& file, RecordingInfo recording);
+  PartFile(Folder folder, const std::filesystem::path& file, const RecordingInfo& recording);
 
   std::optional<Failure> openLocked();
   std::optional<Failure> refuseExisting() const;

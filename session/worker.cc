@@ -16,6 +16,8 @@ Options complete(Options options) {
   return options;
 }
 
+bool isLetIn(const std::shared_ptr<Job>& job) { return job->letIn() != nullptr && !job->state().done(); }
+
 /// Where no thread can be had they run where they are posted.
 std::shared_ptr<Callbacks> callbacksFor(const Options& options, const internal::Logger& log) {
   const auto& scheduler = options.platform().scheduler;
@@ -151,14 +153,27 @@ std::shared_ptr<Job> Worker::takeNext() {
   return nullptr;
 }
 
+bool Worker::hasLetIn() const {
+  const MutexLock lock(mutex_);
+  return std::ranges::any_of(queue_, isLetIn);
+}
+
 std::shared_ptr<Job> Worker::takeLetIn() {
   const MutexLock lock(mutex_);
-  const auto found = std::ranges::find_if(
-      queue_, [](const auto& job) { return job->letIn() != nullptr && !job->state().done(); });
+  const auto found = std::ranges::find_if(queue_, isLetIn);
   if (found == queue_.end()) return nullptr;
   auto job = std::move(*found);
   queue_.erase(found);
   return job;
+}
+
+void Worker::putBack(const std::shared_ptr<Job>& letIn) {
+  {
+    const MutexLock lock(mutex_);
+    queue_.push_front(letIn);
+  }
+  // What close() did meanwhile had no effect on it.
+  if (isClosed()) letIn->state().interrupt(Errc::closed);
 }
 
 std::shared_ptr<Job> Worker::findRecording() const {

@@ -39,6 +39,7 @@ class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
   /// The recording that runs, or else the first that waits; null: there is none.
   std::shared_ptr<Job> findRecording() const KWT_EXCLUDES(mutex_);
   void nudge() { inbox_->nudge(); }
+  bool isClosed() const KWT_EXCLUDES(mutex_);
 
   void close() KWT_EXCLUDES(mutex_);
 
@@ -53,6 +54,8 @@ class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
 
   /// The next query that waits, for a recording to let in; it is no longer in the queue then.
   std::shared_ptr<Job> takeLetIn() KWT_EXCLUDES(mutex_);
+  bool hasLetIn() const KWT_EXCLUDES(mutex_);
+  void putBack(const std::shared_ptr<Job>& letIn) KWT_EXCLUDES(mutex_);
 
   // ---- Outcomes, which only this class may touch ----
 
@@ -100,7 +103,9 @@ class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
   template <class T>
   static Result<T> named(const OperationState& state, Result<T> result) {
     const Failure& error = result.error();
-    Failure failure(error.code(), state.name() + ": " + error.text() + ".", error.effect(), error.cause());
+    const bool isSentence = error.text().ends_with('.');
+    Failure failure(error.code(), state.name() + ": " + error.text() + (isSentence ? "" : "."),
+                    error.effect(), error.cause());
     if (result.partial() == nullptr) return failure;
     return {std::move(failure), *result.partial()};
   }
@@ -108,7 +113,6 @@ class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
   static void adopt(Operating& operating, std::shared_ptr<OperationState> state);
   void announce(const OperationState& state, std::error_code error, const Failure* failure);
 
-  bool isClosed() const KWT_EXCLUDES(mutex_);
   bool isRunning(const Job& job) const KWT_EXCLUDES(mutex_);
   bool wake() KWT_EXCLUDES(mutex_);
   bool async(std::function<void()> work);

@@ -18,13 +18,6 @@ bool begins(const Reply& reply, std::string_view prefix) { return reply && reply
 
 }  // namespace
 
-std::optional<std::string> identifyImage(const Bytes& image) {
-  if (image.size() < wire::kIdentitySize) return std::nullopt;
-  Bytes tail(image.end() - wire::kIdentitySize, image.end());
-  tail.back() = 0;
-  return hexString(tail);
-}
-
 void UpdateHandshake::step(std::int64_t type, Bytes frame, const StepCompletion& completion,
                            const Judge& judge, const std::function<void(const Reply& reply)>& afterwards) {
   channel_.send({.type = type,

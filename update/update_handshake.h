@@ -7,12 +7,12 @@
 #include <string>
 
 #include "channel/command_channel.h"
+#include "wire/firmware_channel.h"
 
 namespace kwtsdk::internal {
 
-/// What the recorder knows an image by, as hex text: its last four bytes with the very last replaced by zero.
-/// None for fewer than four bytes.
-std::optional<std::string> identifyImage(const Bytes& image);
+/// What the recorder knows an image by, as hex text; none for fewer than four bytes.
+inline std::optional<std::string> identifyImage(const Bytes& image) { return wire::identityOf(image); }
 
 /// The five exchanges before an image is sent. Each clears what is pending when it is answered or refused,
 /// also another command.

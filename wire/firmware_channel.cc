@@ -34,6 +34,13 @@ Bytes beginRequest(const Bytes& image) {
   return toData(withMagic("80") + littleEndian32(image.size()) + crcOf(image));
 }
 
+std::optional<std::string> identityOf(const Bytes& image) {
+  if (image.size() < kIdentitySize) return std::nullopt;
+  Bytes tail(image.end() - kIdentitySize, image.end());
+  tail.back() = 0;
+  return internal::hexString(tail);
+}
+
 Bytes configRequest(const std::string& identity) {
   const std::string body = std::string("58000000").append(identity) + nzeros(8) + nzeros(64) + nzeros(64) +
                            nzeros(12) + nzeros(12);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -37,6 +38,10 @@ Bytes selectionRequest();
 /// Sizes and offsets in bytes; their low 32 bits are sent.
 Bytes resumeRequest(std::int64_t segmentSize, std::uint64_t offset);
 Bytes beginRequest(const Bytes& image);
+
+/// What the recorder knows an image by, as hex text: its last four bytes with the very last replaced by zero.
+/// None for fewer than four bytes.
+std::optional<std::string> identityOf(const Bytes& image);
 
 /// `identity`: 8 hex characters. Without them the frame is 4 bytes shorter, its length field is not.
 Bytes configRequest(const std::string& identity);

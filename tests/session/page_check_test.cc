@@ -150,10 +150,10 @@ TEST(PageCheck, AResumedDownloadNoticesAnotherRecording) {
     const Bytes other =
         joined(oggPage(rest[5], rest[14], rest[18], pages.size() - lastAlone.lastPage() - 28, 2),
                slice(rest, lastAlone.whole() - lastAlone.lastPage()));
-    const std::tuple<const Bytes&, State, bool> cases[]{{rest, State::filler, false},
-                                                        {damaged, State::failed, false},
-                                                        {Bytes(100, 0), State::failed, false},
-                                                        {other, State::failed, true}};
+    const std::tuple<Bytes, State, bool> cases[]{{rest, State::filler, false},
+                                                 {damaged, State::failed, false},
+                                                 {Bytes(100, 0), State::failed, false},
+                                                 {other, State::failed, true}};
     for (const auto& [bytes, state, isOther] : cases) {
       check.stepBack();
       EXPECT_TRUE(check.position() == check.lastPage() && check.whole() == check.lastPage());

@@ -82,9 +82,9 @@ class RecordOptions {
  public:
   RecordOptions() = default;
   RecordOptions& type(RecordingType which) & { return type_ = which, *this; }
-  RecordOptions&& type(RecordingType which) && { return std::move(type(which)); }
+  RecordOptions&& type(RecordingType which) && { return static_cast<RecordOptions&&>(type(which)); }
   RecordOptions& length(Duration longest) & { return length_ = longest, *this; }
-  RecordOptions&& length(Duration longest) && { return std::move(length(longest)); }
+  RecordOptions&& length(Duration longest) && { return static_cast<RecordOptions&&>(length(longest)); }
   RecordingType type() const { return type_; }
   const std::optional<Duration>& length() const { return length_; }
 

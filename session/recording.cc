@@ -1,0 +1,230 @@
+#include "session/recording.h"
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "codec/error_codes.h"
+#include "session/recording_file.h"
+#include "session/sound.h"
+#include "session/visitors.h"
+
+namespace kwtsdk::session::detail {
+namespace {
+
+using Stage = ProgressReport::Stage;
+
+constexpr Duration kLongestStart = std::chrono::seconds(10), kLongestStop = std::chrono::seconds(5);
+
+class Recording : public Listener {
+ public:
+  Recording(Conversation& recorder, Worker& worker, const RecordOptions& options, const StopWish& stop,
+            std::shared_ptr<RecordingFile> file)
+      : recorder_(recorder), worker_(worker), options_(options), stop_(stop), file_(std::move(file)) {
+    recorder_.setListener(this);
+  }
+  ~Recording() override { recorder_.setListener(nullptr); }
+  Recording(const Recording&) = delete;
+  Recording& operator=(const Recording&) = delete;
+
+  /// None: it has come to a good end.
+  MaybeFailure run() {
+    const auto started = recorder_.persist([this] { return start(); });
+    if (!started) return started.error();
+    auto failure = follow();
+    recorder_.endShield();
+    if (end_) recorder_.publish(event::RecordingEnded{*end_});
+    return failure;
+  }
+
+  Recorded recorded(const std::filesystem::path& file) const {
+    Recorded recorded;
+    recorded.file = file;
+    recorded.end = end_.value_or(RecordingEnd::stopped);
+    recorded.bytes = file_->size();
+    recorded.packets = packets_;
+    recorded.length = kSoundOfPacket * static_cast<Duration::rep>(packets_);
+    return recorded;
+  }
+
+  bool take(const Sign& sign) override;
+
+ private:
+  Result<Done> start();
+  MaybeFailure failureOfStart(const Exchange& request, const MaybeFailure& ended);
+  MaybeFailure follow();
+  MaybeFailure stop(RecordingEnd end);
+  MaybeFailure sendStop();
+  MaybeFailure waitForRest();
+  void append(const Bytes& packet);
+  std::optional<Duration> lengthDue() const;
+
+  Conversation& recorder_;
+  Worker& worker_;
+  const RecordOptions& options_;
+  const StopWish stop_;
+  const std::shared_ptr<RecordingFile> file_;
+
+  std::optional<SoundSign> first_;   // that came of the recorder
+  std::optional<RecordingEnd> end_;  // as soon as it is known
+  bool hasStartedAgain_ = false, isStopping_ = false;
+  MaybeFailure fileFailure_;
+  std::uint64_t packets_ = 0;
+  Duration began_{0}, lastSound_{0};
+};
+
+/// Cancelling has to wait for the answer: a stop that reached a recorder which does not record would start
+/// it.
+Result<Done> Recording::start() {
+  recorder_.operation().report(Stage::asking);
+  Exchange request(startRequest(static_cast<std::int64_t>(options_.type())));
+  if (const auto failure = recorder_.send(request)) return *failure;
+  recorder_.shield(kLongestStart);
+  const auto ended =
+      recorder_.waitUntil([&] { return first_ || request.error(); }, 1, recorder_.now() + kLongestStart);
+  recorder_.forget(request);
+  recorder_.endShield();
+  if (const auto failure = failureOfStart(request, ended)) return *failure;
+  began_ = lastSound_ = recorder_.now();
+  recorder_.publish(event::RecordingStarted{options_.type()});
+  return Done{};
+}
+
+MaybeFailure Recording::failureOfStart(const Exchange& request, const MaybeFailure& ended) {
+  if (const auto& error = request.error()) {
+    return Failure(Errc::linkFailed, "the Bluetooth stack refused it (" + error->localizedDescription() + ")",
+                   Effect::unknown, error);
+  }
+  if (!first_) {
+    recorder_.endLink();  // which ends a recording that began unseen
+    if (ended) return Failure(ended->code(), ended->text(), Effect::unknown, ended->cause());
+    return Failure(Errc::stalled, "the recorder did not say that it records", Effect::unknown);
+  }
+  switch (*first_) {
+    case SoundSign::refusedInCall:
+      return Failure(Errc::inCall, "the recorder is in a call, and then records nothing else", Effect::none,
+                     internal::recordStartError());
+    case SoundSign::refusedNotInCall:
+      return Failure(Errc::notInCall, "the recorder is not in a call", Effect::none,
+                     internal::recordStartError());
+    case SoundSign::stopped:
+      return Failure(Errc::refused, "the recorder was recording already, and took the start for a stop",
+                     Effect::done, internal::recordStartError());
+    default:
+      return std::nullopt;
+  }
+}
+
+MaybeFailure Recording::follow() {
+  Visitors visitors(recorder_, worker_);
+  const auto hasToAct = [&] { return end_ || fileFailure_ || *stop_ || visitors.isWaiting(); };
+  for (;;) {
+    recorder_.operation().report(Stage::recording, file_->size());
+    if (end_) return std::nullopt;
+    if (fileFailure_) {
+      stop(RecordingEnd::stopped);
+      return fileFailure_;
+    }
+    if (*stop_) return stop(RecordingEnd::stopped);
+    const auto due = lengthDue();
+    if (due && recorder_.now() >= *due) return stop(RecordingEnd::timeOver);
+    if (auto failure = visitors.attend()) return failure;
+    auto failure = recorder_.waitUntil(hasToAct, 1, due);
+    if (!failure) continue;
+    if (!recorder_.isLinkLost() && recorder_.ended()) stop(RecordingEnd::stopped);
+    return failure;
+  }
+}
+
+std::optional<Duration> Recording::lengthDue() const {
+  constexpr Duration longest = std::chrono::hours(24 * 365);
+  if (!options_.length() || *options_.length() >= longest) return std::nullopt;
+  return began_ + *options_.length();
+}
+
+MaybeFailure Recording::stop(RecordingEnd end) {
+  recorder_.operation().report(Stage::stopping, file_->size());
+  recorder_.shield(kLongestStop);
+  recorder_.look();
+  if (end_) return std::nullopt;  // by itself, and the stop would start another
+  isStopping_ = true;
+  auto failure = sendStop();
+  if (!failure && std::exchange(hasStartedAgain_, false)) failure = sendStop();
+  if (!failure && !end_) end_ = end;
+  return failure;
+}
+
+MaybeFailure Recording::sendStop() {
+  Exchange request(stopRequest());
+  if (auto failure = recorder_.send(request)) return failure;
+  auto failure = recorder_.waitUntil([&] { return request.isOver(); }, 1, recorder_.now() + kLongestStop);
+  recorder_.forget(request);
+  if (!failure && request.answer()) return waitForRest();
+  if (end_) return std::nullopt;  // it crossed the stop
+  recorder_.distrustLink();
+  if (failure) return Failure(failure->code(), failure->text(), Effect::unknown, failure->cause());
+  return Failure(Errc::stalled, "the recorder did not confirm the stop", Effect::unknown, request.error());
+}
+
+/// Sound may be under way behind the answer.
+MaybeFailure Recording::waitForRest() {
+  constexpr Duration quiet = std::chrono::milliseconds(300);
+  lastSound_ = recorder_.now();
+  while (!end_ && recorder_.now() - lastSound_ < quiet && recorder_.operation().isShielded()) {
+    if (recorder_.waitUntil([&] { return end_.has_value(); }, 1, lastSound_ + quiet)) break;
+  }
+  if (end_ == RecordingEnd::recorder) end_.reset();  // the stop's own end
+  return std::nullopt;
+}
+
+bool Recording::take(const Sign& sign) {
+  const auto kind = soundSignOf(sign.value);
+  if (!kind) return false;
+  const bool isFirst = !first_;
+  if (isFirst) first_ = kind;
+  switch (*kind) {
+    case SoundSign::sound:
+      append(sign.value);
+      break;
+    case SoundSign::started:
+      hasStartedAgain_ = hasStartedAgain_ || (isStopping_ && !isFirst);
+      break;
+    case SoundSign::endedByKey:
+      end_ = RecordingEnd::key;
+      break;
+    case SoundSign::endedByCall:
+      end_ = RecordingEnd::call;
+      break;
+    case SoundSign::ended:
+      if (!end_) end_ = RecordingEnd::recorder;
+      break;
+    default:
+      break;
+  }
+  return true;
+}
+
+void Recording::append(const Bytes& packet) {
+  lastSound_ = recorder_.now();
+  worker_.audio().publish(AudioPacket{packets_++, opusOf(packet)});
+  if (!fileFailure_) fileFailure_ = file_->append(packet);
+}
+
+}  // namespace
+
+Result<Recorded> record(Conversation& recorder, Worker& worker, const std::filesystem::path& file,
+                        const RecordOptions& options, const StopWish& stop) {
+  const auto created = RecordingFile::create(file);
+  if (!created) return created.error();
+  Recording recording(recorder, worker, options, stop, *created);
+  auto failure = recording.run();
+  if (auto unwritten = (*created)->close(); unwritten && !failure) failure = unwritten;
+  const Recorded recorded = recording.recorded(file);
+  if (!failure) return recorded;
+  if (recorded.bytes == 0) return *failure;
+  return {*failure, recorded};
+}
+
+}  // namespace kwtsdk::session::detail
