@@ -48,7 +48,11 @@ MaybeFailure Connection::open(const std::function<bool()>& wanted) {
   auto failure = wanted() ? callOpen() : Failure(Errc::linkFailed, "the link is not wanted any more");
   isOpening_ = false;
   if (!failure) failure = findChannels();
-  if (!failure) failure = checkPacketSize();
+  if (!failure) {
+    MaybeFailure tooSmall;
+    failure = guarded("Peripheral::maximumWriteValueLengthForType", [&] { tooSmall = checkPacketSize(); });
+    if (!failure) failure = tooSmall;
+  }
   if (failure) {
     guarded("Link::close", [&] { link_->close(); });
     change(LinkState::closed, failure->cause());
@@ -118,7 +122,9 @@ void Connection::close() {
 bool Connection::noteLoss() {
   const bool isExpected = std::exchange(isEndExpected_, false);
   if (!isOpen_) return false;
-  if (isExpected && peripheral_->state() == PeripheralState::connected) return false;
+  auto state = PeripheralState::disconnected;
+  if (isExpected) guarded("Peripheral::state", [&] { state = peripheral_->state(); });
+  if (state == PeripheralState::connected) return false;
   lose();
   return true;
 }
@@ -141,7 +147,9 @@ MaybeFailure Connection::subscribe(const Found& to) {
 }
 
 MaybeFailure Connection::write(const Bytes& frame, const Found& to) {
-  if (peripheral_->state() != PeripheralState::connected) {
+  auto state = PeripheralState::disconnected;
+  if (auto failure = guarded("Peripheral::state", [&] { state = peripheral_->state(); })) return failure;
+  if (state != PeripheralState::connected) {
     isEndExpected_ = true;
     lose();
     return Failure(Errc::linkLost, "the link was lost");
