@@ -48,7 +48,11 @@ MaybeFailure Connection::open(const std::function<bool()>& wanted) {
   auto failure = wanted() ? callOpen() : Failure(Errc::linkFailed, "the link is not wanted any more");
   isOpening_ = false;
   if (!failure) failure = findChannels();
-  if (!failure) failure = checkPacketSize();
+  if (!failure) {
+    MaybeFailure tooSmall;
+    failure = guarded("Peripheral::maximumWriteValueLengthForType", [&] { tooSmall = checkPacketSize(); });
+    if (!failure) failure = tooSmall;
+  }
   if (failure) {
     ++endsToCome_;
     guarded("Link::close", [&] { link_->close(); });
@@ -120,7 +124,9 @@ bool Connection::noteLoss() {
   const bool isExpected = endsToCome_ > 0;
   if (isExpected) --endsToCome_;
   if (!isOpen_) return false;
-  if (isExpected && peripheral_->state() == PeripheralState::connected) return false;
+  auto state = PeripheralState::disconnected;
+  if (isExpected) guarded("Peripheral::state", [&] { state = peripheral_->state(); });
+  if (state == PeripheralState::connected) return false;
   lose();
   return true;
 }
@@ -143,7 +149,9 @@ MaybeFailure Connection::subscribe(const Found& to) {
 }
 
 MaybeFailure Connection::write(const Bytes& frame, const Found& to) {
-  if (peripheral_->state() != PeripheralState::connected) {
+  auto state = PeripheralState::disconnected;
+  if (auto failure = guarded("Peripheral::state", [&] { state = peripheral_->state(); })) return failure;
+  if (state != PeripheralState::connected) {
     ++endsToCome_;
     lose();
     return Failure(Errc::linkLost, "the link was lost");

@@ -90,9 +90,7 @@ void Worker::submit(const std::shared_ptr<Job>& job, const std::optional<Duratio
   }
   if (isClosed()) {
     job->fail(interruptionFailure(Errc::closed));
-  } else if (!wake()) {
-    job->fail({Errc::noResources, "no thread could be started"});
-  } else if (job->letIn() != nullptr) {
+  } else if (wake() && job->letIn() != nullptr) {
     inbox_->nudge();
   }
 }
@@ -112,8 +110,13 @@ bool Worker::wake() {
     if (std::exchange(isPumping_, true)) return true;
   }
   if (async([self = shared_from_this()] { self->pump(); })) return true;
-  const MutexLock lock(mutex_);
-  isPumping_ = false;
+  std::deque<std::shared_ptr<Job>> stranded;  // also those of threads that relied on this one
+  {
+    const MutexLock lock(mutex_);
+    isPumping_ = false;
+    stranded.swap(queue_);
+  }
+  for (const auto& job : stranded) job->fail({Errc::noResources, "no thread could be started"});
   return false;
 }
 
