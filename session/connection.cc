@@ -79,6 +79,7 @@ MaybeFailure Connection::findChannels() {
     peripheral_ = link_->peripheral();
     characteristics = link_->characteristics();
     found_.clear();
+    byText_.clear();
     subscribed_.clear();
     for (const auto& known : characteristics)
       if (known) found_.emplace_back(known->UUID(), known);
@@ -136,11 +137,15 @@ void Connection::lose() {
   change(LinkState::lost);
 }
 
-Connection::Found Connection::find(std::string_view uuid) const {
+// Reading UUIDs is more than half of what it takes to send a request: so each text once.
+Connection::Found Connection::find(std::string_view uuid) {
+  const auto asked = byText_.find(uuid);
+  if (asked != byText_.end()) return asked->second;
   const auto wanted = Uuid::fromString(uuid);
   const auto known =
       std::ranges::find_if(found_, [&wanted](const auto& candidate) { return candidate.first == wanted; });
-  return known == found_.end() ? nullptr : known->second;
+  if (known == found_.end()) return nullptr;
+  return byText_.emplace(uuid, known->second).first->second;
 }
 
 MaybeFailure Connection::subscribe(const Found& to) {

@@ -203,8 +203,17 @@ MaybeFailure Conversation::waitUntil(const std::function<bool()>& isSo, std::siz
       isDistrusted_ = true;
       return Failure(Errc::stalled, "the recorder gave no sign any more");
     }
-    for (const Sign& sign : inbox_->wait(waitingTime(time, nextMoment(wakeUp)), enough)) handOn(sign);
+    for (const Sign& sign : inbox_->wait(waitingTime(time, nextMoment(wakeUp)), worthALook(enough))) {
+      handOn(sign);
+    }
   }
+}
+
+/// An acknowledgement is followed by its answer.
+std::size_t Conversation::worthALook(std::size_t enough) const {
+  constexpr std::size_t both = 2;
+  const bool isBoth = !exchanges_.empty() && std::ranges::all_of(exchanges_, &Exchange::needsBoth);
+  return isBoth ? std::max(enough, both) : enough;
 }
 
 Duration Conversation::silentAt() const { return later(inbox_->lastSign(), silence_); }

@@ -124,6 +124,7 @@ class Conversation {
   void handOn(const Sign& sign);
   void noteBattery(const Sign& sign);
   bool offer(const Sign& sign);
+  std::size_t worthALook(std::size_t enough) const;
   Duration silentAt() const;
   Duration endDue() const;
   Duration nextMoment(std::optional<Duration> wakeUp) const;
