@@ -31,6 +31,7 @@ class Radio {
   explicit Radio(const std::filesystem::path& store)
       : link_(kwtsdk::sim::openSimulatedRecorder(kwtsdk::threadScheduler(), store).link) {
     link_->disconnect();
+    link_->drain();  // of this end nobody is told
     link_->setEvents([this](auto&&, auto&& target,
                             auto&& error) { onWritten(target->UUID().toString(), !error.has_value()); },
                      [this](auto&&, auto&& source, auto&&) {

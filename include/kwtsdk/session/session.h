@@ -205,7 +205,8 @@ class KWTSDK_EXPORT Session {
                                  const Limits& limits = {});
 
   /// Deletes the first recording, which has to have this id. `unknown` effect: look before asking again.
-  /// Errors: storeEmpty, notFirst, noSuchRecording, recordingInUse, refused.
+  /// Errors: storeEmpty, notFirst, noSuchRecording, recordingInUse; refused for an answer that is not known,
+  /// whose effect is `unknown` too.
   Operation<Done> remove(std::uint32_t id, const Limits& limits = {});
 
   /// Records live into a file, which must not exist or be empty, until the length is over, stopRecording(),
