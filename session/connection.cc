@@ -50,6 +50,7 @@ MaybeFailure Connection::open(const std::function<bool()>& wanted) {
   if (!failure) failure = findChannels();
   if (!failure) failure = checkPacketSize();
   if (failure) {
+    ++endsToCome_;
     guarded("Link::close", [&] { link_->close(); });
     change(LinkState::closed, failure->cause());
     return failure;
@@ -109,14 +110,15 @@ MaybeFailure Connection::checkPacketSize() const {
 
 void Connection::close() {
   if (!isOpen_) return;
-  isEndExpected_ = true;
+  ++endsToCome_;
   isOpen_ = false;
   guarded("Link::close", [&] { link_->close(); });
   change(LinkState::closed);
 }
 
 bool Connection::noteLoss() {
-  const bool isExpected = std::exchange(isEndExpected_, false);
+  const bool isExpected = endsToCome_ > 0;
+  if (isExpected) --endsToCome_;
   if (!isOpen_) return false;
   if (isExpected && peripheral_->state() == PeripheralState::connected) return false;
   lose();
@@ -142,7 +144,7 @@ MaybeFailure Connection::subscribe(const Found& to) {
 
 MaybeFailure Connection::write(const Bytes& frame, const Found& to) {
   if (peripheral_->state() != PeripheralState::connected) {
-    isEndExpected_ = true;
+    ++endsToCome_;
     lose();
     return Failure(Errc::linkLost, "the link was lost");
   }

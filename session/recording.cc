@@ -163,7 +163,7 @@ MaybeFailure Recording::sendStop() {
   recorder_.forget(request);
   if (!failure && request.answer()) return waitForRest();
   if (end_) return std::nullopt;  // it crossed the stop
-  recorder_.distrustLink();
+  recorder_.endLink();            // with which a recording ends that goes on
   if (failure) return Failure(failure->code(), failure->text(), Effect::unknown, failure->cause());
   return Failure(Errc::stalled, "the recorder did not confirm the stop", Effect::unknown, request.error());
 }
