@@ -54,6 +54,7 @@ MaybeFailure Connection::open(const std::function<bool()>& wanted) {
     if (!failure) failure = tooSmall;
   }
   if (failure) {
+    ++endsToCome_;
     guarded("Link::close", [&] { link_->close(); });
     change(LinkState::closed, failure->cause());
     return failure;
@@ -113,14 +114,15 @@ MaybeFailure Connection::checkPacketSize() const {
 
 void Connection::close() {
   if (!isOpen_) return;
-  isEndExpected_ = true;
+  ++endsToCome_;
   isOpen_ = false;
   guarded("Link::close", [&] { link_->close(); });
   change(LinkState::closed);
 }
 
 bool Connection::noteLoss() {
-  const bool isExpected = std::exchange(isEndExpected_, false);
+  const bool isExpected = endsToCome_ > 0;
+  if (isExpected) --endsToCome_;
   if (!isOpen_) return false;
   auto state = PeripheralState::disconnected;
   if (isExpected) guarded("Peripheral::state", [&] { state = peripheral_->state(); });
@@ -150,7 +152,7 @@ MaybeFailure Connection::write(const Bytes& frame, const Found& to) {
   auto state = PeripheralState::disconnected;
   if (auto failure = guarded("Peripheral::state", [&] { state = peripheral_->state(); })) return failure;
   if (state != PeripheralState::connected) {
-    isEndExpected_ = true;
+    ++endsToCome_;
     lose();
     return Failure(Errc::linkLost, "the link was lost");
   }

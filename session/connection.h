@@ -77,7 +77,7 @@ class Connection {
   std::atomic<bool> isOpening_{false};
   std::atomic<LinkState> state_{LinkState::closed};
   bool isOpen_ = false;
-  bool isEndExpected_ = false;  // of a connection that close() has ended
+  unsigned endsToCome_ = 0;  // of earlier connections; more than one where each operation makes its own
   std::shared_ptr<Peripheral> peripheral_;
   std::vector<std::pair<Uuid, Found>> found_;
   std::set<Found> subscribed_;

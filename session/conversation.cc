@@ -76,6 +76,12 @@ MaybeFailure Conversation::ended() {
   return reason ? MaybeFailure(interruptionFailure(*reason)) : std::nullopt;
 }
 
+void Conversation::shield(Duration time) {
+  constexpr Duration overtime = std::chrono::seconds(5);
+  const auto deadline = operation_->deadline();
+  operation_->shieldUntil(std::min(now() + time, deadline ? *deadline + overtime : Duration::max()));
+}
+
 // ---- The link ----
 
 MaybeFailure Conversation::ready() {

@@ -116,8 +116,8 @@ class Conversation {
 
   void setListener(Listener* listener) { listener_ = listener; }
 
-  /// For so long only a lost link and silence end a wait.
-  void shield(Duration time) { operation_->shieldUntil(now() + time); }
+  /// For so long only a lost link and silence end a wait, but not for long after the operation's time.
+  void shield(Duration time);
   void endShield() { operation_->shieldUntil(Duration::min()); }
 
  private:

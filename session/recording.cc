@@ -173,7 +173,7 @@ MaybeFailure Recording::sendStop() {
   recorder_.forget(request);
   if (isAnother_ != wasAnother) return std::nullopt;
   if (!failure && request.answer()) return waitForRest();
-  recorder_.distrustLink();
+  recorder_.endLink();            // with which a recording ends that goes on
   if (end_) return std::nullopt;  // it crossed the stop
   if (failure) return Failure(failure->code(), failure->text(), Effect::unknown, failure->cause());
   return Failure(Errc::stalled, "the recorder did not confirm the stop", Effect::unknown, request.error());

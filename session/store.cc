@@ -131,7 +131,9 @@ MaybeFailure askDeletion(Conversation& recorder, const RecordingInfo& recording)
     return std::nullopt;
   }
   const Refusal refusal = refusalOf(code);
-  return Failure(refusal.code, refusal.text, Effect::none, internal::deletionError(code));
+  // A code that no recorder knows may be another one, damaged on its way: answers carry no check.
+  const Effect effect = refusal.code == Errc::refused ? Effect::unknown : Effect::none;
+  return Failure(refusal.code, refusal.text, effect, internal::deletionError(code));
 }
 
 Result<Done> removeFirst(Conversation& recorder, std::uint32_t id) {

@@ -145,7 +145,8 @@ TEST(SessionDownloadTest, AnotherRecordingOfTheSameIdIsNotDeletedUnseen) {
     for (const std::uint8_t cutAt : {kNotice, kDelete}) {
       SCOPED_TRACE(std::to_string(cutAt) + (isAll ? " of all" : " of one"));
       play<Host>([&](Host& host) {
-        host.model->setFrameFilter([&, isCut = false](auto channel, const Bytes& frame) mutable {
+        bool isCut = false;
+        host.model->setFrameFilter([&](auto channel, const Bytes& frame) {
           if (!isOfRecorder(channel, frame, cutAt) || std::exchange(isCut, true)) return true;
           host.link->disconnect();
           host.store->replace(2);

@@ -1,0 +1,363 @@
+// No recording is lost: what is checked, healed, continued, and when the recorder may delete its copy.
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include "tests/session/session_host.h"
+
+namespace kwtsdk::testing {
+namespace {
+
+using session::Saved;
+
+/// Downloads until a fault that was added ends it, which leaves a part.
+void cutShort(SessionScene& scene, const std::string& file, std::uint64_t packet) {
+  scene.faults.add(LinkEvent::notification, scene.faults.count(LinkEvent::notification) + packet,
+                   {Fault::disconnect, {}});
+  const auto cut = scene.session->download(file, {}, Limits().reconnects(0)).wait();
+  EXPECT_EQ(codeOf(cut), Errc::linkLost);
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+/// The recording is in the file, and the recorder has deleted it.
+void expectSaved(SessionScene& scene, const Result<Saved>& saved, const std::string& file,
+                 const Bytes& content) {
+  ASSERT_TRUE(saved) << saved.error().text();
+  EXPECT_EQ(saved->deleted, Effect::done);
+  EXPECT_EQ(saved->file, file);
+  EXPECT_TRUE(contentOf(file) == text(content)) << "not the recording";
+  for (const auto& entry : std::filesystem::directory_iterator(scene.path)) {
+    EXPECT_EQ(entry.path().string().find(".part"), std::string::npos) << entry.path() << " is left";
+  }
+}
+
+TEST(SessionDownload, SavesWhatItSays) {
+  play<SessionScene>([](SessionScene& scene) {
+    const Bytes& content = storedRecording(2);
+    const auto id = scene.store->put(content, "2024-05-17 09:30:00");
+    scene.store->put(storedRecording(1, 2));
+    const auto saved = scene.session->download(scene.file("a.opus")).wait();
+    expectSaved(scene, saved, scene.file("a.opus"), content);
+    EXPECT_EQ(saved->recording.id, id);
+    EXPECT_EQ(saved->recording.bytes, content.size());
+    EXPECT_EQ(saved->recording.created, scene.store->held.at(id).created);
+    EXPECT_TRUE(saved->checked);
+    EXPECT_EQ(saved->resumedAt, 0U);
+    EXPECT_EQ(scene.store->count(), 1U);
+    struct stat status {};
+    ASSERT_EQ(::stat(scene.file("a.opus").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mtime, saved->recording.created->time_since_epoch().count());
+  });
+}
+
+// ---- Healing ----
+
+/// Faults of one download and the packets that they befall, counted from its first notification.
+struct Damage {
+  const char* name;
+  std::vector<std::pair<std::uint64_t, sim::FaultAction>> faults;
+};
+
+TEST(SessionDownload, HealsWhatIsLostDoubledOrDamaged) {
+  const sim::FaultAction drop{Fault::drop, {}}, twice{Fault::duplicate, {}}, cut{Fault::disconnect, {}};
+  const auto damage = [](std::size_t position) { return sim::FaultAction{Fault::corrupt, {}, position}; };
+  const std::vector<Damage> table{{"a packet is lost", {{100, drop}}},
+                                  {"the first packet is lost", {{3, drop}}},
+                                  {"a packet comes twice", {{50, twice}}},
+                                  {"one lost and one twice", {{50, twice}, {70, drop}}},
+                                  {"one twice, one lost, in one page", {{50, twice}, {52, drop}}},
+                                  {"a packet is damaged", {{50, damage(40)}}},
+                                  {"the first is damaged, so that it is no Ogg", {{3, damage(12)}}},
+                                  {"its flags are damaged", {{3, damage(17)}}},
+                                  {"the first is damaged twice", {{3, damage(12)}, {394, damage(13)}}},
+                                  {"in the filler", {{390, damage(40)}}},
+                                  {"the last but one is lost", {{391, drop}}},
+                                  {"the last is lost", {{393, drop}}},
+                                  {"lost, then the link too", {{100, drop}, {200, cut}}},
+                                  {"over two links", {{100, cut}, {200, damage(20)}, {300, cut}}}};
+  playEach<SessionScene>(table, [](SessionScene& scene, const Damage& damaged) {
+    SCOPED_TRACE(damaged.name);
+    for (const auto& [number, fault] : damaged.faults)
+      scene.faults.add(LinkEvent::notification, number, fault);
+    const Bytes& content = storedRecording(1);
+    scene.store->put(content);
+    const auto saved = scene.session->download(scene.file("a")).wait();
+    expectSaved(scene, saved, scene.file("a"), content);
+    EXPECT_TRUE(saved && saved->checked);
+  });
+}
+
+// Each byte of a packet's head, and its first and last of data.
+TEST(SessionDownload, HealsAPacketWhateverByteIsDamaged) {
+  for (const std::uint64_t packet : {3U, 100U, 393U}) {
+    for (const std::size_t position : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U, 11U, 12U, 95U}) {
+      play<SessionScene>([&](SessionScene& scene) {
+        scene.faults.add(LinkEvent::notification, packet, {Fault::corrupt, {}, position});
+        const Bytes& content = storedRecording(1);
+        scene.store->put(content);
+        SCOPED_TRACE(std::to_string(packet) + " " + std::to_string(position));
+        expectSaved(scene, scene.session->download(scene.file("a")).wait(), scene.file("a"), content);
+      });
+    }
+  }
+}
+
+TEST(SessionDownload, GoesOnWhereTheRecorderFellSilent) {
+  play<SessionScene>([](SessionScene& scene) {
+    for (std::uint64_t i = 200; i <= 393; ++i)
+      scene.faults.add(LinkEvent::notification, i, {Fault::drop, {}});
+    const Bytes& content = storedRecording(1);
+    scene.store->put(content);
+    const Duration begin = scene.now();
+    expectSaved(scene, scene.session->download(scene.file("a"), {}, Limits().silence(3s)).wait(),
+                scene.file("a"), content);
+    EXPECT_LE(scene.now() - begin, 10s);
+  });
+}
+
+// What is no Ogg, or ends without saying so, or is damaged in the store: accepted when two downloads are
+// alike.
+TEST(SessionDownload, AcceptsContentThatDoesNotCheckOnlyTwiceAlike) {
+  Bytes wrongSum = storedRecording(2);
+  wrongSum.at(20000) ^= 1;
+  Bytes filled = storedRecording(1);
+  filled.back() = 0xFF;
+  const std::vector<Bytes> contents{storedRecording(1, 1, Content::noOgg), wrongSum, filled, Bytes(32768)};
+  for (const Bytes& content : contents) {
+    for (const std::uint64_t damaged : {0U, 3U, 200U, 600U, 900U}) {
+      play<SessionScene>([&](SessionScene& scene) {
+        scene.store->put(content);
+        if (damaged != 0) scene.faults.add(LinkEvent::notification, damaged, {Fault::corrupt, {}, 30});
+        const auto saved = scene.session->download(scene.file("a")).wait();
+        SCOPED_TRACE("content " + std::to_string(&content - contents.data()) + " damaged at " +
+                     std::to_string(damaged));
+        expectSaved(scene, saved, scene.file("a"), content);
+        EXPECT_EQ(saved && saved->checked, &content == &contents.at(2)) << "each of its pages is";
+      });
+    }
+  }
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(1, 1, Content::endless));
+    expectSaved(scene, scene.session->download(scene.file("a")).wait(), scene.file("a"),
+                storedRecording(1, 1, Content::endless));
+  });
+}
+
+// ---- Continuing ----
+
+TEST(SessionDownload, ContinuesInTheNextSessionFromTheLastPageThatChecks) {
+  for (const std::string change : {"", "behind it", "in it", "shorter", "empty"}) {
+    play<SessionScene>([&](SessionScene& scene) {
+      SCOPED_TRACE(change);
+      const Bytes& content = storedRecording(2);
+      scene.store->put(content);
+      cutShort(scene, scene.file("a"), 500);
+      const std::string part = scene.file("a.part");
+      std::string there = contentOf(part);
+      if (change == "behind it") there += std::string(5000, 'x');
+      if (change == "in it") there.at(12000) ^= 1;
+      if (change == "shorter") there.resize(7000);
+      if (change == "empty") there.clear();
+      if (!change.empty()) writeFile(part, there);
+      scene.frames.clear();
+      scene.session = scene.open();
+      const auto saved = scene.session->download(scene.file("a")).wait();
+      expectSaved(scene, saved, scene.file("a"), content);
+      EXPECT_TRUE(saved && (saved->resumedAt > 0) == (change != "empty"));
+      EXPECT_TRUE(saved && saved->checked);
+      EXPECT_EQ(scene.framesLike("0382"), 1U) << "asked once, from where it ended";
+    });
+  }
+}
+
+// The same size and, what is more, the same file name: only id and time tell them apart.
+TEST(SessionDownload, NeverContinuesAnotherRecordingOfTheSameSize) {
+  for (const char* const created : {"2024-05-17 09:30:00", "2024-05-18 10:00:00"}) {
+    for (const Content kind : {Content::ogg, Content::noOgg}) {
+      play<SessionScene>([&](SessionScene& scene) {
+        scene.store->removed.insert(scene.store->put(storedRecording(1, 1, kind)));
+        cutShort(scene, scene.file("a"), 200);
+        scene.store->deleteFirst();
+        const Bytes& second = storedRecording(1, 2, kind);
+        scene.store->put(second, created);
+        const auto saved = scene.session->download(scene.file("a")).wait();
+        expectSaved(scene, saved, scene.file("a"), second);
+        EXPECT_EQ(saved->resumedAt, 0U);
+      });
+    }
+  }
+}
+
+// ---- The file ----
+
+TEST(SessionDownload, AFileThatIsThereIsNeverTouched) {
+  const Bytes& content = storedRecording(2);
+  std::string wrong = text(content), shorter = text(content).substr(0, 40000);
+  wrong.at(30) ^= 1;
+  struct Case {
+    const char* name;
+    std::string there;
+    bool isIt;
+  };
+  const std::vector<Case> table{{"the recording", text(content), true},
+                                {"another of this size", text(storedRecording(2, 2)), false},
+                                {"damaged", wrong, false},
+                                {"a part", shorter, false},
+                                {"longer", text(content) + "x", false},
+                                {"something", "my letter", false},
+                                {"nothing", "", false}};
+  playEach<SessionScene>(table, [&](SessionScene& scene, const Case& test) {
+    SCOPED_TRACE(test.name);
+    scene.store->put(content);
+    writeFile(scene.file("a"), test.there);
+    const auto saved = scene.session->download(scene.file("a")).wait();
+    EXPECT_EQ(codeOf(saved), test.isIt ? kOk : std::error_code(Errc::fileUnusable));
+    EXPECT_TRUE(contentOf(scene.file("a")) == test.there);
+    EXPECT_EQ(scene.store->count(), test.isIt ? 0U : 1U);
+  });
+}
+
+TEST(SessionDownload, AnOutputThatCannotBeWrittenLeavesTheRecordersCopy) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(1));
+    std::filesystem::create_directory(scene.file("folder"));
+    ::mkfifo(scene.file("pipe").c_str(), 0600);
+    writeFile(scene.file("file"), "x");
+    ::mkfifo(scene.file("b.part").c_str(), 0600);
+    std::filesystem::create_directory(scene.file("c.part"));
+    for (const std::string file : {"folder", "pipe", "missing/a", "file/a", "b", "c", ""}) {
+      const Duration begin = scene.now();
+      const auto saved = scene.session->download(file.empty() ? "" : scene.file(file)).wait();
+      ASSERT_FALSE(saved) << file;
+      EXPECT_TRUE(saved.error() == Errc::fileUnusable || (file.empty() && saved.error() == Errc::badArgument))
+          << file << ": " << saved.error().text();
+      EXPECT_LE(scene.now() - begin, 1s);
+    }
+    EXPECT_EQ(scene.store->count(), 1U);
+  });
+}
+
+TEST(SessionDownload, AFullDiskLeavesTheRecordersCopyAndTheSameCallGoesOn) {
+  for (const rlim_t size : {0U, 1U, 84U, 5000U, 32000U, 32767U}) {
+    play<SessionScene>([&](SessionScene& scene) {
+      const Bytes& content = storedRecording(1);
+      scene.store->put(content);
+      {
+        const FullDisk full(size);
+        const auto saved = scene.session->download(scene.file("a")).wait();
+        EXPECT_EQ(codeOf(saved), Errc::fileUnusable) << size;
+        EXPECT_FALSE(saved.has_value() || saved.error().text().empty());
+        EXPECT_FALSE(std::filesystem::exists(scene.file("a")));
+      }
+      expectSaved(scene, scene.session->download(scene.file("a")).wait(), scene.file("a"), content);
+    });
+  }
+}
+
+// ---- Which recording, and its deletion ----
+
+TEST(SessionDownload, SavesTheExpectedRecordingOrNone) {
+  play<SessionScene>([](SessionScene& scene) {
+    const auto ask = [&](std::uint32_t expected) {
+      return codeOf(scene.session->download(scene.file("a"), {}, {}, expected).wait());
+    };
+    EXPECT_EQ(ask(10), Errc::storeEmpty);
+    EXPECT_EQ(codeOf(scene.session->remove(10).wait()), Errc::storeEmpty);
+    scene.store->put(storedRecording(1));
+    scene.store->put(storedRecording(1, 2));
+    EXPECT_EQ(ask(11), Errc::notFirst);
+    EXPECT_EQ(ask(12), Errc::noSuchRecording);
+    EXPECT_EQ(ask(9), Errc::noSuchRecording);
+    EXPECT_EQ(codeOf(scene.session->remove(11).wait()), Errc::notFirst);
+    EXPECT_EQ(codeOf(scene.session->remove(12).wait()), Errc::noSuchRecording);
+    EXPECT_EQ(scene.store->count(), 2U);
+    EXPECT_EQ(ask(10), kOk);
+  });
+}
+
+TEST(SessionDownload, ToldToKeepSendsNeitherNoticeNorDeletion) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(1));
+    const auto saved = scene.session->download(scene.file("a"), DownloadOptions().keep()).wait();
+    ASSERT_TRUE(saved);
+    EXPECT_EQ(saved->deleted, Effect::none);
+    EXPECT_FALSE(saved->notDeleted);
+    EXPECT_EQ(scene.framesLike("1382") + scene.framesLike("0482"), 0U);
+    EXPECT_TRUE(scene.store->isOnDisk(storedRecording(1)));
+  });
+}
+
+TEST(SessionDownload, TellsWhetherTheRecorderHasDeletedItsCopy) {
+  struct Case {
+    const char* answer;  // null: none
+    Effect deleted;
+    std::optional<Errc> why;
+  };
+  const std::vector<Case> table{{"0482080000000000 0a000000", Effect::done, {}},
+                                {"0482080003000000 0a000000", Effect::none, Errc::recordingInUse},
+                                {"0482080001000000 0a000000", Effect::none, Errc::notFirst},
+                                {nullptr, Effect::unknown, Errc::stalled}};
+  playEach<SessionScene>(table, [](SessionScene& scene, const Case& test) {
+    scene.store->put(storedRecording(1));
+    scene.onFrame = [](const std::string& frame) { return !frame.starts_with("0482"); };
+    if (test.answer != nullptr) {
+      scene.onFrame = nullptr;
+      std::string answer = test.answer;
+      std::erase(answer, ' ');
+      scene.model->setReplyFilter([answer = internal::toData(answer)](const Bytes& request, Bytes reply) {
+        return std::optional(request.at(0) == 4 ? answer : reply);
+      });
+    }
+    const auto saved = scene.session->download(scene.file("a"), {}, Limits().silence(2s)).wait();
+    ASSERT_TRUE(saved) << saved.error().text();
+    EXPECT_EQ(saved->deleted, test.deleted);
+    EXPECT_EQ(saved->notDeleted.has_value(), test.why.has_value());
+    EXPECT_TRUE(!test.why || *saved->notDeleted == *test.why);
+    EXPECT_TRUE(scene.store->isOnDisk(storedRecording(1)));
+  });
+}
+
+// ---- All of them ----
+
+TEST(SessionDownloadAll, SavesEachUnderItsNameOverBrokenLinks) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(1, 1), "2024-05-17 09:30:00");
+    scene.store->put(storedRecording(2, 2), "2024-05-17 09:30:00");
+    scene.store->put(storedRecording(1, 3, Content::noOgg), "2001-01-02 03:04:05");
+    for (const std::uint64_t number : {200U, 700U, 1300U})
+      scene.faults.add(LinkEvent::notification, number, {Fault::disconnect, {}});
+    const auto harvest = scene.session->downloadAll(scene.path).wait();
+    ASSERT_TRUE(harvest) << harvest.error().text();
+    ASSERT_EQ(harvest->saved.size(), 3U);
+    EXPECT_TRUE(harvest->left.empty());
+    const std::array names{"20240517-093000-10.opus", "20240517-093000-11.opus", "20010102-030405-12.opus"};
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      EXPECT_EQ(harvest->saved.at(i).file, scene.file(names.at(i)));
+      EXPECT_TRUE(contentOf(scene.file(names.at(i))) ==
+                  text(scene.store->held.at(static_cast<std::uint32_t>(10 + i)).content));
+    }
+    EXPECT_EQ(scene.store->count(), 0U);
+    EXPECT_TRUE(scene.session->downloadAll(scene.path).wait()) << "of none";
+  });
+}
+
+TEST(SessionDownloadAll, TellsWhatWasSavedWhenItFails) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(1, 1));
+    scene.store->put(storedRecording(1, 2));
+    scene.store->put(storedRecording(1, 3));
+    writeFile(scene.file("11"), "my letter");
+    const auto harvest = scene.session->downloadAll(scene.path, DownloadOptions().name("{id}")).wait();
+    ASSERT_EQ(codeOf(harvest), Errc::fileUnusable);
+    ASSERT_NE(harvest.partial(), nullptr);
+    EXPECT_EQ(harvest.partial()->saved.size(), 1U);
+    EXPECT_EQ(harvest.partial()->left.size(), 2U);
+    std::filesystem::remove(scene.file("11"));
+    EXPECT_EQ(scene.session->downloadAll(scene.path, DownloadOptions().name("{id}")).wait()->saved.size(),
+              2U);
+  });
+}
+
+}  // namespace
+}  // namespace kwtsdk::testing

@@ -1,0 +1,101 @@
+// One fault at every single event of every operation: each ends well, or with a code that says what happened.
+
+#include <gtest/gtest.h>
+
+#include "tests/session/every_operation.h"
+
+namespace kwtsdk::testing {
+namespace {
+
+constexpr std::array kEvents{LinkEvent::write, LinkEvent::acknowledgement, LinkEvent::notification,
+                             LinkEvent::subscription};
+
+/// How often each kind of event happens when nothing goes wrong.
+std::array<std::uint64_t, 4> countsOf(const NamedOperation& operation) {
+  std::array<std::uint64_t, 4> counts{};
+  play<SessionScene>([&](SessionScene& scene) {
+    EXPECT_EQ(operation.run(scene, {}), kOk) << operation.name;
+    counts = scene.faults.seen;
+  });
+  return counts;
+}
+
+/// Runs each operation with one fault at each event, and gives what it ended with to `judge`.
+template <class Judge>
+void atEachEvent(const sim::FaultAction& action, std::uint64_t sparing, const Limits& limits,
+                 const Judge& judge) {
+  for (const NamedOperation& operation : everyOperation()) {
+    const auto counts = countsOf(operation);
+    for (const LinkEvent event : kEvents) {
+      if (!sim::faultApplies(action.fault, event)) continue;
+      const std::uint64_t count = counts.at(static_cast<std::size_t>(event));
+      // The packets in the middle of a transfer are alike.
+      for (std::uint64_t number = 1; number <= count;
+           number += number > 20 && number + 20 < count ? sparing : 1) {
+        play<SessionScene>(
+            [&](SessionScene& scene) {
+              SCOPED_TRACE(operation.name + (" event " + std::to_string(static_cast<int>(event))) +
+                           " number " + std::to_string(number));
+              scene.damaged = action.fault != Fault::disconnect && action.fault != Fault::delay;
+              scene.faults.add(event, number, action);
+              judge(scene, operation, [&] { return operation.run(scene, limits); });
+            },
+            number);
+      }
+    }
+  }
+}
+
+/// What cannot be continued, or must not be repeated before somebody has looked.
+bool mayEnd(const NamedOperation& operation) {
+  return operation.name == std::string("record") || operation.name == std::string("remove") ||
+         operation.name == std::string("update");
+}
+
+TEST(SessionSingleFault, ALostLinkIsMadeAgainAndTheOperationGoesOn) {
+  atEachEvent({Fault::disconnect, {}}, 1, {},
+              [](SessionScene&, const NamedOperation& operation, const auto& run) {
+                const auto code = run();
+                EXPECT_TRUE(code == kOk || (mayEnd(operation) && code == Errc::linkLost)) << code.message();
+              });
+}
+
+TEST(SessionSingleFault, ALostLinkThatIsNotToBeMadeAgainIsTheEnd) {
+  atEachEvent({Fault::disconnect, {}}, 13, Limits().reconnects(0),
+              [](SessionScene& scene, const NamedOperation&, const auto& run) {
+                const Duration begin = scene.now();
+                const auto code = run();
+                EXPECT_TRUE(code == kOk || code == Errc::linkLost) << code.message();
+                EXPECT_LE(scene.now() - begin, 20s);
+              });
+}
+
+TEST(SessionSingleFault, WhatIsLostDoubledOrDamagedIsHealed) {
+  for (const Fault fault : {Fault::drop, Fault::duplicate, Fault::corrupt}) {
+    for (const std::size_t position : {std::size_t{0}, std::size_t{3}, std::size_t{5}, std::size_t{20}}) {
+      if (position != 0 && fault != Fault::corrupt) continue;
+      atEachEvent({fault, {}, position}, 37, {},
+                  [&](SessionScene& scene, const NamedOperation& operation, const auto& run) {
+                    const Duration begin = scene.now();
+                    const auto code = run();
+                    const bool mayFail = mayEnd(operation) || fault == Fault::corrupt;  // not all has a sum
+                    EXPECT_TRUE(code == kOk || mayFail) << code.message();
+                    EXPECT_LE(scene.now() - begin, 5min);
+                  });
+    }
+  }
+}
+
+TEST(SessionSingleFault, ARefusedWriteOrALongDelayEndsInTime) {
+  for (const auto& action : {sim::FaultAction{Fault::refuse, {}}, sim::FaultAction{Fault::delay, 12s}}) {
+    atEachEvent(action, 41, Limits().timeout(60s).reconnects(2),
+                [&](SessionScene& scene, const NamedOperation&, const auto& run) {
+                  const Duration begin = scene.now();
+                  run();
+                  EXPECT_LE(scene.now() - begin, 66s);
+                });
+  }
+}
+
+}  // namespace
+}  // namespace kwtsdk::testing

@@ -1,0 +1,208 @@
+// Queries, and what every exchange with the recorder has to stand.
+
+#include <gtest/gtest.h>
+
+#include "tests/session/every_operation.h"
+
+namespace kwtsdk::testing {
+namespace {
+
+TEST(SessionQueries, GiveWhatTheRecorderHas) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(2));
+    scene.model->setVersion({0, 1, 0, 10});
+    const ByteCounts storage{16384 * 32768ULL, 16382 * 32768ULL};
+    EXPECT_EQ(*scene.session->battery().wait(), 80U);
+    EXPECT_EQ(*scene.session->firmware().wait(), "1.0.10");
+    EXPECT_EQ(*scene.session->storage().wait(), storage);
+    const auto status = scene.session->status().wait();
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->battery, 80U);
+    EXPECT_EQ(status->firmware, "1.0.10");
+    EXPECT_EQ(status->storage, storage);
+    EXPECT_EQ(status->recordings, 1U);
+    const auto snapshot = scene.session->snapshot();
+    EXPECT_EQ(snapshot.battery, std::optional<std::uint64_t>(80));
+    EXPECT_EQ(snapshot.firmware, "1.0.10");
+    EXPECT_EQ(snapshot.link, session::LinkState::open);
+  });
+}
+
+// The recorder leaves the century out, and an empty store has no first recording.
+TEST(SessionQueries, ListRecordingsWithTheirCentury) {
+  play<SessionScene>([](SessionScene& scene) {
+    EXPECT_TRUE(scene.session->recordings().wait()->empty());
+    for (const char* const created : {"2024-02-29 23:59:58", "2001-01-01 00:00:00", "2099-12-31 12:00:00"}) {
+      scene.store->put(storedRecording(1), created);
+    }
+    const auto list = scene.session->recordings().wait();
+    ASSERT_TRUE(list);
+    ASSERT_EQ(list->size(), 3U);
+    for (const session::RecordingInfo& info : *list) {
+      EXPECT_EQ(info.created, scene.store->held.at(info.id).created) << info.id;
+      EXPECT_EQ(info.bytes, 32768U);
+    }
+  });
+}
+
+TEST(SessionQueries, CostOneWriteAndOneNotificationOnceTheLinkIsThere) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.session->connect().wait().value();
+    const auto counts = [&] {
+      return std::array{scene.faults.count(LinkEvent::write), scene.faults.count(LinkEvent::notification),
+                        scene.faults.count(LinkEvent::subscription)};
+    };
+    const auto before = counts();
+    EXPECT_LE(before.at(2), 3U);
+    scene.session->battery().wait().value();
+    scene.session->firmware().wait().value();
+    scene.session->recordings().wait().value();
+    const auto after = counts();
+    EXPECT_EQ(after, (std::array{before.at(0) + 3, before.at(1) + 3, before.at(2)}));
+    scene.simLink->disconnect();
+    scene.session->battery().wait().value();
+    EXPECT_EQ(scene.faults.count(LinkEvent::subscription), 2 * before.at(2)) << "of a new link";
+  });
+}
+
+// ---- Whose answer is it? ----
+
+TEST(SessionMatching, ALateAnswerIsNotTheValueOfTheNextQueryOfItsKind) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.faults.add(LinkEvent::notification, 1, {Fault::delay, 7s});
+    EXPECT_EQ(codeOf(scene.session->battery(Limits().timeout(2s)).wait()), Errc::timedOut);
+    scene.model->setBatteryLevel(20);
+    const auto level = scene.session->battery().wait();
+    EXPECT_EQ(level.value_or(0), 20U);
+  });
+}
+
+TEST(SessionMatching, AnAnswerThatComesTwiceIsNotTheValueOfTheNextQueryOfItsKind) {
+  for (const LinkEvent doubled : {LinkEvent::write, LinkEvent::notification}) {
+    for (std::uint64_t seed = 1; seed < 100; ++seed) {
+      play<SessionScene>(
+          [&](SessionScene& scene) {
+            scene.faults.add(doubled, 1, {Fault::duplicate, {}});
+            scene.session->battery().wait().value();
+            scene.model->setBatteryLevel(20);
+            EXPECT_EQ(scene.session->battery().wait().value_or(0), 20U) << "seed " << seed;
+          },
+          seed);
+    }
+  }
+}
+
+// Frames that look like answers to something else, or like nothing: none of them may become a value.
+TEST(SessionMatching, OnlyTheRightFrameIsAnAnswer) {
+  const auto statusReply = [](std::uint8_t first, std::uint8_t asked, std::size_t size) {
+    Bytes reply{first, 0xEC, 0x3A, 0, 0xB2};
+    reply.resize(32);
+    reply[20] = asked;
+    reply[24] = 99;
+    reply.resize(size);
+    return reply;
+  };
+  const std::array<Bytes, 6> strangers{statusReply(0x99, 0x7F, 32),
+                                       statusReply(0x99, 3, 25),
+                                       statusReply(0x98, 3, 32),
+                                       Bytes{1},
+                                       internal::toData("01820800010000000a000000"),
+                                       internal::toData("50010300b8fffe")};
+  playEach<SessionScene>(strangers, [](SessionScene& scene, const Bytes& stranger) {
+    const auto events = scene.session->events();
+    scene.link->onUpdate = [&](const Bytes& value) { return std::vector{stranger, value}; };
+    EXPECT_EQ(scene.session->battery().wait().value_or(0), 80U) << internal::hexString(stranger);
+    scene.session->close();
+    std::size_t unexpected = 0;
+    for (auto event = events.next().wait(); event && *event; event = events.next().wait()) {
+      const auto* const seen = std::get_if<session::event::Unexpected>(&**event);
+      if (seen != nullptr && seen->notification == stranger) ++unexpected;
+    }
+    EXPECT_EQ(unexpected, 1U) << internal::hexString(stranger);
+  });
+}
+
+// ---- Recorders and links that do not do what they should ----
+
+TEST(SessionTrouble, EveryOperationEndsInTimeWhenTheRecorderIsSilent) {
+  // Nothing arrives, acknowledgements alone arrive, or nothing is even acknowledged.
+  const auto set = [](SessionScene& scene, std::optional<LinkEvent> lost) {
+    scene.model->setReplyFilter([](const Bytes&, const Bytes&) { return std::nullopt; });
+    for (std::uint64_t i = 1; lost && i < 100; ++i) scene.faults.add(*lost, i, {Fault::drop, {}});
+  };
+  for (const auto lost : {std::optional<LinkEvent>(), std::optional(LinkEvent::acknowledgement),
+                          std::optional(LinkEvent::write)}) {
+    for (const NamedOperation& operation : everyOperation()) {
+      play<SessionScene>([&](SessionScene& scene) {
+        set(scene, lost);
+        const Duration begin = scene.now();
+        EXPECT_EQ(operation.run(scene, Limits().timeout(20s)), std::errc::timed_out) << operation.name;
+        EXPECT_LE(scene.now() - begin, 26s) << operation.name;
+      });
+      play<SessionScene>([&](SessionScene& scene) {
+        set(scene, lost);
+        const Duration begin = scene.now();
+        EXPECT_EQ(operation.run(scene, Limits().silence(1s).reconnects(2)), Errc::stalled) << operation.name;
+        EXPECT_LE(scene.now() - begin, 3 * 1s + 11s) << operation.name;
+      });
+    }
+  }
+}
+
+TEST(SessionTrouble, ALinkThatCannotBeMadeOrIsLostAtOnceIsTriedAsOftenAsAsked) {
+  for (const NamedOperation& operation : everyOperation()) {
+    for (const unsigned times : {0U, 2U}) {
+      play<SessionScene>([&](SessionScene& scene) {
+        scene.simLink->disconnect();
+        scene.link->onOpen = [] { return Error("host.bluetooth", 7, {}); };
+        const Duration begin = scene.now();
+        EXPECT_EQ(operation.run(scene, Limits().reconnects(times)), Errc::linkFailed) << operation.name;
+        EXPECT_LE(scene.link->opens, times + 1) << operation.name;
+        EXPECT_LE(scene.now() - begin, 60s);
+      });
+      play<SessionScene>([&](SessionScene& scene) {
+        for (std::uint64_t i = 1; i < 100; ++i)
+          scene.faults.add(LinkEvent::subscription, i, {Fault::disconnect, {}});
+        EXPECT_EQ(operation.run(scene, Limits().reconnects(times)), Errc::linkLost) << operation.name;
+        EXPECT_LE(scene.link->opens, times + 1) << operation.name;
+      });
+    }
+  }
+}
+
+TEST(SessionTrouble, WhatTheStackSaysIsTheCause) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.simLink->disconnect();
+    scene.link->onOpen = [] { return Error("host.bluetooth", 7, {}); };
+    const auto level = scene.session->battery(Limits().reconnects(0)).wait();
+    ASSERT_FALSE(level);
+    ASSERT_TRUE(level.error().cause());
+    EXPECT_EQ(level.error().cause()->domain(), "host.bluetooth");
+    EXPECT_FALSE(level.error().text().empty());
+    scene.link->onOpen = nullptr;
+    scene.faults.add(LinkEvent::write, 1, {Fault::refuse, {}});
+    const auto refused = scene.session->battery(Limits().reconnects(0)).wait();
+    ASSERT_EQ(codeOf(refused), Errc::linkFailed);
+    EXPECT_TRUE(refused.error().cause());
+    EXPECT_TRUE(scene.session->battery().wait()) << "the next one is not concerned";
+  });
+}
+
+TEST(SessionTrouble, WhatIsNoRecorderIsNamedSo) {
+  for (const NamedOperation& operation : everyOperation()) {
+    play<SessionScene>([&](SessionScene& scene) {
+      scene.link->missing = 1;
+      EXPECT_EQ(operation.run(scene, {}), Errc::notARecorder) << operation.name;
+    });
+  }
+  const auto scheduler = VirtualTimeScheduler::create(1);
+  scheduler->run([&] {
+    SessionScene scene(scheduler, {.mtu = 98});
+    EXPECT_EQ(codeOf(scene.session->recordings().wait()), Errc::packetsTooSmall);
+    SessionScene other(scheduler, {.mtu = 99});
+    EXPECT_EQ(codeOf(other.session->recordings().wait()), kOk);
+  });
+}
+
+}  // namespace
+}  // namespace kwtsdk::testing
