@@ -18,6 +18,7 @@
 #include <kwtsdk/sim/simulated_link.h>
 
 #include "tests/session/ogg_sample.h"
+#include "tests/session/session_host.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
 
@@ -76,11 +77,6 @@ constexpr std::uint8_t kStop = 0x00, kDelete = 0x04, kNotice = 0x13;  // first b
 
 bool isOfRecorder(sim::Channel channel, const Bytes& frame, std::uint8_t first) {
   return channel == sim::Channel::recorder && !frame.empty() && frame[0] == first;
-}
-
-template <class T>
-Errc codeOf(const Result<T>& result) {
-  return result ? Errc{} : result.error().code();
 }
 
 // What is late of one recording must neither begin nor end the next, which then would be left running.
