@@ -98,10 +98,12 @@ MaybeFailure Conversation::ready() {
       return !ended();
     });
     failedOpenings_ = failure ? failedOpenings_ + 1 : 0;
+    if (!failure) {  // the next operation may have it, if this one has to end
+      streaming_ = connection_->find(wire::CHARACTERISTIC_NOTIFY).get();
+      ++linkNumber_;
+    }
     if (auto reason = ended()) return reason;
     if (failure) return failure;
-    streaming_ = connection_->find(wire::CHARACTERISTIC_NOTIFY).get();
-    ++linkNumber_;
   }
   hadLink_ = true;
   return std::nullopt;

@@ -30,6 +30,7 @@ TEST(SessionOperation, CancelledWhenQueuedOrRunningOrDoneItEndsAtOnce) {
         EXPECT_TRUE(code == kOk || code == Errc::cancelled) << code.message();
         EXPECT_TRUE(code == kOk || scene.now() - asked <= (leaves ? 1s : 100ms));
         EXPECT_TRUE(scene.session->battery().wait()) << "the next is not concerned";
+        scene.scheduler.sleep(after);  // the other thread has the source until then
       });
     }
     play<SessionScene>([&](SessionScene& scene) {
