@@ -244,6 +244,21 @@ TEST(SessionLink, IsEndedWhenItWasIdleForLongEnough) {
   });
 }
 
+// The end of one may be told when the next but one is open.
+TEST(SessionLink, IsNotLostByTheEndOfOneBefore) {
+  for (std::uint64_t seed = 1; seed < 500; ++seed) {
+    play<SessionScene>(
+        [&](SessionScene& scene) {
+          scene.session = scene.open(Options().keepLink(0s));
+          const auto once = Limits().reconnects(0);
+          const std::array levels{scene.session->battery(once), scene.session->battery(once),
+                                  scene.session->battery(once), scene.session->battery(once)};
+          for (const auto& level : levels) EXPECT_EQ(codeOf(level.wait()), kOk) << "seed " << seed;
+        },
+        seed);
+  }
+}
+
 TEST(SessionLink, IsMadeAndEndedWhenAsked) {
   play<SessionScene>([](SessionScene& scene) {
     EXPECT_EQ(scene.session->snapshot().link, session::LinkState::closed);
