@@ -14,6 +14,13 @@ Host::Channel channel(const char* uuid, std::uint32_t property) {
 
 }  // namespace
 
+Platform quietPlatform(const std::shared_ptr<Scheduler>& scheduler) {
+  return {.scheduler = scheduler,
+          .settings = nullptr,
+          .opusConverter = nullptr,
+          .log = std::make_shared<DiscardingLog>()};
+}
+
 Host::Host(Answer answer)
     : statusWrite(channel("CA2A", characteristic_property::write)),
       statusNotify(channel("C92A", characteristic_property::notify)),
@@ -21,10 +28,7 @@ Host::Host(Answer answer)
       fileNotify(channel(wire::CHARACTERISTIC_NOTIFY, characteristic_property::notify)),
       firmware(channel(wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
                        characteristic_property::write | characteristic_property::notify)),
-      helper(KWTBluetoothHelper::create({.scheduler = threadScheduler(),
-                                         .settings = nullptr,
-                                         .opusConverter = nullptr,
-                                         .log = std::make_shared<DiscardingLog>()})),
+      helper(KWTBluetoothHelper::create(quietPlatform())),
       answer_(std::move(answer)),
       link_(std::make_shared<InstantLink>(
           [this](const Bytes& frame, const auto& written) { handle(frame, written); })) {

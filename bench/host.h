@@ -31,6 +31,9 @@ class InstantLink : public Peripheral {
   internal::ClosableQueue queue_;  // last, so that its thread ends first
 };
 
+/// The library's defaults but for the log, which is discarded, and what no benchmark needs.
+Platform quietPlatform(const std::shared_ptr<Scheduler>& scheduler = threadScheduler());
+
 /// A facade on real threads, with its log discarded, on an instant link. `answer` gives the reply to each
 /// frame, or none; it is asked on the link's thread after the acknowledgement was forwarded.
 class Host {

@@ -68,6 +68,38 @@ class BareTrip {
   std::vector<std::thread> threads_;
 };
 
+/// A token goes to a second thread, on to a third, and back the same way.
+class BareReturn {
+ public:
+  ~BareReturn() {
+    middle_.put(Mailbox::Letter::end);
+    worker_.join();
+    end_.put(Mailbox::Letter::end);
+    link_.join();
+  }
+  BareReturn() = default;
+  BareReturn(const BareReturn&) = delete;
+  BareReturn& operator=(const BareReturn&) = delete;
+
+  void go() {
+    middle_.put(Mailbox::Letter::token);
+    own_.take();
+  }
+
+ private:
+  Mailbox own_, middle_, end_;
+  std::thread worker_{[this] {
+    while (middle_.take() == Mailbox::Letter::token) {
+      end_.put(Mailbox::Letter::token);
+      middle_.take();
+      own_.put(Mailbox::Letter::token);
+    }
+  }};
+  std::thread link_{[this] {
+    while (end_.take() == Mailbox::Letter::token) middle_.put(Mailbox::Letter::token);
+  }};
+};
+
 /// Work that another thread does, in order.
 class HandOff {
  public:

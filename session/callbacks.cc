@@ -129,7 +129,7 @@ void Callbacks::finish() {
     const MutexLock lock(mutex_);
     idle_ = idle;
   }
-  for (;;) {
+  for (bool comes = true;;) {
     bool isRunning = false;
     {
       const MutexLock lock(mutex_);
@@ -138,7 +138,8 @@ void Callbacks::finish() {
     }
     if (isRunning || isOwn_) {
       idle->wait(std::nullopt);
-    } else if (!idle->wait(patience())) {
+    } else if (!comes || !idle->wait(patience())) {
+      comes = false;  // one that stayed away once is not waited for at each callback
       runNext();
     }
   }

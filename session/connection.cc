@@ -48,7 +48,11 @@ MaybeFailure Connection::open(const std::function<bool()>& wanted) {
   auto failure = wanted() ? callOpen() : Failure(Errc::linkFailed, "the link is not wanted any more");
   isOpening_ = false;
   if (!failure) failure = findChannels();
-  if (!failure) failure = checkPacketSize();
+  if (!failure) {
+    MaybeFailure tooSmall;
+    failure = guarded("Peripheral::maximumWriteValueLengthForType", [&] { tooSmall = checkPacketSize(); });
+    if (!failure) failure = tooSmall;
+  }
   if (failure) {
     ++endsToCome_;
     guarded("Link::close", [&] { link_->close(); });
@@ -75,6 +79,7 @@ MaybeFailure Connection::findChannels() {
     peripheral_ = link_->peripheral();
     characteristics = link_->characteristics();
     found_.clear();
+    byText_.clear();
     subscribed_.clear();
     for (const auto& known : characteristics)
       if (known) found_.emplace_back(known->UUID(), known);
@@ -120,7 +125,9 @@ bool Connection::noteLoss() {
   const bool isExpected = endsToCome_ > 0;
   if (isExpected) --endsToCome_;
   if (!isOpen_) return false;
-  if (isExpected && peripheral_->state() == PeripheralState::connected) return false;
+  auto state = PeripheralState::disconnected;
+  if (isExpected) guarded("Peripheral::state", [&] { state = peripheral_->state(); });
+  if (state == PeripheralState::connected) return false;
   lose();
   return true;
 }
@@ -130,11 +137,15 @@ void Connection::lose() {
   change(LinkState::lost);
 }
 
-Connection::Found Connection::find(std::string_view uuid) const {
+// Reading UUIDs is more than half of what it takes to send a request: so each text once.
+Connection::Found Connection::find(std::string_view uuid) {
+  const auto asked = byText_.find(uuid);
+  if (asked != byText_.end()) return asked->second;
   const auto wanted = Uuid::fromString(uuid);
   const auto known =
       std::ranges::find_if(found_, [&wanted](const auto& candidate) { return candidate.first == wanted; });
-  return known == found_.end() ? nullptr : known->second;
+  if (known == found_.end()) return nullptr;
+  return byText_.emplace(uuid, known->second).first->second;
 }
 
 MaybeFailure Connection::subscribe(const Found& to) {
@@ -143,7 +154,9 @@ MaybeFailure Connection::subscribe(const Found& to) {
 }
 
 MaybeFailure Connection::write(const Bytes& frame, const Found& to) {
-  if (peripheral_->state() != PeripheralState::connected) {
+  auto state = PeripheralState::disconnected;
+  if (auto failure = guarded("Peripheral::state", [&] { state = peripheral_->state(); })) return failure;
+  if (state != PeripheralState::connected) {
     ++endsToCome_;
     lose();
     return Failure(Errc::linkLost, "the link was lost");

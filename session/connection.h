@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -46,7 +48,7 @@ class Connection {
   using Found = std::shared_ptr<Characteristic>;
 
   /// Null when the recorder has none of that UUID.
-  Found find(std::string_view uuid) const;
+  Found find(std::string_view uuid);
 
   /// Nothing happens where it is subscribed to already.
   MaybeFailure subscribe(const Found& to);
@@ -80,6 +82,7 @@ class Connection {
   unsigned endsToCome_ = 0;  // of earlier connections; more than one where each operation makes its own
   std::shared_ptr<Peripheral> peripheral_;
   std::vector<std::pair<Uuid, Found>> found_;
+  std::map<std::string, Found, std::less<>> byText_;  // of found_, as it was asked for
   std::set<Found> subscribed_;
 };
 

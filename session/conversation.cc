@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <string>
 
 #include <kwtsdk/cmd_response.h>
 
 #include "codec/hex.h"
+#include "wire/recorder_channel.h"
 #include "wire/status_channel.h"
 
 namespace kwtsdk::session::detail {
@@ -22,6 +24,13 @@ Duration waitingTime(Duration from, Duration until) {
   constexpr Duration longest = std::chrono::minutes(30);
   return std::clamp(until - from, Duration::zero(), longest);
 }
+
+/// What a host's predicate throws must not leave an exchange behind, of which nothing is left.
+struct Forgetting {
+  Conversation& recorder;
+  Exchange& exchange;
+  ~Forgetting() { recorder.forget(exchange); }
+};
 
 }  // namespace
 
@@ -84,10 +93,14 @@ MaybeFailure Conversation::ready() {
     written_.clear();
     acknowledged_.clear();
     last_.clear();
-    auto failure = connection_->open([this] { return !ended(); });
+    auto failure = connection_->open([this] {
+      operation_->insist();
+      return !ended();
+    });
     failedOpenings_ = failure ? failedOpenings_ + 1 : 0;
     if (auto reason = ended()) return reason;
     if (failure) return failure;
+    streaming_ = connection_->find(wire::CHARACTERISTIC_NOTIFY).get();
     ++linkNumber_;
   }
   hadLink_ = true;
@@ -99,11 +112,11 @@ bool Conversation::mayRetry(const Failure& failure) {
   constexpr unsigned mostDoublings = 4;
   const bool isOfLink = failure.code() == Errc::linkLost || failure.code() == Errc::stalled ||
                         (failure.code() == Errc::linkFailed && hadLink_);
+  isDistrusted_ = isDistrusted_ || isOfLink;
   if (!isOfLink || failure.effect() == Effect::unknown || !useRetry()) return false;
-  isDistrusted_ = true;
   // A recorder out of range is not there at once; one that dropped the link may be.
-  if (failedOpenings_ == 0) return true;
-  return !pause(shortest * (1U << std::min(failedOpenings_ - 1, mostDoublings)));
+  if (failedOpenings_ > 0) pause(shortest * (1U << std::min(failedOpenings_ - 1, mostDoublings)));
+  return true;  // whether the operation has to end is for the next try to say
 }
 
 bool Conversation::useRetry() {
@@ -127,14 +140,12 @@ Result<Bytes> Conversation::exchangeLeniently(const Request& request, Duration l
 }
 
 Result<Bytes> Conversation::exchange(const Request& request, std::optional<Duration> longest) {
-  constexpr int mostSilences = 3;  // of a recorder that says something, but never answers
   Exchange exchange(request);
   wasSent_ = false;
   if (const auto failure = send(exchange)) return *failure;
-  const Duration whole = silence_ < Duration::max() / mostSilences ? silence_ * mostSilences : silence_;
-  const auto failure =
-      waitUntil([&exchange] { return exchange.isOver(); }, 1, later(now(), longest.value_or(whole)));
-  forget(exchange);
+  const Forgetting afterwards{*this, exchange};
+  const Duration due = longest ? later(now(), *longest) : answerDue(silence_);
+  const auto failure = waitUntil([&exchange] { return exchange.isOver(); }, 1, due);
   if (exchange.answer()) return *exchange.answer();
   if (exchange.error()) {
     return Failure(Errc::linkFailed,
@@ -143,6 +154,12 @@ Result<Bytes> Conversation::exchange(const Request& request, std::optional<Durat
   }
   isDistrusted_ = true;
   return failure ? *failure : Failure(Errc::stalled, "the recorder did not answer");
+}
+
+/// Several silences: it may be a recorder that says something all the time, but never answers.
+Duration Conversation::answerDue(Duration silence) const {
+  constexpr int most = 3;
+  return later(now(), std::abs(silence.count()) < Duration::max().count() / most ? silence * most : silence);
 }
 
 MaybeFailure Conversation::send(Exchange& exchange) {
@@ -186,8 +203,17 @@ MaybeFailure Conversation::waitUntil(const std::function<bool()>& isSo, std::siz
       isDistrusted_ = true;
       return Failure(Errc::stalled, "the recorder gave no sign any more");
     }
-    for (const Sign& sign : inbox_->wait(waitingTime(time, nextMoment(wakeUp)), enough)) handOn(sign);
+    for (const Sign& sign : inbox_->wait(waitingTime(time, nextMoment(wakeUp)), worthALook(enough))) {
+      handOn(sign);
+    }
   }
+}
+
+/// An acknowledgement is followed by its answer.
+std::size_t Conversation::worthALook(std::size_t enough) const {
+  constexpr std::size_t both = 2;
+  const bool isBoth = !exchanges_.empty() && std::ranges::all_of(exchanges_, &Exchange::needsBoth);
+  return isBoth ? std::max(enough, both) : enough;
 }
 
 Duration Conversation::silentAt() const { return later(inbox_->lastSign(), silence_); }
@@ -207,7 +233,7 @@ void Conversation::look() {
 }
 
 MaybeFailure Conversation::pause(Duration time) {
-  const Duration until = now() + time;
+  const Duration until = later(now(), time);
   for (;;) {
     if (auto failure = ended()) return failure;
     const Duration at = now();
@@ -232,7 +258,7 @@ void Conversation::handOn(const Sign& sign) {
   noteBattery(sign);
   if (offer(sign)) {
     last_[sign.from] = sign.value;
-  } else if (listener_ == nullptr || !listener_->take(sign)) {
+  } else if (listener_ == nullptr || sign.from != streaming_ || !listener_->take(sign)) {
     last_[sign.from] = sign.value;
     publish(event::Unexpected{sign.value});
   }

@@ -18,7 +18,7 @@ namespace kwtsdk::session::detail {
 /// Of an operation that was cancelled, closed or timed out.
 Failure interruptionFailure(Errc reason);
 
-/// Who takes what no exchange awaits, such as a download its packets.
+/// Who takes what no exchange awaits of the recorder's own channel, such as a download its packets.
 class Listener {
  public:
   virtual ~Listener() = default;
@@ -85,6 +85,9 @@ class Conversation {
   /// The same for an answer that nothing else could be taken for, if it came late.
   Result<Bytes> exchangeLeniently(const Request& request, Duration longest);
 
+  /// When a question that is asked now counts as one without an answer.
+  Duration answerDue(Duration silence) const;
+
   // In parts: the exchange has to outlive what stands between these.
   MaybeFailure send(Exchange& exchange);
   void forget(Exchange& exchange);
@@ -121,6 +124,7 @@ class Conversation {
   void handOn(const Sign& sign);
   void noteBattery(const Sign& sign);
   bool offer(const Sign& sign);
+  std::size_t worthALook(std::size_t enough) const;
   Duration silentAt() const;
   Duration endDue() const;
   Duration nextMoment(std::optional<Duration> wakeUp) const;
@@ -138,6 +142,7 @@ class Conversation {
 
   std::vector<Exchange*> exchanges_;
   Listener* listener_ = nullptr;
+  const Characteristic* streaming_ = nullptr;  // whose notifications are for the listener
   std::map<const Characteristic*, std::uint64_t> written_, acknowledged_;
   std::map<const Characteristic*, Bytes> last_;  // that was notified
 };

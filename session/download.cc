@@ -68,8 +68,7 @@ MaybeFailure noticeAndDelete(Conversation& recorder, const RecordingInfo& record
   constexpr Duration noticeTime = std::chrono::seconds(2);  // not every recorder answers it
   const auto result = recorder.persist([&]() -> Result<Done> {
     if (recorder.linkNumber() != link) {
-      const auto first = askFirst(recorder, recording.id);
-      if (!first) return first.error();
+      if (auto failure = askStillFirst(recorder, recording)) return *failure;
     }
     recorder.operation().report(Stage::deleting, recording.bytes, recording.bytes);
     if (auto failure = recorder.pause()) return *failure;
@@ -146,10 +145,9 @@ class Harvesting {
   /// The recorder gives out nothing but its first recording. One whose deletion nobody knows of may be gone.
   MaybeFailure mayGoOn(const Saved& saved) {
     if (saved.deleted == Effect::none) return saved.notDeleted;
-    const auto store = recorder_.persist([this] { return askCount(recorder_); });
-    if (!store) return store.error();
-    const bool isThere = store->count > 0 && store->firstId == saved.recording.id;
-    if (!isThere) return std::nullopt;
+    const auto first = recorder_.persist([this] { return askFirst(recorder_, std::nullopt); });
+    if (!first && first.error() != Errc::storeEmpty) return first.error();
+    if (!first || !isSame(*first, saved.recording)) return std::nullopt;
     auto failure = noticeAndDelete(recorder_, saved.recording, recorder_.linkNumber());
     harvest_.saved.back().deleted = failure ? failure->effect() : Effect::done;
     harvest_.saved.back().notDeleted = failure;
@@ -162,7 +160,7 @@ class Harvesting {
     if (!more) return more.error();
     const auto isBack = [&](const RecordingInfo& listed) {
       return std::ranges::any_of(harvest_.saved, [&](const Saved& saved) {
-        return saved.deleted == Effect::done && saved.recording.id == listed.id;
+        return saved.deleted == Effect::done && isSame(saved.recording, listed);
       });
     };
     if (std::ranges::any_of(*more, isBack)) {

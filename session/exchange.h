@@ -30,6 +30,9 @@ class Exchange {
   bool isAcknowledged() const { return isAcknowledged_; }
   bool isOver() const { return answer_ || error_; }
 
+  /// Acknowledgement and answer are both to come, so that one of them alone cannot end it well.
+  bool needsBoth() const { return request_.isAnswer && !isAcknowledged_ && !early_; }
+
   /// The answer, none where the acknowledgement is all; or what the write failed with.
   const std::optional<Bytes>& answer() const { return answer_; }
   const MaybeError& error() const { return error_; }

@@ -14,6 +14,11 @@ bool isFullPacket(const Sign& sign) {
          sign.value[validAt] == wire::kDownloadDataSize && sign.value[validAt + 1] == 0;
 }
 
+bool isUrgent(const Sign& sign) {
+  const bool isSuccess = sign.kind == Sign::Kind::acknowledged && !sign.error;
+  return !isSuccess && !isFullPacket(sign);
+}
+
 }  // namespace
 
 void Inbox::put(Sign sign) {
@@ -22,7 +27,7 @@ void Inbox::put(Sign sign) {
   {
     const MutexLock lock(mutex_);
     lastSign_ = now;
-    isUrgent_ = isUrgent_ || !isFullPacket(sign);
+    isUrgent_ = isUrgent_ || isUrgent(sign);
     signs_.push_back(std::move(sign));
     wakes = isWaiting_ && isEnough();
     if (wakes) isWaiting_ = false;

@@ -46,9 +46,9 @@ class Inbox {
 
   // ---- The worker ----
 
-  /// Waits until there are `enough` signs or one that is no full packet of a download, somebody nudges, or
-  /// the time is over, and takes what is there. One packet of a download after the other would cost a
-  /// change of threads each.
+  /// Waits until there are `enough` signs or one that is neither a full packet of a download nor the
+  /// acknowledgement of a write that succeeded, somebody nudges, or the time is over, and takes what is
+  /// there. One of those after the other would cost a change of threads each.
   Signs wait(std::optional<Duration> longest, std::size_t enough = 1) KWT_EXCLUDES(mutex_);
 
   /// What is there, without waiting. A nudge stays for the next wait.

@@ -9,6 +9,9 @@ namespace {
 
 using internal::MutexLock;
 
+// Beyond it a host means for ever, such as with Duration::max(), and no clock could show the end.
+constexpr Duration kLongest = std::chrono::hours(24 * 365);
+
 thread_local const void* currentWorker = nullptr;
 
 }  // namespace
@@ -61,7 +64,7 @@ bool OperationState::wait(const std::optional<Duration>& longest) {
     if (done_) return true;
     waiters_.push_back(ended);
   }
-  if (!ended->wait(longest)) {
+  if (!ended->wait(longest && *longest < kLongest ? longest : std::nullopt)) {
     const MutexLock lock(mutex_);
     std::erase(waiters_, ended);
   }
@@ -97,9 +100,7 @@ void OperationState::begin(std::function<void(Errc)> onInterrupt, std::function<
 }
 
 void OperationState::watch(const Limits& limits, const std::optional<Duration>& timeout) {
-  // Beyond it a host means for ever, such as with Duration::max(), and no clock could show the end.
-  constexpr Duration longest = std::chrono::hours(24 * 365);
-  if (timeout && *timeout < longest) {
+  if (timeout && *timeout < kLongest) {
     const Duration deadline = began_ + *timeout;
     const auto ticket = surroundings_.alarm->at(deadline, weak_from_this());
     const MutexLock lock(mutex_);
@@ -128,6 +129,17 @@ void OperationState::interrupt(Errc reason) {
     onInterrupt = onInterrupt_;
   }
   if (onInterrupt) onInterrupt(reason);
+}
+
+void OperationState::insist() {
+  std::function<void(Errc)> onInterrupt;
+  std::optional<Errc> reason;
+  {
+    const MutexLock lock(mutex_);
+    reason = interruption_;
+    onInterrupt = onInterrupt_;
+  }
+  if (reason && onInterrupt) onInterrupt(*reason);
 }
 
 std::optional<Errc> OperationState::interruption() const {
@@ -243,7 +255,8 @@ void OperationState::callOnProgress() {
   std::shared_ptr<OnProgress> callback;
   {
     const MutexLock lock(mutex_);
-    callback = onProgress_;
+    // The last one goes: it may hold a handle of this, and so this.
+    callback = done_ ? std::exchange(onProgress_, nullptr) : onProgress_;
   }
   if (callback) (*callback)(progress());
 }

@@ -74,6 +74,9 @@ class OperationState : public Expiring, public std::enable_shared_from_this<Oper
   Duration began() const { return began_; }
 
   void interrupt(Errc reason) KWT_EXCLUDES(mutex_);
+
+  /// Tells again what it was told: what can end it now could not when it came, or not yet.
+  void insist() KWT_EXCLUDES(mutex_);
   std::optional<Errc> interruption() const KWT_EXCLUDES(mutex_);
   void expire() override { interrupt(Errc::timedOut); }
 

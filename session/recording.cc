@@ -35,6 +35,8 @@ class Recording : public Listener {
     if (!started) return started.error();
     auto failure = follow();
     recorder_.endShield();
+    // Without an end that is known it may record on, and only the link's end ends that.
+    if (!end_ || recorder_.isLinkDistrusted()) recorder_.endLink();
     if (end_) recorder_.publish(event::RecordingEnded{*end_});
     return failure;
   }
@@ -58,6 +60,7 @@ class Recording : public Listener {
   MaybeFailure stop(RecordingEnd end);
   MaybeFailure sendStop();
   MaybeFailure waitForRest();
+  bool isOfThis(SoundSign kind) const;
   void append(const Bytes& packet);
   std::optional<Duration> lengthDue() const;
 
@@ -67,9 +70,11 @@ class Recording : public Listener {
   const StopWish stop_;
   const std::shared_ptr<RecordingFile> file_;
 
+  const Exchange* start_ = nullptr;  // under way
   std::optional<SoundSign> first_;   // that came of the recorder
   std::optional<RecordingEnd> end_;  // as soon as it is known
-  bool hasStartedAgain_ = false, isStopping_ = false;
+  bool isStopping_ = false;
+  bool isAnother_ = false;  // the recorder took the stop for a start: what sounds now is another recording
   MaybeFailure fileFailure_;
   std::uint64_t packets_ = 0;
   Duration began_{0}, lastSound_{0};
@@ -82,8 +87,10 @@ Result<Done> Recording::start() {
   Exchange request(startRequest(static_cast<std::int64_t>(options_.type())));
   if (const auto failure = recorder_.send(request)) return *failure;
   recorder_.shield(kLongestStart);
+  start_ = &request;
   const auto ended =
       recorder_.waitUntil([&] { return first_ || request.error(); }, 1, recorder_.now() + kLongestStart);
+  start_ = nullptr;
   recorder_.forget(request);
   recorder_.endShield();
   if (const auto failure = failureOfStart(request, ended)) return *failure;
@@ -93,12 +100,12 @@ Result<Done> Recording::start() {
 }
 
 MaybeFailure Recording::failureOfStart(const Exchange& request, const MaybeFailure& ended) {
+  if (!first_ || request.error()) recorder_.endLink();  // which ends a recording that began unseen
   if (const auto& error = request.error()) {
     return Failure(Errc::linkFailed, "the Bluetooth stack refused it (" + error->localizedDescription() + ")",
                    Effect::unknown, error);
   }
   if (!first_) {
-    recorder_.endLink();  // which ends a recording that began unseen
     if (ended) return Failure(ended->code(), ended->text(), Effect::unknown, ended->cause());
     return Failure(Errc::stalled, "the recorder did not say that it records", Effect::unknown);
   }
@@ -131,7 +138,8 @@ MaybeFailure Recording::follow() {
     const auto due = lengthDue();
     if (due && recorder_.now() >= *due) return stop(RecordingEnd::timeOver);
     if (auto failure = visitors.attend()) return failure;
-    auto failure = recorder_.waitUntil(hasToAct, 1, due);
+    const Duration wakeUp = std::min(due.value_or(Duration::max()), visitors.due());
+    auto failure = recorder_.waitUntil(hasToAct, 1, wakeUp);
     if (!failure) continue;
     if (!recorder_.isLinkLost() && recorder_.ended()) stop(RecordingEnd::stopped);
     return failure;
@@ -151,7 +159,7 @@ MaybeFailure Recording::stop(RecordingEnd end) {
   if (end_) return std::nullopt;  // by itself, and the stop would start another
   isStopping_ = true;
   auto failure = sendStop();
-  if (!failure && std::exchange(hasStartedAgain_, false)) failure = sendStop();
+  if (!failure && isAnother_) failure = sendStop();
   if (!failure && !end_) end_ = end;
   return failure;
 }
@@ -159,11 +167,14 @@ MaybeFailure Recording::stop(RecordingEnd end) {
 MaybeFailure Recording::sendStop() {
   Exchange request(stopRequest());
   if (auto failure = recorder_.send(request)) return failure;
-  auto failure = recorder_.waitUntil([&] { return request.isOver(); }, 1, recorder_.now() + kLongestStop);
+  const bool wasAnother = isAnother_;
+  auto failure = recorder_.waitUntil([&] { return request.isOver() || isAnother_ != wasAnother; }, 1,
+                                     recorder_.now() + kLongestStop);
   recorder_.forget(request);
+  if (isAnother_ != wasAnother) return std::nullopt;
   if (!failure && request.answer()) return waitForRest();
-  if (end_) return std::nullopt;  // it crossed the stop
   recorder_.endLink();            // with which a recording ends that goes on
+  if (end_) return std::nullopt;  // it crossed the stop
   if (failure) return Failure(failure->code(), failure->text(), Effect::unknown, failure->cause());
   return Failure(Errc::stalled, "the recorder did not confirm the stop", Effect::unknown, request.error());
 }
@@ -172,24 +183,34 @@ MaybeFailure Recording::sendStop() {
 MaybeFailure Recording::waitForRest() {
   constexpr Duration quiet = std::chrono::milliseconds(300);
   lastSound_ = recorder_.now();
-  while (!end_ && recorder_.now() - lastSound_ < quiet && recorder_.operation().isShielded()) {
-    if (recorder_.waitUntil([&] { return end_.has_value(); }, 1, lastSound_ + quiet)) break;
+  const auto isOver = [&] { return end_ || isAnother_; };
+  while (!isOver() && recorder_.now() - lastSound_ < quiet && recorder_.operation().isShielded()) {
+    if (recorder_.waitUntil(isOver, 1, lastSound_ + quiet)) break;
   }
   if (end_ == RecordingEnd::recorder) end_.reset();  // the stop's own end
   return std::nullopt;
 }
 
+/// Until the start is acknowledged, sound and ends are those of the recording before: taken for this one's
+/// they would have it stopped before it began, or left running.
+bool Recording::isOfThis(SoundSign kind) const {
+  if (first_ || (start_ != nullptr && start_->isAcknowledged())) return true;
+  const bool isAnswer =
+      kind == SoundSign::started || kind == SoundSign::refusedInCall || kind == SoundSign::refusedNotInCall;
+  return start_ != nullptr && isAnswer;
+}
+
 bool Recording::take(const Sign& sign) {
   const auto kind = soundSignOf(sign.value);
-  if (!kind) return false;
+  if (!kind || !isOfThis(*kind)) return false;
   const bool isFirst = !first_;
   if (isFirst) first_ = kind;
   switch (*kind) {
     case SoundSign::sound:
-      append(sign.value);
+      if (!isAnother_) append(sign.value);
       break;
     case SoundSign::started:
-      hasStartedAgain_ = hasStartedAgain_ || (isStopping_ && !isFirst);
+      isAnother_ = isAnother_ || (isStopping_ && !isFirst);
       break;
     case SoundSign::endedByKey:
       end_ = RecordingEnd::key;

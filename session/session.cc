@@ -177,7 +177,8 @@ Operation<Done> Session::stopRecording() {
       };
   const auto recording = worker->findRecording();
   if (!recording) {
-    conclude(std::nullopt);
+    conclude(worker->isClosed() ? detail::MaybeFailure(detail::interruptionFailure(Errc::closed))
+                                : std::nullopt);
     return Operation<Done>(outcome);
   }
   Worker::stateOf(*outcome).begin(

@@ -1,6 +1,7 @@
 #include "session/store.h"
 
 #include <array>
+#include <limits>
 #include <span>
 #include <string>
 
@@ -59,12 +60,25 @@ Result<std::vector<RecordingInfo>> askRecordings(Conversation& recorder) {
   const auto store = askCount(recorder);
   if (!store) return store.error();
   std::vector<RecordingInfo> recordings;
-  for (std::uint64_t i = 0; i < store->count; ++i) {
+  StoreCount listed = *store;
+  int corrections = 3;  // of a store that is another one each time
+  for (std::uint64_t i = 0; i < listed.count; ++i) {
     recorder.operation().reportItem(static_cast<std::uint32_t>(i + 1),
-                                    static_cast<std::uint32_t>(store->count));
-    const auto info = askInfo(recorder, static_cast<std::uint32_t>(store->firstId + i));
+                                    static_cast<std::uint32_t>(listed.count));
+    const auto info = askInfo(recorder, static_cast<std::uint32_t>(listed.firstId + i));
     if (!info) return info.error();
-    if (*info) recordings.push_back(**info);
+    if (*info) {
+      recordings.push_back(**info);
+    } else if (corrections > 0) {
+      // The store has changed, or its count arrived damaged: that may name thousands that are not there.
+      const auto again = askCount(recorder);
+      if (!again) return again.error();
+      if (*again == listed) continue;
+      --corrections;
+      recordings.clear();
+      listed = *again;
+      i = std::numeric_limits<std::uint64_t>::max();  // from its first on
+    }
   }
   return recordings;
 }
@@ -90,6 +104,18 @@ Result<RecordingInfo> askFirst(Conversation& recorder, std::optional<std::uint32
                  Effect::none, internal::fileInfoError());
 }
 
+bool isSame(const RecordingInfo& one, const RecordingInfo& other) {
+  return one.id == other.id && one.bytes == other.bytes && one.created == other.created;
+}
+
+MaybeFailure askStillFirst(Conversation& recorder, const RecordingInfo& recording) {
+  const auto first = askFirst(recorder, recording.id);
+  if (!first) return first.error();
+  if (isSame(*first, recording)) return std::nullopt;
+  return Failure(Errc::noSuchRecording, "the recorder's recording " + std::to_string(recording.id) +
+                                            " became another one meanwhile");
+}
+
 MaybeFailure askDeletion(Conversation& recorder, const RecordingInfo& recording) {
   if (auto failure = recorder.pause()) return failure;
   const auto answer = recorder.exchange(deletionRequest(recording.id));
@@ -105,7 +131,9 @@ MaybeFailure askDeletion(Conversation& recorder, const RecordingInfo& recording)
     return std::nullopt;
   }
   const Refusal refusal = refusalOf(code);
-  return Failure(refusal.code, refusal.text, Effect::none, internal::deletionError(code));
+  // A code that no recorder knows may be another one, damaged on its way: answers carry no check.
+  const Effect effect = refusal.code == Errc::refused ? Effect::unknown : Effect::none;
+  return Failure(refusal.code, refusal.text, effect, internal::deletionError(code));
 }
 
 Result<Done> removeFirst(Conversation& recorder, std::uint32_t id) {

@@ -17,12 +17,25 @@ class Transacting : public Transaction {
 
   Result<Bytes> exchange(const Bytes& frame, const std::string& characteristic, const std::string& answersOn,
                          const std::function<bool(const Bytes&)>& isAnswer) override {
+    if (isInside_) return insideFailure();
+    const Inside inside(isInside_);
+    // After an answer that stayed away: it must not become this one's.
+    if (recorder_.isLinkDistrusted()) {
+      if (auto failure = recorder_.ready()) return *failure;
+    }
     if (!isAnswer) return recorder_.exchange({frame, characteristic, "", nullptr});
     if (auto failure = recorder_.listenTo(answersOn)) return *failure;
-    return recorder_.exchange({frame, characteristic, answersOn, isAnswer});
+    try {
+      return recorder_.exchange({frame, characteristic, answersOn, isAnswer});
+    } catch (...) {
+      recorder_.distrustLink();  // the work may catch it and go on
+      throw;
+    }
   }
 
   Result<Done> pause(Duration time) override {
+    if (isInside_) return insideFailure();
+    const Inside inside(isInside_);
     if (auto failure = recorder_.pause(time)) return *failure;
     return Done{};
   }
@@ -32,7 +45,24 @@ class Transacting : public Transaction {
   }
 
  private:
+  /// While it is in one of its members, a predicate of the host's may be asked, and call it.
+  class Inside {
+   public:
+    explicit Inside(bool& mark) : mark_(mark) { mark_ = true; }
+    ~Inside() { mark_ = false; }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+
+   private:
+    bool& mark_;
+  };
+
+  static Failure insideFailure() {
+    return {Errc::badArgument, "an exchange's isAnswer asked the recorder something itself"};
+  }
+
   Conversation& recorder_;
+  bool isInside_ = false;
 };
 
 }  // namespace

@@ -53,12 +53,7 @@ Result<Done> Transfer::runOverOneLink() {
 /// While the link was away the recorder may have got another first recording.
 MaybeFailure Transfer::checkStillFirst() {
   if (link_ == recorder_.linkNumber()) return std::nullopt;
-  const auto first = askFirst(recorder_, recording_.id);
-  if (!first) return first.error();
-  if (first->bytes != recording_.bytes || first->created != recording_.created) {
-    return Failure(Errc::noSuchRecording, "the recorder's recording " + std::to_string(recording_.id) +
-                                              " became another one meanwhile");
-  }
+  if (auto failure = askStillFirst(recorder_, recording_)) return failure;
   link_ = recorder_.linkNumber();
   return std::nullopt;
 }

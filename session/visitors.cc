@@ -43,7 +43,6 @@ MaybeFailure Visitors::attend() {
 
 /// With the answer to the question before, to the next one.
 MaybeFailure Visitors::goOn() {
-  constexpr int mostSilences = 3;
   if (question_) {
     job_->letIn()->take(*question_->answer());
     recorder_.forget(*question_);
@@ -55,7 +54,7 @@ MaybeFailure Visitors::goOn() {
     return std::nullopt;
   }
   question_.emplace(*request);
-  due_ = recorder_.now() + mostSilences * job_->limits().silence();
+  due_ = recorder_.answerDue(job_->limits().silence());
   auto failure = recorder_.send(*question_);
   if (failure) question_.reset();
   return failure;

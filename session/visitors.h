@@ -26,6 +26,9 @@ class Visitors {
   /// Whether that is anything, or may be.
   bool isWaiting() const;
 
+  /// When there will be, unless an answer comes first.
+  Duration due() const { return question_ && !question_->isOver() ? due_ : Duration::max(); }
+
  private:
   MaybeFailure goOn();
   void giveUp();

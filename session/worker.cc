@@ -31,41 +31,29 @@ std::shared_ptr<Callbacks> callbacksFor(const Options& options, const internal::
 
 }  // namespace
 
-/// Ends a link that nobody has used for a while.
-class Worker::Idle : public Expiring {
- public:
-  explicit Idle(std::weak_ptr<Worker> worker) : worker_(std::move(worker)) {}
-  void expire() override {
-    if (const auto worker = worker_.lock()) {
-      worker->async([weak = worker_] {
-        if (const auto self = weak.lock()) self->endIdleLink();
-      });
-    }
-  }
-
- private:
-  const std::weak_ptr<Worker> worker_;
-};
-
 std::shared_ptr<Worker> Worker::create(std::shared_ptr<Link> link, const Options& options) {
   auto worker = std::make_shared<Worker>(link, complete(options));
-  worker->idle_ = std::make_shared<Idle>(worker);
+  const auto& around = worker->surroundings_;
+  worker->kept_ = std::make_shared<KeptLink>(options.keepLink(), around.scheduler, around.alarm,
+                                             [weak = std::weak_ptr(worker)] {
+                                               if (const auto self = weak.lock()) self->endIdleLink();
+                                             });
   worker->inbox_->setOnUnattended([weak = std::weak_ptr(worker)] {
     if (const auto self = weak.lock()) self->takeUnattended();
   });
   return worker;
 }
 
-Worker::Worker(const std::shared_ptr<Link>& link, Options options)
-    : options_(std::move(options)),
-      log_(options_.platform().log),
-      surroundings_{options_.platform().scheduler, callbacksFor(options_, log_),
-                    std::make_shared<Alarm>(options_.platform().scheduler, log_), log_, this},
+Worker::Worker(const std::shared_ptr<Link>& link, const Options& options)
+    : log_(options.platform().log),
+      surroundings_{options.platform().scheduler, callbacksFor(options, log_),
+                    std::make_shared<Alarm>(options.platform().scheduler, log_), log_, this},
       inbox_(std::make_shared<Inbox>(surroundings_.scheduler)),
       connection_(std::make_shared<Connection>(link, inbox_, log_,
                                                [this](LinkState state, const MaybeError& error) {
                                                  publish(event::LinkChanged{state, error});
                                                })),
+      openingEnd_(std::make_shared<OpeningEnd>(connection_, surroundings_.scheduler, surroundings_.alarm)),
       conversation_(connection_, inbox_, surroundings_.scheduler,
                     [this](const Event& event) { publish(event); }) {
   guardedCall(log_, "The thread of a session", [this] {
@@ -102,9 +90,7 @@ void Worker::submit(const std::shared_ptr<Job>& job, const std::optional<Duratio
   }
   if (isClosed()) {
     job->fail(interruptionFailure(Errc::closed));
-  } else if (!wake()) {
-    job->fail({Errc::noResources, "no thread could be started"});
-  } else if (job->letIn() != nullptr) {
+  } else if (wake() && job->letIn() != nullptr) {
     inbox_->nudge();
   }
 }
@@ -124,14 +110,20 @@ bool Worker::wake() {
     if (std::exchange(isPumping_, true)) return true;
   }
   if (async([self = shared_from_this()] { self->pump(); })) return true;
-  const MutexLock lock(mutex_);
-  isPumping_ = false;
+  std::deque<std::shared_ptr<Job>> stranded;  // also those of threads that relied on this one
+  {
+    const MutexLock lock(mutex_);
+    isPumping_ = false;
+    stranded.swap(queue_);
+  }
+  for (const auto& job : stranded) job->fail({Errc::noResources, "no thread could be started"});
   return false;
 }
 
 void Worker::pump() {
   const OnWorker here(this);
   inbox_->attend();
+  kept_->use();
   while (const auto job = takeNext()) carryOut(*job);
   rest();
   inbox_->leave();
@@ -141,8 +133,6 @@ std::shared_ptr<Job> Worker::takeNext() {
   std::vector<std::shared_ptr<Job>> ended;  // destroyed without the lock
   const MutexLock lock(mutex_);
   ended.push_back(std::exchange(running_, nullptr));
-  pokedSince_.reset();
-  restingSince_.reset();
   while (!queue_.empty()) {
     auto job = std::move(queue_.front());
     queue_.pop_front();
@@ -199,33 +189,23 @@ void Worker::carryOut(Job& job) {
     job.fail({Errc::linkFailed, "an exception of no known kind came from outside"});
   }
   conversation_.leaveOperation();
-  if (options_.keepLink() == Duration::zero()) conversation_.endLink();
+  if (kept_->isNever()) conversation_.endLink();
 }
 
 // ---- The link while nothing is to be done ----
 
 void Worker::rest() {
-  const auto keep = options_.keepLink();
   if (isClosed()) return conversation_.endLink();
-  if (!keep || !connection_->isOpen()) return;
-  const Duration now = surroundings_.scheduler->now();
-  auto ticket = std::optional(surroundings_.alarm->at(now + *keep, idle_));
-  {
-    const MutexLock lock(mutex_);
-    restingSince_ = now;
-    restTicket_.swap(ticket);
-  }
-  if (ticket) surroundings_.alarm->takeBack(*ticket);
+  if (connection_->isOpen()) kept_->rest();
 }
 
 void Worker::endIdleLink() {
-  {
-    const MutexLock lock(mutex_);
-    if (isPumping_ || !restingSince_) return;
-    if (surroundings_.scheduler->now() - *restingSince_ < *options_.keepLink()) return;
-  }
-  const OnWorker here(this);
-  conversation_.endLink();
+  async([weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self || !self->kept_->isOver()) return;
+    const OnWorker here(self.get());
+    self->conversation_.endLink();
+  });
 }
 
 void Worker::takeUnattended() {
@@ -244,42 +224,12 @@ void Worker::takeUnattended() {
 void Worker::interrupted(const std::shared_ptr<Job>& job, Errc reason) {
   if (!isRunning(*job)) return job->fail(interruptionFailure(reason));
   inbox_->nudge();
-  pokeOpening(job);
+  openingEnd_->demand(job);
 }
 
 bool Worker::isRunning(const Job& job) const {
   const MutexLock lock(mutex_);
   return running_.get() == &job;
-}
-
-void Worker::expire() {
-  std::shared_ptr<Job> job;
-  {
-    const MutexLock lock(mutex_);
-    job = running_;
-  }
-  if (job && !job->state().done() && job->state().interruption()) pokeOpening(job);
-}
-
-/// A link that is being made hears of the end only between its own beginning and end, and the one may be
-/// still to come: so it is told again and again. One that does not listen costs its operation 5 s.
-void Worker::pokeOpening(const std::shared_ptr<Job>& job) {
-  constexpr Duration step = std::chrono::milliseconds(20), longest = std::chrono::seconds(5);
-  if (!connection_->isOpening()) return;
-  const Duration now = surroundings_.scheduler->now(), shield = job->state().shield();
-  if (now < shield) {
-    surroundings_.alarm->at(shield, weak_from_this());
-    return;
-  }
-  connection_->interruptOpening();
-  Duration since = now;
-  {
-    const MutexLock lock(mutex_);
-    if (!pokedSince_) pokedSince_ = now;
-    since = *pokedSince_;
-  }
-  if (now - since >= longest) return job->fail(interruptionFailure(*job->state().interruption()));
-  surroundings_.alarm->at(now + step, weak_from_this());
 }
 
 void Worker::close() {

@@ -15,17 +15,21 @@
 #include "session/conversation.h"
 #include "session/event_hub.h"
 #include "session/job.h"
+#include "session/kept_link.h"
+#include "session/opening_end.h"
 
 namespace kwtsdk::session::detail {
 
 /// What a Session is made of: the queue of operations, the one thread that carries them out, and what it
 /// knows.
-class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
+class Worker : public std::enable_shared_from_this<Worker> {
  public:
   static std::shared_ptr<Worker> create(std::shared_ptr<Link> link, const Options& options);
 
-  Worker(const std::shared_ptr<Link>& link, Options options);
-  ~Worker() override;
+  Worker(const std::shared_ptr<Link>& link, const Options& options);
+  ~Worker();
+  Worker(const Worker&) = delete;
+  Worker& operator=(const Worker&) = delete;
 
   // ---- Any thread ----
 
@@ -98,8 +102,6 @@ class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
   }
 
  private:
-  class Idle;
-
   template <class T>
   static Result<T> named(const OperationState& state, Result<T> result) {
     const Failure& error = result.error();
@@ -120,30 +122,25 @@ class Worker : public Expiring, public std::enable_shared_from_this<Worker> {
   std::shared_ptr<Job> takeNext() KWT_EXCLUDES(mutex_);
   void carryOut(Job& job);
   void rest() KWT_EXCLUDES(mutex_);
-  void endIdleLink() KWT_EXCLUDES(mutex_);
+  void endIdleLink();
   void takeUnattended();
   void interrupted(const std::shared_ptr<Job>& job, Errc reason) KWT_EXCLUDES(mutex_);
-  void expire() override;
-  void pokeOpening(const std::shared_ptr<Job>& job) KWT_EXCLUDES(mutex_);
 
-  const Options options_;
   const internal::Logger log_;
   Surroundings surroundings_;
   Hub<Event> events_;
   Hub<AudioPacket> audio_;
   const std::shared_ptr<Inbox> inbox_;
-  std::shared_ptr<Connection> connection_;
+  const std::shared_ptr<Connection> connection_;
+  const std::shared_ptr<OpeningEnd> openingEnd_;
   Conversation conversation_;  // the worker's thread alone
-  std::shared_ptr<Idle> idle_;
+  std::shared_ptr<KeptLink> kept_;
 
   mutable internal::Mutex mutex_;
   std::deque<std::shared_ptr<Job>> queue_ KWT_GUARDED_BY(mutex_);
   std::shared_ptr<Job> running_ KWT_GUARDED_BY(mutex_);
   bool isPumping_ KWT_GUARDED_BY(mutex_) = false;
   bool isClosed_ KWT_GUARDED_BY(mutex_) = false;
-  std::optional<Duration> pokedSince_ KWT_GUARDED_BY(mutex_);
-  std::optional<Duration> restingSince_ KWT_GUARDED_BY(mutex_);
-  std::optional<Alarm::Ticket> restTicket_ KWT_GUARDED_BY(mutex_);
   std::optional<std::uint64_t> battery_ KWT_GUARDED_BY(mutex_);
   std::string firmware_ KWT_GUARDED_BY(mutex_);
 

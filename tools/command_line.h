@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tools/output.h"
-#include "tools/session.h"
+#include "tools/recorder.h"
 
 namespace kwtsdk::tool {
 

@@ -1,7 +1,5 @@
 #include <algorithm>
-#include <atomic>
 #include <filesystem>
-#include <memory>
 
 #include <kwtsdk/files.h>
 #include <kwtsdk/opus/conversion.h>
@@ -31,16 +29,13 @@ opus::Format formatOf(const std::string& file) {
 
 /// Percent on a terminal; Ctrl-C cancels.
 opus::ConversionResult convertWatched(const Environment& environment, const ConvertRequest& request) {
-  const auto cancelled = std::make_shared<std::atomic<bool>>(false);
-  environment.interrupt.setAction([cancelled] { *cancelled = true; });
   TerminalLine line(*environment.scheduler);
   auto result =
       opus::convert(request.input, request.output, request.format, kMp3BitRate, [&](double fraction) {
         if (line.isDue()) line.show("Converting  " + std::to_string(static_cast<int>(fraction * 100)) + " %");
-        return !*cancelled;
+        return !environment.stop.stop_requested();
       });
   line.clear();
-  environment.interrupt.setAction(nullptr);
   return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 #include <utility>
 
 #include <kwtsdk/bluez/problem.h>
@@ -19,26 +20,43 @@ struct Explanation {
 
 constexpr const char* kCheckRecorder =
     "Check that the recorder is switched on and in range, then run the command again.";
-constexpr const char* kRunAgain = "Run the command again.";
+constexpr const char* kLookAtList = "Look at the recordings with `kwt list`, then run the command again.";
 
 // Codes below 5 are the recorder's answers to a deletion.
-constexpr std::array<Explanation, 10> kExplanations{{
-    {1, "The recorder did not delete the recording: it is not the first one",
-     "Look at the recordings with `kwt list`, then run the command again."},
-    {2, "The recorder did not delete the recording: it holds none of this id",
-     "Look at the recordings with `kwt list`, then run the command again."},
+constexpr std::array<Explanation, 6> kExplanations{{
+    {1, "The recorder did not delete the recording: it is not the first one", kLookAtList},
+    {2, "The recorder did not delete the recording: it holds none of this id", kLookAtList},
     {3, "The recorder did not delete the recording: it is in use",
      "End recording and playback on the recorder, then delete it with `kwt rm`."},
     {4, "The recorder holds no recordings", "There is nothing to do."},
-    {1001, "The recorder is not connected, or lacks what this command needs", kCheckRecorder},
-    {1002, "Another command is under way", kRunAgain},
     {1004, "The recorder refused to start the recording",
      "End what it is doing, then run the command again."},
-    {1005, "The recorder named no first recording: it holds none, or it did not answer",
-     "Look at the recordings with `kwt list`."},
-    {1006, "The recorder did not describe its first recording", kRunAgain},
-    {kLongerThanRecording, "The file is longer than the recorder's first recording",
-     "Name another file, or none, with -o."},
+    {1006, "The recorder did not describe its first recording", "Run the command again."},
+}};
+
+struct Meaning {
+  session::Errc code;
+  ToolError error;
+  const char* text;  // null: the session's own
+  const char* hint;
+};
+
+constexpr std::array<Meaning, 8> kMeanings{{
+    {session::Errc::cancelled, ToolError::interrupted, "Interrupted.", "Run the command again."},
+    {session::Errc::linkLost, ToolError::connectionLost, "The connection to the recorder was lost.",
+     "Bring the recorder into range, then run the command again."},
+    {session::Errc::notARecorder, ToolError::noRecorder, nullptr,
+     "Name the address of a recorder; `kwt scan` shows those in range."},
+    {session::Errc::packetsTooSmall, ToolError::packetsTooSmall, nullptr,
+     "Both ends have to agree on an ATT MTU of at least 99: use another Bluetooth adapter, or have the "
+     "recorder's firmware updated."},
+    {session::Errc::storeEmpty, ToolError::storeEmpty, "The recorder holds no recordings.",
+     "Make one, then run the command again."},
+    {session::Errc::notFirst, ToolError::other, "Another recording has become the recorder's first one.",
+     kLookAtList},
+    {session::Errc::noSuchRecording, ToolError::other,
+     "The recorder's first recording has become another one.", kLookAtList},
+    {session::Errc::fileUnusable, ToolError::fileUnusable, nullptr, "Name another file."},
 }};
 
 /// BlueZ's errors have no code, and name their domain themselves.
@@ -93,12 +111,30 @@ Failure::Failure(const Error& error, const std::string& text, std::string hint)
       code_(error.code()),
       hint_(std::move(hint)) {}
 
-bool Failure::is(ToolError code) const {
-  return domain_ == kToolDomain && code_ == static_cast<std::int64_t>(code);
+std::string sentenceOf(const session::Failure& failure) {
+  constexpr std::string_view mark = ": ";
+  const std::size_t end = failure.text().find(mark);
+  std::string sentence = failure.text().substr(end == std::string::npos ? 0 : end + mark.size());
+  if (sentence.starts_with("the ")) sentence[0] = 'T';
+  return sentence;
+}
+
+Failure explained(const session::Failure& failure, Duration waited) {
+  using session::Errc;
+  if (failure == Errc::stalled || failure == Errc::timedOut) {
+    return {ToolError::noAnswer,
+            "The recorder did not answer within " + std::to_string(waited / std::chrono::seconds(1)) + " s.",
+            kCheckRecorder};
+  }
+  if (failure.cause() && failure != Errc::linkLost && failure != Errc::cancelled)
+    return explained(*failure.cause());
+  const auto found = std::ranges::find(kMeanings, failure.code(), &Meaning::code);
+  if (found == kMeanings.end()) return {ToolError::other, sentenceOf(failure), kCheckRecorder};
+  return {found->error, found->text == nullptr ? sentenceOf(failure) : found->text, found->hint};
 }
 
 Failure explained(const Error& error) {
-  if (error.domain() == bluez::kDomain) return bluetoothFailure(error);
+  if (error.domain() == bluez::kDomain || error.domain().starts_with("org.")) return bluetoothFailure(error);
   const auto found =
       std::ranges::find_if(kExplanations, [&](const auto& known) { return known.code == error.code(); });
   if (error.domain() == kLibraryDomain && found != kExplanations.end())

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 
 #include <kwtsdk/error.h>
+#include <kwtsdk/scheduler.h>
+#include <kwtsdk/session/errc.h>
 
 namespace kwtsdk::tool {
 
@@ -37,7 +40,6 @@ class Failure : public std::runtime_error {
   const std::string& domain() const { return domain_; }
   std::int64_t code() const { return code_; }
   const std::string& hint() const { return hint_; }
-  bool is(ToolError code) const;
 
  private:
   std::string domain_;
@@ -46,10 +48,17 @@ class Failure : public std::runtime_error {
 };
 
 inline constexpr const char* kLibraryDomain = "com.kwt.sdk";
-inline constexpr std::int64_t kLongerThanRecording = 1007;
 
-/// The library's and the recorder's errors in the words of someone at a terminal.
+/// How long a query's answer may take.
+inline constexpr Duration kAnswerTime = std::chrono::seconds(5);
+
+/// A session's failures, and the errors of recorder and Bluetooth behind them, in the words of someone at a
+/// terminal. `waited` is how long the recorder was silent if it was.
+Failure explained(const session::Failure& failure, Duration waited = kAnswerTime);
 Failure explained(const Error& error);
+
+/// What a session says of it, without the name of its operation.
+std::string sentenceOf(const session::Failure& failure);
 
 /// The Bluetooth adapter's errors, and BlueZ's own.
 Failure bluetoothFailure(const Error& error);

@@ -4,23 +4,21 @@ namespace kwtsdk::tool {
 namespace {
 
 void showInfo(const Environment& environment, Output& output) {
-  Session session(environment);
-  const std::int64_t battery = batteryLevel(session);
+  const auto recorder = openRecorder(environment);
+  const auto limits = limitsOfQuery(environment);
+  const std::uint64_t battery = valueOf(recorder->battery(limits).wait());
   output.line("Battery level     " + std::to_string(battery));
   output.set("battery", battery);
 
-  pause(session);
-  const std::string version = firmwareVersion(session);
+  const std::string version = valueOf(recorder->firmware(limits).wait());
   output.line("Firmware version  " + version);
   output.set("firmware", version);
 
-  pause(session);
-  const auto capacity = session.recorder().getCapacity();
-  if (!capacity) throw noAnswer(session);
+  const auto storage = valueOf(recorder->storage(limits).wait());
   std::string counts;
-  for (const std::uint64_t count : *capacity) counts += (counts.empty() ? "" : ", ") + std::to_string(count);
+  for (const std::uint64_t count : storage) counts += (counts.empty() ? "" : ", ") + std::to_string(count);
   output.line("Storage           " + counts + " bytes (in the recorder's order)");
-  output.set("storage", *capacity);
+  output.set("storage", storage);
 }
 
 const RegisteredCommand kInfoCommand({.place = 2,

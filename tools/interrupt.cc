@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <utility>
 
 namespace kwtsdk::tool {
 namespace {
@@ -39,24 +38,14 @@ Interrupt::Interrupt(Scheduler& scheduler)
 }
 
 Interrupt::~Interrupt() {
-  stopping_ = true;
+  ending_ = true;
   ::kill(::getpid(), kWakeUp);
   queue_ = nullptr;
 }
 
-void Interrupt::setAction(std::function<void()> action) {
-  const internal::MutexLock lock(mutex_);
-  action_.swap(action);
-}
-
-std::function<void()> Interrupt::takeAction() {
-  const internal::MutexLock lock(mutex_);
-  return std::exchange(action_, nullptr);
-}
-
 void Interrupt::watch() {
   int number = 0;
-  while (::sigwait(&signals_, &number) == 0 && !stopping_) {
+  while (::sigwait(&signals_, &number) == 0 && !ending_) {
     if (number != kWakeUp) onSignal(number);
   }
 }
@@ -64,11 +53,10 @@ void Interrupt::watch() {
 void Interrupt::onSignal(int number) {
   // Programs such as timeout(1) send a signal to the process and to its group.
   constexpr Duration twins = std::chrono::milliseconds(200);
-  if (acted_ && scheduler_.now() - *acted_ < twins) return;
-  const auto action = takeAction();
-  if (!action) return endProgram(number);
-  acted_ = scheduler_.now();
-  action();
+  if (stopped_ && scheduler_.now() - *stopped_ < twins) return;
+  if (stopped_) return endProgram(number);
+  stopped_ = scheduler_.now();
+  stop_.request_stop();
 }
 
 }  // namespace kwtsdk::tool

@@ -8,22 +8,19 @@
 #include <iostream>
 
 #include "tools/command_line.h"
+#include "tools/interrupt.h"
 
 namespace kwtsdk::tool {
 namespace {
 
 int run(const Invocation& invocation) {
   const auto scheduler = threadScheduler();
-  Interrupt interrupt(*scheduler);
+  const Interrupt interrupt(*scheduler);
   Output output(invocation.json);
   try {
-    invocation.action({scheduler, interrupt, invocation.simulatedFolder, invocation.device}, output);
+    invocation.action({scheduler, interrupt.token(), invocation.simulatedFolder, invocation.device}, output);
   } catch (const Failure& failure) {
-    // What happened on the recorder nobody knows; everything else the command just did not get to.
-    const bool isOpen = failure.is(ToolError::notConfirmed) || failure.is(ToolError::notDeleted);
-    const bool interrupted = interrupt.hasDisconnected() && !isOpen;
-    output.fail(interrupted ? Failure(ToolError::interrupted, "Interrupted.", "Run the command again.")
-                            : failure);
+    output.fail(failure);
   } catch (const std::exception& exception) {
     output.fail({ToolError::other, exception.what(), ""});
   }

@@ -1,17 +1,16 @@
 #include "tools/output.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
-#include <utility>
 
 #include <nlohmann/json.hpp>
-
-#include <kwtsdk/files.h>
 
 namespace kwtsdk::tool {
 
@@ -37,25 +36,14 @@ Failure unusable(const std::string& path, const std::string& reason, const std::
   return {ToolError::fileUnusable, "Cannot write " + path + ": " + reason + ".", hint};
 }
 
-void checkWritable(const std::string& path) {
-  std::error_code ignored;
-  const fs::file_status status = fs::status(path, ignored);
-  if (fs::is_directory(status)) throw unusable(path, "it is a folder", "Name a file with -o.");
-  if (fs::exists(status) && !fs::is_regular_file(status)) {
-    throw unusable(path, "it is not a regular file",
-                   "Name another file with -o; the size of what is in it has to be known.");
-  }
-  const fs::path parent = fs::path(path).parent_path();
-  if (!parent.empty() && !fs::is_directory(parent, ignored)) {
-    throw unusable(path, parent.string() + " is not a folder",
-                   "Create the folder, or name another file with -o.");
-  }
-  const bool isNew = !fs::exists(status);
-  errno = 0;
-  if (!getFileHandleForAppend(path)) {
-    throw unusable(path, std::strerror(errno), "Check its permissions, or name another file with -o.");
-  }
-  if (isNew) fs::remove(path, ignored);  // the program may be ended before anything arrives
+/// A recording and the words about it would be in one file.
+bool isPrintedTo(const fs::path& path) {
+  struct stat file {
+  }, stream{};
+  if (::stat(path.c_str(), &file) != 0) return false;
+  return std::ranges::any_of(std::array{STDOUT_FILENO, STDERR_FILENO}, [&](int descriptor) {
+    return ::fstat(descriptor, &stream) == 0 && file.st_dev == stream.st_dev && file.st_ino == stream.st_ino;
+  });
 }
 
 }  // namespace
@@ -100,24 +88,24 @@ int Output::finish() {
   return failed_ ? 1 : 0;
 }
 
-OutputFile::OutputFile(std::string path) : path_(std::move(path)), isNew_(!fileIsExist(path_)) {
-  checkWritable(path_);
-}
-
-OutputFile::~OutputFile() {
+void checkOutput(const std::string& path) {
   std::error_code ignored;
-  if (isNew_ && size() == 0) fs::remove(path_, ignored);
+  const fs::file_status status = fs::status(path, ignored);
+  if (fs::is_directory(status)) throw unusable(path, "it is a folder", "Name a file with -o.");
+  if (fs::exists(status) && !fs::is_regular_file(status))
+    throw unusable(path, "it is not a regular file", "Name another file with -o.");
+  if (isPrintedTo(path)) throw unusable(path, "what kwt prints goes there", "Name another file with -o.");
+  const fs::path parent = fs::path(path).parent_path();
+  if (!parent.empty() && !fs::is_directory(parent, ignored)) {
+    throw unusable(path, parent.string() + " is not a folder",
+                   "Create the folder, or name another file with -o.");
+  }
 }
-
-std::uint64_t OutputFile::size() const { return static_cast<std::uint64_t>(fileSize(path_)); }
 
 std::string creationTimeText(Date created, const char* format) {
-  constexpr int firstYearOfTm = 1900, century = 2000;
   const std::time_t instant = created.time_since_epoch().count();
   std::tm fields{};
   ::localtime_r(&instant, &fields);
-  // Recorders count years from 2000 and the library adds no century.
-  if (fields.tm_year + firstYearOfTm < 100) fields.tm_year += century;
   std::array<char, 64> text{};
   return {text.data(), std::strftime(text.data(), text.size(), format, &fields)};
 }
@@ -132,13 +120,6 @@ std::string secondsText(double seconds, int decimals) {
 
 std::string ofBytesText(std::uint64_t done, std::uint64_t all) {
   return std::to_string(done) + " of " + bytesText(all);
-}
-
-std::string hexText(const Bytes& bytes) {
-  constexpr const char* digits = "0123456789abcdef";
-  std::string text;
-  for (const std::uint8_t byte : bytes) (text += digits[byte >> 4U]) += digits[byte & 15U];
-  return text;
 }
 
 std::string printable(std::string text) {

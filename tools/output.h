@@ -7,7 +7,6 @@
 #include <variant>
 #include <vector>
 
-#include <kwtsdk/bytes.h>
 #include <kwtsdk/file_time.h>
 
 #include "tools/failure.h"
@@ -48,22 +47,8 @@ class Output {
   std::unique_ptr<Object> object_;
 };
 
-/// The file that a recording goes into, new or to be continued. Throws a Failure when it cannot be that,
-/// before anything is sent. A new one that stays empty is removed again.
-class OutputFile {
- public:
-  explicit OutputFile(std::string path);
-  ~OutputFile();
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
-
-  const std::string& path() const { return path_; }
-  std::uint64_t size() const;
-
- private:
-  const std::string path_;
-  const bool isNew_;
-};
+/// Throws a Failure when no recording can be written there, before anything is sent.
+void checkOutput(const std::string& path);
 
 /// A recording's creation time on the recorder's own clock, as strftime prints it.
 std::string creationTimeText(Date created, const char* format);
@@ -71,9 +56,6 @@ std::string creationTimeText(Date created, const char* format);
 std::string bytesText(std::uint64_t count);                      // "80 bytes"
 std::string ofBytesText(std::uint64_t done, std::uint64_t all);  // "80 of 1000 bytes"
 std::string secondsText(double seconds, int decimals = 2);       // "4.98 s"
-
-/// Two lower-case digits for each byte.
-std::string hexText(const Bytes& bytes);
 
 /// Text from elsewhere, in UTF-8, without what a terminal would obey.
 std::string printable(std::string text);

@@ -1,23 +1,23 @@
 #include <algorithm>
-#include <array>
-#include <cstdint>
+#include <chrono>
 #include <filesystem>
+#include <optional>
 
 #include <kwtsdk/files.h>
 
 #include "tools/command_line.h"
-#include "tools/download.h"
-#include "wire/recorder_channel.h"
 
 namespace kwtsdk::tool {
 namespace {
 
-/// With the creation time, since another recorder's recording may have the same id: continuing that one's
-/// file would make one useless file of two recordings, and the recorder would delete its copy.
-std::string defaultName(const FirstRecording& recording) {
-  const auto created = recording.header.creatTime();
+using session::Effect;
+using session::Errc;
+using session::Saved;
+
+/// With the creation time, since another recorder's recording may have the same id.
+std::string defaultName(const session::RecordingInfo& recording) {
   return "recording-" + std::to_string(recording.id) +
-         (created ? creationTimeText(*created, "-%Y%m%d-%H%M%S") : std::string()) + ".opus";
+         (recording.created ? creationTimeText(*recording.created, "-%Y%m%d-%H%M%S") : "") + ".opus";
 }
 
 /// There it would be taken for one of the recorder's recordings, and be deleted with them.
@@ -30,109 +30,102 @@ void refuseStore(const std::string& file, const std::string& store) {
                 "Name a file elsewhere with -o.");
 }
 
-void openFile(std::optional<OutputFile>& file, const std::string& name, const Environment& environment) {
-  refuseStore(name, environment.simulatedFolder);
-  file.emplace(name);
+/// Of what is kept beside the file until it is whole.
+std::string partOf(const std::string& file) { return file + ".part"; }
+
+void checkTarget(const std::string& file, const Environment& environment) {
+  refuseStore(file, environment.simulatedFolder);
+  checkOutput(file);
+  checkOutput(partOf(file));
 }
 
-Failure stopped(ToolError code, const std::string& what, const OutputFile& file, std::uint64_t total) {
-  if (file.size() == 0) {
+Failure stopped(ToolError code, const std::string& what, const std::string& part, std::uint64_t total) {
+  const auto arrived = static_cast<std::uint64_t>(fileSize(part));
+  if (arrived == 0) {
     return {code, what + " before anything arrived.",
             "The recorder still has the recording; run the command again."};
   }
-  return {code, what + " after " + ofBytesText(std::min(file.size(), total), total) + ".",
-          file.path() + " keeps what arrived; run the same command again to continue."};
+  return {code, what + " after " + ofBytesText(std::min(arrived, total), total) + ".",
+          part + " keeps what arrived; run the same command again to continue."};
 }
 
-Failure refused(const Error& error, const OutputFile& file, std::uint64_t total) {
-  if (error.domain() != kLibraryDomain) return explained(error);
-  // Its own queries before the packets could not be sent, or stayed without an answer.
-  constexpr std::array<std::int64_t, 3> unanswered{1001, 1005, 1006};
-  if (std::ranges::find(unanswered, error.code()) != unanswered.end())
-    return stopped(ToolError::connectionLost, "The recorder could not be reached any more", file, total);
-  if (error.code() != kLongerThanRecording) return explained(error);
-  return {error,
-          file.path() + " is longer (" + bytesText(file.size()) + ") than the recorder's first recording (" +
-              bytesText(total) + ")",
-          "A finished download is up to " + bytesText(wire::kDownloadDataSize - 1) +
-              " longer than its recording. If this is one, delete the "
-              "recorder's copy with `kwt rm`; if not, name another file with -o."};
+Failure cannotSave(const session::Failure& failure, const std::string& file) {
+  return {ToolError::fileUnusable, sentenceOf(failure),
+          fileIsExist(file)
+              ? "Name another file, or none, with -o."
+              : "The recorder still has the recording. If the disk is full, free space or raise the limit; "
+                "then run the same command again to continue."};
 }
 
-Failure unwritable(const std::string& reason, const OutputFile& file) {
-  return {ToolError::fileUnusable, "Cannot write " + file.path() + ": " + reason + ".",
-          "The recorder still has the recording. Free space on the disk or raise the limit, then run the "
-          "same command again to continue."};
-}
-
-Failure incomplete(const OutputFile& file, std::uint64_t total) {
-  return {ToolError::incomplete,
-          "Packets were lost: " + file.path() + " has " + ofBytesText(file.size(), total) +
-              ", with parts missing.",
-          "The recorder still has the recording. Remove the file, bring the recorder closer and run the same "
-          "command again."};
-}
-
-Failure failureOf(const DownloadOutcome& outcome, const OutputFile& file, std::uint64_t total) {
-  switch (outcome.end) {
-    case DownloadEnd::incomplete:
-      return incomplete(file, total);
-    case DownloadEnd::refused:
-      return refused(*outcome.error, file, total);
-    case DownloadEnd::stalled:
-      return stopped(ToolError::stalled, "The recorder stopped sending", file, total);
-    case DownloadEnd::linkLost:
-      return stopped(ToolError::connectionLost, "Connection lost", file, total);
-    case DownloadEnd::unwritable:
-      return unwritable(outcome.reason, file);
+/// `total` 0: the recorder has not told it.
+Failure pullFailure(const session::Failure& failure, const std::string& file, std::uint64_t total) {
+  if (failure == Errc::fileUnusable) return cannotSave(failure, file);
+  if (total == 0) return explained(failure);
+  switch (failure.code()) {
+    case Errc::cancelled:
+      return stopped(ToolError::interrupted, "Interrupted", partOf(file), total);
+    case Errc::linkLost:
+      return stopped(ToolError::connectionLost, "Connection lost", partOf(file), total);
+    case Errc::stalled:
+      return stopped(ToolError::stalled, "The recorder stopped sending", partOf(file), total);
+    case Errc::incomplete:
+    case Errc::damaged:
+      return {ToolError::incomplete, "Packets were lost or damaged, and again when they were asked for anew.",
+              "The recorder still has the recording. Bring it closer and run the same command again."};
     default:
-      return stopped(ToolError::interrupted, "Interrupted", file, total);
+      return explained(failure);
   }
 }
 
-void reportSaved(const OutputFile& file, std::uint64_t begin, std::uint64_t total, double seconds,
-                 Output& output) {
-  output.line("Saved " + file.path() + " (" + bytesText(total) + " in " + secondsText(seconds, 1) +
-              (begin > 0 ? ", continued at byte " + std::to_string(begin) : "") + ").");
-  output.set("bytes", total);
-  output.set("continuedAt", begin);
+void reportSaved(const Saved& saved, Output& output) {
+  const double seconds = std::chrono::duration<double>(saved.took).count();
+  output.line("Saved " + saved.file.string() + " (" + bytesText(saved.recording.bytes) + " in " +
+              secondsText(seconds, 1) +
+              (saved.resumedAt > 0 ? ", continued at byte " + std::to_string(saved.resumedAt) : "") + ").");
+  if (!saved.checked) output.line("Its content could not be checked; it arrived twice, and alike.");
+  output.set("id", std::uint64_t{saved.recording.id});
+  output.set("bytes", saved.recording.bytes);
+  output.set("continuedAt", saved.resumedAt);
   output.set("seconds", seconds);
 }
 
-void reportDeletion(const std::optional<Deletion>& deletion, const OutputFile& file, std::int64_t id,
-                    Output& output) {
-  const bool deleted = deletion && !deletion->error;
+void reportDeletion(const Saved& saved, Output& output) {
+  const bool deleted = saved.deleted == Effect::done;
   output.set("deleted", deleted);
   if (deleted) return output.line("The recorder has deleted its copy.");
-  if (deletion && deletion->error->domain() == kLibraryDomain) {
-    throw Failure(*deletion->error, "The recording was saved, but the recorder kept its copy",
-                  file.path() + " is safe. Delete the recorder's copy with `kwt rm`.");
+  const std::string safe = saved.file.string() + " is safe. ";
+  if (saved.deleted == Effect::unknown) {
+    throw Failure(ToolError::notDeleted,
+                  "The recording was saved, but the recorder did not confirm that it deleted its copy.",
+                  safe + "Look with `kwt list` whether the recorder still has recording " +
+                      std::to_string(saved.recording.id) + "; if so, the same command again deletes it.");
   }
-  throw Failure(ToolError::notDeleted,
-                "The recording was saved, but the recorder did not confirm that it deleted its copy.",
-                file.path() + " is safe. Look with `kwt list` whether the recorder still has recording " +
-                    std::to_string(id) + " before you delete that with `kwt rm`.");
+  const std::string text = "The recording was saved, but the recorder kept its copy",
+                    hint = safe + "Run the same command again to have the copy deleted.";
+  const MaybeError cause = saved.notDeleted ? saved.notDeleted->cause() : std::nullopt;
+  if (cause && cause->domain() == kLibraryDomain) throw Failure(*cause, text, hint);
+  throw Failure(ToolError::notDeleted, text + ".", hint);
 }
 
-void pull(const Environment& environment, const std::string& name, Output& output) {
-  std::optional<OutputFile> file;
-  if (!name.empty()) openFile(file, name, environment);
-  Session session(environment);
-  const FirstRecording first = firstRecording(session);
-  if (!file) openFile(file, defaultName(first), environment);
-  output.set("id", first.id);
-  output.set("file", file->path());
-
-  const std::uint64_t begin = file->size(), total = first.header.filesize();
-  const Duration start = session.scheduler().now();
-  pause(session);
-  Download download(session, file->path());
-  const DownloadOutcome outcome = download.run();
-  if (outcome.end != DownloadEnd::complete) throw failureOf(outcome, *file, total);
-
-  const std::chrono::duration<double> elapsed = session.scheduler().now() - start;
-  reportSaved(*file, begin, total, elapsed.count(), output);
-  reportDeletion(download.waitForDeletion(), *file, first.id, output);
+void pull(const Environment& environment, std::string file, Output& output) {
+  constexpr unsigned connections = 20;
+  if (!file.empty()) checkTarget(file, environment);
+  const auto recorder = openRecorder(environment);
+  std::optional<std::uint32_t> expected;
+  if (file.empty()) {
+    const auto first = firstRecording(environment, *recorder);
+    file = defaultName(first);
+    expected = first.id;
+    checkTarget(file, environment);
+  }
+  output.set("file", file);
+  const auto limits = session::Limits(environment.stop).silence(kAnswerTime).reconnects(connections);
+  const auto download = recorder->download(file, {}, limits, expected);
+  const auto result = watched(environment, download);
+  const Saved* const saved = result.achieved();  // also when it was interrupted after that
+  if (saved == nullptr) throw pullFailure(result.error(), file, download.progress().total);
+  reportSaved(*saved, output);
+  reportDeletion(*saved, output);
 }
 
 Action preparePull(const Arguments& arguments) {
@@ -146,9 +139,8 @@ const RegisteredCommand kPullCommand(
     {.place = 4,
      .name = "pull",
      .description = "Download the first recording; the recorder then deletes it",
-     .parameters =
-         {{"-o,--output", "FILE",
-           "File to write, continued where it ends if it exists (default: recording-ID-TIME.opus)"}},
+     .parameters = {{"-o,--output", "FILE",
+                     "File to write; FILE.part until it is whole (default: recording-ID-TIME.opus)"}},
      .prepare = preparePull});
 
 }  // namespace

@@ -1,17 +1,23 @@
 #include <array>
 #include <chrono>
-#include <optional>
+#include <stop_token>
+
+#include <kwtsdk/files.h>
+#include <kwtsdk/opus/recording_meter.h>
 
 #include "tools/command_line.h"
-#include "tools/live_capture.h"
 
 namespace kwtsdk::tool {
 namespace {
 
+using session::Errc;
+using session::Recorded;
+using session::RecordingEnd;
+using session::RecordingType;
+
 struct RecordRequest {
   std::string file;
-  std::int64_t type;               // as startRecordWithType takes it
-  std::optional<Duration> length;  // none: until something ends it
+  session::RecordOptions options;
 };
 
 /// How a good end is told to people and to programs.
@@ -20,96 +26,119 @@ struct Ending {
   const char* word;
 };
 
-Ending endingOf(CaptureEnd end) {
+Ending endingOf(RecordingEnd end) {
   switch (end) {
-    case CaptureEnd::timeOver:
+    case RecordingEnd::timeOver:
       return {"The time was over.", "time"};
-    case CaptureEnd::key:
+    case RecordingEnd::key:
       return {"The key on the recorder ended it.", "key"};
-    case CaptureEnd::call:
+    case RecordingEnd::call:
       return {"The recorder entered a call, which ended it.", "call"};
-    case CaptureEnd::recorder:
+    case RecordingEnd::recorder:
       return {"The recorder ended it.", "recorder"};
     default:
       return {"It was stopped.", "host"};
   }
 }
 
-using Content = opus::RecordingMeter::Reading;
+double secondsOf(const Recorded& recorded) { return std::chrono::duration<double>(recorded.length).count(); }
 
-double secondsOf(const Content& content) { return std::chrono::duration<double>(content.recorded).count(); }
-
-std::string amountOf(const Content& content) {
-  return secondsText(secondsOf(content)) + ", " + bytesText(content.bytes);
+std::string amountOf(const Recorded& recorded) {
+  return secondsText(secondsOf(recorded)) + ", " + bytesText(recorded.bytes);
 }
 
-Failure connectionLost(const std::string& file, const Content& content) {
-  if (content.bytes == 0) {
-    return {ToolError::connectionLost, "Connection lost before any sound arrived.",
-            "Bring the recorder into range, then run the command again."};
+Failure notStarted(const session::Failure& failure) {
+  constexpr Duration longest = std::chrono::seconds(10);
+  if (failure.cause() && failure == Errc::inCall) {
+    return {*failure.cause(), "The recorder is in a call, and then records nothing else",
+            "End the call first, or record it with -t call."};
   }
-  return {ToolError::connectionLost,
-          "Connection lost after " + secondsText(secondsOf(content)) + " (" + bytesText(content.bytes) + ").",
-          file + " holds what arrived; `kwt convert` makes a WAV or MP3 file of it."};
+  if (failure.cause() && failure == Errc::notInCall) {
+    return {*failure.cause(), "The recorder is not in a call",
+            "Begin the call first, or record something else with -t."};
+  }
+  return explained(failure, longest);
 }
 
-Failure unwritable(const std::string& file, const std::string& reason, const Content& content) {
-  return {ToolError::fileUnusable, "Cannot write " + file + ": " + reason + ".",
-          "The recording was stopped; the file keeps its beginning (" + amountOf(content) +
+Failure connectionLost(const Recorded& recorded) {
+  return {
+      ToolError::connectionLost,
+      "Connection lost after " + secondsText(secondsOf(recorded)) + " (" + bytesText(recorded.bytes) + ").",
+      recorded.file.string() + " holds what arrived; `kwt convert` makes a WAV or MP3 file of it."};
+}
+
+Failure unwritable(const session::Failure& failure, const Recorded& recorded) {
+  return {ToolError::fileUnusable, sentenceOf(failure),
+          "The recording was stopped; the file keeps its beginning (" + bytesText(recorded.bytes) +
               "). Free space on the disk or raise the limit, then record into another file."};
 }
 
-Failure notStopped(const std::string& file, const MaybeError& error, const Content& content) {
+Failure notStopped(const session::Failure& failure, const Recorded& recorded) {
   const std::string text = "The recorder did not confirm the stop";
-  const std::string hint = file + " holds what arrived (" + amountOf(content) +
+  const std::string hint = recorded.file.string() + " holds what arrived (" + amountOf(recorded) +
                            "). Look whether the recorder still records, and end that with its key.";
-  if (error) return {*error, text, hint};
+  if (failure.effect() != session::Effect::unknown)
+    return {ToolError::stalled, "The recorder stopped sending.", hint};
+  if (failure.cause()) return {*failure.cause(), text, hint};
   return {ToolError::notStopped, text + ".", hint};
 }
 
-void report(const CaptureOutcome& outcome, const std::string& file, const Content& content, Output& output) {
-  output.set("bytes", content.bytes);
-  output.set("seconds", secondsOf(content));
-  switch (outcome.end) {
-    case CaptureEnd::linkLost:
-      throw connectionLost(file, content);
-    case CaptureEnd::unwritable:
-      throw unwritable(file, outcome.reason, content);
-    case CaptureEnd::notStopped:
-      throw notStopped(file, outcome.error, content);
-    default:
-      break;
+void checkEnd(const session::Result<Recorded>& result) {
+  if (result) return;
+  const Recorded* const recorded = result.partial();
+  if (recorded == nullptr) throw notStarted(result.error());
+  if (result.error() == Errc::linkLost) throw connectionLost(*recorded);
+  if (result.error() == Errc::fileUnusable) throw unwritable(result.error(), *recorded);
+  throw notStopped(result.error(), *recorded);
+}
+
+void report(const session::Result<Recorded>& result, Output& output) {
+  if (const Recorded* const recorded = result.achieved()) {
+    output.set("bytes", recorded->bytes);
+    output.set("seconds", secondsOf(*recorded));
   }
-  const Ending ending = endingOf(outcome.end);
+  checkEnd(result);
+  const Ending ending = endingOf(result->end);
   output.set("ended", std::string(ending.word));
-  if (content.bytes == 0) {
+  if (result->bytes == 0) {
     throw Failure(ToolError::nothingRecorded, std::string("No sound arrived. ") + ending.text,
                   "Run the command again, for longer.");
   }
-  output.line("Recorded " + file + " (" + amountOf(content) + "). " + ending.text);
+  output.line("Recorded " + result->file.string() + " (" + amountOf(*result) + "). " + ending.text);
+}
+
+/// The end of the recording, of which someone at a terminal sees length and level.
+session::Result<Recorded> followed(const Environment& environment, const std::string& file,
+                                   const session::Operation<Recorded>& recording) {
+  constexpr Duration tick = std::chrono::milliseconds(100);
+  RecordingLine line(*environment.scheduler);
+  opus::RecordingMeter meter(file);
+  while (line.visible() && !recording.waitFor(tick)) line.show(meter.read());
+  line.clear();
+  return recording.wait();
 }
 
 void record(const Environment& environment, const RecordRequest& request, Output& output) {
-  const OutputFile file(request.file);
-  if (file.size() > 0) {
-    throw Failure(ToolError::fileUnusable, "Cannot write " + file.path() + ": it is not empty.",
+  checkOutput(request.file);
+  if (fileSize(request.file) > 0) {
+    throw Failure(ToolError::fileUnusable, "Cannot write " + request.file + ": it is not empty.",
                   "Name another file with -o; a recording never overwrites one.");
   }
-  output.set("file", file.path());
-  output.set("type", request.type);
-  Session session(environment);
-  batteryLevel(session);
-  pause(session);
-  LiveCapture capture(session, file.path());
-  const CaptureOutcome outcome = capture.run(request.type, request.length);
-  report(outcome, file.path(), capture.measure(), output);
+  output.set("file", request.file);
+  output.set("type", static_cast<std::int64_t>(request.options.type()));
+  const auto recorder = openRecorder(environment);
+  valueOf(recorder->battery(limitsOfQuery(environment)).wait());
+  const auto recording = recorder->record(request.file, request.options, session::Limits().reconnects(0));
+  const std::stop_callback onInterrupt(environment.stop,
+                                       [&] { static_cast<void>(recorder->stopRecording()); });
+  report(followed(environment, request.file, recording), output);
 }
 
-std::int64_t typeOf(const std::string& text) {
-  /// By the number that the library and the recorder have for them.
+RecordingType typeOf(const std::string& text) {
+  /// By the number that the recorder has for them.
   constexpr std::array<const char*, 5> types{"normal", "noise-reduced", "call", "media", "ambient"};
   for (std::size_t type = 0; type < types.size(); ++type) {
-    if (text == types.at(type) || text == std::to_string(type)) return static_cast<std::int64_t>(type);
+    if (text == types.at(type) || text == std::to_string(type)) return static_cast<RecordingType>(type);
   }
   throw UsageError("There is no type " + text +
                    ": -t takes normal, noise-reduced, call, media, ambient or 0 to 4");
@@ -118,8 +147,9 @@ std::int64_t typeOf(const std::string& text) {
 Action prepareRecord(const Arguments& arguments) {
   constexpr Duration longest = std::chrono::seconds(1000000);
   require(!arguments.text("-o").empty(), "-o needs the name of a file");
-  const RecordRequest request{arguments.text("-o"), arguments.has("-t") ? typeOf(arguments.text("-t")) : 0,
-                              arguments.duration("-d", longest)};
+  RecordRequest request{arguments.text("-o"), {}};
+  if (arguments.has("-t")) request.options.type(typeOf(arguments.text("-t")));
+  if (const auto length = arguments.duration("-d", longest)) request.options.length(*length);
   return [request](const Environment& environment, Output& output) { record(environment, request, output); };
 }
 

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <stop_token>
 
 #include <kwtsdk/bluez/problem.h>
 #include <kwtsdk/bluez/scanner.h>
@@ -19,12 +20,11 @@ bluez::ScanResult listen(const Environment& environment, const ScanRequest& requ
   bluez::ScanFilter filter;
   if (!request.all) filter.services.push_back(Uuid::fromString(wire::kRecorderService).value());
   const auto scanner = bluez::Scanner::create(environment.scheduler);
-  environment.interrupt.setAction([scanner] { scanner->stop(); });
+  const std::stop_callback onInterrupt(environment.stop, [&] { scanner->stop(); });
   TerminalLine line(*environment.scheduler);
   line.show("Listening for " + secondsText(std::chrono::duration<double>(request.time).count(), 0) + "...");
   auto result = scanner->scan(request.time, filter);
   line.clear();
-  environment.interrupt.setAction(nullptr);
   return result;
 }
 

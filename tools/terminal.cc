@@ -60,26 +60,26 @@ void TerminalLine::clear() {
   shown_.reset();
 }
 
-void ProgressLine::show(std::uint64_t done, std::uint64_t total) {
-  const Duration now = scheduler_.now();
-  const bool isFirst = !first_;
-  if (isFirst) first_ = {now, done};
-  if (total == 0 || !line_.isDue()) return;
-
+void ProgressLine::show(const session::ProgressReport& report) {
+  const internal::MutexLock lock(mutex_);
+  if (isOver_ || report.total == 0 || !line_.isDue()) return;
   std::ostringstream line;
-  line << std::setw(3) << done * 100 / total << " %  " << ofBytesText(done, total);
-  // The bytes of the first packet came before the measurement.
-  const double elapsed = seconds(now - first_->time),
-               speed = static_cast<double>(done - first_->done) / elapsed;
-  if (!isFirst && speed > 0) {
-    line << std::fixed << std::setprecision(1) << "  " << speed / 1000 << " kB/s  " << std::setprecision(0)
-         << static_cast<double>(total - done) / speed << " s left";
+  line << std::setw(3) << report.done * 100 / report.total << " %  "
+       << ofBytesText(report.done, report.total);
+  if (report.left) {
+    line << std::fixed << std::setprecision(1) << "  " << report.bytesPerSecond / 1000 << " kB/s  "
+         << std::setprecision(0) << seconds(*report.left) << " s left";
   }
   line_.show(line.str());
 }
 
+void ProgressLine::end() {
+  const internal::MutexLock lock(mutex_);
+  isOver_ = true;
+  line_.clear();
+}
+
 void RecordingLine::show(const opus::RecordingMeter::Reading& reading) {
-  if (!line_.visible()) return;
   line_.show(lengthText(reading.recorded) + "  " + bytesText(reading.bytes) + "  " + levelText(reading.peak));
 }
 

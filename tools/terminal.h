@@ -1,11 +1,13 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
 #include <kwtsdk/opus/recording_meter.h>
 #include <kwtsdk/scheduler.h>
+#include <kwtsdk/session/progress.h>
+
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::tool {
 
@@ -29,23 +31,18 @@ class TerminalLine {
   std::optional<Duration> shown_;
 };
 
-/// Percent, speed and time left in one line of the terminal. One thread at a time.
+/// Percent, speed and time left in one line of the terminal, told on any thread until the end.
 class ProgressLine {
  public:
-  explicit ProgressLine(const Scheduler& scheduler) : scheduler_(scheduler), line_(scheduler) {}
+  explicit ProgressLine(const Scheduler& scheduler) : line_(scheduler) {}
 
-  void show(std::uint64_t done, std::uint64_t total);
-  void clear() { line_.clear(); }
+  void show(const session::ProgressReport& report);
+  void end();
 
  private:
-  struct Sample {
-    Duration time;
-    std::uint64_t done;
-  };
-
-  const Scheduler& scheduler_;
-  TerminalLine line_;
-  std::optional<Sample> first_;
+  internal::Mutex mutex_;
+  TerminalLine line_ KWT_GUARDED_BY(mutex_);
+  bool isOver_ KWT_GUARDED_BY(mutex_) = false;
 };
 
 /// Length, size and level of a live recording in one line of the terminal. One thread at a time.
@@ -53,6 +50,7 @@ class RecordingLine {
  public:
   explicit RecordingLine(const Scheduler& scheduler) : line_(scheduler) {}
 
+  bool visible() const { return line_.visible(); }
   void show(const opus::RecordingMeter::Reading& reading);
   void clear() { line_.clear(); }
 

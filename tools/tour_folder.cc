@@ -75,11 +75,9 @@ bool TourFolder::isFirmwareInstalled() const {
 }
 
 bool TourFolder::isPulledWhole() const {
-  std::vector<char> expected = contentOf(original()), pulled = contentOf(this->pulled());
-  if (pulled.size() < storedSize()) return false;
+  std::vector<char> expected = contentOf(original());
   expected.resize(storedSize());
-  pulled.resize(storedSize());  // without the last packet's filler
-  return std::ranges::equal(expected, pulled);
+  return contentOf(pulled()) == expected;
 }
 
 }  // namespace kwtsdk::tool

@@ -1,15 +1,15 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <filesystem>
+#include <system_error>
 
 #include "tools/command_line.h"
-#include "tools/firmware_image.h"
-#include "tools/installation.h"
 
 namespace kwtsdk::tool {
 namespace {
 
-constexpr std::int64_t kNoAnswerInTime = 999;
+using session::Errc;
 
 struct UpdateExplanation {
   std::int64_t code;
@@ -20,29 +20,14 @@ struct UpdateExplanation {
 constexpr const char* kCheckIt = "Check that the recorder is switched on and in range.";
 constexpr const char* kCheckImage = "Check that the image is whole and one for this recorder.";
 
-constexpr std::array<UpdateExplanation, 8> kUpdateExplanations{{
-    {1001, "The recorder is not connected, or lacks what an update needs", kCheckIt},
-    {1002, "Another command is under way", "Wait for its end."},
+constexpr std::array<UpdateExplanation, 5> kUpdateExplanations{{
     {1008, "The recorder refused the preparation", "End what it is doing, and charge it."},
     {1009, "The recorder refused the configuration", kCheckImage},
     {1010, "The recorder refused the partition selection", "Switch the recorder off and on."},
-    {1011, "The image could not be read", "Check the file's name and its permissions."},
     {1012, "The check of a segment failed: part of the image arrived damaged or not at all",
      "Bring the recorder closer."},
     {1013, "The recorder refused the whole image at the end", kCheckImage},
 }};
-
-const char* nameOf(InstallationStep step) {
-  constexpr std::array<const char*, 8> names{
-      "preparation", "partition selection", "resume verification", "start of the transfer", "configuration",
-      "transfer",    "end (bye)",           "installation"};
-  return names.at(static_cast<std::size_t>(step));
-}
-
-std::string placeOf(const InstallationOutcome& outcome, std::uint64_t size) {
-  if (outcome.step == InstallationStep::transfer) return "after " + ofBytesText(outcome.confirmed, size);
-  return std::string("at the ").append(nameOf(outcome.step));
-}
 
 std::string oldFirmware(const std::string& todo) {
   return todo +
@@ -50,55 +35,51 @@ std::string oldFirmware(const std::string& todo) {
          "beginning.";
 }
 
-Failure reported(const Error& error, InstallationStep step) {
-  const bool isLibrarys = error.domain() == kLibraryDomain;
-  if (isLibrarys && error.code() == kNoAnswerInTime) {
-    return {error, std::string("The recorder did not answer the ").append(nameOf(step)) + " within 5 s",
-            oldFirmware(kCheckIt)};
-  }
-  const auto found = std::ranges::find_if(kUpdateExplanations,
-                                          [&](const auto& known) { return known.code == error.code(); });
-  if (isLibrarys && found != kUpdateExplanations.end()) return {error, found->text, oldFirmware(found->hint)};
-  return {error, std::string("The recorder reported an error at the ").append(nameOf(step)),
-          oldFirmware(kCheckIt)};
+Failure refused(const Error& error) {
+  const auto found = std::ranges::find(kUpdateExplanations, error.code(), &UpdateExplanation::code);
+  if (error.domain() == kLibraryDomain && found != kUpdateExplanations.end())
+    return {error, found->text, oldFirmware(found->hint)};
+  return explained(error);
 }
 
 /// The recorder has accepted the image, and what it runs now is not known.
-Failure notConfirmed() {
-  return {ToolError::notConfirmed, "The recorder accepted the image, but has not told its version since.",
+Failure notConfirmed(session::Effect installed) {
+  const bool isTold = installed == session::Effect::done;
+  return {ToolError::notConfirmed,
+          std::string("The recorder accepted the image, but ") +
+              (isTold ? "has not told its version since." : "may not have been told to install it."),
           "It may be restarting: look with `kwt info` which firmware it runs. If that is the old one, run "
           "the same command again."};
 }
 
-/// Why the update with an image of that many bytes did not end well.
-Failure updateFailure(const InstallationOutcome& outcome, const std::string& image, std::uint64_t size,
-                      Session& session) {
-  if (outcome.step == InstallationStep::accepted) return notConfirmed();
-  const std::string place = placeOf(outcome, size);
-  switch (outcome.end) {
-    case InstallationEnd::unsendable:
-      return unsendable(image, size, unsendableTail(size, session.recorder().MTU()));
-    case InstallationEnd::stalled:
+Failure cannotInstall(const session::Failure& failure, const std::string& image) {
+  const std::string sentence = sentenceOf(failure),
+                    reason = sentence.substr(std::min(sentence.find(": "), sentence.size()));
+  return {ToolError::fileUnusable, "Cannot install " + image + reason,
+          "The recorder still runs its old firmware. Name the file of a firmware image, and check that it "
+          "was copied whole."};
+}
+
+/// Why the update did not end well; `progress` of an image that was being sent.
+Failure updateFailure(const session::Failure& failure, const std::string& image,
+                      const session::ProgressReport& progress) {
+  if (failure.effect() != session::Effect::none) return notConfirmed(failure.effect());
+  const std::string place = progress.total > 0 ? "after " + ofBytesText(progress.done, progress.total)
+                                               : "before any of the image was sent";
+  switch (failure.code()) {
+    case Errc::stalled:
       return {ToolError::stalled, "The recorder stopped answering " + place + ".", oldFirmware(kCheckIt)};
-    case InstallationEnd::interrupted:
+    case Errc::cancelled:
       return {ToolError::interrupted, "Interrupted " + place + ".", oldFirmware("Nothing was installed.")};
+    case Errc::linkLost:
+      return {ToolError::connectionLost, "Connection lost " + place + ".",
+              oldFirmware("Bring the recorder into range.")};
     default:
       break;
   }
-  if (isConnected(session) && outcome.error) return reported(*outcome.error, outcome.step);
-  return {ToolError::connectionLost, "Connection lost " + place + ".",
-          oldFirmware("Bring the recorder into range.")};
-}
-
-/// Returns how many seconds it took.
-double install(Session& session, const std::string& image, std::uint64_t size) {
-  const Duration start = session.scheduler().now();
-  Installation installation(session, image, size);
-  const InstallationOutcome outcome = installation.run();
-  if (outcome.end != InstallationEnd::reported || outcome.error) {
-    throw updateFailure(outcome, image, size, session);
-  }
-  return std::chrono::duration<double>(session.scheduler().now() - start).count();
+  if (failure.cause()) return refused(*failure.cause());
+  if (failure == Errc::fileUnusable || failure == Errc::imageRefused) return cannotInstall(failure, image);
+  return explained(failure);
 }
 
 /// Of a version that stays nobody can tell whether it was installed anew: the last command has no answer.
@@ -110,24 +91,23 @@ std::string resultText(const std::string& sent, const std::string& before, const
 }
 
 void update(const Environment& environment, const std::string& image, Output& output) {
-  const std::uint64_t size = imageSize(image);
+  constexpr unsigned connections = 2;
   output.set("image", image);
-  output.set("bytes", size);
-  Session session(environment);
-  batteryLevel(session);
-  pause(session);
-  const std::string before = firmwareVersion(session);
-  output.set("versionBefore", before);
-  pause(session);
-  const double seconds = install(session, image, size);
+  std::error_code problem;
+  const std::uint64_t size = std::filesystem::file_size(image, problem);
+  if (!problem) output.set("bytes", size);
+  const auto recorder = openRecorder(environment);
+  const auto update =
+      recorder->update(image, session::Limits(environment.stop).silence(kAnswerTime).reconnects(connections));
+  const auto result = watched(environment, update);
+  const std::string before = result ? result->before : recorder->snapshot().firmware;
+  if (!before.empty()) output.set("versionBefore", before);
+  if (!result) throw updateFailure(result.error(), image, update.progress());
+  const double seconds = std::chrono::duration<double>(result->took).count();
   output.set("seconds", seconds);
-
-  pause(session);
-  const auto after = session.recorder().getFirmwareVersion();
-  if (!after || after->empty()) throw notConfirmed();
-  output.set("versionAfter", *after);
-  output.line(
-      resultText(image + " (" + bytesText(size) + " in " + secondsText(seconds, 1) + ")", before, *after));
+  output.set("versionAfter", result->after);
+  output.line(resultText(image + " (" + bytesText(size) + " in " + secondsText(seconds, 1) + ")", before,
+                         result->after));
 }
 
 Action prepareUpdate(const Arguments& arguments) {

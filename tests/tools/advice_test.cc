@@ -1,34 +1,34 @@
 #include <gtest/gtest.h>
 
+#include <string_view>
+#include <tuple>
+
 #include <kwtsdk/bluez/problem.h>
 
 #include "tools/failure.h"
-#include "tools/firmware_image.h"
-#include "wire/firmware_channel.h"
 
 namespace kwtsdk::tool {
 namespace {
 
-TEST(FirmwareImageTest, EndsInWhatNoPacketCanCarry) {
-  constexpr std::uint64_t segment = wire::kSegmentSize, least = wire::kSmallestPacket,
-                          floor = std::uint64_t{wire::kPacketFloor};
-  // Size and MTU, the tail, the tail whatever the MTU, and the next size that can be sent.
-  const std::array<std::uint64_t, 5> cases[]{{4, 244, 4, 4, least},
-                                             {least - 1, 244, least - 1, least - 1, least},
-                                             {least, 244, 0, 0, least},
-                                             {floor - 1, 0, 0, 0, floor - 1},
-                                             {floor, 0, 0, 0, segment},
-                                             {floor + 1, 0, 1, 0, segment},
-                                             {floor + 1, 244, 0, 0, segment},
-                                             {segment, 244, 0, 0, segment},
-                                             {segment + 1, 512, 1, 1, segment + least},
-                                             {segment + 498, 244, 10, 0, 2 * segment},
-                                             {segment + 498, 512, 0, 0, 2 * segment},
-                                             {8 * segment + 512, 512, 0, 0, 9 * segment}};
-  for (const auto& [size, mtu, tail, tailWhateverTheMtu, sendable] : cases) {
-    EXPECT_EQ(unsendableTail(size, static_cast<std::int64_t>(mtu)), tail) << size << " " << mtu;
-    EXPECT_EQ(unsendableTail(size), tailWhateverTheMtu) << size;
-    EXPECT_EQ(sendableSize(size), sendable) << size;
+TEST(FailureTest, TellsWhoCanDoSomethingAboutASessionsFailure) {
+  using session::Errc;
+  const MaybeError attError = Error("CBATTErrorDomain", 3, {});
+  // What comes with it, then domain, code, and what a person reads.
+  const std::tuple<Errc, MaybeError, const char*, std::int64_t, const char*> cases[]{
+      {Errc::cancelled, attError, "kwt", 4, "Interrupted."},
+      {Errc::linkLost, attError, "kwt", 2, "The connection to the recorder was lost."},
+      {Errc::stalled, std::nullopt, "kwt", 1, "The recorder did not answer within 5 s."},
+      {Errc::linkFailed, attError, "CBATTErrorDomain", 3, "The recorder reported an error"},
+      {Errc::notFirst, std::nullopt, "kwt", 0, "Another recording has become"},
+      {Errc::fileUnusable, std::nullopt, "kwt", 5, "The reason: that."},
+      {Errc::noResources, std::nullopt, "kwt", 0, "The reason: that."}};
+  for (const auto& [code, cause, domain, number, text] : cases) {
+    const Failure failure =
+        explained(session::Failure(code, "info: the reason: that.", session::Effect::none, cause));
+    EXPECT_EQ(failure.domain(), domain) << text;
+    EXPECT_EQ(failure.code(), number) << text;
+    EXPECT_TRUE(std::string_view(failure.what()).starts_with(text)) << failure.what();
+    EXPECT_FALSE(failure.hint().empty()) << text;
   }
 }
 

@@ -8,14 +8,9 @@ import subprocess
 import unittest
 import wave
 
-from kwt_support import AUDIO, CommandTest, KwtTestCase, Recorder, Terminal, finish
+from kwt_support import AUDIO, CommandTest, KwtTestCase, Recorder, Terminal, finish, packets_in
 
 PER_SECOND = 50  # packets of sound
-def packets_in(content):
-    """The number of whole packets, and the bytes of one that is not whole. Each is as long as the first."""
-    if content[:2] != AUDIO:
-        raise AssertionError(content[:8].hex())
-    return divmod(len(content), 4 + int.from_bytes(content[2:4], "little"))
 
 
 class RecordingTest(CommandTest, KwtTestCase):

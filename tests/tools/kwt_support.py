@@ -12,6 +12,7 @@ import sys
 import tempfile
 import types
 import unittest
+import zlib
 
 KWT = os.path.abspath(sys.argv.pop(1))
 HEADERS = "".join(path.read_text() for path in pathlib.Path(__file__).parents[2].glob("wire/*.h"))
@@ -24,18 +25,43 @@ def wire(name):
 
 
 BLOCK, DATA, AUDIO = wire("kBlockSize"), wire("kDownloadDataSize"), wire("kAudioPacket")
-# Before a download's packets come the answers to the queries of kwt and of the library, three each.
-QUERIES = 6
+QUERIES = 2  # whose answers come before a download's packets
 
 
 def packets_of(size):
     return -(-size // DATA)
 
 
+def ogg_crc(page):
+    """As zlib's, with every byte's bits the other way round."""
+    return (zlib.crc32(page.translate(REVERSED), 0xFFFFFFFF) ^ 0xFFFFFFFF).to_bytes(4, "big").translate(REVERSED)
+
+
+REVERSED = bytes(int(f"{byte:08b}"[::-1], 2) for byte in range(256))
+
+
 def opus(size, seed):
-    """What a recorder takes for Ogg Opus; only its first page has to look like it."""
-    page = b"OggS" + bytes(22) + bytes([1, 19]) + b"OpusHead"
-    return page + random.Random(seed).randbytes(size - len(page))
+    """Whole Ogg pages of noise, which begin as Ogg Opus does, with so many bytes."""
+    noise, pages = random.Random(seed), []
+    while size:
+        length = size if size <= 5000 else 4000
+        segments = -(-(length - 27) // 256)
+        payload = noise.randbytes(length - 27 - segments)
+        payload = payload if pages else b"OpusHead" + payload[8:]
+        flags = (0 if pages else 2) + (4 if length == size else 0)
+        head = b"OggS\0" + bytes([flags]) + bytes(12) + len(pages).to_bytes(4, "little")
+        lacing = bytes([*[255] * (segments - 1), len(payload) - 255 * (segments - 1)])
+        rest = bytes([segments]) + lacing + payload
+        pages.append(head + ogg_crc(head + bytes(4) + rest) + rest)
+        size -= length
+    return b"".join(pages)
+
+
+def packets_in(content):
+    """The number of whole packets, and the bytes of one that is not whole. Each is as long as the first."""
+    if content[:2] != AUDIO:
+        raise AssertionError(content[:8].hex())
+    return divmod(len(content), 4 + int.from_bytes(content[2:4], "little"))
 
 
 def image(size, version=(2, 5, 1)):
@@ -101,8 +127,7 @@ class Recorder:
             resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
 
         command = [*([] if arguments[0] in ("convert", "scan") else self.options()), *arguments]
-        environment = {**env, "TZ": "UTC0", "XDG_STATE_HOME": str(self.home.parent / "state")}
-        return start_tool(*command, cwd=self.home, preexec_fn=prepare, env=environment, **options)
+        return start_tool(*command, cwd=self.home, preexec_fn=prepare, env={**env, "TZ": "UTC0"}, **options)
 
     def run(self, *arguments, **options):
         return finish(self.start(*arguments, **options))

@@ -17,29 +17,29 @@ namespace kwtsdk::session {
 /// else. A code says who can do something about it.
 enum class Errc {
   // asked for by the host
-  cancelled = 1,  // by cancel(), a stop token or the end of the operation that it was part of
+  cancelled = 1,  // by cancel() or a stop token
   closed,         // the Session was closed
-  badArgument,
+  badArgument,    // also a wait on the Session's own worker, which could never end
   // time
   timedOut,  // Limits::timeout is over
-  stalled,   // the recorder gave no sign for Limits::silence
+  stalled,   // the recorder gave no sign for Limits::silence, or signs but no answer for three times that
   // the link
   linkLost,         // and all of Limits::reconnects were used up
   linkFailed,       // it could not be made, or the Bluetooth stack refused something: cause() has its error
-  notARecorder,     // a channel is missing
+  notARecorder,     // one of its five characteristics is missing
   packetsTooSmall,  // ATT MTU under 99
   // the recorder said no
-  refused,  // cause() has the error with its code
-  inCall,
-  notInCall,
+  refused,    // cause() has the error with its code
+  inCall,     // a recording of another type than call
+  notInCall,  // a recording of the type call
   storeEmpty,
-  notFirst,
-  noSuchRecording,
+  notFirst,         // it gives out and deletes its first recording only
+  noSuchRecording,  // or another one took its place meanwhile
   recordingInUse,
-  imageRefused,
-  // the data
+  imageRefused,  // by the recorder, or before anything was sent
+  // the content, each time it was asked for again
   incomplete,  // bytes are missing
-  damaged,     // the content does not check
+  damaged,     // it does not check
   // the host's machine
   fileUnusable,  // cannot be opened, written, renamed, or is not what it has to be
   noResources,   // no thread, no memory
@@ -70,7 +70,7 @@ class KWTSDK_EXPORT Failure {
   Errc code() const noexcept { return code_; }
   operator std::error_code() const noexcept { return make_error_code(code_); }  // NOLINT: meant to convert
 
-  /// One English sentence for a log: what was being done, and what happened.
+  /// One English sentence for a log: the operation, and what happened.
   const std::string& text() const noexcept { return text_; }
   Effect effect() const noexcept { return effect_; }
 

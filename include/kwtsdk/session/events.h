@@ -18,14 +18,19 @@
 
 namespace kwtsdk::session {
 
+/// A recording in the recorder's store.
 struct RecordingInfo {
-  std::uint32_t id = 0;
-  std::uint64_t bytes = 0;
-  std::optional<Date> created;  // with its century, which the recorder leaves out
-  std::int64_t type = 0;        // the recorder's byte, not interpreted
+  std::uint32_t id = 0;     // consecutive, and not used again
+  std::uint64_t bytes = 0;  // in whole blocks of 32768, the last one filled up
+  std::optional<Date>
+      created;            // the instant of its wall clock, with the century that the recorder leaves out
+  std::int64_t type = 0;  // the recorder's byte, not interpreted
 };
 
 enum class RecordingType : std::uint8_t { normal, noiseReduced, call, media, ambient };
+
+/// RecordOptions::length, a stop, the recorder's key, a call that it entered, or the recorder for a reason
+/// that it does not tell.
 enum class RecordingEnd : std::uint8_t { timeOver, stopped, key, call, recorder };
 
 namespace event {
@@ -33,9 +38,9 @@ struct LinkChanged {
   LinkState state;
   MaybeError error;
 };
-struct BatterySeen {
+struct BatterySeen {  // whoever asked
   std::uint64_t level;
-};  // whoever asked
+};
 struct RecordingStarted {
   RecordingType type;
 };
@@ -54,11 +59,11 @@ struct FirmwareInstalled {
 };
 struct OperationEnded {
   std::string name;
-  std::error_code error;
-};  // no error: success
-struct Unexpected {
+  std::error_code error;  // none: success
+};
+struct Unexpected {  // no operation awaited it
   Bytes notification;
-};  // no operation awaited it
+};
 }  // namespace event
 
 using Event = std::variant<event::LinkChanged, event::BatterySeen, event::RecordingStarted,
@@ -77,18 +82,22 @@ class Channel;
 }
 
 /// A bounded queue to one reader. A slow reader loses the oldest elements and can see how many; nothing waits
-/// for it, and no memory grows. Ends when the Session is closed or the stream is let go.
+/// for it, and no memory grows. Ends when the Session is closed, after what is in it, or the stream is let
+/// go: whoever uses forEach() keeps the stream. Any thread.
 template <class T>
 class Stream {
  public:
   explicit Stream(std::shared_ptr<detail::Channel<T>> channel) : channel_(std::move(channel)) {}
 
-  /// The next element; none: the stream has ended. One at a time. An element is never lost by cancelling.
+  /// The next element; none: the stream has ended. One at a time: a second one ends with
+  /// Errc::badArgument. An element is never lost by cancelling. Without a limit unless limits.timeout() is
+  /// set. Errc::cancelled, timedOut, badArgument.
   Operation<std::optional<T>> next(const Limits& limits = {}) const;
 
-  /// Instead of next(): each element on the executor.
+  /// Instead of next(): each element on the executor, one at a time. Empty: no longer.
   void forEach(std::function<void(const T&)> callback) const;
 
+  /// How many the reader was too slow for.
   std::uint64_t missed() const noexcept;
 
  private:

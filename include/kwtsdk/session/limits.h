@@ -13,6 +13,7 @@ namespace kwtsdk::session {
 ///   timeout     status and firmware queries, connect: 30 s; recordings, remove: 2 min; all others: none
 ///   silence     10 s
 ///   reconnects  5
+/// A token cancels as Operation::cancel() does; one that has asked already ends the operation at once.
 class Limits {
  public:
   Limits() = default;

@@ -63,11 +63,12 @@ class Outcome : public Operating {
 ///   auto result = op.wait();                          // this thread waits, through the scheduler
 ///   op.then([](Result<T> result) { ... });            // on the executor
 ///   std::future<Result<T>> future = op.future();      // real threads only
-///   Result<T> result = co_await op;                   // goes on on the executor; in any coroutine type
+///   Result<T> result = co_await op;                   // goes on on the executor; in any coroutine type; if
+///                                                     // it has ended already, on this thread
 ///
 /// Callbacks run one at a time on the Session's executor, never inside the call that registers them, never
 /// on a thread that the link or the recorder waits for, and with no lock held: they may do anything, also
-/// start operations and wait for them. What they throw is logged.
+/// start operations and wait for them, and let go of the Session. What they throw is logged.
 template <class T>
 class [[nodiscard]] Operation {
  public:
@@ -79,8 +80,12 @@ class [[nodiscard]] Operation {
   /// operation ends at once. A running one leaves the recorder in order: a transfer is cut at once by ending
   /// the link; a live recording is stopped, at most 5 s, and one that is just being started is waited for
   /// first, at most 10 s, since a stop would start it; an image that was accepted is waited for, at most 5 s.
+  /// A query is given up at once, and the next operation makes the link anew. Limits::timeout() and
+  /// Session::close() end it in the same way.
   void cancel() const noexcept { outcome_->cancel(); }
 
+  /// On the Session's own worker, where Work runs, nothing can be waited for: the operation ends with
+  /// Errc::badArgument.
   Result<T> wait() const { return outcome_->wait(std::nullopt), outcome_->result(); }
   std::optional<Result<T>> waitFor(Duration longest) const {
     if (!outcome_->wait(longest)) return std::nullopt;
@@ -98,7 +103,7 @@ class [[nodiscard]] Operation {
     return future;
   }
 
-  /// How far it is, at any time.
+  /// How far it is, at any time, also when it has ended.
   ProgressReport progress() const { return outcome_->progress(); }
 
   /// At most ten times a second, and at every change of stage; the last one has the stage `over` and comes

@@ -12,19 +12,19 @@ namespace kwtsdk::session {
 /// A plain value: copying it costs nothing.
 struct KWTSDK_EXPORT ProgressReport {
   enum class Stage : std::uint8_t {
-    queued,
-    connecting,
+    queued,      // other operations come first
+    connecting,  // for the first time or again
     asking,
     transferring,
-    verifying,
+    verifying,  // what arrived, a file that is there, or by a second download
     deleting,
-    recording,
+    recording,  // `done` is what is in the file
     stopping,
-    installing,
+    installing,  // the recorder has accepted the image
     over
   };
   Stage stage = Stage::queued;
-  std::uint64_t done = 0, total = 0;  // bytes; a total of 0 is not known
+  std::uint64_t done = 0, total = 0;  // bytes; a total of 0 is not known. May go back
   std::uint32_t item = 0, items = 0;  // the which of how many recordings, from 1
   Duration elapsed{0};                // since the operation began
   std::optional<Duration> left;       // guessed from the last seconds

@@ -1,0 +1,86 @@
+#include "tools/recorder.h"
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include <kwtsdk/bluez/device.h>
+#include <kwtsdk/session/adapters.h>
+#include <kwtsdk/sim/simulated_recorder.h>
+
+#include "sim/link/ending_elsewhere.h"
+#include "sim/samples/microphones.h"
+
+namespace kwtsdk::tool {
+namespace {
+
+const char* textOf(bluez::ConnectStep step) {
+  switch (step) {
+    case bluez::ConnectStep::searching:
+      return "Looking for the recorder...";
+    case bluez::ConnectStep::connecting:
+      return "Connecting...";
+    case bluez::ConnectStep::discovering:
+      return "Asking what it can do...";
+  }
+  return "";
+}
+
+/// Shows at a terminal how far a connection is.
+class ShownDevice {
+ public:
+  explicit ShownDevice(const Environment& environment)
+      : scheduler_(environment.scheduler), device_(bluez::Device::create(scheduler_, environment.device)) {}
+
+  MaybeError connect() {
+    TerminalLine line(*scheduler_);
+    bluez::ConnectOptions options;
+    options.onStep = [&](bluez::ConnectStep step) { line.show(textOf(step)); };
+    auto error = device_->connect(options);
+    line.clear();
+    return error;
+  }
+  void disconnect() { device_->disconnect(); }
+  void setEvents(bluez::Device::Event didWrite, bluez::Device::Event didUpdate) {
+    device_->setEvents(std::move(didWrite), std::move(didUpdate));
+  }
+  void setOnDisconnect(std::function<void()> onDisconnect) {
+    device_->setOnDisconnect(std::move(onDisconnect));
+  }
+  std::shared_ptr<Peripheral> peripheral() const { return device_->peripheral(); }
+  std::vector<std::shared_ptr<Characteristic>> characteristics() const { return device_->characteristics(); }
+
+ private:
+  const std::shared_ptr<Scheduler> scheduler_;
+  const std::shared_ptr<bluez::Device> device_;
+};
+
+std::shared_ptr<session::Link> linkTo(const Environment& environment) {
+  if (environment.simulatedFolder.empty())
+    return session::linkOver(std::make_shared<ShownDevice>(environment));
+  const auto recorder = sim::openSimulatedRecorder(environment.scheduler, environment.simulatedFolder);
+  recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
+  return session::linkOver(sim::endingElsewhere(environment.scheduler, recorder.link));
+}
+
+}  // namespace
+
+std::shared_ptr<session::Session> openRecorder(const Environment& environment) {
+  Platform platform;
+  platform.scheduler = environment.scheduler;
+  return session::Session::create(linkTo(environment), session::Options().platform(std::move(platform)));
+}
+
+session::Limits limitsOfQuery(const Environment& environment) {
+  // Silence ends what hangs; connecting may take a minute.
+  constexpr Duration longest = std::chrono::hours(1);
+  return session::Limits(environment.stop).timeout(longest).silence(kAnswerTime).reconnects(0);
+}
+
+session::RecordingInfo firstRecording(const Environment& environment, session::Session& recorder) {
+  const auto recordings = valueOf(recorder.recordings(limitsOfQuery(environment)).wait());
+  if (!recordings.empty()) return recordings.front();
+  throw explained(session::Failure(session::Errc::storeEmpty, ""));
+}
+
+}  // namespace kwtsdk::tool
