@@ -79,7 +79,7 @@ bool isOfRecorder(sim::Channel channel, const Bytes& frame, std::uint8_t first) 
 }
 
 template <class T>
-Errc codeOf(const Result<T>& result) {
+Errc errcOf(const Result<T>& result) {
   return result ? Errc{} : result.error().code();
 }
 
@@ -134,7 +134,7 @@ TEST(SessionRecordingTest, ALetInQueryHasItsSilence) {
     });
     const auto asked = host.session->battery(Limits().silence(1s)).waitFor(4s);
     ASSERT_TRUE(asked);
-    EXPECT_EQ(codeOf(*asked), Errc::stalled);
+    EXPECT_EQ(errcOf(*asked), Errc::stalled);
     EXPECT_FALSE(recording.done());
   });
 }
@@ -192,7 +192,7 @@ struct AskingTwice : Work {
     try {
       const auto first = ask(
           [this](const Bytes&) -> bool { return throws ? throw std::runtime_error("of the host") : true; });
-      EXPECT_EQ(codeOf(first), Errc::stalled);
+      EXPECT_EQ(errcOf(first), Errc::stalled);
     } catch (const std::runtime_error&) {
       EXPECT_TRUE(throws);
     }
@@ -256,7 +256,7 @@ TEST(SessionTest, AnEndedOperationLetsGoOfItsProgressCallback) {
 TEST(SessionTest, AClosedOneStopsNoRecording) {
   play<Host>([](Host& host) {
     host.session->close();
-    EXPECT_EQ(codeOf(host.session->stopRecording().wait()), Errc::closed);
+    EXPECT_EQ(errcOf(host.session->stopRecording().wait()), Errc::closed);
   });
 }
 
