@@ -30,6 +30,7 @@ TEST(SessionOperation, CancelledWhenQueuedOrRunningOrDoneItEndsAtOnce) {
         EXPECT_TRUE(code == kOk || code == Errc::cancelled) << code.message();
         EXPECT_TRUE(code == kOk || scene.now() - asked <= (leaves ? 1s : 100ms));
         EXPECT_TRUE(scene.session->battery().wait()) << "the next is not concerned";
+        scene.scheduler.sleep(after);  // until whoever cancels is gone
       });
     }
     play<SessionScene>([&](SessionScene& scene) {
@@ -63,6 +64,7 @@ TEST(SessionOperation, CancelledWhileTheLinkIsBeingMadeItEndsAtOnce) {
         EXPECT_LE(scene.now(), 1100ms);
         scene.link->onOpen = nullptr;
         EXPECT_TRUE(scene.session->battery().wait());
+        scene.scheduler.sleep(1s);
       });
     }
   }
