@@ -18,6 +18,7 @@
 #include <kwtsdk/sim/simulated_link.h>
 
 #include "tests/session/ogg_sample.h"
+#include "tests/session/session_host.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
 
@@ -76,11 +77,6 @@ constexpr std::uint8_t kStop = 0x00, kDelete = 0x04, kNotice = 0x13;  // first b
 
 bool isOfRecorder(sim::Channel channel, const Bytes& frame, std::uint8_t first) {
   return channel == sim::Channel::recorder && !frame.empty() && frame[0] == first;
-}
-
-template <class T>
-Errc errcOf(const Result<T>& result) {
-  return result ? Errc{} : result.error().code();
 }
 
 // What is late of one recording must neither begin nor end the next, which then would be left running.
@@ -145,7 +141,8 @@ TEST(SessionDownloadTest, AnotherRecordingOfTheSameIdIsNotDeletedUnseen) {
     for (const std::uint8_t cutAt : {kNotice, kDelete}) {
       SCOPED_TRACE(std::to_string(cutAt) + (isAll ? " of all" : " of one"));
       play<Host>([&](Host& host) {
-        host.model->setFrameFilter([&, isCut = false](auto channel, const Bytes& frame) mutable {
+        bool isCut = false;
+        host.model->setFrameFilter([&](auto channel, const Bytes& frame) {
           if (!isOfRecorder(channel, frame, cutAt) || std::exchange(isCut, true)) return true;
           host.link->disconnect();
           host.store->replace(2);
