@@ -98,10 +98,10 @@ MaybeFailure Conversation::ready() {
       return !ended();
     });
     failedOpenings_ = failure ? failedOpenings_ + 1 : 0;
-    if (auto reason = ended()) return reason;
-    if (failure) return failure;
     streaming_ = connection_->find(wire::CHARACTERISTIC_NOTIFY).get();
     ++linkNumber_;
+    if (auto reason = ended()) return reason;
+    if (failure) return failure;
   }
   hadLink_ = true;
   return std::nullopt;
