@@ -33,8 +33,10 @@ MaybeFailure Visitors::attend() {
     if (question_ && !question_->isOver()) {
       if (recorder_.now() < due_) return std::nullopt;
       job_->fail({Errc::stalled, "the recorder did not answer"});
+      giveUp();
     } else if (question_ && question_->error()) {
       job_->fail({Errc::linkFailed, "the Bluetooth stack refused it", Effect::none, question_->error()});
+      giveUp();
     } else if (auto failure = goOn()) {
       return failure;
     }
@@ -50,7 +52,8 @@ MaybeFailure Visitors::goOn() {
   }
   const Request* const request = job_->letIn()->next();
   if (request == nullptr) {
-    job_->letIn()->succeed();
+    job_->letIn()->succeed();  // unless another thread is just ending it, which is no reason to wait for that
+    job_ = nullptr;
     return std::nullopt;
   }
   question_.emplace(*request);

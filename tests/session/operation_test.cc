@@ -30,7 +30,7 @@ TEST(SessionOperation, CancelledWhenQueuedOrRunningOrDoneItEndsAtOnce) {
         EXPECT_TRUE(code == kOk || code == Errc::cancelled) << code.message();
         EXPECT_TRUE(code == kOk || scene.now() - asked <= (leaves ? 1s : 100ms));
         EXPECT_TRUE(scene.session->battery().wait()) << "the next is not concerned";
-        scene.scheduler.sleep(after);  // the other thread has the source until then
+        scene.scheduler.sleep(after);  // until whoever cancels is gone
       });
     }
     play<SessionScene>([&](SessionScene& scene) {
@@ -64,6 +64,7 @@ TEST(SessionOperation, CancelledWhileTheLinkIsBeingMadeItEndsAtOnce) {
         EXPECT_LE(scene.now(), 1100ms);
         scene.link->onOpen = nullptr;
         EXPECT_TRUE(scene.session->battery().wait());
+        scene.scheduler.sleep(1s);
       });
     }
   }
@@ -243,6 +244,21 @@ TEST(SessionLink, IsEndedWhenItWasIdleForLongEnough) {
     scene.session->battery().wait().value();
     EXPECT_EQ(scene.link->opens, test.opens);
   });
+}
+
+// The end of one may be told when the next but one is open.
+TEST(SessionLink, IsNotLostByTheEndOfOneBefore) {
+  for (std::uint64_t seed = 1; seed < 500; ++seed) {
+    play<SessionScene>(
+        [&](SessionScene& scene) {
+          scene.session = scene.open(Options().keepLink(0s));
+          const auto once = Limits().reconnects(0);
+          const std::array levels{scene.session->battery(once), scene.session->battery(once),
+                                  scene.session->battery(once), scene.session->battery(once)};
+          for (const auto& level : levels) EXPECT_EQ(codeOf(level.wait()), kOk) << "seed " << seed;
+        },
+        seed);
+  }
 }
 
 TEST(SessionLink, IsMadeAndEndedWhenAsked) {

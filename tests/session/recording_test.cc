@@ -139,6 +139,24 @@ TEST(SessionRecording, AQueryWithoutAnswerCostsNothing) {
   }
 }
 
+// The end of a let-in query is claimed once; whoever comes second goes on.
+TEST(SessionRecording, AQueryIsCancelledWhileItIsAnswered) {
+  for (std::uint64_t seed = 1; seed < 400; ++seed) {
+    play<SessionScene>(
+        [](SessionScene& scene) {
+          auto recording = scene.session->record(scene.file("live"), RecordOptions().length(100ms));
+          scene.scheduler.sleep(50ms);
+          const auto events = scene.session->events();  // whose reader gives the other thread a turn
+          auto level = scene.session->battery();
+          scene.scheduler.preemptionPoint();
+          level.cancel();
+          EXPECT_TRUE(codeOf(level.wait()) == kOk || codeOf(level.wait()) == Errc::cancelled);
+          expectWhole(scene, recording.wait());
+        },
+        seed);
+  }
+}
+
 // The answer to a let-in query that was given up comes while the next one waits for its own.
 TEST(SessionRecording, ALateAnswerToALetInQueryIsNotTheValueOfTheNext) {
   play<SessionScene>([](SessionScene& scene) {

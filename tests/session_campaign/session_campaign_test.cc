@@ -93,7 +93,7 @@ void runScenario(std::uint64_t seed) {
   const auto scheduler = sim::VirtualTimeScheduler::create(seed);
   const Profile& profile = kProfiles.at(seed % kProfiles.size());
   Diary diary{*scheduler};
-  scheduler->setTimeLimit(24h);
+  scheduler->setTimeLimit(2h);
   scheduler->setDeadlockHandler([&](const std::string&) {
     std::fprintf(stderr, "seed %llu, %s: it never ends\n%s", static_cast<unsigned long long>(seed),
                  profile.name, diary.text.c_str());
