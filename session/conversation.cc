@@ -98,8 +98,10 @@ MaybeFailure Conversation::ready() {
       return !ended();
     });
     failedOpenings_ = failure ? failedOpenings_ + 1 : 0;
-    streaming_ = connection_->find(wire::CHARACTERISTIC_NOTIFY).get();
-    ++linkNumber_;
+    if (!failure) {  // the next operation may have it, if this one has to end
+      streaming_ = connection_->find(wire::CHARACTERISTIC_NOTIFY).get();
+      ++linkNumber_;
+    }
     if (auto reason = ended()) return reason;
     if (failure) return failure;
   }

@@ -171,8 +171,14 @@ Result<Installed> Update::install() {
   constexpr Duration afterCancelling = std::chrono::seconds(5);
   recorder_.shield(afterCancelling);
   recorder_.operation().report(Stage::installing, image_.size(), image_.size());
-  const auto sent = step(firmwareFrame(wire::doneRequest()));
-  const auto after = askInstalled();
+  const std::uint64_t link = recorder_.linkNumber();
+  auto sent = step(firmwareFrame(wire::doneRequest()));
+  auto after = askInstalled();
+  // Nothing answers the command; one that was not heard leaves the version as it was, and the link.
+  if (after && *after == installed_.before && link == recorder_.linkNumber()) {
+    sent = step(firmwareFrame(wire::doneRequest()));
+    after = askInstalled();
+  }
   recorder_.endShield();
   if (!after) {
     return Failure(after.error().code(), "the recorder accepted the image and has not told its version since",

@@ -40,6 +40,7 @@ class Failure : public std::runtime_error {
   const std::string& domain() const { return domain_; }
   std::int64_t code() const { return code_; }
   const std::string& hint() const { return hint_; }
+  void addHint(const std::string& sentence) { hint_ += " " + sentence; }
 
  private:
   std::string domain_;

@@ -57,10 +57,16 @@ Failure cannotSave(const session::Failure& failure, const std::string& file) {
                 "then run the same command again to continue."};
 }
 
+Failure other(const session::Failure& failure, const std::string& part) {
+  Failure known = explained(failure);
+  if (fileSize(part) > 0) known.addHint(part + " keeps what has arrived.");
+  return known;
+}
+
 /// `total` 0: the recorder has not told it.
 Failure pullFailure(const session::Failure& failure, const std::string& file, std::uint64_t total) {
   if (failure == Errc::fileUnusable) return cannotSave(failure, file);
-  if (total == 0) return explained(failure);
+  if (total == 0) return other(failure, partOf(file));
   switch (failure.code()) {
     case Errc::cancelled:
       return stopped(ToolError::interrupted, "Interrupted", partOf(file), total);
@@ -73,7 +79,7 @@ Failure pullFailure(const session::Failure& failure, const std::string& file, st
       return {ToolError::incomplete, "Packets were lost or damaged, and again when they were asked for anew.",
               "The recorder still has the recording. Bring it closer and run the same command again."};
     default:
-      return explained(failure);
+      return other(failure, partOf(file));
   }
 }
 

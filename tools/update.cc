@@ -29,6 +29,8 @@ constexpr std::array<UpdateExplanation, 5> kUpdateExplanations{{
     {1013, "The recorder refused the whole image at the end", kCheckImage},
 }};
 
+constexpr const char* kOldFirmware = "The recorder still runs its old firmware.";
+
 std::string oldFirmware(const std::string& todo) {
   return todo +
          " The recorder still runs its old firmware; run the same command again, which starts from the "
@@ -39,7 +41,9 @@ Failure refused(const Error& error) {
   const auto found = std::ranges::find(kUpdateExplanations, error.code(), &UpdateExplanation::code);
   if (error.domain() == kLibraryDomain && found != kUpdateExplanations.end())
     return {error, found->text, oldFirmware(found->hint)};
-  return explained(error);
+  Failure failure = explained(error);
+  failure.addHint(kOldFirmware);
+  return failure;
 }
 
 /// The recorder has accepted the image, and what it runs now is not known.
@@ -55,9 +59,9 @@ Failure notConfirmed(session::Effect installed) {
 Failure cannotInstall(const session::Failure& failure, const std::string& image) {
   const std::string sentence = sentenceOf(failure),
                     reason = sentence.substr(std::min(sentence.find(": "), sentence.size()));
-  return {ToolError::fileUnusable, "Cannot install " + image + reason,
-          "The recorder still runs its old firmware. Name the file of a firmware image, and check that it "
-          "was copied whole."};
+  return {
+      ToolError::fileUnusable, "Cannot install " + image + reason,
+      std::string(kOldFirmware) + " Name the file of a firmware image, and check that it was copied whole."};
 }
 
 /// Why the update did not end well; `progress` of an image that was being sent.

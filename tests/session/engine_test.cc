@@ -130,7 +130,7 @@ TEST(SessionRecordingTest, ALetInQueryHasItsSilence) {
     });
     const auto asked = host.session->battery(Limits().silence(1s)).waitFor(4s);
     ASSERT_TRUE(asked);
-    EXPECT_EQ(errcOf(*asked), Errc::stalled);
+    EXPECT_EQ(codeOf(*asked), Errc::stalled);
     EXPECT_FALSE(recording.done());
   });
 }
@@ -189,7 +189,7 @@ struct AskingTwice : Work {
     try {
       const auto first = ask(
           [this](const Bytes&) -> bool { return throws ? throw std::runtime_error("of the host") : true; });
-      EXPECT_EQ(errcOf(first), Errc::stalled);
+      EXPECT_EQ(codeOf(first), Errc::stalled);
     } catch (const std::runtime_error&) {
       EXPECT_TRUE(throws);
     }
@@ -253,7 +253,7 @@ TEST(SessionTest, AnEndedOperationLetsGoOfItsProgressCallback) {
 TEST(SessionTest, AClosedOneStopsNoRecording) {
   play<Host>([](Host& host) {
     host.session->close();
-    EXPECT_EQ(errcOf(host.session->stopRecording().wait()), Errc::closed);
+    EXPECT_EQ(codeOf(host.session->stopRecording().wait()), Errc::closed);
   });
 }
 
