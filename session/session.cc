@@ -175,10 +175,10 @@ Operation<Done> Session::stopRecording() {
         if (failure) return held->conclude(*outcome, Result<Done>(*failure));
         held->conclude(*outcome, Result<Done>(Done{}));
       };
-  const auto recording = worker->findRecording();
+  const bool isClosed = worker->isClosed();
+  const auto recording = isClosed ? nullptr : worker->findRecording();
   if (!recording) {
-    conclude(worker->isClosed() ? detail::MaybeFailure(detail::interruptionFailure(Errc::closed))
-                                : std::nullopt);
+    conclude(isClosed ? detail::MaybeFailure(detail::interruptionFailure(Errc::closed)) : std::nullopt);
     return Operation<Done>(outcome);
   }
   Worker::stateOf(*outcome).begin(

@@ -45,12 +45,14 @@ TEST(SessionOperation, CancelledWhenQueuedOrRunningOrDoneItEndsAtOnce) {
 
 TEST(SessionOperation, CancelledWhileTheLinkIsBeingMadeItEndsAtOnce) {
   for (const NamedOperation& operation : everyOperation()) {
-    for (const bool byTime : {false, true}) {
-      play<SessionScene>([&](SessionScene& scene) {
+    for (const auto& [byTime, isMade] :
+         {std::pair(false, false), {false, true}, {true, false}, {true, true}}) {
+      play<SessionScene>([&, byTime = byTime, isMade = isMade](SessionScene& scene) {
         const auto ended = scene.scheduler.semaphore("open() is to end");
         scene.simLink->disconnect();
-        scene.link->onOpen = [ended]() -> MaybeError {
+        scene.link->onOpen = [ended, isMade]() -> MaybeError {
           ended->wait(std::nullopt);
+          if (isMade) return std::nullopt;  // it was just there
           return Error("host.bluetooth", 2, {});
         };
         scene.link->onClose = [ended] { ended->signal(); };
@@ -63,6 +65,7 @@ TEST(SessionOperation, CancelledWhileTheLinkIsBeingMadeItEndsAtOnce) {
         EXPECT_EQ(operation.run(scene, limits), byTime ? Errc::timedOut : Errc::cancelled) << operation.name;
         EXPECT_LE(scene.now(), 1100ms);
         scene.link->onOpen = nullptr;
+        EXPECT_TRUE(scene.session->record(scene.file("b"), RecordOptions().length(100ms)).wait());
         EXPECT_TRUE(scene.session->battery().wait());
         scene.scheduler.sleep(1s);
       });
