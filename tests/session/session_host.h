@@ -256,4 +256,16 @@ class FullDisk {
   void (*const signal_)(int);
 };
 
+/// The recording is in the file, and the recorder has deleted it.
+inline void expectSaved(SessionScene& scene, const Result<session::Saved>& saved, const std::string& file,
+                        const Bytes& content) {
+  ASSERT_TRUE(saved) << saved.error().text();
+  EXPECT_EQ(saved->deleted, Effect::done);
+  EXPECT_EQ(saved->file, file);
+  EXPECT_TRUE(contentOf(file) == text(content)) << "not the recording";
+  for (const auto& entry : std::filesystem::directory_iterator(scene.path)) {
+    EXPECT_EQ(entry.path().string().find(".part"), std::string::npos) << entry.path() << " is left";
+  }
+}
+
 }  // namespace kwtsdk::testing
