@@ -115,7 +115,7 @@ Assembly::Verdict Assembly::compare(std::span<const std::uint8_t> bytes) {
 }
 
 Assembly::Verdict Assembly::end() {
-  if (position_ < total_) return mode_ == Mode::checking ? again() : Verdict{Kind::again, std::nullopt};
+  if (position_ < total_) return again();
   if (mode_ == Mode::comparing) {
     isChecked_ = check_.ended() && compareFrom_ == check_.whole();
     return {Kind::whole, std::nullopt};

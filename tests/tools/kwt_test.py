@@ -24,7 +24,7 @@ class KwtTest(CommandTest, KwtTestCase):
         *((script, "pull -o f", 0, ("Saved f", "has deleted"), ["f"]) for script in (
             "notification 100 disconnect\nnotification 900 disconnect", "notification 50 duplicate", "write 4 refuse",
             "notification 100 drop\nnotification 800 disconnect", "notification 50 corrupt 40",
-            "notification 100 delay 8s")),
+            "notification 100 delay 8s", "interval 7.5ms\npackets 6\nnotification 50 corrupt 40")),
         ("\n".join(f"notification {100 * number} disconnect" for number in range(1, 22)), "pull -o f", 1,
          ("Connection lost after ", f" of {3 * BLOCK} bytes", "f.part keeps", "continue"), ["f.part", "f.part.id"]),
         (f"notification {QUERIES + packets_of(3 * BLOCK) + 2} drop", "pull -o f", 1,
