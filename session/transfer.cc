@@ -24,11 +24,10 @@ Result<Done> Transfer::run() {
 }
 
 Result<Done> Transfer::runOverOneLink() {
-  constexpr unsigned mostOverOneLink = 2;  // that failed at the same place
   bool isNewLink = streamedOn_ != recorder_.linkNumber();
-  std::uint64_t failedAt = 0;
+  std::optional<std::uint64_t> failedAt;
   if (auto failure = checkStillFirst()) return *failure;
-  for (unsigned failures = 0;;) {
+  for (;;) {
     const auto verdict = ask(isNewLink);
     if (!verdict) return verdict.error();
     if (*verdict == Kind::whole) return Done{};
@@ -37,14 +36,13 @@ Result<Done> Transfer::runOverOneLink() {
       return Failure(isShort ? Errc::incomplete : Errc::damaged,
                      isShort ? "bytes of the recording stayed away" : "the recording arrived damaged");
     }
-    failures = intake_.askFrom() == failedAt ? failures + 1 : 1;
+    // While it still sends, packets of this request and of the next could not be told apart.
+    isNewLink = !isEnd_ || failedAt == intake_.askFrom();
     failedAt = intake_.askFrom();
-    isNewLink = failures > mostOverOneLink;
     if (isNewLink) {
       recorder_.endLink();
       if (auto failure = recorder_.ready()) return *failure;
       if (auto failure = checkStillFirst()) return *failure;
-      failures = 0;
     }
     if (auto failure = recorder_.pause()) return *failure;
   }
@@ -104,6 +102,7 @@ Result<Transfer::Kind> Transfer::useUp() {
     if (verdict.kind != Kind::more) return verdict.kind;
   }
   if (!isEnd_ && left() > 0) return Kind::more;
+  isEnd_ = true;
   const auto verdict = intake_.end();
   if (verdict.failure) return *verdict.failure;
   return verdict.kind;

@@ -26,9 +26,7 @@ constexpr std::array kProfiles{
 };
 constexpr std::uint64_t kParts = 8, kSeeds = 20'000;
 
-/// In memory where there is such a folder: a scenario writes and syncs many small files.
 const std::string& hostFolder() {
-  if (::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 0);
   static const testing::TemporaryFolder folder;
   static const std::string path = folder.path();
   return path;
