@@ -55,12 +55,14 @@ class Recording : public Listener {
 
  private:
   Result<Done> start();
+  MaybeFailure sendStart();
   MaybeFailure failureOfStart(const Exchange& request, const MaybeFailure& ended);
   MaybeFailure follow();
   MaybeFailure stop(RecordingEnd end);
   MaybeFailure sendStop();
   MaybeFailure waitForRest();
   bool isOfThis(SoundSign kind) const;
+  bool isAmbient() const { return options_.type() == RecordingType::ambient; }
   void append(const Bytes& packet);
   std::optional<Duration> lengthDue() const;
 
@@ -80,12 +82,27 @@ class Recording : public Listener {
   Duration began_{0}, lastSound_{0};
 };
 
+Result<Done> Recording::start() {
+  auto failure = sendStart();
+  if (failure && failure->code() == Errc::refused && isAmbient()) {
+    // Its frame is that of a stop: a recorder that has just ended a recording took it for one which crossed
+    // the end.
+    if (auto ended = recorder_.ended()) return *ended;
+    first_.reset();
+    failure = sendStart();
+  }
+  if (failure) return *failure;
+  began_ = lastSound_ = recorder_.now();
+  recorder_.publish(event::RecordingStarted{options_.type()});
+  return Done{};
+}
+
 /// Cancelling has to wait for the answer: a stop that reached a recorder which does not record would start
 /// it.
-Result<Done> Recording::start() {
+MaybeFailure Recording::sendStart() {
   recorder_.operation().report(Stage::asking);
   Exchange request(startRequest(static_cast<std::int64_t>(options_.type())));
-  if (const auto failure = recorder_.send(request)) return *failure;
+  if (auto failure = recorder_.send(request)) return failure;
   recorder_.shield(kLongestStart);
   start_ = &request;
   const auto ended =
@@ -93,10 +110,7 @@ Result<Done> Recording::start() {
   start_ = nullptr;
   recorder_.forget(request);
   recorder_.endShield();
-  if (const auto failure = failureOfStart(request, ended)) return *failure;
-  began_ = lastSound_ = recorder_.now();
-  recorder_.publish(event::RecordingStarted{options_.type()});
-  return Done{};
+  return failureOfStart(request, ended);
 }
 
 MaybeFailure Recording::failureOfStart(const Exchange& request, const MaybeFailure& ended) {
@@ -195,8 +209,8 @@ MaybeFailure Recording::waitForRest() {
 /// they would have it stopped before it began, or left running.
 bool Recording::isOfThis(SoundSign kind) const {
   if (first_ || (start_ != nullptr && start_->isAcknowledged())) return true;
-  const bool isAnswer =
-      kind == SoundSign::started || kind == SoundSign::refusedInCall || kind == SoundSign::refusedNotInCall;
+  const bool isAnswer = kind == SoundSign::started || kind == SoundSign::refusedInCall ||
+                        kind == SoundSign::refusedNotInCall || (kind == SoundSign::stopped && isAmbient());
   return start_ != nullptr && isAnswer;
 }
 

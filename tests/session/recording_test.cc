@@ -77,6 +77,24 @@ TEST(SessionRecording, OfEachTypeBeginsUnlessACallSaysNo) {
   });
 }
 
+// A recorder that has just ended one by itself takes that frame for a stop which crossed its end.
+TEST(SessionRecording, AnAmbientOneBeginsRightBehindOneThatTheKeyEnded) {
+  for (std::uint64_t seed = 1; seed < 50; ++seed) {
+    play<SessionScene>(
+        [](SessionScene& scene) {
+          scene.model->setKeyAfter(200ms);
+          auto first = scene.session->record(scene.file("a"));
+          auto second =
+              scene.session->record(scene.file("b"), RecordOptions().type(RecordingType::ambient).length(100ms));
+          EXPECT_EQ(first.wait()->end, RecordingEnd::key);
+          const auto recorded = second.wait();
+          ASSERT_TRUE(recorded) << recorded.error().text();
+          expectWhole(scene, recorded, 1);
+        },
+        seed);
+  }
+}
+
 // ---- Packets, answers and their order ----
 
 // Some recorders send audio behind their answer to a stop; it belongs to the recording.

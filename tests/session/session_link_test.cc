@@ -26,12 +26,14 @@ TEST(SessionEnd, ClosedAtAnyMomentEveryOperationEnds) {
           scene.scheduler.sleep(after);
           const Duration begin = scene.now();
           session->close();
+          EXPECT_TRUE(session->stopRecording().done()) << "asked of a session that is closed";
           if (drops && after > 0ms) scene.session = nullptr;
           ended->wait(std::nullopt);
           EXPECT_TRUE(code == kOk || code == Errc::closed) << code.message();
           EXPECT_LE(scene.now() - begin, 6s);
           EXPECT_TRUE(codeOf(behind.wait()) == kOk || codeOf(behind.wait()) == Errc::closed);
           EXPECT_EQ(codeOf(session->battery().wait()), Errc::closed);
+          EXPECT_EQ(codeOf(session->stopRecording().wait()), Errc::closed);
           EXPECT_FALSE(scene.model->recording());
         });
       }
