@@ -84,8 +84,8 @@ TEST(SessionRecording, AnAmbientOneBeginsRightBehindOneThatTheKeyEnded) {
         [](SessionScene& scene) {
           scene.model->setKeyAfter(200ms);
           auto first = scene.session->record(scene.file("a"));
-          auto second =
-              scene.session->record(scene.file("b"), RecordOptions().type(RecordingType::ambient).length(100ms));
+          auto second = scene.session->record(scene.file("b"),
+                                              RecordOptions().type(RecordingType::ambient).length(100ms));
           EXPECT_EQ(first.wait()->end, RecordingEnd::key);
           const auto recorded = second.wait();
           ASSERT_TRUE(recorded) << recorded.error().text();

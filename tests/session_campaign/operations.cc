@@ -8,7 +8,6 @@ namespace kwtsdk::session_campaign {
 
 namespace {
 
-
 /// Frames of a host's own: exchanges, pauses, exceptions, and waits that cannot end well.
 class Frames : public session::Work {
  public:
