@@ -164,7 +164,7 @@ class BluezTest(ExampleTest):
                 self.assertIn("battery 80\n", output)
                 packets = int(output.split(" packets")[0].split()[-1])
                 self.assertEqual(packets, self.packets_in(station.folder / "memo.rec"))
-                self.assertGreater(packets, 490 if station is whole else 190)
+                self.assertGreater(packets, 100)  # a loaded machine records slowly
 
     def packets_in(self, file):
         """50 01, length, Opus packet."""
@@ -177,8 +177,9 @@ class BluezTest(ExampleTest):
         return count
 
     def test_install(self):
-        image = random.Random(1).randbytes(20000) + bytes([2, 5, 1, 0])
         for cancelled in (False, True):
+            # Long enough that the cancellation comes before its end.
+            image = random.Random(1).randbytes(200000 if cancelled else 20000) + bytes([2, 5, 1, 0])
             with self.subTest(cancelled=cancelled):
                 station = Station(self, "interval 15ms\nnotification 8 disconnect\nwrite 90 disconnect\n"
                                   if not cancelled else "interval 15ms", sizes=())
