@@ -74,11 +74,12 @@ struct Outcome {
   explicit Outcome(Scheduler& scheduler) : done(scheduler.semaphore("outcome")) {}
 
   auto completion() {
-    return [this](const MaybeError& given, const auto&... values) {
+    // With a reference of its own: who waits may be gone before the signal has returned.
+    return [this, signalled = done](const MaybeError& given, const auto&... values) {
       ((value = shown(values)), ...);
       ++calls;
       error = given;
-      done->signal();
+      signalled->signal();
     };
   }
   template <class T>
