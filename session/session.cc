@@ -82,8 +82,13 @@ std::shared_ptr<Session> Session::create(std::shared_ptr<Link> link, const Optio
 Session::Session(std::shared_ptr<Core> core) : core_(std::move(core)) {}
 
 Session::~Session() {
+  constexpr Duration longest = std::chrono::seconds(5);
   close();
-  core_->worker->join();
+  const auto gone = core_->worker->gone();
+  const bool mayWait = core_->worker->join();
+  core_->worker = nullptr;
+  // A thread that has just told it something may hold it for another moment.
+  if (mayWait) gone->wait(longest);
 }
 
 void Session::close() { core_->worker->close(); }

@@ -38,14 +38,22 @@ std::shared_ptr<Worker> Worker::create(std::shared_ptr<Link> link, const Options
                                              [weak = std::weak_ptr(worker)] {
                                                if (const auto self = weak.lock()) self->endIdleLink();
                                              });
-  worker->inbox_->setOnUnattended([weak = std::weak_ptr(worker)] {
-    if (const auto self = weak.lock()) self->takeUnattended();
-  });
+  // The link's thread must not be the last to hold the worker, and with it the link.
+  worker->inbox_->setOnUnattended(
+      [weak = std::weak_ptr(worker), thread = worker->thread_, log = worker->log_] {
+        if (!thread) return;
+        guardedCall(log, "The thread of a session", [&] {
+          thread->async([weak] {
+            if (const auto self = weak.lock()) self->takeUnattended();
+          });
+        });
+      });
   return worker;
 }
 
 Worker::Worker(const std::shared_ptr<Link>& link, const Options& options)
-    : log_(options.platform().log),
+    : gone_(options.platform().scheduler->semaphore("kwt.session.gone")),
+      log_(options.platform().log),
       surroundings_{options.platform().scheduler, callbacksFor(options, log_),
                     std::make_shared<Alarm>(options.platform().scheduler, log_), log_, this},
       inbox_(std::make_shared<Inbox>(surroundings_.scheduler)),
@@ -209,14 +217,10 @@ void Worker::endIdleLink() {
 }
 
 void Worker::takeUnattended() {
-  async([weak = weak_from_this()] {
-    const auto self = weak.lock();
-    if (!self) return;
-    const OnWorker here(self.get());
-    self->inbox_->attend();
-    self->conversation_.look();
-    self->inbox_->leave();
-  });
+  const OnWorker here(this);
+  inbox_->attend();
+  conversation_.look();
+  inbox_->leave();
 }
 
 // ---- Ends ----
@@ -246,11 +250,12 @@ void Worker::close() {
   wake();
 }
 
-void Worker::join() {
-  if (OnWorker::is(this) || surroundings_.callbacks->isInside()) return;
+bool Worker::join() {
+  if (OnWorker::is(this) || surroundings_.callbacks->isInside()) return false;
   const auto reached = surroundings_.scheduler->semaphore("kwt.session.end");
   if (async([reached] { reached->signal(); })) reached->wait(std::nullopt);
   surroundings_.callbacks->finish();
+  return true;
 }
 
 // ---- What is known ----

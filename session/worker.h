@@ -47,9 +47,12 @@ class Worker : public std::enable_shared_from_this<Worker> {
 
   void close() KWT_EXCLUDES(mutex_);
 
-  /// Waits until the recorder has been left in order and all callbacks have run, unless this thread is one
-  /// of them.
-  void join();
+  /// Waits until the recorder has been left in order and all callbacks have run; false, without waiting,
+  /// where this thread is one of them.
+  bool join();
+
+  /// Signalled when it is gone, and the link with it.
+  std::shared_ptr<Semaphore> gone() const { return gone_.semaphore; }
 
   void publish(const Event& event) KWT_EXCLUDES(mutex_);
   void noteFirmware(const std::string& version) KWT_EXCLUDES(mutex_);
@@ -102,6 +105,14 @@ class Worker : public std::enable_shared_from_this<Worker> {
   }
 
  private:
+  struct Farewell {
+    explicit Farewell(std::shared_ptr<Semaphore> given) : semaphore(std::move(given)) {}
+    ~Farewell() { semaphore->signal(); }
+    Farewell(const Farewell&) = delete;
+    Farewell& operator=(const Farewell&) = delete;
+    const std::shared_ptr<Semaphore> semaphore;
+  };
+
   template <class T>
   static Result<T> named(const OperationState& state, Result<T> result) {
     const Failure& error = result.error();
@@ -126,6 +137,7 @@ class Worker : public std::enable_shared_from_this<Worker> {
   void takeUnattended();
   void interrupted(const std::shared_ptr<Job>& job, Errc reason) KWT_EXCLUDES(mutex_);
 
+  const Farewell gone_;  // the first member, and so the last to go
   const internal::Logger log_;
   Surroundings surroundings_;
   Hub<Event> events_;
