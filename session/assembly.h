@@ -12,7 +12,8 @@ namespace kwtsdk::session::detail {
 ///
 /// Every Ogg page is checked. Where one does not, the bytes from the last whole page on are asked for again;
 /// if they fail twice in the same way, or the content begins as no Ogg, the recorder has them like that: then
-/// they are stored as they are, and count when a second download of them is alike.
+/// they are stored as they are, and count when a second download of them is alike; where there are pages
+/// behind a beginning that is none, a third one too.
 class Assembly : public Intake {
  public:
   Assembly(std::shared_ptr<PartFile> part, std::uint64_t total) : part_(std::move(part)), total_(total) {}
@@ -47,6 +48,7 @@ class Assembly : public Intake {
   Mode mode_ = Mode::checking;
   std::uint64_t position_ = 0;
   std::uint64_t compareFrom_ = 0;            // what is stored from there on is unchecked
+  unsigned looksToCome_ = 1;                 // that have to be alike
   std::optional<std::uint64_t> failedWith_;  // the last failure's fingerprint
   bool isChecked_ = false;
 };
