@@ -132,6 +132,27 @@ TEST(SessionDownload, AcceptsContentThatDoesNotCheckOnlyTwiceAlike) {
   });
 }
 
+// The same packet lost in both downloads, and one of the filler doubled in both, so that the length is right:
+// alike, and without its beginning.
+TEST(SessionDownload, ARecordingThatLostItsBeginningTwiceIsNotTakenForOneThatIsNoOgg) {
+  play<SessionScene>([](SessionScene& scene) {
+    const Bytes& content = storedRecording(1);
+    scene.store->put(content);
+    int lost = 0, doubled = 0;
+    scene.link->onUpdate = [&](const Bytes& value) -> std::vector<Bytes> {
+      if (value.size() != 96 || value.at(0) != 3) return {value};
+      const bool isFirst =
+          std::all_of(value.begin() + 8, value.begin() + 12, [](auto byte) { return byte == 0; });
+      const bool isFiller = std::all_of(value.begin() + 12, value.end(), [](auto byte) { return byte == 0; });
+      if (isFirst && lost < 2) return ++lost, std::vector<Bytes>{};
+      if (isFiller && doubled < lost) return ++doubled, std::vector{value, value};
+      return {value};
+    };
+    const auto saved = scene.session->download(scene.file("a")).wait();
+    expectSaved(scene, saved, scene.file("a"), content);
+  });
+}
+
 // ---- Continuing ----
 
 TEST(SessionDownload, ContinuesInTheNextSessionFromTheLastPageThatChecks) {
