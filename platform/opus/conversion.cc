@@ -19,12 +19,6 @@ using namespace internal;
 // Some packets at once: small enough for the processor's cache.
 constexpr std::size_t kBlockFrames = 16384;
 
-void checkBitRate(const ConversionRequest& request) {
-  if (request.format == Format::wav || isMp3BitRate(request.kilobitsPerSecond)) return;
-  throw ConversionFailure("MP3 has no bit rate of " + std::to_string(request.kilobitsPerSecond) +
-                          " kbit/s: use " + mp3BitRates() + ".");
-}
-
 std::unique_ptr<AudioSource> openSource(Source source, InputFile& input) {
   if (source == Source::oggOpus) return openOggSource(input);
   return openLiveSource(input, LivePacketReader::Kind::complete);
@@ -53,7 +47,7 @@ bool copySound(const ConversionRequest& request, const InputFile& input, AudioSo
 
 void run(const std::string& inputPath, const std::string& outputPath, const ConversionRequest& request,
          ConversionResult& result) {
-  checkBitRate(request);
+  if (request.format == Format::mp3) checkMp3BitRate(request.kilobitsPerSecond);
   InputFile input(inputPath);
   result.source = recognise(input);
   const auto sound = openSource(*result.source, input);

@@ -7,6 +7,7 @@
 #include <kwtsdk/opus/live_conversion.h>
 
 #include "platform/opus/growing_file.h"
+#include "platform/opus/mp3_format.h"
 #include "platform/opus/ogg_writer.h"
 #include "platform/opus/sound.h"
 
@@ -83,6 +84,7 @@ struct LiveConversion::State {
 
   void open() {
     if (turner) return;
+    if (format == Format::mp3) checkMp3BitRate(kilobitsPerSecond);
     input = std::make_unique<InputFile>(packets);
     if (format == Format::oggOpus) {
       turner = std::make_unique<PacketTurner>(*input, output);

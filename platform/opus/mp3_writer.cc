@@ -113,17 +113,15 @@ void Mp3Writer::append(int encoded) {
 
 }  // namespace
 
-bool isMp3BitRate(std::int32_t kilobitsPerSecond) {
-  return std::find(kMpegBitRates.begin(), kMpegBitRates.end(), kilobitsPerSecond) != kMpegBitRates.end();
-}
-
-std::string mp3BitRates() {
+void checkMp3BitRate(std::int32_t kilobitsPerSecond) {
+  if (std::ranges::find(kMpegBitRates, kilobitsPerSecond) != kMpegBitRates.end()) return;
   std::string rates;
   for (const int rate : kMpegBitRates) {
     if (rate != kMpegBitRates.front()) rates += rate == kMpegBitRates.back() ? " or " : ", ";
     rates += std::to_string(rate);
   }
-  return rates;
+  throw ConversionFailure("MP3 has no bit rate of " + std::to_string(kilobitsPerSecond) + " kbit/s: use " +
+                          rates + ".");
 }
 
 LameEncoder makeLameEncoder(int sampleRate, int channels, int kilobitsPerSecond) {
