@@ -33,9 +33,11 @@ TEST(SessionDownload, AFileThatIsThereIsNeverTouched) {
     SCOPED_TRACE(test.name);
     scene.store->put(content);
     writeFile(scene.file("a"), test.there);
+    writeFile(scene.file("a.part.id"), "of one that was killed behind the rename");
     const auto saved = scene.session->download(scene.file("a")).wait();
     EXPECT_EQ(codeOf(saved), test.isIt ? kOk : std::error_code(Errc::fileUnusable));
     EXPECT_TRUE(contentOf(scene.file("a")) == test.there);
+    EXPECT_EQ(std::filesystem::exists(scene.file("a.part.id")), !test.isIt);
     EXPECT_EQ(scene.store->count(), test.isIt ? 0U : 1U);
   });
 }
