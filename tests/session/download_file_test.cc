@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "tests/session/session_host.h"
+#include "tests/support/failing_sync.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -77,6 +78,15 @@ TEST(SessionDownload, AFullDiskLeavesTheRecordersCopyAndTheSameCallGoesOn) {
       expectSaved(scene, scene.session->download(scene.file("a")).wait(), scene.file("a"), content);
     });
   }
+}
+
+TEST(SessionDownload, NothingIsDeletedThatTheDiskHasNotTaken) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(1));
+    const FailingSync failing;
+    EXPECT_EQ(codeOf(scene.session->download(scene.file("a")).wait()), Errc::fileUnusable);
+    EXPECT_EQ(scene.store->count(), 1U);
+  });
 }
 
 // ---- Which recording, and its deletion ----
