@@ -15,7 +15,8 @@ namespace kwtsdk {
 /// process. Into a pipe whose reader has gone, the first write raises SIGPIPE, as write(2) does.
 class KWTSDK_EXPORT FileHandle {
  public:
-  explicit FileHandle(int descriptor);  // negative: a closed file
+  /// Negative: a closed file. `path`: what it was opened as, for sync().
+  explicit FileHandle(int descriptor, std::string path = {});
   ~FileHandle();
   FileHandle(const FileHandle&) = delete;
   FileHandle& operator=(const FileHandle&) = delete;
@@ -23,6 +24,10 @@ class KWTSDK_EXPORT FileHandle {
   /// Writes `size` bytes at the current position; false when that or an earlier write failed or the file is
   /// closed.
   bool write(const void* data, std::size_t size);
+
+  /// Waits until the disk has what was written, and the name in its folder. False when it has not: that
+  /// counts as a failed write. What no disk is behind, such as a pipe, has nothing to wait for.
+  bool sync();
 
   /// Never waits: a write that is running goes on to its end, and the file is given back after it.
   void close();
