@@ -66,15 +66,17 @@ class KwtTest(CommandTest, KwtTestCase):
 
     def test_results_for_people_and_programs(self):
         recorder = Recorder(self, BLOCK, 3 * BLOCK - 1)
-        used = 536870912 - 4 * BLOCK
-        self.check(recorder.run("info"), 0, "80", "1.2.3", f"536870912, {used}")
-        self.check(recorder.run("list"), 0, f"{3 * BLOCK}  2024-05-17 09:30:01")
+        free = 536870912 - 4 * BLOCK
+        self.check(recorder.run("info"), 0, "80 %", "1.2.3", "2, 131.1 kB", "536.7 MB free of 536.9 MB")
+        self.check(recorder.run("list"), 0, "ID     Size  Recorded          Type\n",
+                   " 2  98.3 kB  2024-05-17 09:30  normal\n")
         name, created = "recording-1-20240517-093000.opus", "2024-05-17T09:30:0"
         expected = {
-            "info": {"battery": 80, "firmware": "1.2.3", "storage": [536870912, used]},
+            "info": {"battery": 80, "firmware": "1.2.3", "storage": [536870912, free], "total": 536870912, "free": free,
+                     "recordings": 2, "used": 4 * BLOCK},
             "list": {"recordings": [
-                {"id": 1, "size": BLOCK, "type": 0, "present": True, "created": created + "0"},
-                {"id": 2, "size": 3 * BLOCK, "type": 0, "present": True, "created": created + "1"}]},
+                {"id": 1, "size": BLOCK, "type": 0, "typeName": "normal", "present": True, "created": created + "0"},
+                {"id": 2, "size": 3 * BLOCK, "type": 0, "typeName": "normal", "present": True, "created": created + "1"}]},
             "pull": {"id": 1, "file": name, "bytes": BLOCK, "continuedAt": 0, "deleted": True},
             "rm": {"id": 2, "size": 3 * BLOCK, "deleted": True},
         }
@@ -244,8 +246,8 @@ class KwtTest(CommandTest, KwtTestCase):
         folder, process = self.tour
         self.check(tool("tour", env={"TMPDIR": folder + "/missing"}), 1, "set TMPDIR")
         result = finish(process)
-        self.check(result, 0, "goes on over the next", "same, byte for byte", "C4 D4 E4 F4 G4",
-                   "firmware 1.2.3 -> 2.5.1.", "Firmware version  2.5.1", "the image, byte for byte")
+        self.check(result, 0, "goes on over the next", "same, byte for byte", "microphone heard: C4",
+                   "firmware 1.2.3 -> 2.5.1.", "Firmware    2.5.1", "the image, byte for byte")
         self.assertIn(f"Files: {folder}/kwt-tour-", result[1].splitlines()[-1])
 
 
