@@ -35,6 +35,11 @@ bool readTimingLine(const ScriptLine& line, LinkTiming& timing) {
 }
 
 bool readRecorderLine(const ScriptLine& line, DeviceScript& script) {
+  if (line[0] == "battery") {
+    line.expectSize(2, 2, "battery NUMBER");
+    script.battery = static_cast<std::uint32_t>(line.number(1, 0, std::numeric_limits<std::uint32_t>::max()));
+    return true;
+  }
   const auto ending = std::ranges::find(wire::kEndings, line[0], &wire::Ending::keyword);
   if (ending == wire::kEndings.end()) return false;
   const bool isCall = *ending == &wire::kByCall;
@@ -48,7 +53,8 @@ bool readRecorderLine(const ScriptLine& line, DeviceScript& script) {
 }
 
 [[noreturn]] void failAsUnknown(const ScriptLine& line) {
-  std::string known = "latency, interval, packets, mtu, write, acknowledgement, notification, subscription";
+  std::string known =
+      "latency, interval, packets, mtu, battery, write, acknowledgement, notification, subscription";
   for (const wire::Ending* const ending : wire::kEndings) known.append(", ").append(ending->keyword);
   line.fail("\"" + line[0] + "\" is unknown; a line begins with " + known + " or update");
 }
@@ -117,6 +123,7 @@ SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& schedu
   DeviceScript script = readScript(device.script());
   if (adjust) adjust(script.timing);
   model->setInCall(script.inCall);
+  if (script.battery) model->setBatteryLevel(*script.battery);
   model->setRecordingEnds(script);
   model->setUpdateTroubles(std::move(script.updateTroubles));
   model->setUpdateMtu(script.updateMtu);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -20,6 +21,7 @@ namespace kwtsdk::sim {
 ///   interval 7.5ms
 ///   packets 4
 ///   mtu 247
+///   battery 12  its level
 ///   key 3s  what ends each recording that long into it, one line for each of RecordingEnds
 ///   call    in a call from the beginning
 ///   update refuse STEP  in each firmware update: prepare, partition, configuration, check [NUMBER] or bye
@@ -29,6 +31,7 @@ struct DeviceScript : RecordingEnds {
   LinkTiming timing;
   std::shared_ptr<ScriptedFaults> faults = std::make_shared<ScriptedFaults>();
   bool inCall = false;
+  std::optional<std::uint32_t> battery;
   std::vector<UpdateTrouble> updateTroubles;
   std::optional<std::uint16_t> updateMtu;
 };
