@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <array>
 #include <chrono>
 #include <ctime>
@@ -163,8 +161,7 @@ Action prepareRecord(const Arguments& arguments) {
   RecordRequest request{
       arguments.has("-o") ? arguments.text("-o") : nameByTime(), opus::LiveConversion::Format::oggOpus, {}};
   if (!request.isPiped()) request.format = formatOf(request.file);
-  require(!request.isPiped() || ::isatty(STDOUT_FILENO) == 0,
-          "-o - writes sound to standard output, and that is a terminal: add a pipe, such as `| ffplay -`");
+  if (request.isPiped()) requirePipedOutput();
   if (arguments.has("-t")) request.options.type(typeOf(arguments.text("-t")));
   if (arguments.has("-d")) request.options.length(lengthOf(arguments.text("-d")));
   return [request](const Environment& environment, Output& output) { record(environment, request, output); };

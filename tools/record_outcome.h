@@ -7,18 +7,16 @@
 #include <kwtsdk/session/session.h>
 
 #include "tools/output.h"
+#include "tools/standard_streams.h"
 
 namespace kwtsdk::tool {
 
-/// Where sound or a file goes when it goes to standard output.
-inline constexpr const char* kStandardOutput = "-";
-
 struct RecordRequest {
-  std::string file;                                    // or kStandardOutput
+  std::string file;                                    // or kStandardStream
   std::optional<opus::LiveConversion::Format> format;  // none: the recorder's packets as they are
   session::RecordOptions options;
 
-  bool isPiped() const { return file == kStandardOutput; }
+  bool isPiped() const { return file == kStandardStream; }
 };
 
 /// What has become of a recording, in the file that was asked for.

@@ -14,6 +14,7 @@
 #include <kwtsdk/files.h>
 
 #include "tools/failure.h"
+#include "tools/standard_streams.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -51,10 +52,7 @@ SoundFile::SoundFile(const std::string& file, opus::LiveConversion::Format forma
 
 SoundFile::SoundFile()
     : name_("Standard output"), packets_(std::make_unique<TemporaryFile>(folderOfTemporaries())) {
-  descriptor_ = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  if (descriptor_ < 0 || ::dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-    throw unusableOutput("standard output", std::strerror(errno));
-  }
+  descriptor_ = takeStandardOutput();
   conversion_ = std::make_unique<opus::LiveConversion>(packets(), descriptor_, name_,
                                                        opus::LiveConversion::Format::oggOpus);
   follow();

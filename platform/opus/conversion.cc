@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <exception>
 #include <memory>
 #include <new>
@@ -70,6 +71,10 @@ void run(const std::string& inputPath, const std::string& outputPath, const Conv
 }
 
 }  // namespace
+
+bool isMp3BitRate(std::int32_t kilobitsPerSecond) noexcept {
+  return std::ranges::find(kMpegBitRates, kilobitsPerSecond) != kMpegBitRates.end();
+}
 
 ConversionResult convert(const std::string& input, const std::string& output,
                          const ConversionRequest& request) {

@@ -114,7 +114,7 @@ void Mp3Writer::append(int encoded) {
 }  // namespace
 
 void checkMp3BitRate(std::int32_t kilobitsPerSecond) {
-  if (std::ranges::find(kMpegBitRates, kilobitsPerSecond) != kMpegBitRates.end()) return;
+  if (opus::isMp3BitRate(kilobitsPerSecond)) return;
   std::string rates;
   for (const int rate : kMpegBitRates) {
     if (rate != kMpegBitRates.front()) rates += rate == kMpegBitRates.back() ? " or " : ", ";
