@@ -142,13 +142,14 @@ std::string nameByTime() {
   return {name.data(), std::strftime(name.data(), name.size(), "recording-%Y%m%d-%H%M%S.opus", &fields)};
 }
 
+/// What is no file is refused before anything is sent.
 std::optional<opus::LiveConversion::Format> formatOf(const std::string& file) {
   using Format = opus::LiveConversion::Format;
   const std::map<std::string, std::optional<Format>> formats{
       {".opus", Format::oggOpus}, {".wav", Format::wav}, {".mp3", Format::mp3}, {".rec", std::nullopt}};
   std::error_code ignored;
-  require(!std::filesystem::is_directory(file, ignored),
-          "-o needs the name of a file, and " + file + " is a folder");
+  const auto status = std::filesystem::status(file, ignored);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) return std::nullopt;
   const auto found = formats.find(extensionOf(file));
   require(found != formats.end(),
           "-o needs a name that ends in .opus, .wav, .mp3 or, for the recorder's packets, .rec; " + file +

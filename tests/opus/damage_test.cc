@@ -1,7 +1,4 @@
 #include <gtest/gtest.h>
-#include <ogg/ogg.h>
-
-#include <functional>
 
 #include "tests/opus/recordings.h"
 
@@ -47,26 +44,6 @@ TEST(DamagedLiveRecording, KeepsItsGoodPacketsAndTheirTime) {
     EXPECT_EQ(result.damagedPackets, damaged);
     EXPECT_TRUE(isWav(contentOf(folder.file("out")), 16000, result.frames));
   }
-}
-
-std::vector<std::string> pagesOf(const std::string& file) {
-  std::vector<std::string> pages;
-  for (std::size_t at = 0; at < file.size();) {
-    const std::size_t next = std::min(file.find("OggS", at + 1), file.size());
-    pages.push_back(file.substr(at, next - at));
-    at = next;
-  }
-  return pages;
-}
-
-/// A page as `change` leaves it, with the CRC that is right then.
-std::string changed(std::string page, const std::function<void(std::string&)>& change) {
-  change(page);
-  const auto headSize = 27 + static_cast<long>(static_cast<unsigned char>(page[26]));
-  auto* const bytes = reinterpret_cast<unsigned char*>(page.data());
-  ogg_page raw{bytes, headSize, bytes + headSize, static_cast<long>(page.size()) - headSize};
-  ogg_page_checksum_set(&raw);
-  return page;
 }
 
 /// The mean difference of the last half-second from that of another WAV file.
