@@ -74,7 +74,7 @@ Record reported(const Conversion& files, const opus::ConversionResult& result, O
   const double seconds = static_cast<double>(result.frames) / result.sampleRate;
   const std::uint64_t damaged = result.damagedPackets;
   output.line(std::string("Converted ")
-                  .append(isLive ? "a live recording" : "a recording from the store (Ogg Opus)")
+                  .append(isLive ? "a live recording" : "an Ogg Opus recording")
                   .append(", " + shown(files.input, "standard input") + ", to ")
                   .append(shown(files.output, "standard output") + " (" + secondsText(seconds))
                   .append(" at " + std::to_string(result.sampleRate) + " Hz)."));

@@ -63,7 +63,7 @@ std::optional<OggPage> OggPageReader::next() {
   lastDamaged_.reset();
   for (fill(); !pending().empty(); fill()) {
     const auto bytes = pending();
-    const auto mark = std::ranges::search(bytes, kPageMark).begin();
+    const auto mark = std::search(bytes.begin(), bytes.end(), kPageMark.begin(), kPageMark.end());
     if (mark != bytes.begin()) {
       const bool isAbsent = mark == bytes.end() && !atEnd_;  // but it may begin in the last bytes
       skip(static_cast<std::size_t>(mark - bytes.begin()) - (isAbsent ? kPageMark.size() - 1 : 0));
