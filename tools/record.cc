@@ -71,13 +71,20 @@ RecordOutcome recordPackets(const Environment& environment, const RecordRequest&
 
 RecordOutcome recordSound(const Environment& environment, const RecordRequest& request,
                           session::Session& recorder, SoundFile& sound) {
+  const std::string packets = sound.packets();
   std::optional<std::string> unwritten;
-  auto outcome = recordPackets(environment, request, recorder, sound.packets(), [&] {
+  auto outcome = recordPackets(environment, request, recorder, packets, [&] {
     if (unwritten) return;
     unwritten = sound.follow();
     if (unwritten) static_cast<void>(recorder.stopRecording());
   });
   outcome.unwritten = sound.finish();
+  if (!outcome.result && outcome.result.error() == session::Errc::fileUnusable && !outcome.unwritten) {
+    const std::string text = sentenceOf(outcome.result.error());
+    const std::size_t at = text.find(packets);  // of which nobody knows
+    outcome.unwritten =
+        at == std::string::npos ? text : text.substr(0, at) + request.file + text.substr(at + packets.size());
+  }
   outcome.isReaderGone = outcome.unwritten && sound.isReaderGone();
   if (const Recorded* const achieved = outcome.result.achieved()) {
     Recorded recorded = *achieved;

@@ -67,7 +67,7 @@ class RecordingTest(CommandTest, KwtTestCase):
     def test_interruption(self):
         recorder, terminal = self.on_terminal()
         terminal.wait_for(b"dBFS", 3)
-        self.assertRegex(terminal.shown, rb"\r\x1b\[K0:00\.\d  \d+ bytes  \[#+ *\] +-\d+ dBFS")
+        self.assertRegex(terminal.shown, rb"\r\x1b\[K0:00\.\d  \[#+ *\] +-\d+ dBFS  \d+ bytes")
         terminal.process.send_signal(signal.SIGINT)  # twice, as timeout(1) does
         self.check(terminal.end(b"dBFS", 3, signal.SIGINT), 0, "Recorded f.rec (0.", "It was stopped.")
         self.recorded(recorder)
