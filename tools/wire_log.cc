@@ -39,7 +39,10 @@ class WireLog final : public TrafficObserver {
   void tellFrame(const char* sign, const Characteristic& characteristic, Direction direction,
                  const Bytes& frame) {
     const std::string meaning = meaningOf(characteristic.UUID(), direction, frame);
-    tell(sign + bytesShown(frame) + (meaning.empty() ? "" : "  " + meaning));
+    std::string line = sign;
+    line.append(bytesShown(frame));
+    if (!meaning.empty()) line.append("  ").append(meaning);
+    tell(line);
   }
 
   void tell(const std::string& text) {
