@@ -19,7 +19,7 @@
 namespace kwtsdk::tool {
 namespace {
 
-using namespace btsnoop;
+namespace att = btsnoop::att;
 using Part = std::span<const std::uint8_t>;
 using Kind = TraceEvent::Kind;
 
@@ -90,23 +90,24 @@ class Reading {
 
 void Reading::packet(std::uint8_t type, bool isSent, Part packet, Duration at) {
   constexpr std::size_t aclHead = 4, channelHead = 4;
-  if (type == kEvent) return event(packet, at);
-  if (type != kAcl || packet.size() < aclHead) return;
+  if (type == btsnoop::kEvent) return event(packet, at);
+  if (type != btsnoop::kAcl || packet.size() < aclHead) return;
   const std::uint16_t handle = little16(packet, 0);
-  Bytes& whole = begun_[{static_cast<std::uint16_t>(handle & kHandleBits), isSent}];
-  if ((handle & kPartBits) != kContinuation) whole.clear();
+  Bytes& whole = begun_[{static_cast<std::uint16_t>(handle & btsnoop::kHandleBits), isSent}];
+  if ((handle & btsnoop::kPartBits) != btsnoop::kContinuation) whole.clear();
   const Part part = behind(packet, aclHead);
   whole.insert(whole.end(), part.begin(), part.end());
   if (whole.size() < channelHead || whole.size() < little16(whole, 0) + channelHead) return;
   const Bytes done = std::exchange(whole, {});
-  if (little16(done, 2) == kAttChannel) attribute(behind(done, channelHead), isSent, at);
+  if (little16(done, 2) == btsnoop::kAttChannel) attribute(behind(done, channelHead), isSent, at);
 }
 
 void Reading::event(Part packet, Duration at) {
   if (packet.size() < 3) return;
-  if (packet[0] == kLowEnergy && (packet[2] == kConnected || packet[2] == kConnectedEnhanced) && !isOpen_)
+  if (packet[0] == btsnoop::kLowEnergy &&
+      (packet[2] == btsnoop::kConnected || packet[2] == btsnoop::kConnectedEnhanced) && !isOpen_)
     add(Kind::opened, at);
-  if (packet[0] == kDisconnected && isOpen_) add(Kind::closed, at);
+  if (packet[0] == btsnoop::kDisconnected && isOpen_) add(Kind::closed, at);
 }
 
 void Reading::attribute(Part pdu, bool isSent, Duration at) {
@@ -173,9 +174,9 @@ Bytes contentOf(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
   Bytes content{std::istreambuf_iterator<char>(stream), {}};
   if (!stream) throwUnreadable(file, "it cannot be read");
-  const bool isSnoop = content.size() >= kHeadSize &&
-                       std::equal(kMagic.begin(), kMagic.end(), content.begin()) &&
-                       big(content, 8, 4) == kVersion;
+  const bool isSnoop = content.size() >= btsnoop::kHeadSize &&
+                       std::equal(btsnoop::kMagic.begin(), btsnoop::kMagic.end(), content.begin()) &&
+                       big(content, 8, 4) == btsnoop::kVersion;
   if (!isSnoop) throwUnreadable(file, "it is no btsnoop file");
   return content;
 }
@@ -188,14 +189,16 @@ struct Head {
 };
 
 std::optional<Head> headOf(std::uint32_t datalink, std::uint32_t flags, Part packet) {
-  if (datalink == kTyped)
-    return packet.empty() ? std::nullopt : std::optional(Head{packet[0], (flags & kReceived) == 0, 1});
-  if (datalink == kPlain)
-    return Head{(flags & kCommandOrEvent) != 0 ? kEvent : kAcl, (flags & kReceived) == 0, 0};
+  if (datalink == btsnoop::kTyped)
+    return packet.empty() ? std::nullopt
+                          : std::optional(Head{packet[0], (flags & btsnoop::kReceived) == 0, 1});
+  if (datalink == btsnoop::kPlain)
+    return Head{(flags & btsnoop::kCommandOrEvent) != 0 ? btsnoop::kEvent : btsnoop::kAcl,
+                (flags & btsnoop::kReceived) == 0, 0};
   const std::uint32_t opcode = flags & 0xFFFFU;
-  if (opcode == kMonitorEvent) return Head{kEvent, false, 0};
-  if (opcode == kMonitorAclSent || opcode == kMonitorAclReceived)
-    return Head{kAcl, opcode == kMonitorAclSent, 0};
+  if (opcode == btsnoop::kMonitorEvent) return Head{btsnoop::kEvent, false, 0};
+  if (opcode == btsnoop::kMonitorAclSent || opcode == btsnoop::kMonitorAclReceived)
+    return Head{btsnoop::kAcl, opcode == btsnoop::kMonitorAclSent, 0};
   return std::nullopt;
 }
 
@@ -204,15 +207,15 @@ std::optional<Head> headOf(std::uint32_t datalink, std::uint32_t flags, Part pac
 RecordedTrace readTrace(const std::string& file) {
   const Bytes content = contentOf(file);
   const auto datalink = static_cast<std::uint32_t>(big(content, 12, 4));
-  if (datalink != kPlain && datalink != kTyped && datalink != kMonitor)
+  if (datalink != btsnoop::kPlain && datalink != btsnoop::kTyped && datalink != btsnoop::kMonitor)
     throwUnreadable(file, "it has packets of another kind, " + std::to_string(datalink));
   Reading reading;
-  const std::uint64_t began = big(content, kHeadSize + 16, 8);
-  for (Part rest = behind(content, kHeadSize); rest.size() >= kRecordHeadSize;) {
+  const std::uint64_t began = big(content, btsnoop::kHeadSize + 16, 8);
+  for (Part rest = behind(content, btsnoop::kHeadSize); rest.size() >= btsnoop::kRecordHeadSize;) {
     const auto size = static_cast<std::size_t>(big(rest, 4, 4));
     const auto flags = static_cast<std::uint32_t>(big(rest, 8, 4));
     const std::chrono::microseconds at(static_cast<std::int64_t>(big(rest, 16, 8) - began));
-    rest = behind(rest, kRecordHeadSize);
+    rest = behind(rest, btsnoop::kRecordHeadSize);
     if (rest.size() < size) break;  // of a program that was killed
     const Part packet = rest.first(size);
     rest = behind(rest, size);

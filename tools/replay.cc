@@ -20,8 +20,9 @@ namespace fs = std::filesystem;
 using Frames = std::vector<Bytes>;
 
 // The first bytes of frames, as 16-bit numbers.
-constexpr unsigned kStatus = 0x99EC, kVersion = 0x8E42, kPrepare = 0x9701, kBegin = 0x8042, kCount = 0x0182,
-                   kInfo = 0x0282, kDownload = 0x0382, kDelete = 0x0482, kStop = 0x0081;
+constexpr unsigned kStatusFrame = 0x99EC, kVersionFrame = 0x8E42, kPrepareFrame = 0x9701,
+                   kBeginFrame = 0x8042, kCountFrame = 0x0182, kInfoFrame = 0x0282, kDownloadFrame = 0x0382,
+                   kDeleteFrame = 0x0482, kStopFrame = 0x0081;
 
 unsigned headOf(const Bytes& frame) { return frame.size() < 2 ? 0 : frame[0] * 256U + frame[1]; }
 
@@ -37,7 +38,7 @@ Bytes imageIn(const Frames& frames) {
   constexpr std::uint8_t data = 0x85;
   Bytes image;
   for (const Bytes& frame : frames) {
-    if (headOf(frame) == kBegin) image.clear();
+    if (headOf(frame) == kBeginFrame) image.clear();
     if (!frame.empty() && frame[0] == data) image.insert(image.end(), frame.begin() + 1, frame.end());
   }
   return image;
@@ -91,9 +92,9 @@ void Replaying::run(const std::stop_token& stop) {
 void Replaying::next(const Frames& rest) {
   constexpr unsigned recordings = 0x81, group = 0xFF;
   const unsigned head = headOf(rest.front());
-  if (head == kVersion && rest.size() > 1 && headOf(rest[1]) == kPrepare) return update(rest);
-  if (head == kStatus || head == kVersion) return status(rest.front());
-  if (head == kCount) return store(rest);
+  if (head == kVersionFrame && rest.size() > 1 && headOf(rest[1]) == kPrepareFrame) return update(rest);
+  if (head == kStatusFrame || head == kVersionFrame) return status(rest.front());
+  if (head == kCountFrame) return store(rest);
   if ((head & group) == recordings) record(rest.front());
 }
 
@@ -101,7 +102,7 @@ void Replaying::status(const Bytes& frame) {
   constexpr std::size_t selectorAt = 16;
   constexpr std::uint8_t battery = 0x03;
   const session::Limits limits = session::Limits().silence(kAnswerTime).reconnects(0);
-  if (headOf(frame) == kVersion) {
+  if (headOf(frame) == kVersionFrame) {
     const auto version = recorder_.firmware(limits).wait();
     if (version || failed("firmware", version.error())) tell("firmware", *version);
     return;
@@ -120,13 +121,13 @@ void Replaying::status(const Bytes& frame) {
 
 /// Listing, download and deletion begin alike.
 void Replaying::store(const Frames& rest) {
-  const auto other =
-      std::find_if(rest.begin() + 1, rest.end(), [](const Bytes& frame) { return headOf(frame) != kInfo; });
+  const auto other = std::find_if(rest.begin() + 1, rest.end(),
+                                  [](const Bytes& frame) { return headOf(frame) != kInfoFrame; });
   const auto infos = other - rest.begin() - 1;
   const unsigned what = other == rest.end() ? 0 : headOf(*other);
-  const bool deletes = std::ranges::count(rest, kDelete, headOf) > 0;
-  if (what == kDownload) return download(infos > 1, !deletes);
-  if (what == kDelete) return remove(idIn(*other));
+  const bool deletes = std::ranges::count(rest, kDeleteFrame, headOf) > 0;
+  if (what == kDownloadFrame) return download(infos > 1, !deletes);
+  if (what == kDeleteFrame) return remove(idIn(*other));
   recordings();
 }
 
@@ -171,7 +172,7 @@ void Replaying::record(const Bytes& start) {
       start[0] == 0 ? RecordingType::ambient : static_cast<RecordingType>(std::min(start[0] - 1, 3));
   const auto file = folder_ / ("live-" + std::to_string(++recorded_) + ".rec");
   link_->setOnDue([this](const Bytes& frame) {
-    if (headOf(frame) == kStop) static_cast<void>(recorder_.stopRecording());
+    if (headOf(frame) == kStopFrame) static_cast<void>(recorder_.stopRecording());
   });
   const auto result =
       recorder_.record(file, session::RecordOptions().type(type), session::Limits().reconnects(0)).wait();

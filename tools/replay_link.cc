@@ -68,9 +68,9 @@ class Replay final : public ReplayLink, public Peripheral, public std::enable_sh
  private:
   std::size_t nextOf(Kind kind, std::size_t from) const;
   std::shared_ptr<ReplayedCharacteristic> find(const Uuid& uuid) const;
-  void play(std::size_t written);
+  void play(std::size_t written, unsigned connection);
   void deliver(const TraceEvent& event);
-  void lose();
+  bool isStill(unsigned connection) const { return isOpen_ && connection == connection_; }
 
   const std::shared_ptr<Scheduler> scheduler_;
   const RecordedTrace trace_;
@@ -79,6 +79,7 @@ class Replay final : public ReplayLink, public Peripheral, public std::enable_sh
   std::function<void(const Bytes&)> onDue_;
   std::atomic<std::size_t> position_{0};  // behind what was written last
   std::atomic<bool> isOpen_{false};
+  std::atomic<unsigned> connection_{0};  // the which
   const std::shared_ptr<SerialQueue> queue_;
 };
 
@@ -95,18 +96,16 @@ Replay::Replay(std::shared_ptr<Scheduler> scheduler, RecordedTrace trace)
 }
 
 MaybeError Replay::open() {
+  ++connection_;
   isOpen_ = true;
   return std::nullopt;
 }
 
 void Replay::close() {
+  if (!isOpen_.exchange(false)) return;
   queue_->async([weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->lose();
+    if (const auto self = weak.lock()) self->events_.didDisconnect();
   });
-}
-
-void Replay::lose() {
-  if (isOpen_.exchange(false)) events_.didDisconnect();
 }
 
 std::size_t Replay::nextOf(Kind kind, std::size_t from) const {
@@ -136,20 +135,21 @@ void Replay::writeValue(const Bytes& value, const std::shared_ptr<Characteristic
     at = nextOf(Kind::written, at + 1);
   const bool isKnown = at < events.size();
   if (isKnown) position_ = at + 1;
-  queue_->async([weak = weak_from_this(), at, isKnown, to] {
+  queue_->async([weak = weak_from_this(), at, isKnown, to, connection = connection_.load()] {
     const auto self = weak.lock();
-    if (!self || !self->isOpen_) return;
-    if (isKnown) return self->play(at);
+    if (!self || !self->isStill(connection)) return;
+    if (isKnown) return self->play(at, connection);
     self->events_.didWrite(self, to, std::nullopt);
   });
 }
 
-/// Until the host has to say something again.
-void Replay::play(std::size_t written) {
+/// Until the host has to say something again, or ends the connection.
+void Replay::play(std::size_t written, unsigned connection) {
   const auto& events = trace_.events;
   std::size_t at = written + 1;
   for (; at < events.size() && events[at].kind != Kind::written; ++at) {
     scheduler_->sleep(std::max(Duration{0}, events[at].at - events[at - 1].at));
+    if (!isStill(connection)) return;
     deliver(events[at]);
   }
   if (at == events.size() || !onDue_) return;
@@ -159,8 +159,8 @@ void Replay::play(std::size_t written) {
 
 void Replay::deliver(const TraceEvent& event) {
   const auto characteristic = find(event.characteristic);
-  if (event.kind == Kind::closed) return lose();
-  if (!isOpen_ || characteristic == nullptr) return;
+  if (event.kind == Kind::closed && isOpen_.exchange(false)) return events_.didDisconnect();
+  if (characteristic == nullptr) return;
   const auto self = shared_from_this();
   switch (event.kind) {
     case Kind::acknowledged:

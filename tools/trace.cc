@@ -21,7 +21,7 @@
 namespace kwtsdk::tool {
 namespace {
 
-using namespace btsnoop;
+namespace att = btsnoop::att;
 
 constexpr std::uint16_t kConnection = 0x0040;  // its handle
 
@@ -94,21 +94,21 @@ int created(const std::string& path) {
 Trace::Trace(std::shared_ptr<Scheduler> scheduler, std::string path)
     : scheduler_(std::move(scheduler)),
       path_(std::move(path)),
-      zero_(std::chrono::seconds(std::time(nullptr)) + kTo1970 -
+      zero_(std::chrono::seconds(std::time(nullptr)) + btsnoop::kTo1970 -
             std::chrono::duration_cast<std::chrono::microseconds>(scheduler_->now())),
       file_(created(path_)) {
-  Bytes head(kMagic.begin(), kMagic.end());
-  putBig(head, kVersion, 4);
-  putBig(head, kTyped, 4);
+  Bytes head(btsnoop::kMagic.begin(), btsnoop::kMagic.end());
+  putBig(head, btsnoop::kVersion, 4);
+  putBig(head, btsnoop::kTyped, 4);
   if (::write(file_, head.data(), head.size()) < 0) isBroken_ = true;
 }
 
 void Trace::opened(const Peripheral& peripheral, const Characteristics& characteristics) {
   constexpr std::size_t writeHead = 3;
-  Bytes connected{kConnected, 0};
+  Bytes connected{btsnoop::kConnected, 0};
   putLittle(connected, kConnection, 2);
   connected.resize(19);  // central; an address, an interval and so on that are not known
-  event(kLowEnergy, connected);
+  event(btsnoop::kLowEnergy, connected);
   const std::size_t mtu = peripheral.maximumWriteValueLengthForType(WriteType::withoutResponse) + writeHead;
   Bytes request{att::kMtuRequest}, response{att::kMtuResponse};
   putLittle(request, mtu, 2);
@@ -169,7 +169,7 @@ void Trace::closed() {
   Bytes parameters{0};
   putLittle(parameters, kConnection, 2);
   parameters.push_back(byRemoteUser);
-  event(kDisconnected, parameters);
+  event(btsnoop::kDisconnected, parameters);
 }
 
 /// Declaration, value and configuration are three handles.
@@ -185,19 +185,19 @@ std::uint16_t Trace::handleOf(const Characteristic& characteristic) {
 void Trace::event(std::uint8_t code, const Bytes& parameters) {
   Bytes packet{code, static_cast<std::uint8_t>(parameters.size())};
   put(packet, parameters);
-  record(kEvent, kReceived | kCommandOrEvent, packet);
+  record(btsnoop::kEvent, btsnoop::kReceived | btsnoop::kCommandOrEvent, packet);
 }
 
 void Trace::att(From from, const Bytes& pdu) {
   constexpr std::size_t channelHead = 4;
   const bool isReceived = from == From::recorder;
   Bytes packet;
-  putLittle(packet, kConnection | (isReceived ? kBeginningReceived : 0U), 2);
+  putLittle(packet, kConnection | (isReceived ? btsnoop::kBeginningReceived : 0U), 2);
   putLittle(packet, pdu.size() + channelHead, 2);
   putLittle(packet, pdu.size(), 2);
-  putLittle(packet, kAttChannel, 2);
+  putLittle(packet, btsnoop::kAttChannel, 2);
   put(packet, pdu);
-  record(kAcl, isReceived ? kReceived : 0, packet);
+  record(btsnoop::kAcl, isReceived ? btsnoop::kReceived : 0, packet);
 }
 
 void Trace::record(std::uint8_t type, std::uint32_t flags, const Bytes& packet) {
