@@ -141,8 +141,8 @@ std::string objectionTo(const Found& found) {
                 found.version + ").";
   }
   if (found.battery < low) {
-    objection += (objection.empty() ? "" : " ") + std::string("The recorder's battery is low (") +
-                 batteryText(found.battery) + ").";
+    if (!objection.empty()) objection.append(" ");
+    objection.append("The recorder's battery is low (").append(batteryText(found.battery)).append(").");
   }
   return objection;
 }

@@ -12,7 +12,7 @@ namespace kwtsdk {
 /// A file open for writing. The first write that fails (full disk, closed file) is the last that is tried:
 /// what is on disk stays a beginning of what was given, which a later download can continue. Safe on any
 /// thread; writing blocks for the disk. Unbuffered: what write accepted is the kernel's, and outlives the
-/// process. Into a pipe whose reader has gone, the first write raises SIGPIPE, as write(2) does.
+/// process. A pipe whose reader has gone is a failed write; no SIGPIPE ends the host.
 class KWTSDK_EXPORT FileHandle {
  public:
   /// Negative: a closed file. `path`: what it was opened as, for sync().

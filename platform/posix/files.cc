@@ -1,6 +1,7 @@
 #include "platform/posix/files.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -20,10 +21,40 @@ std::optional<struct stat> status(const std::string& path) {
   return result;
 }
 
+/// Keeps the SIGPIPE of a write from the host, which may not know that it writes into a pipe.
+class WithoutSigpipe {
+ public:
+  WithoutSigpipe() {
+    ::sigemptyset(&signal_);
+    ::sigaddset(&signal_, SIGPIPE);
+    sigset_t pending;
+    ::sigpending(&pending);
+    isOthers_ = ::sigismember(&pending, SIGPIPE) == 1;
+    ::pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+  }
+  ~WithoutSigpipe() {
+    const struct timespec now {};
+    if (!isOthers_) ::sigtimedwait(&signal_, nullptr, &now);
+    ::pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  WithoutSigpipe(const WithoutSigpipe&) = delete;
+  WithoutSigpipe& operator=(const WithoutSigpipe&) = delete;
+
+ private:
+  sigset_t signal_{}, before_{};
+  bool isOthers_ = false;
+};
+
+bool isRegularFile(int descriptor) {
+  struct stat status {};
+  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 }  // namespace
 
 struct FileHandle::State {
-  State(int opened, std::string name) : path(std::move(name)), closed(opened < 0), descriptor(opened) {}
+  State(int opened, std::string name)
+      : path(std::move(name)), isPipe(!isRegularFile(opened)), closed(opened < 0), descriptor(opened) {}
 
   bool write(const char* data, std::size_t size) KWT_EXCLUDES(writing);
   bool sync() KWT_EXCLUDES(writing);
@@ -32,6 +63,7 @@ struct FileHandle::State {
   void releaseIfClosed() KWT_EXCLUDES(writing);
 
   const std::string path;
+  const bool isPipe;  // or something like it
   std::atomic<bool> closed;
   internal::Mutex writing;
   internal::Descriptor descriptor KWT_GUARDED_BY(writing);
@@ -65,6 +97,8 @@ std::string FileHandle::State::syncAll() {
 }
 
 std::string FileHandle::State::writeAll(const char* at, std::size_t size) {
+  std::optional<WithoutSigpipe> quiet;
+  if (isPipe) quiet.emplace();
   while (size > 0) {
     if (closed) return "the file is closed";
     const ssize_t written = ::write(descriptor.get(), at, size);

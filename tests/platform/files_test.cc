@@ -32,6 +32,13 @@ TEST(Files, WhatCannotBeOpenedIsNone) {
 }
 
 TEST(Files, NothingIsWrittenAfterAFailedWrite) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe(pipe.data()), 0);
+  ::close(pipe[0]);
+  FileHandle unread(pipe[1]);
+  EXPECT_FALSE(unread.write("x", 1)) << "and no SIGPIPE";
+  EXPECT_EQ(unread.failure(), "Broken pipe");
+
   const auto full = getFileHandleForWrite("/dev/full");
   ASSERT_TRUE(full && !full->write("x", 1));
   const std::string failure = full->failure();

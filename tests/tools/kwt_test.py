@@ -3,13 +3,14 @@
 import json
 import os
 import pathlib
+import random
 import shlex
 import shutil
 import signal
 import tempfile
 import unittest
 
-from kwt_support import (BLOCK, QUERIES, CommandTest, KwtTestCase, Recorder, Terminal, finish, packets_of,
+from kwt_support import (BLOCK, QUERIES, CommandTest, KwtTestCase, Recorder, Terminal, finish, image, packets_of,
                          start_tool, tool)
 
 WRONG_USAGE = ("", "--sim . dance", "--sim . tour", "--sim . pull -o ''", "--sim '' info", "--sim . update",
@@ -19,6 +20,17 @@ WRONG_USAGE = ("", "--sim . dance", "--sim . tour", "--sim . pull -o ''", "--sim
                "--sim . convert f f.wav", "scan -d 0", "scan -d x",
                "--timeout 0 info", "--progress some info", "--trace '' info", "--device '' info", "device a --forget",
                "--sim . device")
+
+
+def retold(trace, datalink, flags_of):
+    """A trace of kind 1002 as one of another kind, whose records have no byte that tells what they are."""
+    result, rest = trace[:12] + datalink.to_bytes(4, "big"), trace[16:]
+    while rest:
+        size, flags = int.from_bytes(rest[:4], "big"), int.from_bytes(rest[8:12], "big")
+        length = (size - 1).to_bytes(4, "big")
+        result += length * 2 + flags_of(rest[24], flags).to_bytes(4, "big") + rest[12:24] + rest[25:24 + size]
+        rest = rest[24 + size:]
+    return result
 
 
 class KwtTest(CommandTest, KwtTestCase):
@@ -157,6 +169,44 @@ class KwtTest(CommandTest, KwtTestCase):
         objects = [json.loads(line) for line in err.splitlines()]
         self.assertEqual((code, objects[-1]["stage"]), (0, "over"))
         self.assertTrue(any(0 < one["done"] < one["total"] == 3 * BLOCK for one in objects if "total" in one))
+
+    def test_trace(self):
+        """What a trace has is what the library makes of it again, in each kind of btsnoop file."""
+        recorder = Recorder(self, 3 * BLOCK, BLOCK, script="notification 100 disconnect\nnotification 900 drop\nwrite 5 refuse")
+        code, _, err = recorder.run("pull", "-o", "f", "--trace", "t", "-v")
+        self.check((code, err), 0, "> 01 82 01 00 00  how many recordings?", "84 bytes of the recording", "disconnected")
+        trace = (recorder.home / "t").read_bytes()
+        (recorder.home / "plain").write_bytes(retold(trace, 1001, lambda kind, flags: flags))
+        (recorder.home / "monitor").write_bytes(
+            retold(trace, 2001, lambda kind, flags: 3 if kind == 4 else 5 if flags else 4))
+        (recorder.home / "out").mkdir()
+        for name in ("t", "plain", "monitor"):
+            code, out, err = tool("replay", name, "-o", "out", "--json", cwd=recorder.home)
+            self.assertEqual((code, err), (0, ""))
+            self.assertEqual(json.loads(out), {"schema": 1, "unknown": 0, "operations": [
+                {"operation": "download", "text": f"recording 1, {3 * BLOCK} bytes, whole, deleted"}]})
+            (saved,) = (recorder.home / "out").glob("*.opus")
+            self.assertEqual(saved.read_bytes(), recorder.contents[0])
+            saved.unlink()
+        recorder.script("")
+        (recorder.home / "image").write_bytes(image(20000))
+        for command, words in (("info", ("battery: 80 %", "firmware: 1.2.3", "recordings: 1, 2: 32.8 kB")),
+                               ("record -o live -d 0.2", ("recording: normal, 0.", "bytes")),
+                               ("update image", ("update: 20000 bytes, 1.2.3 -> 2.5.1",)), ("rm", ("recording 2",))):
+            (recorder.home / "t").unlink()
+            self.check(recorder.run(*command.split(), "--trace", "t"), 0)
+            result = tool("replay", "t", cwd=recorder.home)
+            self.check(result, 0, *words)
+            self.assertNotIn("failed", result[1])
+        self.check(recorder.run("info", "--trace", "t"), 1, "Cannot write t", "--trace")
+        for content, word in ((b"", "no btsnoop file"), (trace[:16], "nothing was sent")):
+            (recorder.home / "t").write_bytes(content)
+            self.check(tool("replay", "t", cwd=recorder.home), 1, "Cannot replay t", word)
+        seed = random.randrange(2**32)
+        cuts = random.Random(seed)
+        for _ in range(5):  # a program that was killed, a damaged disk
+            (recorder.home / "t").write_bytes(trace[:cuts.randrange(600, len(trace))] + cuts.randbytes(cuts.randrange(40)))
+            self.assertEqual(tool("replay", "t", cwd=recorder.home)[0], 0, seed)
 
     def test_time(self):
         recorder = Recorder(self, 3 * BLOCK, script="interval 7.5ms\npackets 1\n")

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -43,6 +44,7 @@ KWTSDK_EXPORT DeviceScript parseDeviceScript(std::string_view text);
 struct SimulatedRecorder {
   std::shared_ptr<RecorderModel> model;
   std::shared_ptr<SimulatedLink> link;
+  std::vector<std::string> warnings{};  // FolderStore::warnings()
 };
 
 /// Opens the folder as FolderStore does; recorder and link follow `device/script` below it where that exists.
