@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <csignal>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -17,8 +16,6 @@
 #include <system_error>
 #include <utility>
 #include <vector>
-
-#include <sys/resource.h>
 
 #include <kwtsdk/session/adapters.h>
 #include <kwtsdk/sim/microphone.h>
@@ -46,8 +43,6 @@ std::error_code codeOf(const Result<T>& result) {
   return result ? std::error_code() : std::error_code(result.error());
 }
 inline const std::error_code kOk;
-
-inline std::string text(const Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
 
 /// Counts what passes the link.
 struct CountedFaults : sim::ScriptedFaults {
@@ -236,36 +231,13 @@ struct SlowScene : SessionScene {
       : SessionScene(virtualTime, {.latency = 30ms, .connectionInterval = 15ms}) {}
 };
 
-/// Files of this process grow no further while it lives, as on a disk that is full.
-class FullDisk {
- public:
-  explicit FullDisk(rlim_t size) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{size, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FullDisk() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, signal_);
-  }
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
-
- private:
-  rlimit before_{};
-  void (*const signal_)(int);
-};
-
-/// The recording is in the file, and the recorder has deleted it.
-inline void expectSaved(SessionScene& scene, const Result<session::Saved>& saved, const std::string& file,
-                        const Bytes& content) {
+/// The recording is in the file "a" alone, and the recorder has deleted it.
+inline void expectSaved(SessionScene& scene, const Result<session::Saved>& saved, const Bytes& content) {
   ASSERT_TRUE(saved) << saved.error().text();
   EXPECT_EQ(saved->deleted, Effect::done);
-  EXPECT_EQ(saved->file, file);
-  EXPECT_TRUE(contentOf(file) == text(content)) << "not the recording";
-  for (const auto& entry : std::filesystem::directory_iterator(scene.path)) {
-    EXPECT_EQ(entry.path().string().find(".part"), std::string::npos) << entry.path() << " is left";
-  }
+  EXPECT_EQ(saved->file, scene.file("a"));
+  EXPECT_TRUE(contentOf(scene.file("a")) == text(content)) << "not the recording";
+  EXPECT_EQ(namesIn(scene.path), Names{"a"});
 }
 
 }  // namespace kwtsdk::testing
