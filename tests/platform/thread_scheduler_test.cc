@@ -97,7 +97,7 @@ TEST(RealUpdate, NoneFailsAndNoneLosesAPacket) {
   const char* const asked = std::getenv("KWTSDK_UPDATES");
   const TemporaryFolder folder;
   const Bytes image = recordingOf(65536);
-  writeFile(folder.file("image"), std::string(image.begin(), image.end()));
+  writeFile(folder.file("image"), image);
   const auto scheduler = threadScheduler();
   std::vector<std::unique_ptr<SimHost>> hosts;
   for (int i = 0; i < 4; ++i) hosts.push_back(std::make_unique<SimHost>(scheduler));

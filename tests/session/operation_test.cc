@@ -194,24 +194,6 @@ TEST(SessionCallbacks, MayThrowWaitCloseAndDestroy) {
   }
 }
 
-TEST(SessionCallbacks, RunOneAtATime) {
-  play<SessionScene>([](SessionScene& scene) {
-    int running = 0;
-    for (int i = 0; i < 5; ++i) {
-      scene.session->battery().then([&](const auto&) {
-        EXPECT_EQ(++running, 1);
-        scene.scheduler.sleep(1s);
-        --running;
-      });
-    }
-    scene.scheduler.sleep(100ms);
-    EXPECT_TRUE(scene.session->firmware().wait()) << "the worker waits for none of them";
-    EXPECT_LE(scene.now(), 1s);
-    scene.session = nullptr;
-    EXPECT_GE(scene.now(), 5s) << "all have run when the session is gone";
-  });
-}
-
 TEST(SessionCallbacks, AnExecutorThatNeverRunsThemIsWaitedForOnce) {
   play<SessionScene>([](SessionScene& scene) {
     std::vector<std::function<void()>> kept;

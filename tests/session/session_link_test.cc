@@ -37,41 +37,10 @@ TEST(SessionLink, IsNotLostByTheEndOfOneBefore) {
   }
 }
 
-TEST(SessionLink, IsMadeAndEndedWhenAsked) {
-  play<SessionScene>([](SessionScene& scene) {
-    EXPECT_EQ(scene.session->snapshot().link, LinkState::closed);
-    scene.session->connect().wait().value();
-    EXPECT_EQ(scene.session->snapshot().link, LinkState::open);
-    EXPECT_EQ(scene.frames, Lines());
-    scene.session->disconnect().wait().value();
-    EXPECT_EQ(scene.session->snapshot().link, LinkState::closed);
-    EXPECT_EQ(scene.simLink->peripheral()->state(), PeripheralState::disconnected);
-  });
-}
-
 // ---- Frames of a host's own ----
-
-class Frames : public session::Work {
- public:
-  using Body = std::function<Result<Done>(Transaction&)>;
-  explicit Frames(Body body) : body_(std::move(body)) {}
-  std::string name() const override { return "frames"; }
-  Result<Done> run(Transaction& recorder) override { return body_(recorder); }
-
- private:
-  const Body body_;
-};
 
 session::Operation<Done> transact(SessionScene& scene, Frames::Body body, const Limits& limits = {}) {
   return scene.session->transact(std::make_shared<Frames>(std::move(body)), limits);
-}
-
-Result<Bytes> levelOf(
-    Transaction& recorder, const std::function<bool(const Bytes&)>& isAnswer = [](const Bytes& value) {
-      return value.size() == 32;
-    }) {
-  return recorder.exchange(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"), "CA2A", "C92A",
-                           isAnswer);
 }
 
 TEST(SessionTransact, HasTheRecorderToItself) {

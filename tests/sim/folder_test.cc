@@ -135,16 +135,6 @@ TEST(FolderStore, HoldsTheOpusFilesInNameOrderAndTouchesNothingElse) {
   for (const auto& [name, content] : others) EXPECT_EQ(contentOf(folder.file(name)), content) << name;
 }
 
-// By a second program, for instance.
-TEST(FolderStore, ARecordingThatIsGoneReadsAsZerosAndCanBeDeleted) {
-  const TemporaryFolder folder;
-  writeFile(folder.file("a"), opus("a"));
-  const auto store = FolderStore::open(folder.path());
-  std::filesystem::remove(folder.file("a"));
-  EXPECT_EQ(read(*store, 0, 0, 2), std::string(2, '\0'));
-  EXPECT_TRUE(store->deleteFirst());
-}
-
 TEST(SimulatedRecorder, TakesItsIdsItsLinkAndItsRecordingsEndsFromTheFolder) {
   const TemporaryFolder folder;
   writeFile(folder.file("1.opus"), opus(""));

@@ -174,16 +174,6 @@ TEST(SimulatedLink, CatchesUpWithARecordingsPaceButPilesNothingUp) {
   }
 }
 
-TEST(SimulatedLink, ARecordingEndsWithTheKeyOrTheLinkAndItsTimerWithIt) {
-  forManySeeds([](std::uint64_t seed, const auto& scheduler) {
-    Host host({}, "", scheduler);
-    const std::string begin = "on record " + std::to_string(50 + seed % 9);
-    EXPECT_EQ(host.eventsOf(begin + " key 20"), " ack 12800400 50010300 50010300 08010011");
-    EXPECT_EQ(host.eventsOf(begin + " lose connect on 20"), " ack 12800400 50010300 50010300 lost");
-    EXPECT_LT(scheduler->now(), 1s) << "nothing ran on";
-  });
-}
-
 TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
   forManySeeds([](std::uint64_t seed, const auto& scheduler) {
     Host host({.latency = seed % 2 * 1ms},

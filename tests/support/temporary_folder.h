@@ -54,6 +54,7 @@ inline std::string contentOf(const std::string& path) {
 inline void writeFile(const std::string& path, const std::string& content) {
   std::ofstream(path, std::ios::binary) << content;
 }
+inline void writeFile(const std::string& path, const Bytes& content) { writeFile(path, text(content)); }
 
 /// Files of this process grow no further while it lives, as on a disk that is full.
 class FullDisk {

@@ -55,7 +55,7 @@ struct Update : PlayedHost {
   void prepare(std::size_t size) {
     image = recordingOf(size);
     key = "KWTKey_" + std::to_string(internal::crc32Value(image));
-    writeFile(path, std::string(image.begin(), image.end()));
+    writeFile(path, image);
   }
   void install() {
     const auto note = [this](std::uint64_t done, std::uint64_t total) { progress = {done, total}; };
