@@ -79,29 +79,5 @@ TEST(Command, AWrapperMayWaitForTheSender) {
   });
 }
 
-// A closure that waits, when it goes, for another thread's command.
-TEST(Command, NoHostsClosureGoesUnderALock) {
-  struct Waits {
-    ~Waits() {
-      const auto sent = host.scheduler.semaphore("sent");
-      host.scheduler.spawn("other", [helper = host.helper, sent] {
-        helper->sendCommand({1}, wire::CHARACTERISTIC_WRITE, 6, nullptr);
-        sent->signal();
-      });
-      free = sent->wait(20s);
-    }
-    Sender& host;
-    bool& free;
-  };
-  playEach<Sender>(std::array{true, false}, [](auto& host, bool byStop) {
-    bool free = false;
-    std::shared_ptr<Waits> waits(new Waits{host, free});
-    host.helper->setWriteDataBlock([waits = std::move(waits)](const auto&, const auto&) {});
-    byStop ? host.helper->stopRecord(nullptr) : host.helper->startMonitorTimer(nullptr);
-    host.scheduler.sleep(1min);
-    EXPECT_TRUE(free);
-  });
-}
-
 }  // namespace
 }  // namespace kwtsdk

@@ -128,8 +128,8 @@ TEST(Dispatcher, HostExceptionsStopAtTheLibrary) {
 }
 
 TEST(Dispatcher, KeepsNeitherCharacteristicsNorTheFacadeAlive) {
-  Dispatched host;
-  host.send();
+  FakeHost host;
+  host.helper->sendCommand({1}, wire::CHARACTERISTIC_WRITE, 3, nullptr);
   const std::weak_ptr<Characteristic> characteristic = host.fileWrite;
   host.helper->setDiscoveredCharacteristics({});
   host.fileWrite = nullptr;

@@ -139,29 +139,6 @@ TEST(SessionEnd, OperationsOutliveTheirHandles) {
 
 // ---- Callbacks ----
 
-TEST(SessionCallbacks, RunOnceWheneverTheyAreRegisteredAndNeverInsideTheCall) {
-  for (std::uint64_t seed = 1; seed < 200; ++seed) {
-    const auto body = [](SessionScene& scene) {
-      int calls = 0;
-      static thread_local bool inside = false;
-      const auto level = scene.session->battery();
-      for (int i = 0; i < 3; ++i) {
-        inside = true;
-        level.then([&](const auto& given) {
-          EXPECT_FALSE(inside);
-          EXPECT_EQ(given.value_or(0), 80U);
-          ++calls;
-        });
-        inside = false;
-        if (i == 1) static_cast<void>(level.wait());
-      }
-      scene.session = nullptr;
-      EXPECT_EQ(calls, 3);
-    };
-    play<SessionScene>(body, seed);
-  }
-}
-
 // Each may do anything: throw, ask and wait, close and destroy the session it belongs to.
 TEST(SessionCallbacks, MayThrowWaitCloseAndDestroy) {
   for (std::uint64_t seed = 1; seed < 200; ++seed) {

@@ -264,17 +264,6 @@ TEST(SessionRecording, EndsNoLaterThanItsTimeAndWhatAStopTakes) {
   }
 }
 
-TEST(SessionRecording, ALostLinkEndsTheFileAndTellsWhatItHolds) {
-  play<SessionScene>([](SessionScene& scene) {
-    scene.faults.add(LinkEvent::notification, 40, {Fault::disconnect, {}});
-    const auto recorded = record(scene, 5s).wait();
-    ASSERT_EQ(codeOf(recorded), Errc::linkLost);
-    ASSERT_NE(recorded.partial(), nullptr);
-    EXPECT_EQ(recorded.partial()->packets, 38U);
-    EXPECT_TRUE(contentOf(scene.file("live")) == NumberedMicrophone::file(0, 38));
-  });
-}
-
 TEST(SessionRecording, AFullDiskEndsItAndTellsWhatIsInTheFile) {
   playEach<SessionScene>(std::array<rlim_t, 4>{0, 1, 8, 100}, [](SessionScene& scene, rlim_t size) {
     const FullDisk full(size);

@@ -10,27 +10,13 @@ namespace {
 using session::AudioPacket, session::Event, session::ProgressReport;
 namespace event = session::event;
 
-/// An event as a word.
-struct Word {
-  std::string operator()(const event::LinkChanged& one) const {
-    return "link " + std::to_string(static_cast<int>(one.state));
-  }
-  std::string operator()(const event::BatterySeen& one) const {
-    return "battery " + std::to_string(one.level);
-  }
-  std::string operator()(const event::RecordingStarted&) const { return "started"; }
-  std::string operator()(const event::RecordingEnded&) const { return "ended"; }
-  std::string operator()(const event::RecordingSaved& one) const {
-    return "saved " + shown(one.recording.id);
-  }
-  std::string operator()(const event::RecordingDeleted& one) const {
-    return "deleted " + shown(one.recording.id);
-  }
-  std::string operator()(const event::OperationEnded& one) const {
-    return one.name + (one.error ? " failed" : " done");
-  }
-  std::string operator()(const auto&) const { return "another"; }
-};
+/// An event as a word; the end of an operation by its name.
+std::string wordOf(const Event& given) {
+  static constexpr std::array kWords{"link",    "battery",   "started",   "ended",     "saved",
+                                     "deleted", "installed", "operation", "unexpected"};
+  const auto* const end = std::get_if<event::OperationEnded>(&given);
+  return end == nullptr ? kWords.at(given.index()) : end->name + (end->error ? " failed" : " done");
+}
 
 /// Each element until the stream ends.
 template <class T>
@@ -51,10 +37,9 @@ TEST(SessionStreams, TellEachEventOnceInItsOrder) {
     scene.session->disconnect().wait().value();
     scene.session->close();
     Lines words;
-    for (const Event& each : allOf(events)) words.push_back(std::visit(Word(), each));
-    EXPECT_EQ(words, (Lines{"link 1", "link 2", "battery 80", "battery done", "saved 10", "deleted 10",
-                            "download done", "started", "ended", "record done", "remove failed", "link 0",
-                            "disconnect done"}));
+    for (const Event& each : allOf(events)) words.push_back(wordOf(each));
+    EXPECT_EQ(words, (Lines{"link", "link", "battery", "battery done", "saved", "deleted", "download done",
+                            "started", "ended", "record done", "remove failed", "link", "disconnect done"}));
     EXPECT_EQ(allOf(few).size(), 3U);
     EXPECT_EQ(few.missed(), words.size() - 3);
     EXPECT_TRUE(allOf(scene.session->events()).empty()) << "of a session that is closed";

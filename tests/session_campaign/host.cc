@@ -9,10 +9,10 @@ void Host::run() {
 void Host::act() {
   if (chance(3)) meddle();
   using Action = void (Host::*)();
-  static constexpr Action kActions[] = {&Host::query,       &Host::query,    &Host::query,    &Host::list,
-                                        &Host::download,    &Host::download, &Host::download, &Host::download,
-                                        &Host::downloadAll, &Host::remove,   &Host::record,   &Host::record,
-                                        &Host::update,      &Host::transact, &Host::control,  &Host::leave};
+  static constexpr Action kActions[] = {&Host::query,    &Host::query,    &Host::query,    &Host::query,
+                                        &Host::download, &Host::download, &Host::download, &Host::download,
+                                        &Host::record,   &Host::record,   &Host::update,   &Host::transact,
+                                        &Host::control,  &Host::leave};
   (this->*anyOf(kActions))();
   if (chance(3)) scene_.scheduler.sleep(Duration(1ms) * random_.below(3000));
 }
@@ -33,9 +33,7 @@ void Host::meddle() {
       scene_.store->put(testing::storedRecording(1, 50 + scene_.files++ % 8));
       return;
     default:
-      scene_.battery = static_cast<std::uint32_t>(random_.below(101));
-      scene_.model->setBatteryLevel(scene_.battery);
-      scene_.remember();
+      scene_.setLevel(static_cast<std::uint32_t>(random_.below(101)));
   }
 }
 

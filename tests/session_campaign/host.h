@@ -4,7 +4,7 @@
 
 namespace kwtsdk::session_campaign {
 
-inline constexpr Duration kQueryLimit = 30s, kListLimit = 2min;
+inline constexpr Duration kQueryLimit = 30s;
 
 /// One thread of a host: random operations with random limits, each followed to its end.
 class Host {
@@ -18,10 +18,7 @@ class Host {
   void act();
   void meddle();
   void query();
-  void list();
   void download();
-  void downloadAll();
-  void remove();
   void record();
   void update();
   void transact();

@@ -14,8 +14,7 @@ struct Right {
   AskedPtr asked;
 
   void operator()(std::uint64_t level) const {
-    const auto was = [level](const Moment& moment) { return moment.battery == level; };
-    EXPECT_TRUE(!undamaged() || scene.past(was, asked->began)) << asked->name << ": " << level;
+    EXPECT_TRUE(!undamaged() || scene.hadLevel(level, asked->began)) << asked->name << ": " << level;
   }
   void operator()(const std::string& version) const {
     EXPECT_TRUE(!undamaged() || scene.versions.contains(version)) << asked->name << ": " << version;
@@ -73,25 +72,6 @@ void Host::query() {
   }
 }
 
-void Host::list() {
-  const auto asked = begin("recordings");
-  follow(session_->recordings(limits(*asked, kListLimit)), asked,
-         [asked, &scene = scene_](const auto& result) {
-           if (!result || !scene.undamaged(asked->began)) return;
-           const std::uint32_t first = result->empty() ? 0 : result->front().id;
-           const auto was = [&](const Moment& moment) {
-             return moment.count == result->size() && (result->empty() || moment.firstId == first);
-           };
-           EXPECT_TRUE(scene.past(was, asked->began)) << asked->name << ": no store that there was";
-           for (std::size_t i = 0; i < result->size(); ++i) {
-             const session::RecordingInfo& info = result->at(i);
-             EXPECT_EQ(info.id, first + i);
-             const auto& held = scene.store->held.at(info.id);
-             EXPECT_TRUE(info.bytes == held.content.size() && info.created == held.created) << asked->name;
-           }
-         });
-}
-
 void Host::download() {
   const auto asked = begin("download");
   const std::string file = numbered("d", random_.below(4), ".opus");
@@ -117,31 +97,6 @@ void Host::download() {
         << asked->name << ": not deleted, and nobody knows why, or deleted and to be kept";
   };
   follow(session_->download(file, session::DownloadOptions().keep(keep), chosen, expected), asked, check);
-}
-
-void Host::downloadAll() {
-  const auto asked = begin("downloadAll");
-  const auto options = session::DownloadOptions().keep(chance(6));
-  const auto check = [asked, &scene = scene_](const Result<session::Harvest>& result) {
-    const session::Harvest* const harvest = result.achieved();
-    if (harvest == nullptr || !scene.undamaged(Duration(0))) return;
-    for (const session::Saved& saved : harvest->saved) {
-      EXPECT_TRUE(testing::contentOf(saved.file.string()) ==
-                  testing::text(scene.store->held.at(saved.recording.id).content))
-          << asked->name << ": not the recording";
-    }
-  };
-  follow(session_->downloadAll(scene_.path, options, limits(*asked, std::nullopt)), asked, check);
-}
-
-void Host::remove() {
-  const auto asked = begin("remove");
-  const std::uint32_t id = scene_.store->firstId() + (chance(8) ? 1U : 0U);
-  scene_.store->removed.insert(id);
-  follow(session_->remove(id, limits(*asked, kListLimit)), asked,
-         [asked, id, &scene = scene_](const auto& result) {
-           EXPECT_TRUE(!result || id < scene.store->firstId()) << asked->name << ": it is there";
-         });
 }
 
 void Host::record() {

@@ -9,16 +9,17 @@ Scene::Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, cons
       faults(plan),
       endings(virtualTime->semaphore("an operation has ended")) {
   model->setFirmwareSlot([this](const Bytes& image) { return installed.insert(testing::text(image)), true; });
-  store->onChange = [this] { remember(); };
-  remember();
 }
 
-void Scene::remember() { moments.push_back({scheduler.now(), battery, store->firstId(), store->count()}); }
+void Scene::setLevel(std::uint32_t level) {
+  levels.emplace_back(scheduler.now(), level);
+  model->setBatteryLevel(level);
+}
 
-bool Scene::past(const std::function<bool(const Moment&)>& was, Duration since) const {
-  for (auto moment = moments.rbegin(); moment != moments.rend(); ++moment) {
-    if (was(*moment)) return true;
-    if (moment->from < since) return false;
+bool Scene::hadLevel(std::uint64_t level, Duration since) const {
+  for (auto each = levels.rbegin(); each != levels.rend(); ++each) {
+    if (each->second == level) return true;
+    if (each->first < since) return false;
   }
   return false;
 }

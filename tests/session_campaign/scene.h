@@ -79,20 +79,13 @@ struct Asked {
 };
 using AskedPtr = std::shared_ptr<Asked>;
 
-/// What a recorder has been, from a moment on.
-struct Moment {
-  Duration from{0};
-  std::uint32_t battery = 0, firstId = 0;
-  std::size_t count = 0;
-};
-
 /// What the host threads of one scenario share.
 struct Scene : testing::RecorderScene {
   Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, const std::string& folder, Diary& kept,
         const std::shared_ptr<NotedFaults>& plan);
 
-  bool past(const std::function<bool(const Moment&)>& was, Duration since) const;
-  void remember();
+  void setLevel(std::uint32_t level);
+  bool hadLevel(std::uint64_t level, Duration since) const;
   void ended(const Asked& operation, const std::error_code& code) const;
   void checkLost() const;
 
@@ -101,8 +94,7 @@ struct Scene : testing::RecorderScene {
 
   Diary& diary;
   std::shared_ptr<NotedFaults> faults;
-  std::vector<Moment> moments;
-  std::uint32_t battery = 80;
+  std::vector<std::pair<Duration, std::uint32_t>> levels{{Duration(0), 80}};  // of the battery, from then on
   std::set<std::string> versions{"1.2.3"};
   std::set<std::string> installed;
   std::string existing;  // what was in a file before

@@ -162,18 +162,5 @@ TEST(VirtualTimeScheduler, ReportsWhatCannotGoOnAndLetsTheHandlerHelp) {
   }
 }
 
-TEST(VirtualTimeSchedulerDeathTest, AbortsWithAReasonOnMisuse) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto v = VirtualTimeScheduler::create(7);
-  const auto semaphore = v->semaphore("reply");
-  const auto lock = v->recursiveLock("l");
-  EXPECT_DEATH(v->run([&] { semaphore->wait({}); }),
-               "deadlock.*\n.*seed 7.*\n.*main: waits for semaphore 'reply'");
-  EXPECT_DEATH(semaphore->wait(1s), "wait for semaphore 'reply' on a thread that is not simulated");
-  EXPECT_DEATH(lock->unlock(), "'l' is unlocked by a thread that does not hold it");
-  EXPECT_DEATH((v->setDeadlockHandler([&](auto&) { v->sleep(1s); }), v->run([&] { semaphore->wait({}); })),
-               "handler must not block");
-}
-
 }  // namespace
 }  // namespace kwtsdk::sim

@@ -1,35 +1,11 @@
 #include <gtest/gtest.h>
 
 #include "codec/crc32.h"
-#include "tests/support/noted_settings.h"
 #include "tests/support/played_host.h"
 #include "tests/support/temporary_folder.h"
-#include "update/update_handshake.h"
-#include "wire/firmware_channel.h"
 
 namespace kwtsdk::testing {
 namespace {
-
-TEST(UpdateFrames, AreWhatRecordersExpect) {
-  using namespace wire;
-  using internal::toData, internal::identifyImage;
-  Bytes thousand(1000);
-  for (std::size_t i = 0; i < thousand.size(); ++i) thousand[i] = static_cast<std::uint8_t>(i * 7);
-  const auto zeros = [](std::size_t bytes) { return std::string(2 * bytes, '0'); };
-  Lines frames;
-  for (const Bytes& frame :
-       {prepareRequest(), selectionRequest(), resumeRequest(8192, 0), resumeRequest(8192, 0xFF12345678),
-        beginRequest(thousand), configRequest("aabbcc00"), configRequest(""), dataRequest(toData("00ff")),
-        checkRequest(toData("010203")), byeRequest(), doneRequest()})
-    frames.push_back(internal::hexString(frame));
-  EXPECT_EQ(frames,
-            (Lines{"9701", "9000", "8c42455354" + zeros(32) + "0020000035f4fb52",
-                   "8c42455354" + zeros(28) + "7856341200200000c42380e8", "8042455354e8030000ffd54a11",
-                   "8658000000aabbcc00" + zeros(80) + "276578c3", "8658000000" + zeros(80) + "e58f0885",
-                   "8500ff", "82424553541d80bc55", "88", "9242455354"}));
-  EXPECT_EQ(identifyImage(toData("0011aabbccdd")), "aabbcc00");
-  EXPECT_EQ(identifyImage(toData("aabbcc")), std::nullopt);
-}
 
 /// A recorder that takes updates.
 struct Update : PlayedHost {
@@ -183,20 +159,6 @@ TEST(Update, ATailShorterThanAPacketIsReportedAndNotSent) {
   });
 }
 
-TEST(Update, ALateAnswerDoesNotEndTheNextStep) {
-  play<Update>([](auto& u) {
-    u.answers.erase("97");
-    u.run(100, 6s);
-    EXPECT_EQ(u.outcome.text(), "999 timeout");
-    u.answers["97"] = "9801";
-    u.notify(u.firmware, "9801");  // clears what the first update left pending
-    EXPECT_FALSE(u.helper->completionBlock());
-    EXPECT_EQ(u.outcome.calls, 1);
-    for (int i = 0; i < 2; ++i) u.install();
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(u.outcome.ended(), "ok");
-  });
-}
-
 // What is never acknowledged waits until the host says that the link is gone. That leaves what was confirmed,
 // and a recorder that starts anew.
 TEST(Update, ALinkLostAtAnyWriteLeavesWhatWasConfirmed) {
@@ -221,22 +183,6 @@ TEST(Update, ALinkLostAtAnyWriteLeavesWhatWasConfirmed) {
       EXPECT_FALSE(u.settings->read(u.key));
     });
   }
-}
-
-// Nobody else can let go of a packet that is refused or acknowledged inside a completion.
-TEST(Transfer, APacketReturnsAlsoInsideACompletion) {
-  playEach<Update>(std::array{"1001"s, "1002"s, "ok"s}, [](auto& u, auto& outcome) {
-    if (outcome == "1001") u.peripheral->current = PeripheralState::disconnected;
-    Outcome packet(u.scheduler);
-    u.helper->updatePrepare([&](const MaybeError& error, bool done) {
-      u.peripheral->onWrite = [&](const auto& characteristic) { u.acknowledge(characteristic); };
-      if (outcome == "ok") u.helper->setCompletionBlock(nullptr);
-      u.helper->updateSendData({1}, packet.completion());
-      u.outcome.completion()(error, done);
-    });
-    ASSERT_TRUE(u.outcome.wait() && packet.wait());
-    EXPECT_TRUE(packet.text().starts_with(outcome)) << packet.text();
-  });
 }
 
 TEST(Transfer, OnePacketIsInFlightAlways) {
