@@ -32,17 +32,6 @@ struct Sender : FakeHost {
 
 bool has(const std::shared_ptr<Semaphore>& signal) { return signal->wait(0s); }
 
-TEST(Command, OfAFormThatHasEndedIsNotSent) {
-  play<Sender>([](auto& host) {
-    host.peripheral->onSetNotify = [&](bool on) { host.scheduler.sleep(on ? 8s : 0s); };
-    EXPECT_EQ(host.helper->getPower(), -1);
-    EXPECT_EQ(host.scheduler.now(), 5s);
-    host.scheduler.sleep(1min);
-    EXPECT_FALSE(host.busy());
-    EXPECT_EQ(host.peripheral->calls, (Lines{"on C92A", "off C92A"}));
-  });
-}
-
 TEST(Command, AcknowledgementsEndTheWaitsOfTheirOwnWrites) {
   play<Sender>([](auto& host) {
     const auto first = host.send();

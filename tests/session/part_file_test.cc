@@ -159,23 +159,6 @@ TEST(PartFile, NothingIsReplacedOrFollowed) {
   EXPECT_EQ(contentOf(folder.file("late")) + contentOf(folder.file("late.part")), "minepart");
 }
 
-TEST(PartFile, AFullDiskKeepsWhatIsThere) {
-  const TemporaryFolder folder;
-  const fs::path before = fs::current_path();
-  fs::current_path(folder.path());
-  const auto part = PartFile::open("memo", kFirst);  // in the current folder
-  fs::current_path(before);
-  ASSERT_TRUE(part);
-  {
-    const FullDisk full(10);
-    expectUnusable((*part)->write(0, bytesOf("0123456789abc")), "Cannot write memo.part: File too large.");
-    expectUnusable(PartFile::open(folder.file("next"), kFirst), "next.part.id.new: File too large.");
-  }
-  EXPECT_EQ((*part)->size(), 10U);
-  EXPECT_EQ(contentOf(folder.file("memo.part")), "0123456789");
-  EXPECT_EQ(namesIn(folder.path()), (Names{"memo.part", "memo.part.id"}));
-}
-
 TEST(ExistingFile, OnlyAWholeRecordingOfTheSizeCounts) {
   const TemporaryFolder folder;
   const Bytes pages = joined(oggPage(kBegin, 1, 0, 19), oggPage(kEnd, 1, 1, 300));

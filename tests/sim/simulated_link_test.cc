@@ -133,20 +133,6 @@ notification 1 disconnect: ack lost;subscription 1 drop: ack ack;subscription 1 
   EXPECT_EQ(delayed.eventsOf("count count"), " ack@30 ack@40");
 }
 
-TEST(SimulatedLink, SendsARecordingAtItsPaceAndServesCommandsInBetween) {
-  Host host({.latency = 2ms});
-  const auto events = host.eventsOf([&] {
-    host.act("on record 30");
-    host.write("99ec2a02b20a0001000000000000001003a34083df", "CA2A");
-    host.link->drain();
-    EXPECT_EQ(host.scheduler->now() - host.began, 34ms) << "drained amid the recording";
-    host.act("599967 stop");
-  });
-  EXPECT_EQ(std::ranges::count(events, ' '), 2 + 1 + 30000 + 3);
-  EXPECT_TRUE(events.starts_with(" ack@4 12800400@4 50010300@24 ack@34 50010300@44"));
-  EXPECT_TRUE(events.ends_with(" ack@600005 50010300@600005 00800100@600005 08010001@600005"));
-}
-
 TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
   forManySeeds([](std::uint64_t seed, const auto& scheduler) {
     Host host({.latency = seed % 2 * 1ms},

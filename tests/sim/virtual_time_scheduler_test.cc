@@ -140,11 +140,6 @@ TEST(VirtualTimeScheduler, ReportsWhatCannotGoOnAndLetsTheHandlerHelp) {
          EXPECT_TRUE(reply.wait({}));
        },
        {"limit of virtual time", "timer: armed since 3600 s, until 3660 s\n", "main: waits"}},
-      {[](auto& v, auto& reply) {
-         v.setStepLimit(1000);
-         while (!reply.wait(0s)) v.preemptionPoint();
-       },
-       {"the clock does not move", "main: running"}},
   };
   for (const auto& test : cases) {
     const auto scheduler = VirtualTimeScheduler::create(1);

@@ -202,19 +202,5 @@ TEST(Transfer, OnePacketIsInFlightAlways) {
   });
 }
 
-TEST(Transfer, BeginsWhereTheCallerSays) {
-  const std::tuple<std::uint64_t, std::size_t, std::size_t, std::uint64_t, int> cases[]{
-      {4096, 34, 1, 12288, 0}, {12288, 0, 0, 0, 0}, {12289, 51, 2, 12288, 1}, {0, 51, 2, 12288, 0}};
-  playEach<Update>(cases, [](auto& u, auto offset, auto packets, auto checks, auto record, int reset) {
-    u.prepare(12288);
-    u.helper->setMTU(244);
-    u.helper->uploadFirmWare(u.image, offset, nullptr, u.outcome.completion());
-    EXPECT_EQ(u.outcome.ended(), "ok");
-    EXPECT_TRUE(u.packets().size() == packets && u.settings->calls.size() == checks) << offset;
-    EXPECT_EQ(u.record(), record);
-    EXPECT_EQ(u.log->count("断点续传的偏移量大于等于固件文件长度,重置为0"), reset);
-  });
-}
-
 }  // namespace
 }  // namespace kwtsdk::testing
