@@ -4,23 +4,53 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <exception>
 #include <iostream>
 
 #include "tools/command_line.h"
 #include "tools/interrupt.h"
+#include "tools/trace.h"
+#include "tools/wire_log.h"
 
 namespace kwtsdk::tool {
 namespace {
 
+Environment environmentOf(const Invocation& invocation, const std::shared_ptr<Scheduler>& scheduler,
+                          const Interrupt& interrupt) {
+  Environment environment{scheduler, interrupt.token(), invocation.simulatedFolder, invocation.device};
+  environment.adapter = invocation.adapter;
+  environment.verbose = invocation.verbose;
+  if (invocation.verbose) environment.observers.push_back(wireLog(scheduler));
+  if (!invocation.trace.empty()) environment.observers.push_back(traceInto(scheduler, invocation.trace));
+  return environment;
+}
+
+/// What --timeout ended was not interrupted by a person.
+Failure inTime(const Failure& failure, const Invocation& invocation, const Interrupt& interrupt) {
+  const bool isInterrupted = failure.code() == static_cast<std::int64_t>(ToolError::interrupted);
+  if (!interrupt.isTimeOver() || !isInterrupted) return failure;
+  return {ToolError::timeOver,
+          "The time of --timeout, " + secondsText(*invocation.seconds, 1) + ", was over. " + failure.what(),
+          failure.hint()};
+}
+
 int run(const Invocation& invocation) {
   const auto scheduler = threadScheduler();
-  const Interrupt interrupt(*scheduler);
-  Output output(invocation.json);
+  Interrupt interrupt(*scheduler);
+  // A line that is written over and lines of other kinds do not go together.
+  const bool isShown = !invocation.quiet && !invocation.verbose;
+  const bool isSaid = invocation.progress != ProgressMode::automatic;
+  setProgress(isShown || isSaid ? invocation.progress : ProgressMode::none);
+  Output output(invocation.style());
+  if (invocation.seconds) {
+    const std::chrono::duration<double> seconds(*invocation.seconds);
+    interrupt.stopAfter(std::chrono::duration_cast<Duration>(seconds));
+  }
   try {
-    invocation.action({scheduler, interrupt.token(), invocation.simulatedFolder, invocation.device}, output);
+    invocation.action(environmentOf(invocation, scheduler, interrupt), output);
   } catch (const Failure& failure) {
-    output.fail(failure);
+    output.fail(inTime(failure, invocation, interrupt));
   } catch (const std::exception& exception) {
     output.fail({ToolError::other, exception.what(), ""});
   }

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "tests/session/session_host.h"
+#include "tests/support/failing_sync.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -18,9 +19,11 @@ TEST(SessionDownload, AFileThatIsThereIsNeverTouched) {
     play<SessionScene>([&](SessionScene& scene) {
       scene.store->put(content);
       writeFile(scene.file("a"), there);
+      writeFile(scene.file("a.part.id"), "of one that was killed behind the rename");
       const auto saved = scene.session->download(scene.file("a")).wait();
       EXPECT_EQ(codeOf(saved), there == whole ? kOk : std::error_code(Errc::fileUnusable));
       EXPECT_TRUE(contentOf(scene.file("a")) == there);
+      EXPECT_EQ(std::filesystem::exists(scene.file("a.part.id")), there != whole);
       EXPECT_EQ(scene.store->count(), there == whole ? 0U : 1U);
     });
   }
@@ -47,6 +50,15 @@ TEST(SessionDownload, AFullDiskLeavesTheRecordersCopyAndTheSameCallGoesOn) {
       EXPECT_FALSE(std::filesystem::exists(scene.file("a")));
     }
     expectSaved(scene, scene.session->download(scene.file("a")).wait(), storedRecording(1));
+  });
+}
+
+TEST(SessionDownload, NothingIsDeletedThatTheDiskHasNotTaken) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(1));
+    const FailingSync failing;
+    EXPECT_EQ(codeOf(scene.session->download(scene.file("a")).wait()), Errc::fileUnusable);
+    EXPECT_EQ(scene.store->count(), 1U);
   });
 }
 

@@ -8,7 +8,8 @@ import sys
 import time
 import unittest
 
-from kwt_support import BLOCK, DATA, QUERIES, CommandTest, KwtTestCase, Recorder, finish, image, packets_of, wire
+from kwt_support import (BLOCK, DATA, QUERIES, CommandTest, KwtTestCase, Recorder, finish, image, packets_of, tool,
+                         wire)
 
 FAKE_BLUEZ = os.path.abspath(sys.argv.pop(1))
 ADDRESS = "AA:BB:CC:DD:EE:FF"
@@ -58,16 +59,16 @@ class DeviceTest(CommandTest, KwtTestCase):
     recorder = Station
     # Then comes what the fake is told before.
     commands = (
-        ("", "scan -d 1", 1, ("no Bluetooth adapter", "Plug one in"), "adapter off"),
-        ("", "pull", 1, ("Bluetooth is off", "bluetoothctl power on"), "power off"),
-        ("", "list", 1, ("bluetoothd, is not running", "systemctl start bluetooth"), "end"),
-        ("", "info", 1, ("Bluetooth reported an error (org.bluez.Error.No",), "refuse Connect org.bluez.Error.No"),
+        ("", "scan -d 1", 69, ("no Bluetooth adapter", "Plug one in"), "adapter off"),
+        ("", "pull", 69, ("Bluetooth is off", "bluetoothctl power on"), "power off"),
+        ("", "list", 69, ("bluetoothd, is not running", "systemctl start bluetooth"), "end"),
+        ("", "info", 75, ("Bluetooth reported an error (org.bluez.Error.No",), "refuse Connect org.bluez.Error.No"),
         ("", "info", 1, ("is no recorder", "77777777-7777", "kwt scan"), "lack 7777"),
         ("", "info", 1, (f"ATT MTU {MTU - 1}", f"at least {MTU}"), f"mtu {MTU - 1}"),
         ("notification 6 disconnect", "rm", 1, ("did not confirm that it deleted recording 1", "kwt list")),
         (f"notification {LAST + 2} disconnect", "pull -o f", 1, ("f is safe", "kwt list", "recording 1")),
-        ("notification 3 disconnect", "list", 1, ("connection to the recorder was lost",)),
-        ("acknowledgement 1 refuse", "info", 1, ("org.bluez.Error.Failed",)))
+        ("notification 3 disconnect", "list", 75, ("connection to the recorder was lost",)),
+        ("acknowledgement 1 refuse", "info", 75, ("org.bluez.Error.Failed",)))
 
     def test_scan(self):
         station = Station(self)
@@ -81,7 +82,7 @@ class DeviceTest(CommandTest, KwtTestCase):
         breaks = "".join(f"notification {number} disconnect\n" for number in (20, 400, 900))
         station = Station(self, breaks, sizes=(3 * BLOCK, BLOCK))
         self.check(station.run("info"), 0, "80", "1.2.3")
-        self.check(station.run("list"), 0, str(3 * BLOCK), str(BLOCK))
+        self.check(station.run("list"), 0, "98.3 kB", "32.8 kB")
         self.check(station.run("pull", "-o", "f"), 0, "Saved f", "has deleted")
         self.assertEqual((station.home / "f").read_bytes(), station.contents[0])
         self.check(station.run("rm"), 0)
@@ -91,6 +92,21 @@ class DeviceTest(CommandTest, KwtTestCase):
         (station.home / "image").write_bytes(image(20000))
         self.check(station.run("update", "image"), 0, "2.5.1")
         self.assertEqual(station.firmware(), image(20000))
+
+    def test_usual_recorder(self):
+        station = Station(self)
+
+        def kwt(*words, **env):
+            return tool(*words, env={**station.bus, "XDG_CONFIG_HOME": str(station.home), **env})
+
+        self.check(kwt("info", "-v"), 0, "80 %", f"{ADDRESS}, the only one in range", "battery level 80")
+        self.check(kwt("info", "--device", "recorder", "--adapter", "hci0"), 0, "80 %")
+        self.check(kwt("info", "--device", ADDRESS, "--adapter", "hci7"), 69, "Bluetooth adapter")
+        station.obey("stranger on")
+        self.check(kwt("info"), 2, "2 recorders are in range", ADDRESS, "11:22:33:44:55:66", "kwt device")
+        self.check(kwt("device", ADDRESS), 0)
+        self.check(kwt("info"), 0, "80 %")
+        self.check(kwt("info", "--timeout", "0.5", KWT_DEVICE="Nobody"), 75, "--timeout")
 
     def test_interrupts(self):
         """While the fake does not answer a call."""

@@ -1,15 +1,18 @@
 """What the tests of kwt have in common; the first argument of each test program is kwt."""
 
 import contextlib
+import fcntl
 import os
 import pathlib
 import random
 import re
 import resource
 import signal
+import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import types
 import unittest
 import zlib
@@ -136,9 +139,14 @@ class Recorder:
 class Terminal:
     """A terminal as the standard error of a recorder's command."""
 
-    def __init__(self, recorder, *arguments):
+    def __init__(self, recorder, *arguments, columns=80, types=None, **options):
         self.ours, theirs = os.openpty()
-        self.process = recorder.start(*arguments, stderr=theirs)
+        fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("4H", 25, columns, 0, 0))
+        options.setdefault("env", {**os.environ, "TERM": "xterm"})
+        if types is not None:
+            os.write(self.ours, types.encode())
+            options["stdin"] = theirs
+        self.process = recorder.start(*arguments, stderr=theirs, **options)
         os.close(theirs)
         self.shown = b""
 
