@@ -106,12 +106,11 @@ TEST(SessionUpdate, CancelledBeforeTheImageWasAcceptedItHasNoEffect) {
   }
 }
 
-// It is gone a while, or it stays with what it had.
-TEST(SessionUpdate, ARecorderThatRestartsIsAskedWhatItRunsOverANewLink) {
-  playEach<SessionScene>(std::array{true, false}, [](SessionScene& scene, bool takesIt) {
-    scene.model->setFirmwareSlot([takesIt](const Bytes&) { return takesIt; });
+TEST(SessionUpdate, ARecorderThatRestartsIsAskedOverANewLink) {
+  play<SessionScene>([](SessionScene& scene) {
     scene.onFrame = [&](const std::string& frame) {
       if (!frame.starts_with("92")) return true;
+      // It is gone a while.
       scene.link->onOpen = [&scene, until = scene.now() + 4s]() -> MaybeError {
         scene.scheduler.sleep(1s);
         if (scene.now() < until) return Error("host.bluetooth", 1, {});
@@ -121,8 +120,28 @@ TEST(SessionUpdate, ARecorderThatRestartsIsAskedWhatItRunsOverANewLink) {
       return true;
     };
     const auto installed = install(scene, firmwareImage()).wait();
-    EXPECT_TRUE(installed || !takesIt) << installed.error().text();
-    EXPECT_TRUE(!installed || installed->after == (takesIt ? "2.5.7" : "1.2.3"));
+    ASSERT_TRUE(installed) << installed.error().text();
+    EXPECT_EQ(installed->after, "2.5.7");
+  });
+}
+
+TEST(SessionUpdate, ThatWasNotInstalledDoesNotSayItWas) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.model->setFirmwareSlot([](const Bytes&) { return false; });  // the recorder stays with what it had
+    const auto installed = install(scene, firmwareImage()).wait();
+    ASSERT_EQ(codeOf(installed), Errc::refused);
+    EXPECT_EQ(installed.error().effect(), Effect::unknown);
+    EXPECT_EQ(installed.partial()->after, "1.2.3");
+  });
+}
+
+TEST(SessionUpdate, IsDoneOnceTheRecorderHasHeardIt) {
+  playEach<SessionScene>(std::array{0, 1, 2, 3}, [](SessionScene& scene, int deaf) {
+    scene.onFrame = [&, left = deaf](const std::string& frame) mutable {
+      return !frame.starts_with("92") || left-- <= 0;
+    };
+    EXPECT_EQ(install(scene, firmwareImage()).wait().has_value(), deaf < 3);
+    EXPECT_EQ(scene.model->installedImage().has_value(), deaf < 3) << deaf;
   });
 }
 
