@@ -125,51 +125,7 @@ TEST(SessionEnd, ClosedAtAnyMomentEveryOperationEnds) {
   }
 }
 
-TEST(SessionEnd, OperationsOutliveTheirHandles) {
-  play<SessionScene>([](SessionScene& scene) {
-    scene.store->put(storedRecording(1));
-    static_cast<void>(scene.session->download(scene.file("a")));
-    static_cast<void>(scene.session->remove(77));
-    scene.session->recordings().wait().value();
-    EXPECT_TRUE(scene.store->isOnDisk(storedRecording(1)));
-    scene.session = nullptr;
-    EXPECT_GE(scene.log->count("remove"), 1) << "a failure that nobody hears of is logged";
-  });
-}
-
 // ---- Callbacks ----
-
-// Each may do anything: throw, ask and wait, close and destroy the session it belongs to.
-TEST(SessionCallbacks, MayThrowWaitCloseAndDestroy) {
-  for (std::uint64_t seed = 1; seed < 200; ++seed) {
-    const auto body = [seed](SessionScene& scene) {
-      if (seed < 100) {
-        scene.session = scene.open(
-            Options().executor([queue = scene.scheduler.serialQueue("host's own")](
-                                   std::function<void()> work) { queue->async(std::move(work)); }));
-      }
-      const auto done = scene.scheduler.semaphore("done");
-      const auto first = scene.session->battery(), second = scene.session->battery();
-      first.then([](const auto&) { throw std::runtime_error("of the host's own"); });
-      first.then([done, session = scene.session](const auto&) {
-        EXPECT_TRUE(session->firmware().wait()) << "asked and awaited inside a callback";
-        done->signal();
-      });
-      done->wait(std::nullopt);
-      EXPECT_EQ(scene.log->count("of the host's own"), 1);
-      second.then([done, seed, session = std::move(scene.session)](const auto&) mutable {
-        const auto left = session->status();
-        if (seed % 2 == 0) session->close();
-        session = nullptr;  // the last one
-        EXPECT_EQ(codeOf(left.wait()), Errc::closed);
-        done->signal();
-      });
-      done->wait(std::nullopt);
-      scene.scheduler.sleep(1s);  // nobody waits for what is left of it
-    };
-    play<SessionScene>(body, seed);
-  }
-}
 
 TEST(SessionCallbacks, AnExecutorThatNeverRunsThemIsWaitedForOnce) {
   play<SessionScene>([](SessionScene& scene) {

@@ -3,19 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <ctime>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
-#include <string>
 #include <system_error>
-#include <utility>
-#include <vector>
 
 #include <kwtsdk/session/adapters.h>
 #include <kwtsdk/sim/microphone.h>

@@ -24,19 +24,6 @@ TEST(SessionLink, IsEndedWhenItWasIdleForLongEnough) {
   });
 }
 
-// The end of one may be told when the next but one is open.
-TEST(SessionLink, IsNotLostByTheEndOfOneBefore) {
-  for (std::uint64_t seed = 1; seed < 500; ++seed) {
-    const auto body = [seed](SessionScene& scene) {
-      scene.session = scene.open(Options().keepLink(0s));
-      std::vector<session::Operation<std::uint64_t>> levels;
-      while (levels.size() < 4) levels.push_back(scene.session->battery(Limits().reconnects(0)));
-      for (const auto& level : levels) EXPECT_EQ(codeOf(level.wait()), kOk) << "seed " << seed;
-    };
-    play<SessionScene>(body, seed);
-  }
-}
-
 // ---- Frames of a host's own ----
 
 session::Operation<Done> transact(SessionScene& scene, Frames::Body body, const Limits& limits = {}) {
@@ -94,19 +81,6 @@ TEST(SessionTransact, AnExchangeThatFailedHasNoPartInTheNext) {
       return Done{};
     });
     EXPECT_TRUE(asking.wait());
-  });
-}
-
-// Nothing would ever end if the worker waited for itself.
-TEST(SessionTransact, AWaitInsideForTheSameSessionEnds) {
-  play<SessionScene>([](SessionScene& scene) {
-    const auto waiting = transact(scene, [&](Transaction&) -> Result<Done> {
-      static_cast<void>(scene.session->battery().wait());
-      return Done();
-    });
-    static_cast<void>(waiting.wait());
-    EXPECT_LE(scene.now(), 36s);
-    EXPECT_TRUE(scene.session->battery().wait());
   });
 }
 

@@ -1,13 +1,10 @@
 #include <gtest/gtest.h>
-#include <kwtsdk/sim/seed.h>
 
 #include <algorithm>
-#include <iostream>
 #include <sstream>
 
 #include "sim/air/att_session.h"
 #include "sim/model/wire.h"
-#include "sim/virtual_time/random.h"
 #include "tests/support/sim_host.h"
 
 namespace kwtsdk::sim {
@@ -35,11 +32,11 @@ Pdus wordsOf(const std::string& text) {
 
 /// A central's end of a session with a simulated recorder.
 struct Central {
-  explicit Central(const std::string& faults = "", std::size_t mtu = 517) {
+  explicit Central(const std::string& faults = "") {
     store->add(Bytes(200, 1));
     recorder.model = std::make_shared<RecorderModel>(store);
     const auto plan = ScriptedFaults::fromText(faults);
-    recorder.link = SimulatedLink::create(scheduler, recorder.model, {.mtu = mtu}, plan);
+    recorder.link = SimulatedLink::create(scheduler, recorder.model, {.mtu = 517}, plan);
     recorder.link->disconnect();
     connect();
   }
@@ -69,22 +66,6 @@ struct Central {
     return all;
   }
 
-  /// The entries of all responses to a request for ranges of handles, each range from the last answer on.
-  Pdus walk(const std::string& opcode, const std::string& type, std::size_t mtu) {
-    Pdus entries;
-    for (std::size_t first = 1;;) {
-      const auto range = hexString(Bytes{static_cast<std::uint8_t>(first), 0}).append("ffff");
-      const Bytes response = toData(hear(toData(std::string(opcode).append(range).append(type))).at(0));
-      if (response[0] == 1) return entries;
-      EXPECT_LE(response.size(), mtu);
-      const std::size_t size = response[0] == 5 ? (response[1] == 1 ? 4 : 18) : response[1];
-      for (std::size_t at = 2; at < response.size(); at += size) {
-        entries.push_back(hexString(response).substr(2 * at, 2 * size));
-        first = response[at + (response[0] == 0x11 ? 2 : 0)] + 1U;
-      }
-    }
-  }
-
   std::shared_ptr<VirtualTimeScheduler> scheduler = VirtualTimeScheduler::create(1);
   std::shared_ptr<MemoryStore> store = std::make_shared<MemoryStore>();
   Pdus heard;
@@ -111,20 +92,6 @@ TEST(AttServer, AnswersWhatIsMalformedOrNotAllowed) {
     const auto colon = text.find(':');
     EXPECT_EQ(central.say(text.substr(0, colon)), text.substr(colon + 1)) << text;
   }
-}
-
-TEST(AttServer, IsDiscoveredAtEachMtu) {
-  Central small("", 23), large;
-  EXPECT_EQ(small.say("mtu517"), "031700");
-  EXPECT_EQ(large.say("mtu517"), "030502");
-  for (const auto& [opcode, type, entries] :
-       {std::tuple{"10", "0028", 4U}, {"08", "0328", 7U}, {"04", "", 21U}}) {
-    const Pdus walked = small.walk(opcode, type, 23);
-    EXPECT_EQ(walked.size(), entries);
-    EXPECT_EQ(walked, large.walk(opcode, type, 517));
-  }
-  EXPECT_EQ(small.walk("10", "0028", 23)[1], "06000b00010082192a6ef0b7c842a653079e1d4b");
-  EXPECT_EQ(small.walk("08", "0328", 23)[2], "0700080800040082192a6ef0b7c842a653079e1d4b");
 }
 
 TEST(AttServer, CarriesTheLinksTrafficAndItsFaults) {

@@ -83,22 +83,6 @@ TEST(Update, RunsAllStepsAndRemovesItsRecord) {
   });
 }
 
-TEST(Update, PacketsFollowTheMtuUpwardsOnly) {
-  // What the recorder offers, what the peripheral takes, and what becomes of it.
-  const std::tuple<const char*, std::size_t, std::int64_t, std::size_t, std::size_t> cases[]{
-      {"0000", 512, 0, 220, 52},           {"6400", 512, 100, 220, 52},  {"dc00", 512, 220, 220, 52},
-      {"f400", 512, 244, 244, 140},        {"0002", 512, 512, 512, 512}, {"0004", 512, 512, 512, 512},
-      {"0004", SIZE_MAX, 1024, 1024, 1024}};
-  playEach<Update>(cases, [](auto& u, auto offered, auto limit, auto mtu, auto first, auto last) {
-    u.peripheral->longestWrite = limit;
-    u.answers["80"] = std::string("8142455354000000").append(offered);
-    u.run(8192);
-    EXPECT_EQ(u.outcome.text(), "ok");
-    EXPECT_EQ(u.helper->MTU(), mtu);
-    EXPECT_TRUE(u.packets().front() == first && u.packets().back() == last) << mtu;
-  });
-}
-
 // A step's answer is spoilt or missing, or the link is lost after a write.
 TEST(Update, EveryFailureIsReportedAndLeavesTheRecord) {
   const std::tuple<const char*, const char*, int, const char*, std::uint64_t> cases[]{
