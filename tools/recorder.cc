@@ -2,13 +2,13 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <kwtsdk/bluez/device.h>
 #include <kwtsdk/session/adapters.h>
 #include <kwtsdk/sim/simulated_recorder.h>
 
-#include "sim/link/ending_elsewhere.h"
 #include "sim/samples/microphones.h"
 #include "tools/choice.h"
 
@@ -57,12 +57,39 @@ class ShownDevice {
   const std::shared_ptr<bluez::Device> device_;
 };
 
+/// Signalled when the simulated recorder that was opened last has ended; null: none was.
+std::shared_ptr<Semaphore>& lastEnd() {
+  static std::shared_ptr<Semaphore> end;
+  return end;
+}
+
+/// The link's end waits for its thread, which may be busy with a delay that the script asks for, so it ends
+/// on a queue for which only the next recorder waits: two cannot have one folder.
+std::shared_ptr<sim::SimulatedLink> endingApart(const std::shared_ptr<Scheduler>& scheduler,
+                                                const std::shared_ptr<sim::SimulatedLink>& link) {
+  const auto end = scheduler->semaphore("kwt.sim.end");
+  lastEnd() = end;
+  return {link.get(), [scheduler, end, link = link](sim::SimulatedLink*) mutable {
+            const auto queue = scheduler->serialQueue("kwt.sim.release");
+            queue->async([queue, end, link = std::move(link)]() mutable {
+              link.reset();
+              end->signal();
+            });
+          }};
+}
+
+std::shared_ptr<session::Link> linkToFolder(const Environment& environment) {
+  constexpr Duration longest = std::chrono::minutes(1);
+  if (const auto end = std::exchange(lastEnd(), nullptr)) end->wait(longest);
+  const auto recorder = sim::openSimulatedRecorder(environment.scheduler, environment.simulatedFolder);
+  recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
+  return session::linkOver(endingApart(environment.scheduler, recorder.link));
+}
+
 std::shared_ptr<session::Link> linkTo(const Environment& environment) {
   if (environment.simulatedFolder.empty())
     return session::linkOver(std::make_shared<ShownDevice>(environment));
-  const auto recorder = sim::openSimulatedRecorder(environment.scheduler, environment.simulatedFolder);
-  recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
-  return session::linkOver(sim::endingElsewhere(environment.scheduler, recorder.link));
+  return linkToFolder(environment);
 }
 
 }  // namespace
