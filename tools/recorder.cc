@@ -9,6 +9,7 @@
 #include <kwtsdk/session/adapters.h>
 #include <kwtsdk/sim/simulated_recorder.h>
 
+#include "sim/link/ending_elsewhere.h"
 #include "sim/samples/microphones.h"
 #include "tools/choice.h"
 
@@ -63,27 +64,16 @@ std::shared_ptr<Semaphore>& lastEnd() {
   return end;
 }
 
-/// The link's end waits for its thread, which may be busy with a delay that the script asks for, so it ends
-/// on a queue for which only the next recorder waits: two cannot have one folder.
-std::shared_ptr<sim::SimulatedLink> endingApart(const std::shared_ptr<Scheduler>& scheduler,
-                                                const std::shared_ptr<sim::SimulatedLink>& link) {
-  const auto end = scheduler->semaphore("kwt.sim.end");
-  lastEnd() = end;
-  return {link.get(), [scheduler, end, link = link](sim::SimulatedLink*) mutable {
-            const auto queue = scheduler->serialQueue("kwt.sim.release");
-            queue->async([queue, end, link = std::move(link)]() mutable {
-              link.reset();
-              end->signal();
-            });
-          }};
-}
-
+/// Two cannot have one folder, so this waits until the last one has ended, which it does elsewhere.
 std::shared_ptr<session::Link> linkToFolder(const Environment& environment) {
   constexpr Duration longest = std::chrono::minutes(1);
   if (const auto end = std::exchange(lastEnd(), nullptr)) end->wait(longest);
   const auto recorder = sim::openSimulatedRecorder(environment.scheduler, environment.simulatedFolder);
   recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
-  return session::linkOver(endingApart(environment.scheduler, recorder.link));
+  const auto end = environment.scheduler->semaphore("kwt.sim.end");
+  lastEnd() = end;
+  return session::linkOver(
+      sim::endingElsewhere(environment.scheduler, recorder.link, [end] { end->signal(); }));
 }
 
 std::shared_ptr<session::Link> linkTo(const Environment& environment) {
