@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import shlex
 import shutil
 import signal
@@ -122,6 +123,17 @@ class KwtTest(CommandTest, KwtTestCase):
         for word, meant in (("lst", "list"), ("conver", "convert"), ("upadte", "update"), ("inf", "info"), ("xyzzy", None)):
             error = tool(word)[2]
             self.assertEqual(f"did you mean {meant}?" in error, meant is not None, error)
+
+    def test_page(self):
+        """Every option of every command stands in docs/kwt.md."""
+        page = (pathlib.Path(__file__).parents[2] / "docs" / "kwt.md").read_text()
+        text = tool("--help")[1]
+        for name in re.findall(r"^  (\w+) ", text.partition("Commands:")[2], re.MULTILINE):
+            text += tool(name, "--help")[1]
+            self.assertIn(f"`{name}`", page)
+        for option in re.findall(r"^  (-\S+)", text, re.MULTILINE):
+            for word in option.split(","):
+                self.assertRegex(page, rf"`{word}[ `]")
 
     def test_usual_recorder(self):
         with tempfile.TemporaryDirectory() as folder:
