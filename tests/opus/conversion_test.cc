@@ -33,6 +33,28 @@ TEST(Conversion, GivesTheSoundOfALiveRecordingAsTheDecoderDoes) {
   EXPECT_TRUE(isWav(wav, 16000, 60 * kPacketFrames) && wav.ends_with(sound));
 }
 
+TEST(Conversion, CarriesTitleAndTimeOverButNotThroughTheFacade) {
+  const TemporaryFolder folder;
+  auto pages = pagesOf(oggOpus(50));
+  pages[1] = changed(pages[1], [](std::string& page) {
+    const std::string tags = "OpusTags\1\0\0\0x\2\0\0\0\3\0\0\0a=b\13\0\0\0TiTLE=L\xc3\xa4rm"s;
+    page = page.substr(0, 26) + '\1' + static_cast<char>(tags.size()) + tags;
+  });
+  const std::string in = folder.file("in"), wav = folder.file("wav"), mp3 = folder.file("mp3");
+  writeFile(in, joined(pages));
+  const std::filesystem::file_time_type made =
+      std::filesystem::last_write_time(in) - std::chrono::hours(1000);
+  std::filesystem::last_write_time(in, made);
+  ASSERT_EQ(convert(in, wav, Format::wav, 0, {}).status, 0);
+  ASSERT_EQ(convert(in, mp3, Format::mp3, 24, {}).status, 0);
+  EXPECT_TRUE(contentOf(wav).ends_with("LIST\x12\0\0\0INFOINAM\6\0\0\0L\xc3\xa4rm\0"s));
+  EXPECT_EQ(number(contentOf(wav), 4, 4), contentOf(wav).size() - 8);
+  EXPECT_TRUE(contentOf(mp3).starts_with("ID3\4\0\0\0\0\0\x10TIT2\0\0\0\6\0\0\3L\xc3\xa4rm\xff\xf3"s));
+  EXPECT_TRUE(std::filesystem::last_write_time(wav) == made && std::filesystem::last_write_time(mp3) == made);
+  opusFileConverter(nullptr)->opus2wav(in.c_str(), wav.c_str());
+  EXPECT_TRUE(isWav(contentOf(wav), 48000, 3 * 50 * kPacketFrames));
+}
+
 TEST(Conversion, SaysWhatItFoundInsteadOfWhatItNeeds) {
   const TemporaryFolder folder;
   const auto expectRefusal = [](const ConversionResult& result, const char* says) {

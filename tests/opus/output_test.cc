@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <csignal>
+
+#include "platform/opus/converted_file.h"
 #include "platform/opus/sound.h"
 #include "tests/opus/recordings.h"
 #include "tests/support/thrown_by.h"
@@ -68,7 +71,7 @@ TEST_F(Output, IsNoWavFileBeyondWhatItsHeaderCanSay) {
   const kwtsdk::internal::InputFile input(folder.file("in"));
   {
     kwtsdk::internal::ConvertedFile file(folder.file("out"), input);
-    const auto writer = kwtsdk::internal::openWavWriter(file, 16000, 1, 44 + 2 * 320);
+    const auto writer = kwtsdk::internal::openWavWriter(file, 16000, 1, "", 44 + 2 * 320);
     const std::vector<std::int16_t> packet(320);
     writer->write(packet);
     const std::string failure = thrownBy([&] { writer->write(packet); });

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <ogg/ogg.h>
 #include <opus/opus.h>
 
+#include <functional>
 #include <memory>
 #include <numeric>
 
@@ -49,6 +51,26 @@ inline std::string oggOpus(std::size_t packets, int serialNumber = 1) {
   sound.resize(packets * kPacketFrames);
   sim::writeOpusFile(folder.file("o"), sound, serialNumber);
   return contentOf(folder.file("o"));
+}
+
+inline std::vector<std::string> pagesOf(const std::string& file) {
+  std::vector<std::string> pages;
+  for (std::size_t at = 0; at < file.size();) {
+    const std::size_t next = std::min(file.find("OggS", at + 1), file.size());
+    pages.push_back(file.substr(at, next - at));
+    at = next;
+  }
+  return pages;
+}
+
+/// A page as `change` leaves it, with the CRC that is right then.
+inline std::string changed(std::string page, const std::function<void(std::string&)>& change) {
+  change(page);
+  const auto headSize = 27 + static_cast<long>(static_cast<unsigned char>(page[26]));
+  auto* const bytes = reinterpret_cast<unsigned char*>(page.data());
+  ogg_page raw{bytes, headSize, bytes + headSize, static_cast<long>(page.size()) - headSize};
+  ogg_page_checksum_set(&raw);
+  return page;
 }
 
 /// Converts `content` in the folder's "in" into its "out".

@@ -116,7 +116,7 @@ def finish(process):
 
 def start_tool(*arguments, **options):
     pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
-    return subprocess.Popen([KWT, *arguments], text=True, **{**pipes, **options})
+    return subprocess.Popen([KWT, *arguments], **{"text": True, **pipes, **options})
 
 
 def tool(*arguments, **options):
