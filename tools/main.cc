@@ -21,6 +21,10 @@ int run(const Invocation& invocation) {
     invocation.action({scheduler, interrupt.token(), invocation.simulatedFolder, invocation.device}, output);
   } catch (const Failure& failure) {
     output.fail(failure);
+  } catch (const UsageError& error) {
+    output.fail({ToolError::other, error.what(), ""});
+    constexpr int usage = 2;
+    return output.finish() == 0 ? 0 : usage;
   } catch (const std::exception& exception) {
     output.fail({ToolError::other, exception.what(), ""});
   }
