@@ -15,7 +15,7 @@ namespace kwtsdk::tool {
 
 /// An option of a command, or one of its arguments when the name begins without dashes.
 struct Parameter {
-  enum class Kind { text, seconds, flag };
+  enum class Kind { text, seconds, flag, texts };  // texts: one or more
 
   const char* name;       // such as "-o,--output"; Arguments know it by what is before the comma
   const char* valueName;  // such as "FILE"
@@ -30,11 +30,13 @@ class Arguments {
   struct Value {
     bool isGiven = false;
     std::string text;
+    std::vector<std::string> texts;
     double seconds = 0;
   };
 
   bool has(const char* name) const { return values_.at(name).isGiven; }
   const std::string& text(const char* name) const { return values_.at(name).text; }
+  const std::vector<std::string>& texts(const char* name) const { return values_.at(name).texts; }
   /// None when it was not given.
   std::optional<Duration> duration(const char* name, Duration longest) const;
 
@@ -65,6 +67,7 @@ struct Command {
   std::vector<Parameter> parameters{};
   /// What the command does with these arguments. May throw UsageError.
   std::function<Action(const Arguments&)> prepare{};
+  bool isQuestion = false;  // its lines are what was asked for: --quiet leaves them
 };
 
 /// Makes a command known to the command line: one constant in the command's file.
@@ -78,10 +81,15 @@ struct Invocation {
   Action action;
   std::string simulatedFolder, device;
   bool json = false;
+  std::string adapter{}, trace{};
+  bool verbose = false, quiet = false, isQuestion = false;
+  std::optional<double> seconds{};  // that it may take
+  ProgressMode progress = ProgressMode::automatic;
+
+  OutputStyle style() const { return {json, quiet && !isQuestion, verbose}; }
 };
 
-/// The exit status when there is nothing to run: help or the version (0) or a usage error (2) has been
-/// printed.
+/// The exit status when there is nothing to run: help or the version, or a usage error, has been printed.
 std::variant<Invocation, int> parseCommandLine(std::vector<std::string> words);
 
 }  // namespace kwtsdk::tool

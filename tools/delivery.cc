@@ -59,7 +59,7 @@ Delivered Delivery::run(const fs::path& target, const std::optional<RecordingInf
                         Place place) const {
   if (form != Form::opus) return runConverted(target, expected, place);
   const Saved saved = fetch(target, keep, expected ? std::optional(expected->id) : std::nullopt, place);
-  return {saved, target};
+  return {saved, target, saved.resumedAt == saved.recording.bytes};
 }
 
 Delivered Delivery::runConverted(const fs::path& target, const std::optional<RecordingInfo>& expected,
@@ -70,14 +70,14 @@ Delivered Delivery::runConverted(const fs::path& target, const std::optional<Rec
     saved.recording = *expected;
     saved.resumedAt = expected->bytes;
     saved.checked = true;
-    return {saved, target};
+    return {saved, target, true};
   }
   const ConversionFolder folder(target.parent_path());
   // One that a person has pulled before is the person's, and stays.
   bool isOurs = !isThere(beside);
   fs::path source = isOurs ? ConversionFolder::sourceOf(target) : beside;
-  Delivered delivered{fetch(source, true, expected ? std::optional(expected->id) : std::nullopt, place),
-                      target};
+  const Saved saved = fetch(source, true, expected ? std::optional(expected->id) : std::nullopt, place);
+  Delivered delivered{saved, target, isThere(target)};
   delivered.notConverted = folder.convert(environment, source, target, form);
   if (!delivered.notConverted.empty()) {
     if (isOurs) folder.giveOut(source, beside);
@@ -111,12 +111,12 @@ void Delivery::sweep(const fs::path& folder) const {
 std::string textOf(const Delivered& delivered) {
   const Saved& saved = delivered.saved;
   const std::string file = delivered.file.string();
-  const bool wasThere = saved.resumedAt == saved.recording.bytes;
-  std::string text = wasThere ? file + " was there already"
-                              : "Saved " + file + " (" + bytesText(saved.recording.bytes) + " in " +
-                                    secondsText(secondsOf(saved), 1);
-  if (!wasThere && saved.resumedAt > 0) text += ", continued at byte " + std::to_string(saved.resumedAt);
-  text += wasThere ? "." : ").";
+  std::string text = delivered.wasThere ? file + " was there already"
+                                        : "Saved " + file + " (" + bytesText(saved.recording.bytes) + " in " +
+                                              secondsText(secondsOf(saved), 1);
+  if (!delivered.wasThere && saved.resumedAt > 0)
+    text += ", continued at byte " + std::to_string(saved.resumedAt);
+  text += delivered.wasThere ? "." : ").";
   if (!saved.checked) text += "\nIts content could not be checked; it arrived twice, and alike.";
   return text;
 }

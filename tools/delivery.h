@@ -15,6 +15,7 @@ namespace kwtsdk::tool {
 struct Delivered {
   session::Saved saved;        // of its Ogg Opus; `deleted` is what became of the recorder's copy in the end
   std::filesystem::path file;  // what was wanted, or Ogg Opus where that could not be made
+  bool wasThere = false;       // before
   std::string notConverted{};  // why; "" otherwise
 };
 

@@ -59,10 +59,22 @@ constexpr std::array<Meaning, 8> kMeanings{{
     {session::Errc::fileUnusable, ToolError::fileUnusable, nullptr, "Name another file."},
 }};
 
+bool isAscii(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+/// Of an error whose words do not fit into an English sentence.
+std::string detailOf(const Error& error) {
+  const std::string description = error.localizedDescription();
+  return isAscii(description) ? "" : description;
+}
+
 /// BlueZ's errors have no code, and name their domain themselves.
 std::string withCode(const std::string& text, const Error& error) {
   const std::string description = error.localizedDescription();
   if (description.starts_with(error.domain())) return text + " (" + description + ").";
+  if (description.empty() || !isAscii(description))
+    return text + " (" + error.domain() + " " + std::to_string(error.code()) + ").";
   return text + " (" + error.domain() + " " + std::to_string(error.code()) + ": " + description + ").";
 }
 
@@ -97,29 +109,40 @@ constexpr std::array<Advice, 9> kAdvice{{
      "Run the command again; a download continues where it ended."},
 }};
 
-}  // namespace
-
-Failure::Failure(ToolError code, const std::string& text, std::string hint)
-    : std::runtime_error(text),
-      domain_(kToolDomain),
-      code_(static_cast<std::int64_t>(code)),
-      hint_(std::move(hint)) {}
-
-Failure::Failure(const Error& error, const std::string& text, std::string hint)
-    : std::runtime_error(withCode(text, error)),
-      domain_(error.domain()),
-      code_(error.code()),
-      hint_(std::move(hint)) {}
-
-std::string sentenceOf(const session::Failure& failure) {
-  constexpr std::string_view mark = ": ";
-  const std::size_t end = failure.text().find(mark);
-  std::string sentence = failure.text().substr(end == std::string::npos ? 0 : end + mark.size());
-  if (sentence.starts_with("the ")) sentence[0] = 'T';
-  return sentence;
+ExitStatus statusOf(ToolError code) {
+  switch (code) {
+    case ToolError::noAnswer:
+    case ToolError::connectionLost:
+    case ToolError::stalled:
+    case ToolError::incomplete:
+    case ToolError::timeOver:
+    case ToolError::notHeard:
+      return ExitStatus::tryAgain;
+    case ToolError::usage:
+    case ToolError::notNamed:
+      return ExitStatus::usage;
+    default:
+      return ExitStatus::failed;
+  }
 }
 
-Failure explained(const session::Failure& failure, Duration waited) {
+ExitStatus statusOf(const Error& error) {
+  if (error.domain() != bluez::kDomain) return ExitStatus::failed;
+  switch (static_cast<bluez::Problem>(error.code())) {
+    case bluez::Problem::busUnreachable:
+    case bluez::Problem::notPermitted:
+    case bluez::Problem::serviceNotRunning:
+    case bluez::Problem::noAdapter:
+    case bluez::Problem::adapterOff:
+      return ExitStatus::noBluetooth;
+    case bluez::Problem::badArgument:
+      return ExitStatus::failed;
+    default:
+      return ExitStatus::tryAgain;
+  }
+}
+
+Failure inWords(const session::Failure& failure, Duration waited) {
   using session::Errc;
   if (failure == Errc::stalled || failure == Errc::timedOut) {
     return {ToolError::noAnswer,
@@ -131,6 +154,37 @@ Failure explained(const session::Failure& failure, Duration waited) {
   const auto found = std::ranges::find(kMeanings, failure.code(), &Meaning::code);
   if (found == kMeanings.end()) return {ToolError::other, sentenceOf(failure), kCheckRecorder};
   return {found->error, found->text == nullptr ? sentenceOf(failure) : found->text, found->hint};
+}
+
+}  // namespace
+
+Failure::Failure(ToolError code, const std::string& text, std::string hint)
+    : std::runtime_error(text),
+      domain_(kToolDomain),
+      code_(static_cast<std::int64_t>(code)),
+      hint_(std::move(hint)),
+      status_(statusOf(code)) {}
+
+Failure::Failure(const Error& error, const std::string& text, std::string hint)
+    : std::runtime_error(withCode(text, error)),
+      domain_(error.domain()),
+      code_(error.code()),
+      hint_(std::move(hint)),
+      detail_(detailOf(error)),
+      status_(statusOf(error)) {}
+
+std::string sentenceOf(const session::Failure& failure) {
+  constexpr std::string_view mark = ": ";
+  const std::size_t end = failure.text().find(mark);
+  std::string sentence = failure.text().substr(end == std::string::npos ? 0 : end + mark.size());
+  if (sentence.starts_with("the ")) sentence[0] = 'T';
+  return sentence;
+}
+
+Failure explained(const session::Failure& failure, Duration waited) {
+  Failure known = inWords(failure, waited);
+  if (failure.worthRetrying() && known.status() == ExitStatus::failed) known.setStatus(ExitStatus::tryAgain);
+  return known;
 }
 
 Failure explained(const Error& error) {

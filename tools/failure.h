@@ -29,9 +29,24 @@ enum class ToolError : std::int64_t {
   notConfirmed = 12,  // an accepted image, that it runs
   noRecorder = 13,    // a Bluetooth device without the recorder's channels
   packetsTooSmall = 14,
+  usage = 15,
+  timeOver = 16,       // that --timeout gave
+  notNamed = 17,       // which of several recorders
+  notHeard = 18,       // no recorder in range, or none of the name
+  notAgreed = 19,      // a question was answered with no, or nobody was there to answer it
+  fileUnreadable = 20  // a configuration or a trace
 };
 
-/// Why a command ends with status 1. `what()` says what happened, the hint what to do next.
+/// How a command ends, as sysexits.h has it where it goes beyond 2.
+enum class ExitStatus : int {
+  success = 0,
+  failed = 1,
+  usage = 2,
+  noBluetooth = 69,  // this machine has none, it is off, or this user may not use it
+  tryAgain = 75,     // link or time: the same command may succeed, and goes on where this one ended
+};
+
+/// Why a command does not end with status 0. `what()` says what happened, the hint what to do next.
 class Failure : public std::runtime_error {
  public:
   Failure(ToolError code, const std::string& text, std::string hint);
@@ -42,10 +57,17 @@ class Failure : public std::runtime_error {
   const std::string& hint() const { return hint_; }
   void addHint(const std::string& sentence) { hint_ += " " + sentence; }
 
+  ExitStatus status() const { return status_; }
+  void setStatus(ExitStatus status) { status_ = status; }
+
+  /// What recorder or library said in another language; "" when nothing.
+  const std::string& detail() const { return detail_; }
+
  private:
   std::string domain_;
   std::int64_t code_;
-  std::string hint_;
+  std::string hint_, detail_;
+  ExitStatus status_ = ExitStatus::failed;
 };
 
 inline constexpr const char* kLibraryDomain = "com.kwt.sdk";

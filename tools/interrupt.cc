@@ -30,14 +30,23 @@ Interrupt::Interrupt(Scheduler& scheduler)
     : scheduler_(scheduler), queue_(scheduler.serialQueue("kwt.signals")) {
   ::sigemptyset(&signals_);
   ::sigaddset(&signals_, kWakeUp);
-  for (const int number : {SIGINT, SIGTERM}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     if (!isIgnored(number)) ::sigaddset(&signals_, number);
   }
   ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
   queue_->async([this] { watch(); });
 }
 
+void Interrupt::stopAfter(Duration time) {
+  constexpr Duration once = std::chrono::hours(24 * 365);
+  timer_ = scheduler_.repeatingTimer(time, once, Duration{0}, [stop = stop_, timeOver = timeOver_]() mutable {
+    if (!stop.stop_requested()) *timeOver = true;
+    stop.request_stop();
+  });
+}
+
 Interrupt::~Interrupt() {
+  timer_ = nullptr;
   ending_ = true;
   ::kill(::getpid(), kWakeUp);
   queue_ = nullptr;

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <exception>
 #include <iostream>
 
@@ -13,18 +14,37 @@
 namespace kwtsdk::tool {
 namespace {
 
+Environment environmentOf(const Invocation& invocation, const std::shared_ptr<Scheduler>& scheduler,
+                          const Interrupt& interrupt) {
+  Environment environment{scheduler, interrupt.token(), invocation.simulatedFolder, invocation.device};
+  environment.adapter = invocation.adapter;
+  environment.verbose = invocation.verbose;
+  return environment;
+}
+
+/// What --timeout ended was not interrupted by a person.
+Failure inTime(const Failure& failure, const Invocation& invocation, const Interrupt& interrupt) {
+  const bool isInterrupted = failure.code() == static_cast<std::int64_t>(ToolError::interrupted);
+  if (!interrupt.isTimeOver() || !isInterrupted) return failure;
+  return {ToolError::timeOver,
+          "The time of --timeout, " + secondsText(*invocation.seconds, 1) + ", was over. " + failure.what(),
+          failure.hint()};
+}
+
 int run(const Invocation& invocation) {
   const auto scheduler = threadScheduler();
-  const Interrupt interrupt(*scheduler);
-  Output output(invocation.json);
+  Interrupt interrupt(*scheduler);
+  const bool isQuiet = invocation.quiet && invocation.progress == ProgressMode::automatic;
+  setProgress(isQuiet ? ProgressMode::none : invocation.progress);
+  Output output(invocation.style());
+  if (invocation.seconds) {
+    const std::chrono::duration<double> seconds(*invocation.seconds);
+    interrupt.stopAfter(std::chrono::duration_cast<Duration>(seconds));
+  }
   try {
-    invocation.action({scheduler, interrupt.token(), invocation.simulatedFolder, invocation.device}, output);
+    invocation.action(environmentOf(invocation, scheduler, interrupt), output);
   } catch (const Failure& failure) {
-    output.fail(failure);
-  } catch (const UsageError& error) {
-    output.fail({ToolError::other, error.what(), ""});
-    constexpr int usage = 2;
-    return output.finish() == 0 ? 0 : usage;
+    output.fail(inTime(failure, invocation, interrupt));
   } catch (const std::exception& exception) {
     output.fail({ToolError::other, exception.what(), ""});
   }

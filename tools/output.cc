@@ -1,10 +1,12 @@
 #include "tools/output.h"
 
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -48,12 +50,18 @@ bool isPrintedTo(const fs::path& path) {
 
 }  // namespace
 
-Output::Output(bool json) : json_(json), object_(std::make_unique<Object>()) {}
+Output::Output(OutputStyle style) : style_(style), object_(std::make_unique<Object>()) {}
 Output::~Output() = default;
 
 void Output::line(const std::string& text) {
   // Flushed, so that it stands before what comes on standard error.
-  if (!json_) std::cout << text << std::endl;
+  if (style_.json || style_.quiet) return;
+  std::cout << text << std::endl;
+  checkStream();
+}
+
+void Output::checkStream() {
+  if (!std::cout && streamError_ == 0) streamError_ = errno;
 }
 
 void Output::set(const std::string& key, const Value& value) { object_->fields[key] = jsonOf(value); }
@@ -63,29 +71,52 @@ void Output::setList(const std::string& key, const std::vector<Record>& records)
   for (const Record& record : records) list.push_back(jsonOf(record));
 }
 
+void Output::entry(const Record& record) {
+  if (!style_.json) return;
+  hasEntries_ = true;
+  Record numbered = record;
+  numbered["schema"] = kSchema;
+  std::cout << jsonText(numbered) << std::endl;
+  checkStream();
+}
+
 void Output::fail(const Failure& failure) {
-  failed_ = true;
+  status_ = failure.status();
   std::cerr << "kwt: " << failure.what() << '\n';
   if (!failure.hint().empty()) std::cerr << "kwt: " << failure.hint() << '\n';
-  object_->fields["error"] = jsonOf(Record{{"domain", failure.domain()},
-                                           {"code", failure.code()},
-                                           {"text", std::string(failure.what())},
-                                           {"hint", failure.hint()}});
+  if (style_.verbose && !failure.detail().empty())
+    std::cerr << "kwt: In its own words: " << failure.detail() << '\n';
+  auto& error = object_->fields["error"] = jsonOf(Record{{"domain", failure.domain()},
+                                                         {"code", failure.code()},
+                                                         {"text", std::string(failure.what())},
+                                                         {"hint", failure.hint()}});
+  if (!failure.detail().empty()) error["detail"] = failure.detail();
 }
 
 int Output::finish() {
   constexpr int indent = 2;
-  if (json_) {
+  if (style_.json) {
+    object_->fields["schema"] = kSchema;
     // File names need not be UTF-8, JSON has to be.
     const auto unknown = nlohmann::json::error_handler_t::replace;
-    std::cout << object_->fields.dump(indent, ' ', false, unknown) << '\n';
+    std::cout << object_->fields.dump(hasEntries_ ? -1 : indent, ' ', false, unknown) << '\n';
   }
-  if (!std::cout.flush()) {
+  std::cout.flush();
+  checkStream();
+  if (streamError_ == EPIPE) {
+    ::signal(SIGPIPE, SIG_DFL);
+    ::raise(SIGPIPE);
+  }
+  if (streamError_ != 0) {
     std::cerr << "kwt: The result could not be written to standard output.\n"
                  "kwt: Check where it is redirected to, and the free space there.\n";
     return 1;
   }
-  return failed_ ? 1 : 0;
+  return static_cast<int>(status_);
+}
+
+std::string jsonText(const Record& record) {
+  return jsonOf(record).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 void checkOutput(const std::string& path) {

@@ -87,7 +87,7 @@ void writeOut(const Environment& environment, const fs::path& file) {
 
 void pullToPipe(const Environment& environment, Form form, const Output& output) {
   if (output.json()) {
-    throw Failure(ToolError::other, "With --json the recording and the result would be in one pipe.",
+    throw Failure(ToolError::usage, "With --json the recording and the result would be in one pipe.",
                   "Leave one of the two out.");
   }
   const TemporaryFolder temporary;

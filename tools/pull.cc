@@ -137,8 +137,8 @@ Action preparePull(const Arguments& arguments) {
       pullAll(environment, {{}, naming, keep}, output, out);
     };
   }
-  const PullRequest request = isFolder ? PullRequest{"", output, naming, naming.form(), keep}
-                                       : PullRequest{output, "", naming, formOf(arguments, output), keep};
+  const Form form = isFolder ? naming.form() : formOf(arguments, output);
+  const PullRequest request{isFolder ? "" : output, isFolder ? output : "", naming, form, keep};
   return [request](const Environment& environment, Output& out) {
     refuseExisting(request);
     pull(environment, request, out);

@@ -10,6 +10,7 @@
 
 #include "sim/link/ending_elsewhere.h"
 #include "sim/samples/microphones.h"
+#include "tools/choice.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -30,7 +31,8 @@ const char* textOf(bluez::ConnectStep step) {
 class ShownDevice {
  public:
   explicit ShownDevice(const Environment& environment)
-      : scheduler_(environment.scheduler), device_(bluez::Device::create(scheduler_, environment.device)) {}
+      : scheduler_(environment.scheduler),
+        device_(bluez::Device::create(scheduler_, chosenRecorder(environment), environment.adapter)) {}
 
   MaybeError connect() {
     TerminalLine line(*scheduler_);
@@ -68,7 +70,8 @@ std::shared_ptr<session::Link> linkTo(const Environment& environment) {
 std::shared_ptr<session::Session> openRecorder(const Environment& environment) {
   Platform platform;
   platform.scheduler = environment.scheduler;
-  return session::Session::create(linkTo(environment), session::Options().platform(std::move(platform)));
+  return session::Session::create(observed(linkTo(environment), environment.observers),
+                                  session::Options().platform(std::move(platform)));
 }
 
 session::Limits limitsOfQuery(const Environment& environment) {

@@ -5,12 +5,14 @@
 #include <stop_token>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <kwtsdk/scheduler.h>
 #include <kwtsdk/session/session.h>
 
 #include "tools/failure.h"
 #include "tools/terminal.h"
+#include "tools/traffic.h"
 
 namespace kwtsdk::tool {
 
@@ -19,7 +21,10 @@ struct Environment {
   std::shared_ptr<Scheduler> scheduler;
   std::stop_token stop;  // Ctrl-C
   std::string simulatedFolder;
-  std::string device;  // Bluetooth address; used when there is no folder
+  std::string device;     // Bluetooth address or name; used when there is no folder. Empty: the usual one
+  std::string adapter{};  // such as "hci0"; empty: the first that has power
+  bool verbose = false;
+  std::vector<std::shared_ptr<TrafficObserver>> observers{};  // of every link
 };
 
 /// A recorder for the length of one command, which contacts it. Throws std::runtime_error whose text says

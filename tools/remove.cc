@@ -63,8 +63,8 @@ void removeFirst(const Environment& environment, std::optional<std::uint32_t> id
   if (id) {
     checkIsFirst(first, *id);
   } else if (::isatty(STDIN_FILENO) == 0 || ::isatty(STDERR_FILENO) == 0) {
-    throw UsageError("Which recording? The first is " + describe(first) + ", and `kwt rm " +
-                     std::to_string(first.id) + "` deletes it");
+    throw Failure(ToolError::usage, "Which recording? The first is " + describe(first) + ".",
+                  "`kwt rm " + std::to_string(first.id) + "` deletes it.");
   } else if (!isAgreed(environment, first)) {
     output.set("id", std::uint64_t{first.id});
     output.set("deleted", false);

@@ -1,12 +1,7 @@
 #include <chrono>
-#include <stop_token>
 
-#include <kwtsdk/bluez/problem.h>
-#include <kwtsdk/bluez/scanner.h>
-
+#include "tools/choice.h"
 #include "tools/command_line.h"
-#include "tools/terminal.h"
-#include "wire/recorder_channel.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -15,23 +10,6 @@ struct ScanRequest {
   Duration time;
   bool all;  // also what does not look like a recorder
 };
-
-bluez::ScanResult listen(const Environment& environment, const ScanRequest& request) {
-  bluez::ScanFilter filter;
-  if (!request.all) filter.services.push_back(Uuid::fromString(wire::kRecorderService).value());
-  const auto scanner = bluez::Scanner::create(environment.scheduler);
-  const std::stop_callback onInterrupt(environment.stop, [&] { scanner->stop(); });
-  TerminalLine line(*environment.scheduler);
-  line.show("Listening for " + secondsText(std::chrono::duration<double>(request.time).count(), 0) + "...");
-  auto result = scanner->scan(request.time, filter);
-  line.clear();
-  return result;
-}
-
-Failure failureOf(const Error& error) {
-  if (!isProblem(error, bluez::Problem::connectionLost)) return bluetoothFailure(error);
-  return {error, "The Bluetooth service ended meanwhile", "Run the command again."};
-}
 
 std::string lineOf(const bluez::FoundDevice& device) {
   const std::string signal = device.signal ? std::to_string(*device.signal) : "?";
@@ -46,7 +24,7 @@ Record recordOf(const bluez::FoundDevice& device) {
 }
 
 void scan(const Environment& environment, const ScanRequest& request, Output& output) {
-  const auto result = listen(environment, request);
+  const auto result = listened(environment, request.time, request.all);
   std::vector<Record> records;
   if (!result.devices.empty()) output.line("address            signal (dBm)  name");
   for (const auto& device : result.devices) {
@@ -54,7 +32,7 @@ void scan(const Environment& environment, const ScanRequest& request, Output& ou
     records.push_back(recordOf(device));
   }
   output.setList("devices", records);
-  if (result.error) throw failureOf(*result.error);
+  if (result.error) throw scanFailure(*result.error);
   if (!result.devices.empty()) return;
   output.line(request.all
                   ? "No Bluetooth Low Energy device was heard."
@@ -77,7 +55,8 @@ const RegisteredCommand kScanCommand(
                      Parameter::Kind::seconds},
                     {"--all", "", "Show every Bluetooth Low Energy device, recorder or not",
                      Parameter::Kind::flag}},
-     .prepare = prepareScan});
+     .prepare = prepareScan,
+     .isQuestion = true});
 
 }  // namespace
 }  // namespace kwtsdk::tool

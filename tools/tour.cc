@@ -149,7 +149,7 @@ void Tour::run() {
 }
 
 const RegisteredCommand kTourCommand(
-    {.place = 9,
+    {.place = 20,
      .name = "tour",
      .description = "Show all of it with a fresh simulated recorder in a temporary folder",
      .recorder = Command::Recorder::itsOwn,

@@ -26,6 +26,8 @@ bool isAway(const Failure& failure) {
   constexpr std::array<bluez::Problem, 4> problems{bluez::Problem::deviceNotFound,
                                                    bluez::Problem::noConnection, bluez::Problem::noServices,
                                                    bluez::Problem::connectionLost};
+  if (failure.domain() == "kwt" && failure.code() == static_cast<std::int64_t>(ToolError::notHeard))
+    return true;
   return failure.domain() == bluez::kDomain && std::ranges::any_of(problems, [&](bluez::Problem problem) {
            return failure.code() == static_cast<std::int64_t>(problem);
          });
@@ -40,8 +42,7 @@ class Watch {
     const auto awake = environment_.scheduler->semaphore("kwt.watch");
     const std::stop_callback onStop(environment_.stop, [awake] { awake->signal(); });
     TerminalLine line(*environment_.scheduler);
-    while (!environment_.stop.stop_requested()) {
-      look();
+    for (look(); !environment_.stop.stop_requested() && !output_.isBroken(); look()) {
       line.show("Waiting for the recorder. Ctrl-C ends it.");
       awake->wait(request_.pause);
       line.clear();
@@ -68,11 +69,8 @@ class Watch {
 
   void tell(const Delivered& delivered) {
     ++saved_;
-    if (output_.json()) {
-      std::cout << jsonText(recordOf(delivered)) << std::endl;
-    } else {
-      output_.line(textOf(delivered));
-    }
+    output_.entry(recordOf(delivered));
+    output_.line(textOf(delivered));
   }
 
   /// Once, however often it is met.
@@ -105,10 +103,11 @@ Action prepareWatch(const Arguments& arguments) {
   constexpr Duration usual = std::chrono::seconds(30), longest = std::chrono::hours(24);
   require(!arguments.has("-o") || !arguments.text("-o").empty(), "-o needs the name of a folder");
   require(!arguments.has("--exec") || !arguments.text("--exec").empty(), "--exec needs a command");
-  WatchRequest request{{{}, Naming(arguments), false},
-                       arguments.text("--exec"),
-                       arguments.duration("--every", longest).value_or(usual)};
-  return [request, folder = arguments.text("-o")](const Environment& environment, Output& output) mutable {
+  const Naming naming(arguments);
+  const Duration pause = arguments.duration("--every", longest).value_or(usual);
+  const WatchRequest prepared{{{}, naming, false}, arguments.text("--exec"), pause};
+  return [prepared, folder = arguments.text("-o")](const Environment& environment, Output& output) {
+    WatchRequest request = prepared;
     request.harvest.folder = harvestFolder(environment, folder);
     Watch(environment, request, output).run();
   };
@@ -125,7 +124,8 @@ const RegisteredCommand kWatchCommand(
                     {"--name", "PATTERN", "Names of the files, as for pull"},
                     {"--every", "SECONDS", "How long to wait between two looks (default: 30)",
                      Parameter::Kind::seconds}},
-     .prepare = prepareWatch});
+     .prepare = prepareWatch,
+     .isQuestion = true});
 
 }  // namespace
 }  // namespace kwtsdk::tool

@@ -22,11 +22,11 @@ class RecordingTest(CommandTest, KwtTestCase):
         ("call", "record -o f.rec -t call -d 0.3 --json", 0, ('"ended": "time"', '"type": 2'), True),
         ("call", "record -o f.rec", 1, ("in a call", "1004", "-t call")),
         ("", "record -o f.rec -t 2", 1, ("not in a call", "1004", "-t")),
-        ("write 2 refuse", "record -o f.rec", 1, ("ATT error",)),
-        ("write 2 drop", "record -o f.rec", 1, ("did not answer within 10 s",)),
-        ("notification 1 disconnect", "record -o f.rec", 1, ("connection to the recorder was lost",)),
-        ("notification 2 disconnect", "record -o f.rec", 1, ("connection to the recorder was lost",)),
-        ("notification 32 disconnect", "record -o f.rec", 1, ("lost after 0.", "bytes)", "kwt convert"), True),
+        ("write 2 refuse", "record -o f.rec", 75, ("ATT error",)),
+        ("write 2 drop", "record -o f.rec", 75, ("did not answer within 10 s",)),
+        ("notification 1 disconnect", "record -o f.rec", 75, ("connection to the recorder was lost",)),
+        ("notification 2 disconnect", "record -o f.rec", 75, ("connection to the recorder was lost",)),
+        ("notification 32 disconnect", "record -o f.rec", 75, ("lost after 0.", "bytes)", "kwt convert"), True),
         ("write 3 drop", "record -o f.rec -d 0.2", 1, ("did not confirm the stop", "with its key"), True),
         ("write 3 refuse", "record -o f.rec -d 0.2", 1, ("did not confirm the stop",), True))
 
@@ -92,7 +92,7 @@ class ConversionTest(KwtTestCase):
         self.assertEqual((code, err), (0, ""))  # no display either: this is no terminal
         live = (recorder.home / "live.rec").read_bytes()
         seconds = packets_in(live)[0] / PER_SECOND
-        self.assertEqual(json.loads(out), {"file": "live.rec", "type": 0, "bytes": len(live), "seconds": seconds,
+        self.assertEqual(json.loads(out), {"schema": 1, "file": "live.rec", "type": 0, "bytes": len(live), "seconds": seconds,
                                            "ended": "time"})
         (recorder.home / "damaged.rec").write_bytes(live + AUDIO + b"\x05\x00" + b"\xff" * 5 + live)
         (recorder.home / "junk").write_text("no sound at all")
@@ -109,7 +109,7 @@ class ConversionTest(KwtTestCase):
                 self.check(recorder.run("convert", *arguments.split()), status, words)
         self.assertEqual(recorder.files(), ["A.MP3", "a.wav", "d.wav", "damaged.rec", "junk", "live.rec", "old.mp3"])
         self.assertEqual(json.loads(recorder.run("convert", "live.rec", "b.wav", "--json")[1]),
-                         {"input": "live.rec", "output": "b.wav", "source": "live", "sampleRate": 16000,
+                         {"schema": 1, "input": "live.rec", "output": "b.wav", "source": "live", "sampleRate": 16000,
                           "seconds": seconds, "damagedPackets": 0})
 
     def test_interruption(self):

@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import shlex
 import shutil
 import signal
@@ -11,10 +12,12 @@ import unittest
 from kwt_support import (BLOCK, QUERIES, CommandTest, KwtTestCase, Recorder, Terminal, finish, packets_of,
                          start_tool, tool)
 
-WRONG_USAGE = ("", "list", "--sim . dance", "--sim . tour", "--sim . pull -o ''", "--sim '' info", "--sim . update",
-               "update f", "--sim . list more", "--sim . record", "record -o f", "--sim . record -o f -t 5",
+WRONG_USAGE = ("", "--sim . dance", "--sim . tour", "--sim . pull -o ''", "--sim '' info", "--sim . update",
+               "--sim . list more", "--sim . record", "--sim . record -o f -t 5",
                "--sim . record -o f -d 0", "--sim . record -o f -d nan", "convert f", "convert f f.ogg",
-               "--sim . convert f f.wav", "scan -d 0", "scan -d x")
+               "--sim . convert f f.wav", "scan -d 0", "scan -d x",
+               "--timeout 0 info", "--progress some info", "--trace '' info", "--device '' info", "device a --forget",
+               "--sim . device")
 
 
 class KwtTest(CommandTest, KwtTestCase):
@@ -25,15 +28,15 @@ class KwtTest(CommandTest, KwtTestCase):
             "notification 100 disconnect\nnotification 900 disconnect", "notification 50 duplicate", "write 4 refuse",
             "notification 100 drop\nnotification 800 disconnect", "notification 50 corrupt 40",
             "notification 100 delay 8s", "interval 7.5ms\npackets 6\nnotification 50 corrupt 40")),
-        ("\n".join(f"notification {100 * number} disconnect" for number in range(1, 22)), "pull -o f", 1,
+        ("\n".join(f"notification {100 * number} disconnect" for number in range(1, 22)), "pull -o f", 75,
          ("Connection lost after ", f" of {3 * BLOCK} bytes", "f.part keeps", "continue"), ["f.part", "f.part.id"]),
         (f"notification {QUERIES + packets_of(3 * BLOCK) + 2} drop", "pull -o f", 1,
          ("f is safe", "not confirm", "kwt list"), ["f"]),
-        ("notification 1 drop", "info", 1, ("did not answer within 5 s", "switched on")),
-        ("notification 2 disconnect", "info", 1, ("connection to the recorder was lost",)),
-        ("write 1 refuse", "info", 1, ("ATT error 0x03",)),
-        ("notification 3 drop", "list", 1, ("did not answer within 5 s",)),
-        ("notification 6 drop", "rm", 1, ("did not confirm that it deleted recording 1", "kwt list")))
+        ("notification 1 drop", "info", 75, ("did not answer within 5 s", "switched on")),
+        ("notification 2 disconnect", "info", 75, ("connection to the recorder was lost",)),
+        ("write 1 refuse", "info", 75, ("ATT error 0x03",)),
+        ("notification 3 drop", "list", 75, ("did not answer within 5 s",)),
+        ("notification 6 drop", "rm 1", 1, ("did not confirm that it deleted recording 1", "kwt list")))
 
     @classmethod
     def setUpClass(cls):
@@ -73,15 +76,15 @@ class KwtTest(CommandTest, KwtTestCase):
                 {"id": 1, "size": BLOCK, "type": 0, "present": True, "created": created + "0"},
                 {"id": 2, "size": 3 * BLOCK, "type": 0, "present": True, "created": created + "1"}]},
             "pull": {"id": 1, "file": name, "bytes": BLOCK, "continuedAt": 0, "deleted": True},
-            "rm": {"id": 2, "size": 3 * BLOCK, "deleted": True},
+            "rm 2": {"id": 2, "size": 3 * BLOCK, "deleted": True},
         }
         for command, values in expected.items():
             with self.subTest(command):
-                code, out, err = recorder.run(command, "--json")
+                code, out, err = recorder.run(*command.split(), "--json")
                 self.assertEqual((code, err), (0, ""))  # no progress either: this is no terminal
                 result = json.loads(out)
                 result.pop("seconds", None)
-                self.assertEqual(result, values)
+                self.assertEqual(result, {"schema": 1, **values})
         self.assert_pulled(recorder, name)
         self.assertEqual((recorder.names(), recorder.files()), ([], [name]))
         self.check(recorder.run("list"), 0, "holds no recordings")
@@ -95,14 +98,76 @@ class KwtTest(CommandTest, KwtTestCase):
                 code, out, err = tool(*shlex.split(line))
                 self.assertEqual((code, out), (2, ""))
                 self.assertIn("--help", err)
-        for option, word in (("--help", "Exit status"), ("--version", "kwt 0.")):
-            self.check(tool(option), 0, word)
+                code, out, _ = tool(*shlex.split(line), "--json")
+                self.assertEqual((code, json.loads(out)["error"]["code"]), (2, 15))
+        for line, word in (("--help", "Exit status"), ("--version", "kwt 0."), ("pull --help", "--output FILE")):
+            self.check(tool(*line.split()), 0, word)
+            with open("/dev/full", "w") as full:
+                self.check(tool(*line.split(), stdout=full), 1, "could not be written")
+        self.assertNotIn("--sim DIR", tool("pull", "--help")[1])  # but what it has of its own
+        for word, meant in (("lst", "list"), ("conver", "convert"), ("upadte", "update"), ("inf", "info"), ("xyzzy", None)):
+            error = tool(word)[2]
+            self.assertEqual(f"did you mean {meant}?" in error, meant is not None, error)
+
+    def test_usual_recorder(self):
+        with tempfile.TemporaryDirectory() as folder:
+            config = pathlib.Path(folder) / "kwt" / "config"
+
+            def kwt(*words, **env):
+                return tool(*words, env={"XDG_CONFIG_HOME": folder, **env})
+
+            self.check(kwt("device"), 0, "No recorder")
+            self.check(kwt("device", "Voice 1"), 0, "Voice 1")
+            config.write_text("# mine\nother=1\n" + config.read_text())
+            self.check(kwt("device"), 0, "Voice 1", str(config))
+            self.check(kwt("device", KWT_DEVICE="Voice 2"), 0, "Voice 2", "KWT_DEVICE")
+            self.assertEqual(json.loads(kwt("device", "Voice 3", "--json")[1]),
+                             {"schema": 1, "device": "Voice 3", "by": str(config)})
+            self.assertEqual(config.read_text(), "# mine\nother=1\ndevice = Voice 3\n")
+            self.check(kwt("device", "--forget"), 0)
+            self.assertEqual((config.read_text(), len(os.listdir(config.parent))), ("# mine\nother=1\n", 1))
+            config.chmod(0)
+            if os.geteuid() != 0:
+                self.check(kwt("device"), 1, f"Cannot read {config}")
+
+    def test_streams(self):
+        """Readers that go, terminals that cannot write over a line, progress for programs."""
+        recorder = Recorder(self, BLOCK)
+        reader, writer = os.pipe()
+        os.close(reader)
+        with open(writer, "w") as gone:
+            self.assertEqual(recorder.run("list", stdout=gone)[0::2], (-signal.SIGPIPE, ""))
+        script = "interval 7.5ms\npackets 6\n"
+        for more, shown in (({}, True), ({"TERM": "dumb"}, False), ({"words": ["--progress=none"]}, False),
+                            ({"words": ["-q"]}, False)):
+            with self.subTest(more):
+                recorder = Recorder(self, 3 * BLOCK, script=script)
+                env = {**os.environ, "TERM": "xterm", **{name: more[name] for name in more if name == "TERM"}}
+                terminal = Terminal(recorder, "pull", "-o", "f", *more.get("words", ()), columns=30, env=env)
+                code, out, text = terminal.finish()
+                self.assertEqual((code, "kB/s" in text or " of " in text), (0, shown), text)
+                self.assertEqual(out == "", "-q" in more.get("words", ()))
+                for line in text.split("\r\x1b[K"):
+                    self.assertLess(len(line), 30)
+        recorder = Recorder(self, 3 * BLOCK, script=script)
+        code, _, err = recorder.run("pull", "-o", "f", "--progress=json")
+        objects = [json.loads(line) for line in err.splitlines()]
+        self.assertEqual((code, objects[-1]["stage"]), (0, "over"))
+        self.assertTrue(any(0 < one["done"] < one["total"] == 3 * BLOCK for one in objects if "total" in one))
+
+    def test_time(self):
+        recorder = Recorder(self, 3 * BLOCK, script="interval 7.5ms\npackets 1\n")
+        self.check(recorder.run("pull", "-o", "f", "--timeout", "0.5"), 75, "--timeout, 0.5 s")
+        recorder.script("")
+        self.check(recorder.run("pull", "-o", "f"), 0, "has deleted")
+        terminal = Terminal(Recorder(self), "record", "-o", "live.rec")
+        self.check(terminal.end(b"dBFS", 2, signal.SIGHUP), 0, "It was stopped.")
 
     def test_refusals_before_anything_is_sent(self):
         recorder = Recorder(self, BLOCK, script="write 1 disconnect")
         (recorder.home / "full").write_bytes(b"x")
         for command, name, word in (
-                ("pull", ".", "is a folder"), ("record", ".", "is a folder"), ("pull", "no/f", "no is not a folder"),
+                ("record", ".", "is a folder"), ("pull", "no/f", "no is not a folder"),
                 ("pull", "/dev/null", "regular file"), ("record", "/dev/null", "regular file"),
                 ("pull", "../store/f", "simulated recorder's folder"), ("record", "full", "not empty")):
             with self.subTest(command=command, name=name):
@@ -148,7 +213,7 @@ class KwtTest(CommandTest, KwtTestCase):
         recorder = Recorder(self, BLOCK)
         shutil.rmtree(recorder.store / "device")
         (recorder.store / "device").touch()  # the recorder has no place for its state
-        self.check(recorder.run("rm"), 1, "in use", "com.kwt.sdk 3")
+        self.check(recorder.run("rm", "1"), 1, "in use", "com.kwt.sdk 3")
         code, out, _ = recorder.run("pull", "-o", "f", "--json")
         result = json.loads(out)
         self.assertEqual((code, result["deleted"], result["error"]["code"]), (1, False, 3))

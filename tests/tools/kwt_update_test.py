@@ -15,11 +15,15 @@ SLOW = "interval 7.5ms\npackets 6\n"
 # ... 111 the last check, 112 bye, 113 done. The notifications: 2 to 6 the handshake, 7 to 9 the checks, 10 bye, 11 the
 # new version.
 OLD = "still runs its old firmware"
-STOPPED, UNCONFIRMED, INSTALLED = "stopped answering ", "accepted the image, but", "firmware 1.2.3 -> 2.5.1."
+UNCONFIRMED, INSTALLED = "accepted the image, but", "firmware 1.2.3 -> 2.5.1."
 
 
-def failing(script, *words):
-    return script, "update fw", 1, (*words, OLD, "same command again")
+def failing(script, *words, status=1):
+    return script, "update fw", status, (*words, OLD, "same command again")
+
+
+def silent(step, *words):
+    return failing("update silent " + step, "stopped answering ", *words, status=75)
 
 
 class UpdateTest(CommandTest, KwtTestCase):
@@ -30,15 +34,15 @@ class UpdateTest(CommandTest, KwtTestCase):
         failing("update refuse configuration", "refused the configuration", "1009", "one for this recorder"),
         failing("update refuse check 2", "check of a segment failed", "1012", "closer"),
         failing("update refuse bye", "refused the whole image", "1013", "one for this recorder"),
-        failing("update silent prepare", STOPPED + "before"),
-        failing("update silent partition", STOPPED + "before"),
-        failing("update silent resume", STOPPED + "before"),
-        failing("update silent begin", STOPPED + "before"),
-        failing("update silent configuration", STOPPED + "before"),
-        failing("update silent check 3", STOPPED + "after", f"of {SIZE} bytes"),
-        failing("update silent bye", STOPPED + f"after {SIZE} of {SIZE}"),
-        failing("write 2 disconnect\nwrite 3 disconnect\nwrite 4 disconnect", "Connection lost before", "into range"),
-        failing("write 20 disconnect\nwrite 40 disconnect\nwrite 60 disconnect", "Connection lost after"),
+        silent("prepare", "before"),
+        silent("partition", "before"),
+        silent("resume", "before"),
+        silent("begin", "before"),
+        silent("configuration", "before"),
+        silent("check 3", "after", f"of {SIZE} bytes"),
+        silent("bye", f"after {SIZE} of {SIZE}"),
+        failing("write 2 disconnect\nwrite 3 disconnect\nwrite 4 disconnect", "Connection lost before", "into range", status=75),
+        failing("write 20 disconnect\nwrite 40 disconnect\nwrite 60 disconnect", "Connection lost after", status=75),
         *((fault, "update fw", 0, (INSTALLED,), True) for fault in (
             "acknowledgement 50 drop", "write 4 refuse", "write 60 refuse", "write 60 disconnect", "write 112 disconnect",
             "notification 5 disconnect", "notification 10 disconnect", "notification 11 disconnect",
@@ -71,7 +75,7 @@ class UpdateTest(CommandTest, KwtTestCase):
         self.assertEqual((code, err), (0, ""))  # no progress either: this is no terminal
         result = json.loads(out)
         self.assertGreater(result.pop("seconds"), 0)
-        self.assertEqual(result, {"image": "fw", "bytes": 100, "versionBefore": "2.5.1", "versionAfter": "1.0.9"})
+        self.assertEqual(result, {"schema": 1, "image": "fw", "bytes": 100, "versionBefore": "2.5.1", "versionAfter": "1.0.9"})
 
     def test_refusals_before_anything_is_sent(self):
         recorder = self.recorder(self, "write 1 disconnect")
