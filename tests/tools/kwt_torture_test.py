@@ -24,8 +24,12 @@ class Command:
     sizes, contents = SIZES, ()
 
 
+# Without the id: a recorder that is killed with kwt while it deletes has begun to count anew, and still has the recording.
+NAMED = ("--name", "%H%M%S")
+
+
 class Pull(Command):
-    arguments, seconds, largest = ("pull",), 0.4, SIZES[0]
+    arguments, seconds, largest = ("pull", *NAMED), 0.4, SIZES[0]
     frames = {"write": 9, "acknowledgement": 9, "notification": 10 + packets_of(SIZES[0])}
 
     def check(self, recorder):
@@ -45,7 +49,7 @@ class Pull(Command):
 class PullAll(Command):
     """As MP3: what is there in the end is what a command has made that nothing happened to."""
 
-    arguments, seconds, largest = ("pull", "--all", "--as", "mp3", "-o", "in"), 1.5, 2 * BLOCK
+    arguments, seconds, largest = ("pull", "--all", "--as", "mp3", "-o", "in", *NAMED), 1.5, 2 * BLOCK
     frames = {"write": 40, "acknowledgement": 40, "notification": 50 + packets_of(4 * BLOCK)}
     sizes, contents = (), [sound(seconds, seconds) for seconds in (2, 7, 3)]
 
