@@ -162,6 +162,8 @@ void FileDownload::finish(const SharedTransfer& transfer) {
   using Delivery = Dispatcher::Delivery;
   if (!isWanted(transfer)) return;
   callHost(channel_.log, transfer->progress, transfer->total, transfer->total);
+  // What only the host's memory has is lost with its power, and the device's copy with the deletion.
+  if (transfer->file && !transfer->file->sync()) transfer->logFailedWrite(channel_.log);
   std::shared_ptr<Command> pending;
   channel_.transaction([&] {
     transfer->complete = isWanted(transfer);

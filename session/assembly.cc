@@ -60,9 +60,7 @@ Assembly::Verdict Assembly::take(std::span<const std::uint8_t> bytes) {
 
 Assembly::Verdict Assembly::check(std::span<const std::uint8_t> bytes) {
   if (position_ == 0 && !bytes.empty() && !beginsAsOgg(bytes)) {
-    mode_ = Mode::storing;
-    compareFrom_ = 0;
-    looksToCome_ = 1;
+    beginStoring(0);
     return store(bytes);
   }
   const bool isFailed = check_.take(bytes) == PageCheck::State::failed;
@@ -70,6 +68,13 @@ Assembly::Verdict Assembly::check(std::span<const std::uint8_t> bytes) {
   const std::uint64_t good = isFailed ? check_.whole() - std::min(check_.whole(), position_) : bytes.size();
   if (auto failure = write(bytes.first(static_cast<std::size_t>(good)))) return {Kind::failed, failure};
   return isFailed ? mendFailure() : Verdict{};
+}
+
+void Assembly::beginStoring(std::uint64_t from) {
+  mode_ = Mode::storing;
+  position_ = compareFrom_ = from;
+  alike_ = 0;
+  isDoubtful_ = false;
 }
 
 Assembly::Verdict Assembly::mendFailure() {
@@ -83,9 +88,7 @@ Assembly::Verdict Assembly::mendFailure() {
   // It has it like that.
   failedWith_.reset();
   check_.rewind();
-  mode_ = Mode::storing;
-  looksToCome_ = 1;
-  position_ = compareFrom_ = check_.whole();
+  beginStoring(check_.whole());
   return {Kind::again, std::nullopt};
 }
 
@@ -93,14 +96,15 @@ Assembly::Verdict Assembly::mendFailure() {
 Assembly::Verdict Assembly::again() {
   check_.rewind();
   mode_ = Mode::checking;
+  isDoubtful_ = false;
   position_ = check_.whole();
   if (auto failure = part_->truncate(position_)) return {Kind::failed, failure};
   return {Kind::again, std::nullopt};
 }
 
-/// A recording that lost its first packet looks like no Ogg too; filler that came twice gives it its length.
+/// One that lost its first packet looks like no Ogg, too; filler that came twice gives it its length.
 Assembly::Verdict Assembly::store(std::span<const std::uint8_t> bytes) {
-  if (compareFrom_ == 0 && holdsPage(bytes)) looksToCome_ = 2;
+  isDoubtful_ = isDoubtful_ || (compareFrom_ == 0 && holdsPage(bytes));
   if (auto failure = write(bytes)) return {Kind::failed, failure};
   return {};
 }
@@ -124,14 +128,16 @@ Assembly::Verdict Assembly::compare(std::span<const std::uint8_t> bytes) {
   return {};
 }
 
-Assembly::Verdict Assembly::end() {
+/// What is overfull may have a packet twice, its end cut off: the same packet both times is no such rarity.
+Assembly::Verdict Assembly::end(bool isOverfull) {
   if (position_ < total_) return again();
-  if (mode_ == Mode::comparing && --looksToCome_ == 0) {
+  isDoubtful_ = isDoubtful_ || isOverfull;
+  if (mode_ == Mode::comparing && ++alike_ > (isDoubtful_ ? 1U : 0U)) {
     isChecked_ = check_.ended() && compareFrom_ == check_.whole();
     return {Kind::whole, std::nullopt};
   }
   if (mode_ == Mode::checking) {
-    looksToCome_ = 1;
+    alike_ = 0;
     compareFrom_ = check_.whole();
     const bool isFiller = check_.state() == PageCheck::State::filler && check_.uniform();
     isChecked_ = compareFrom_ > 0 && (compareFrom_ == total_ || isFiller);

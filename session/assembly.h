@@ -12,8 +12,7 @@ namespace kwtsdk::session::detail {
 ///
 /// Every Ogg page is checked. Where one does not, the bytes from the last whole page on are asked for again;
 /// if they fail twice in the same way, or the content begins as no Ogg, the recorder has them like that: then
-/// they are stored as they are, and count when a second download of them is alike; where there are pages
-/// behind a beginning that is none, a third one too.
+/// they are stored as they are, and count when a second download of them is alike; in doubt a third one too.
 class Assembly : public Intake {
  public:
   Assembly(std::shared_ptr<PartFile> part, std::uint64_t total) : part_(std::move(part)), total_(total) {}
@@ -24,7 +23,7 @@ class Assembly : public Intake {
   void begin(bool isNewLink) override;
   std::uint64_t askFrom() const override { return position_; }
   Verdict take(std::span<const std::uint8_t> bytes) override;
-  Verdict end() override;
+  Verdict end(bool isOverfull) override;
   std::uint64_t position() const override { return position_; }
   bool isSecondLook() const override { return mode_ == Mode::comparing; }
 
@@ -36,6 +35,7 @@ class Assembly : public Intake {
   using Kind = Verdict::Kind;
 
   Verdict check(std::span<const std::uint8_t> bytes);
+  void beginStoring(std::uint64_t from);
   Verdict mendFailure();
   Verdict again();
   Verdict store(std::span<const std::uint8_t> bytes);
@@ -48,7 +48,8 @@ class Assembly : public Intake {
   Mode mode_ = Mode::checking;
   std::uint64_t position_ = 0;
   std::uint64_t compareFrom_ = 0;            // what is stored from there on is unchecked
-  unsigned looksToCome_ = 1;                 // that have to be alike
+  unsigned alike_ = 0;                       // downloads after the first
+  bool isDoubtful_ = false;                  // chance may have made two alike
   std::optional<std::uint64_t> failedWith_;  // the last failure's fingerprint
   bool isChecked_ = false;
 };

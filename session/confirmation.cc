@@ -19,7 +19,7 @@ Intake::Verdict Confirmation::take(std::span<const std::uint8_t> bytes) {
                                                        "the recorder's first; it is left as it is")};
 }
 
-Intake::Verdict Confirmation::end() {
+Intake::Verdict Confirmation::end(bool) {
   return {position_ < total_ ? Verdict::Kind::again : Verdict::Kind::whole, std::nullopt};
 }
 

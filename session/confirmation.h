@@ -20,7 +20,7 @@ class Confirmation : public Intake {
   void begin(bool) override { position_ = existing_->lastPage(); }
   std::uint64_t askFrom() const override { return position_; }
   Verdict take(std::span<const std::uint8_t> bytes) override;
-  Verdict end() override;
+  Verdict end(bool isOverfull) override;
   std::uint64_t position() const override { return position_; }
   bool isSecondLook() const override { return true; }
 

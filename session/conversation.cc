@@ -89,7 +89,8 @@ MaybeFailure Conversation::ready() {
   if (isDistrusted_) endLink();
   if (auto failure = ended()) return failure;
   if (!connection_->isOpen()) {
-    operation_->report(ProgressReport::Stage::connecting);
+    const auto known = operation_->progress();
+    operation_->report(ProgressReport::Stage::connecting, known.done, known.total);
     written_.clear();
     acknowledged_.clear();
     last_.clear();

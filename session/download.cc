@@ -6,7 +6,9 @@
 
 #include "session/assembly.h"
 #include "session/confirmation.h"
+#include "session/existing_file.h"
 #include "session/file_name.h"
+#include "session/part_file.h"
 #include "session/store.h"
 #include "session/transfer.h"
 
@@ -46,6 +48,7 @@ Result<Saved> confirm(Conversation& recorder, const RecordingInfo& recording, co
   Confirmation confirmation(file, *existing, recording.bytes);
   Transfer transfer(recorder, recording, confirmation);
   if (const auto result = transfer.run(); !result) return result.error();
+  PartFile::removeLeftHeader(file);
   Saved saved = savedAs(recording, file);
   saved.resumedAt = recording.bytes;
   saved.checked = true;

@@ -1,5 +1,7 @@
 #include "session/firmware_image.h"
 
+#include <kwtsdk/session/firmware_image.h>
+
 #include <fcntl.h>
 
 #include <algorithm>
@@ -11,7 +13,15 @@
 #include "session/known_format.h"
 #include "wire/firmware_channel.h"
 
-namespace kwtsdk::session::detail {
+namespace kwtsdk::session {
+
+Result<FirmwareImage> inspectImage(const std::filesystem::path& image) {
+  const auto bytes = detail::readImage(image);
+  if (!bytes) return Failure(bytes.error().code(), "inspectImage: " + bytes.error().text());
+  return FirmwareImage{bytes->size(), wire::versionOf(*bytes)};
+}
+
+namespace detail {
 
 namespace fs = std::filesystem;
 
@@ -83,4 +93,5 @@ std::optional<Failure> checkTail(const fs::path& file, std::uint64_t imageSize, 
                                 std::to_string(wire::kIdentitySize) + ", which identify it, stay the last");
 }
 
-}  // namespace kwtsdk::session::detail
+}  // namespace detail
+}  // namespace kwtsdk::session

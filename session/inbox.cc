@@ -27,6 +27,7 @@ void Inbox::put(Sign sign) {
   {
     const MutexLock lock(mutex_);
     lastSign_ = now;
+    if (signs_.size() >= kMost && isFullPacket(sign)) return;
     isUrgent_ = isUrgent_ || isUrgent(sign);
     signs_.push_back(std::move(sign));
     wakes = isWaiting_ && isEnough();

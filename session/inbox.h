@@ -46,6 +46,10 @@ class Inbox {
 
   // ---- The worker ----
 
+  /// A worker that the host's disk keeps for minutes costs at most this much memory, about 50 MB: packets
+  /// beyond are lost as if on the way.
+  static constexpr std::size_t kMost = std::size_t{1} << 18U;
+
   /// Waits until there are `enough` signs or one that is neither a full packet of a download nor the
   /// acknowledgement of a write that succeeded, somebody nudges, or the time is over, and takes what is
   /// there. One of those after the other would cost a change of threads each.

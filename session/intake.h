@@ -31,8 +31,8 @@ class Intake {
   /// The bytes that follow.
   virtual Verdict take(std::span<const std::uint8_t> bytes) = 0;
 
-  /// The recorder has no more, or all has been taken.
-  virtual Verdict end() = 0;
+  /// The recorder has no more, or all has been taken, or even `isOverfull`: it sent more.
+  virtual Verdict end(bool isOverfull) = 0;
 
   /// Of the byte that follows.
   virtual std::uint64_t position() const = 0;

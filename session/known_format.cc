@@ -1,5 +1,6 @@
 #include "session/known_format.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <string_view>
@@ -15,16 +16,19 @@ struct Mark {
 };
 
 constexpr const char* kMp3 = "an MP3 file";
-constexpr std::array<Mark, 8> kMarks{{{"OggS", "an Ogg file"},
-                                      {"RIFF", "a RIFF (WAV) file"},
-                                      {"ID3", kMp3},
-                                      {"\x7F"
-                                       "ELF",
-                                       "an ELF program"},
-                                      {"\x1F\x8B\x08", "a gzip archive"},
-                                      {"PK\x03\x04", "a zip archive"},
-                                      {"PK\x05\x06", "a zip archive"},
-                                      {"PK\x07\x08", "a zip archive"}}};
+constexpr std::array<Mark, 11> kMarks{{{"OggS", "an Ogg file"},
+                                       {"\x89PNG", "a PNG picture"},
+                                       {"\xFF\xD8\xFF", "a JPEG picture"},
+                                       {"%PDF-", "a PDF document"},
+                                       {"RIFF", "a RIFF (WAV) file"},
+                                       {"ID3", kMp3},
+                                       {"\x7F"
+                                        "ELF",
+                                        "an ELF program"},
+                                       {"\x1F\x8B\x08", "a gzip archive"},
+                                       {"PK\x03\x04", "a zip archive"},
+                                       {"PK\x05\x06", "a zip archive"},
+                                       {"PK\x07\x08", "a zip archive"}}};
 
 bool beginsWith(Beginning beginning, std::string_view mark) {
   if (beginning.size() < mark.size()) return false;
@@ -84,12 +88,34 @@ bool isMpegAudio(Beginning beginning) {
          second->sampleRate == first->sampleRate;
 }
 
+/// How many bytes a character of UTF-8 has that begins so; 0 for none that a text has.
+std::size_t utf8Length(std::uint8_t first) {
+  constexpr std::string_view controls = "\t\n\f\r\x1B";
+  if (first < 0x20) return controls.find(static_cast<char>(first)) == std::string_view::npos ? 0 : 1;
+  if (first < 0x7F) return 1;
+  if (first >= 0xC2 && first < 0xE0) return 2;
+  return first >= 0xE0 && first < 0xF0 ? 3 : first >= 0xF0 && first < 0xF5 ? 4 : 0;
+}
+
+/// Every byte of it; the last character may be cut off.
+bool isText(Beginning beginning) {
+  for (std::size_t i = 0; i < beginning.size();) {
+    const std::size_t end = i + utf8Length(beginning[i]);
+    if (end == i) return false;
+    for (++i; i < std::min(end, beginning.size()); ++i) {
+      if ((beginning[i] & 0xC0U) != 0x80U) return false;
+    }
+  }
+  return !beginning.empty();
+}
+
 }  // namespace
 
 const char* knownFormat(Beginning beginning) {
   for (const Mark& mark : kMarks) {
     if (beginsWith(beginning, mark.bytes)) return mark.format;
   }
+  if (isText(beginning)) return "a text file";
   return isMpegAudio(beginning) ? kMp3 : nullptr;
 }
 

@@ -34,6 +34,12 @@ PartFile::PartFile(Folder folder, const fs::path& file, const RecordingInfo& rec
       newHeader_(header_ + ".new"),
       recording_(recording) {}
 
+void PartFile::removeLeftHeader(const fs::path& file) {
+  const auto folder = Folder::of(file);
+  const std::string part = file.filename().string() + ".part";
+  if (folder && !folder->status(part)) folder->remove(part + ".id");
+}
+
 PartFile::~PartFile() {
   if (!file_ || saved_ || size_ > 0) return;
   const auto named = folder_.status(part_);

@@ -25,6 +25,9 @@ class PartFile {
   static Result<std::shared_ptr<PartFile>> open(const std::filesystem::path& file,
                                                 const RecordingInfo& recording);
 
+  /// The header file that an end between the naming of `file` and its removal has left.
+  static void removeLeftHeader(const std::filesystem::path& file);
+
   /// An empty one is removed with its header file.
   ~PartFile();
   PartFile(const PartFile&) = delete;

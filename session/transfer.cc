@@ -62,7 +62,7 @@ Result<Transfer::Kind> Transfer::ask(bool isNewLink) {
   if (!beganAt_) beganAt_ = intake_.askFrom();
   Exchange request(downloadRequest(recording_.id, intake_.askFrom()));
   bytes_.clear();
-  isEnd_ = false;
+  isEnd_ = isOverfull_ = false;
   if (auto failure = recorder_.send(request)) return *failure;
   lastBytes_ = recorder_.now();
   request_ = &request;
@@ -103,7 +103,7 @@ Result<Transfer::Kind> Transfer::useUp() {
   }
   if (!isEnd_ && left() > 0) return Kind::more;
   isEnd_ = true;
-  const auto verdict = intake_.end();
+  const auto verdict = intake_.end(isOverfull_);
   if (verdict.failure) return *verdict.failure;
   return verdict.kind;
 }
@@ -139,6 +139,7 @@ bool Transfer::take(const Sign& sign) {
   if (packet.kind == Packet::ignored) return true;
   isEnd_ = packet.kind != Packet::data;
   const auto data = packet.data();
+  isOverfull_ = isOverfull_ || packet.valid > left();
   const std::uint64_t valid = std::min({packet.valid, std::uint64_t{data.size()}, left()});
   bytes_.insert(bytes_.end(), data.begin(), data.begin() + static_cast<std::ptrdiff_t>(valid));
   return true;

@@ -47,7 +47,7 @@ class Transfer : public Listener {
 
   const Exchange* request_ = nullptr;  // whose packets are taken
   Bytes bytes_;
-  bool isEnd_ = false;
+  bool isEnd_ = false, isOverfull_ = false;
   Duration lastBytes_{0};
 };
 

@@ -1,9 +1,7 @@
 #include <kwtsdk/sim/simulated_recorder.h>
 
 #include <algorithm>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -35,6 +33,11 @@ bool readTimingLine(const ScriptLine& line, LinkTiming& timing) {
 }
 
 bool readRecorderLine(const ScriptLine& line, DeviceScript& script) {
+  if (line[0] == "battery") {
+    line.expectSize(2, 2, "battery NUMBER");
+    script.battery = static_cast<std::uint32_t>(line.number(1, 0, std::numeric_limits<std::uint32_t>::max()));
+    return true;
+  }
   const auto ending = std::ranges::find(wire::kEndings, line[0], &wire::Ending::keyword);
   if (ending == wire::kEndings.end()) return false;
   const bool isCall = *ending == &wire::kByCall;
@@ -48,7 +51,8 @@ bool readRecorderLine(const ScriptLine& line, DeviceScript& script) {
 }
 
 [[noreturn]] void failAsUnknown(const ScriptLine& line) {
-  std::string known = "latency, interval, packets, mtu, write, acknowledgement, notification, subscription";
+  std::string known =
+      "latency, interval, packets, mtu, battery, write, acknowledgement, notification, subscription";
   for (const wire::Ending* const ending : wire::kEndings) known.append(", ").append(ending->keyword);
   line.fail("\"" + line[0] + "\" is unknown; a line begins with " + known + " or update");
 }
@@ -83,15 +87,10 @@ bool readUpdateLine(const ScriptLine& line, DeviceScript& script) {
 }
 
 DeviceScript readScript(const std::filesystem::path& path) {
-  if (!std::filesystem::exists(path)) return {};
-  std::ifstream file(path);
-  std::ostringstream text;
-  text << file.rdbuf();
-  if (!file || !std::filesystem::is_regular_file(path)) {
-    throw std::runtime_error(path.string() + " cannot be read: check its permissions or remove it");
-  }
+  const auto text = textOf(path);
+  if (!text) return {};
   try {
-    return parseDeviceScript(text.str());
+    return parseDeviceScript(*text);
   } catch (const std::runtime_error& error) {
     throw std::runtime_error(path.string() + ", " + error.what());
   }
@@ -113,17 +112,22 @@ SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& schedu
                                         const std::filesystem::path& folder,
                                         const std::function<void(LinkTiming&)>& adjust) {
   const DeviceFolder device(folder);
-  auto model = std::make_shared<RecorderModel>(FolderStore::open(folder));
+  const auto store = FolderStore::open(folder);
+  auto model = std::make_shared<RecorderModel>(store);
   DeviceScript script = readScript(device.script());
   if (adjust) adjust(script.timing);
   model->setInCall(script.inCall);
+  if (script.battery) model->setBatteryLevel(*script.battery);
   model->setRecordingEnds(script);
   model->setUpdateTroubles(std::move(script.updateTroubles));
   model->setUpdateMtu(script.updateMtu);
   if (auto image = device.readFirmware()) model->setFirmware(std::move(*image));
+  model->setFirmwareStaging([device](std::size_t offset, std::span<const std::uint8_t> segment) {
+    return device.stageFirmware(offset, segment);
+  });
   model->setFirmwareSlot([device](const Bytes& image) { return device.writeFirmware(image); });
   auto link = SimulatedLink::create(scheduler, model, script.timing, std::move(script.faults));
-  return {std::move(model), std::move(link)};
+  return {std::move(model), std::move(link), store->warnings()};
 }
 
 }  // namespace kwtsdk::sim

@@ -71,7 +71,7 @@ std::string addressOf(const Environment& environment, const std::string& name) {
 
 std::string onlyOne(const Environment& environment) {
   // Long enough for every recorder in range to be heard: the first one would not be the only one.
-  constexpr Duration time = std::chrono::seconds(4);
+  constexpr Duration time = std::chrono::seconds(3);
   const Devices heard = heardNow(environment, time, false).devices;
   if (heard.empty()) throw Failure(ToolError::notHeard, "No recorder was heard.", kSwitchOn);
   if (heard.size() > 1) throw tooMany(heard, "are in range");

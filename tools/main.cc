@@ -10,6 +10,8 @@
 
 #include "tools/command_line.h"
 #include "tools/interrupt.h"
+#include "tools/trace.h"
+#include "tools/wire_log.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -19,6 +21,8 @@ Environment environmentOf(const Invocation& invocation, const std::shared_ptr<Sc
   Environment environment{scheduler, interrupt.token(), invocation.simulatedFolder, invocation.device};
   environment.adapter = invocation.adapter;
   environment.verbose = invocation.verbose;
+  if (invocation.verbose) environment.observers.push_back(wireLog(scheduler));
+  if (!invocation.trace.empty()) environment.observers.push_back(traceInto(scheduler, invocation.trace));
   return environment;
 }
 
@@ -34,8 +38,10 @@ Failure inTime(const Failure& failure, const Invocation& invocation, const Inter
 int run(const Invocation& invocation) {
   const auto scheduler = threadScheduler();
   Interrupt interrupt(*scheduler);
-  const bool isQuiet = invocation.quiet && invocation.progress == ProgressMode::automatic;
-  setProgress(isQuiet ? ProgressMode::none : invocation.progress);
+  // A line that is written over and lines of other kinds do not go together.
+  const bool isShown = !invocation.quiet && !invocation.verbose;
+  const bool isSaid = invocation.progress != ProgressMode::automatic;
+  setProgress(isShown || isSaid ? invocation.progress : ProgressMode::none);
   Output output(invocation.style());
   if (invocation.seconds) {
     const std::chrono::duration<double> seconds(*invocation.seconds);

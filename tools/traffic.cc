@@ -50,8 +50,13 @@ class ObservedLink final : public session::Link {
  private:
   const std::shared_ptr<session::Link> link_;
   const Observers observers_;
+  const std::shared_ptr<std::atomic<bool>> isOpen_ = std::make_shared<std::atomic<bool>>(false);
   std::shared_ptr<Peripheral> peripheral_;
 };
+
+void tellClosed(const Observers& observers) {
+  for (const auto& observer : observers) observer->closed();
+}
 
 /// The session may be gone when they come, and this link with it: they hold what they need.
 void ObservedLink::setEvents(Events events) {
@@ -71,8 +76,14 @@ void ObservedLink::setEvents(Events events) {
     }
     next(peripheral, characteristic, error);
   };
-  told.didDisconnect = [observers = observers_, next = std::move(events.didDisconnect)] {
-    for (const auto& observer : observers) observer->closed();
+  // The link holds this, so this must not hold the link.
+  told.didDisconnect = [observers = observers_, isOpen = isOpen_, weak = std::weak_ptr(link_),
+                        next = std::move(events.didDisconnect)] {
+    const auto link = weak.lock();
+    const auto peripheral = link ? link->peripheral() : nullptr;
+    // Told late, of a connection before the one that there is now.
+    const bool isLate = peripheral != nullptr && peripheral->state() == PeripheralState::connected;
+    if (!isLate && isOpen->exchange(false)) tellClosed(observers);
     next();
   };
   link_->setEvents(std::move(told));
@@ -82,6 +93,7 @@ MaybeError ObservedLink::open() {
   auto error = link_->open();
   const auto peripheral = link_->peripheral();
   if (error || peripheral == nullptr) return error;
+  if (isOpen_->exchange(true)) tellClosed(observers_);  // the connection before
   peripheral_ = std::make_shared<ObservedPeripheral>(peripheral, observers_);
   for (const auto& observer : observers_) observer->opened(*peripheral, link_->characteristics());
   return error;

@@ -1,10 +1,14 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <filesystem>
-#include <system_error>
+#include <cstdlib>
+#include <string>
+
+#include <kwtsdk/session/firmware_image.h>
 
 #include "tools/command_line.h"
+#include "tools/question.h"
+#include "tools/words.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -81,7 +85,12 @@ Failure updateFailure(const session::Failure& failure, const std::string& image,
     default:
       break;
   }
-  if (failure.cause()) return refused(*failure.cause());
+  if (failure.cause()) {
+    Failure known = refused(*failure.cause());
+    if (failure.worthRetrying() && known.status() == ExitStatus::failed)
+      known.setStatus(ExitStatus::tryAgain);
+    return known;
+  }
   if (failure == Errc::fileUnusable || failure == Errc::imageRefused) return cannotInstall(failure, image);
   return explained(failure);
 }
@@ -94,30 +103,111 @@ std::string resultText(const std::string& sent, const std::string& before, const
   return "Installed " + sent + ": firmware " + before + " -> " + after + ".";
 }
 
-void update(const Environment& environment, const std::string& image, Output& output) {
-  constexpr unsigned connections = 2;
-  output.set("image", image);
-  std::error_code problem;
-  const std::uint64_t size = std::filesystem::file_size(image, problem);
-  if (!problem) output.set("bytes", size);
-  const auto recorder = openRecorder(environment);
-  const auto update =
-      recorder->update(image, session::Limits(environment.stop).silence(kAnswerTime).reconnects(connections));
+struct UpdateRequest {
+  std::string image;
+  bool onlyChecks, agreed;
+};
+
+struct Found {
+  session::FirmwareImage image;
+  std::string version;  // that the recorder runs
+  std::uint64_t battery;
+};
+
+/// A version's numbers, as many as the recorder tells at most; leading zeros it leaves out.
+std::array<long, 4> numbersOf(const std::string& version) {
+  std::array<long, 4> numbers{};
+  const char* rest = version.c_str();
+  while (*rest != '\0') {
+    std::ranges::rotate(numbers, numbers.begin() + 1);
+    char* end = nullptr;
+    numbers.back() = std::strtol(rest, &end, 10);
+    if (end == rest) break;
+    rest = *end == '.' ? end + 1 : end;
+  }
+  return numbers;
+}
+
+bool isOlder(const Found& found) {
+  return !found.version.empty() && numbersOf(found.image.version) < numbersOf(found.version);
+}
+
+/// What speaks against the update; "" when nothing does.
+std::string objectionTo(const Found& found) {
+  constexpr std::uint64_t low = 20;  // percent
+  std::string objection;
+  if (isOlder(found)) {
+    objection = "The image is older (" + found.image.version + ") than the recorder's firmware (" +
+                found.version + ").";
+  }
+  if (found.battery < low) {
+    if (!objection.empty()) objection.append(" ");
+    objection.append("The recorder's battery is low (").append(batteryText(found.battery)).append(").");
+  }
+  return objection;
+}
+
+Found look(const Environment& environment, const UpdateRequest& request, session::Session& recorder,
+           const session::Limits& limits, Output& output) {
+  const auto image = session::inspectImage(request.image);
+  if (!image) throw cannotInstall(image.error(), request.image);
+  output.set("bytes", image->bytes);
+  output.set("versionImage", image->version);
+  TerminalLine line(*environment.scheduler);
+  line.show("Asking the recorder...");
+  const auto version = recorder.firmware(limits).wait();
+  const auto battery = version ? recorder.battery(limits).wait() : session::Result<std::uint64_t>(0);
+  line.clear();
+  if (!version) throw updateFailure(version.error(), request.image, {});
+  output.set("versionBefore", *version);
+  if (!battery) throw updateFailure(battery.error(), request.image, {});
+  output.set("battery", *battery);
+  return {*image, *version, *battery};
+}
+
+void reportCheck(const UpdateRequest& request, const Found& found, Output& output) {
+  const std::string objection = objectionTo(found);
+  output.set("older", isOlder(found));
+  output.line(request.image + " (" + sizeText(found.image.bytes) +
+              ") looks like a firmware image: " + found.version + " -> " + found.image.version + ".");
+  if (!objection.empty()) output.line(objection);
+  output.line("Nothing was sent; the battery is at " + batteryText(found.battery) + ".");
+}
+
+void install(const Environment& environment, const UpdateRequest& request, session::Session& recorder,
+             const session::Limits& limits, Output& output) {
+  const auto update = recorder.update(request.image, limits);
   const auto result = watched(environment, update);
-  const std::string before = result ? result->before : recorder->snapshot().firmware;
-  if (!before.empty()) output.set("versionBefore", before);
-  if (!result) throw updateFailure(result.error(), image, update.progress());
+  if (!result) throw updateFailure(result.error(), request.image, update.progress());
   const double seconds = std::chrono::duration<double>(result->took).count();
   output.set("seconds", seconds);
   output.set("versionAfter", result->after);
-  output.line(resultText(image + " (" + bytesText(size) + " in " + secondsText(seconds, 1) + ")", before,
-                         result->after));
+  output.line(
+      resultText(request.image + " (" + bytesText(result->bytes) + " in " + secondsText(seconds, 1) + ")",
+                 result->before, result->after));
+}
+
+void update(const Environment& environment, const UpdateRequest& request, Output& output) {
+  constexpr unsigned connections = 2;
+  output.set("image", request.image);
+  const auto recorder = openRecorder(environment);
+  const auto limits = session::Limits(environment.stop).silence(kAnswerTime).reconnects(connections);
+  const auto asking = session::Limits(limits).timeout(std::chrono::hours(1));  // silence ends what hangs
+  const Found found = look(environment, request, *recorder, asking, output);
+  if (request.onlyChecks) return reportCheck(request, found, output);
+  output.line("Firmware " + found.version + " -> " + found.image.version + ", battery " +
+              batteryText(found.battery));
+  const std::string objection = objectionTo(found);
+  if (!objection.empty() && !request.agreed) {
+    askForYes(environment, objection, "Install it all the same?",
+              "Nothing was sent. If it is meant, run the command again with --yes.");
+  }
+  install(environment, request, *recorder, limits, output);
 }
 
 Action prepareUpdate(const Arguments& arguments) {
-  return [image = arguments.text("image")](const Environment& environment, Output& output) {
-    update(environment, image, output);
-  };
+  const UpdateRequest request{arguments.text("image"), arguments.has("--check"), arguments.has("-y")};
+  return [request](const Environment& environment, Output& output) { update(environment, request, output); };
 }
 
 const RegisteredCommand kUpdateCommand(
@@ -125,7 +215,11 @@ const RegisteredCommand kUpdateCommand(
      .name = "update",
      .description =
          "Install a firmware image; until all of it has arrived the recorder keeps its old firmware",
-     .parameters = {{.name = "image", .valueName = "IMAGE", .description = "The image", .isRequired = true}},
+     .parameters = {{.name = "image", .valueName = "IMAGE", .description = "The image", .isRequired = true},
+                    {"--check", "", "Look at image, versions and battery, and change nothing",
+                     Parameter::Kind::flag},
+                    {"-y,--yes", "", "Also an older version, and on a low battery; asks nothing",
+                     Parameter::Kind::flag}},
      .prepare = prepareUpdate});
 
 }  // namespace

@@ -15,6 +15,16 @@ using internal::littleEndian32, internal::littleEndianHexStringWithLength, inter
 constexpr std::size_t kBeforeVersion = 10, kBehindVersion = 8, kMtuLength = 4;
 
 std::string crcOf(const Bytes& bytes) { return littleEndian32(internal::crc32Value(bytes)); }
+std::string versionText(std::string_view version) {
+  while (version.starts_with("00")) version.remove_prefix(2);
+  std::string text;
+  for (std::size_t at = 0; at + 2 <= version.size(); at += 2) {
+    if (!text.empty()) text += '.';
+    text += std::to_string(internal::littleEndianField(version, at, 2));  // a pair that is no hex counts as 0
+  }
+  return text;
+}
+
 std::string withMagic(const char* opcode) { return std::string(opcode).append(MAGICCODE); }
 
 }  // namespace
@@ -41,6 +51,12 @@ std::optional<std::string> identityOf(const Bytes& image) {
   return internal::hexString(tail);
 }
 
+std::string versionOf(const Bytes& image) {
+  if (image.size() < kIdentitySize) return "";
+  const auto identity = image.end() - kIdentitySize;
+  return versionText(internal::hexString(Bytes(identity, image.end() - 1)));
+}
+
 Bytes configRequest(const std::string& identity) {
   const std::string body = std::string("58000000").append(identity) + nzeros(8) + nzeros(64) + nzeros(64) +
                            nzeros(12) + nzeros(12);
@@ -65,15 +81,8 @@ Bytes doneRequest() { return toData(withMagic("92")); }
 std::string KWTCmdResponse::getVersion(const Reply& reply) {
   using namespace wire;
   if (!reply || reply->size() < kBeforeVersion + kBehindVersion) return "";
-  std::string_view version =
-      std::string_view(*reply).substr(kBeforeVersion, reply->size() - kBeforeVersion - kBehindVersion);
-  while (version.starts_with("00")) version.remove_prefix(2);
-  std::string text;
-  for (std::size_t at = 0; at + 2 <= version.size(); at += 2) {
-    if (!text.empty()) text += '.';
-    text += std::to_string(internal::littleEndianField(version, at, 2));  // a pair that is no hex counts as 0
-  }
-  return text;
+  return versionText(
+      std::string_view(*reply).substr(kBeforeVersion, reply->size() - kBeforeVersion - kBehindVersion));
 }
 
 std::int64_t KWTCmdResponse::getMTU(const Reply& reply) {

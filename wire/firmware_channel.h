@@ -43,6 +43,9 @@ Bytes beginRequest(const Bytes& image);
 /// None for fewer than four bytes.
 std::optional<std::string> identityOf(const Bytes& image);
 
+/// The version in it, in the form in which the recorder tells its own; "" for fewer than four bytes.
+std::string versionOf(const Bytes& image);
+
 /// `identity`: 8 hex characters. Without them the frame is 4 bytes shorter, its length field is not.
 Bytes configRequest(const std::string& identity);
 

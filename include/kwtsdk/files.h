@@ -12,10 +12,11 @@ namespace kwtsdk {
 /// A file open for writing. The first write that fails (full disk, closed file) is the last that is tried:
 /// what is on disk stays a beginning of what was given, which a later download can continue. Safe on any
 /// thread; writing blocks for the disk. Unbuffered: what write accepted is the kernel's, and outlives the
-/// process. Into a pipe whose reader has gone, the first write raises SIGPIPE, as write(2) does.
+/// process. A pipe whose reader has gone is a failed write; no SIGPIPE ends the host.
 class KWTSDK_EXPORT FileHandle {
  public:
-  explicit FileHandle(int descriptor);  // negative: a closed file
+  /// Negative: a closed file. `path`: what it was opened as, for sync().
+  explicit FileHandle(int descriptor, std::string path = {});
   ~FileHandle();
   FileHandle(const FileHandle&) = delete;
   FileHandle& operator=(const FileHandle&) = delete;
@@ -23,6 +24,10 @@ class KWTSDK_EXPORT FileHandle {
   /// Writes `size` bytes at the current position; false when that or an earlier write failed or the file is
   /// closed.
   bool write(const void* data, std::size_t size);
+
+  /// Waits until the disk has what was written, and the name in its folder. False when it has not: that
+  /// counts as a failed write. What no disk is behind, such as a pipe, has nothing to wait for.
+  bool sync();
 
   /// Never waits: a write that is running goes on to its end, and the file is given back after it.
   void close();

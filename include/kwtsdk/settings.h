@@ -24,7 +24,9 @@ class KWTSDK_EXPORT Settings {
 /// Settings in one small file, read on first use. flush replaces the file atomically, so that it is whole
 /// after a crash at any moment; changes that are not flushed stay in memory until the object goes, which
 /// flushes them. Lines that do not parse are dropped.
-/// A file that cannot be written leaves the old one in place; the next flush tries again. Safe on any thread.
+/// A file that cannot be written leaves the old one in place, one that cannot be read or is no regular file
+/// is never replaced, and nothing waits for a lock of another program's: the next flush tries again. A
+/// symbolic link stays one. Safe on any thread.
 KWTSDK_EXPORT std::shared_ptr<Settings> fileSettings(const std::string& path);
 
 }  // namespace kwtsdk

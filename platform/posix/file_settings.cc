@@ -3,9 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
+#include <memory>
 
 #include <kwtsdk/settings.h>
 
@@ -17,47 +20,78 @@ namespace {
 
 using Values = std::map<std::string, std::uint64_t>;
 
-void loadLine(const std::string& line, Values& values) {
+/// A key in one line, whatever is in it.
+std::string escaped(const std::string& key) {
+  std::string text;
+  for (const char letter : key) {
+    if (letter == '\\')
+      text += "\\\\";
+    else if (letter == '\n')
+      text += "\\n";
+    else
+      text += letter;
+  }
+  return text;
+}
+
+std::string unescaped(std::string_view text) {
+  std::string key;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool isEscaped = text[i] == '\\' && i + 1 < text.size();
+    if (isEscaped) ++i;
+    key += isEscaped && text[i] == 'n' ? '\n' : text[i];
+  }
+  return key;
+}
+
+void loadLine(std::string_view line, Values& values) {
   const std::size_t blank = line.rfind(' ');
-  if (blank == std::string::npos) return;
+  if (blank == std::string_view::npos) return;
   std::uint64_t value = 0;
   const char* const end = line.data() + line.size();
   const auto [stop, problem] = std::from_chars(line.data() + blank + 1, end, value);
-  if (problem == std::errc() && stop == end) values[line.substr(0, blank)] = value;
+  if (problem == std::errc() && stop == end) values[unescaped(line.substr(0, blank))] = value;
 }
 
-Values load(const std::string& path) {
-  Values values;
+/// None when there is a file that cannot be read, or is no such file: it must not be taken for an empty one.
+std::optional<Values> load(const std::string& path) {
+  constexpr off_t largest = 16 << 20;
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return errno == ENOENT ? std::optional(Values()) : std::nullopt;
+  if (!S_ISREG(status.st_mode) || status.st_size > largest) return std::nullopt;
   const auto data = internal::dataOfFile(path);
-  const std::string text = data ? std::string(data->begin(), data->end()) : std::string();
+  if (!data) return std::nullopt;
+  const std::string text(data->begin(), data->end());
+  Values values;
   for (std::size_t begin = 0; begin < text.size();) {
     const std::size_t end = std::min(text.find('\n', begin), text.size());
-    loadLine(text.substr(begin, end - begin), values);
+    loadLine(std::string_view(text).substr(begin, end - begin), values);
     begin = end + 1;
   }
   return values;
 }
 
+/// Under the lock, so that what has this name is of a program that was killed.
 bool store(const std::string& path, const Values& values) {
   std::string text;
   for (const auto& [key, value] : values)
-    text.append(key).append(" ").append(std::to_string(value)).append("\n");
-  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (descriptor < 0) return false;
-  FileHandle file(descriptor);
+    text.append(escaped(key)).append(" ").append(std::to_string(value)).append("\n");
+  ::unlink(path.c_str());
+  FileHandle file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   // Without the sync, a crash after the rename could leave an empty file under the final name.
-  return file.write(text.data(), text.size()) && ::fsync(descriptor) == 0;
-}
-
-std::string parentOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  return file.write(text.data(), text.size()) && file.sync();
 }
 
 void createParents(const std::string& path) {
   for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
     ::mkdir(path.substr(0, slash).c_str(), 0700);
   }
+}
+
+/// What a symbolic link leads to, which is to be replaced instead of the link.
+std::string targetOf(const std::string& path) {
+  const std::unique_ptr<char, decltype(&::free)> target(::realpath(path.c_str(), nullptr), &::free);
+  return target ? target.get() : path;
 }
 
 // One "key value" line per setting. What changed is kept apart until a flush merges it into the file as it is
@@ -77,7 +111,7 @@ class FileSettings : public Settings {
     const internal::MutexLock lock(mutex_);
     const auto changed = changes_.find(key);
     if (changed != changes_.end()) return changed->second;
-    if (!loaded_) loaded_ = load(path_);
+    if (!loaded_) loaded_ = load(path_).value_or(Values());
     const auto found = loaded_->find(key);
     return found == loaded_->end() ? std::nullopt : std::optional(found->second);
   }
@@ -86,24 +120,30 @@ class FileSettings : public Settings {
   void remove(const std::string& key) override { change(key, std::nullopt); }
 
   void flush() override {
+    static internal::Mutex ofThisProgram;
     const internal::MutexLock lock(mutex_);
+    const internal::MutexLock one(ofThisProgram);
     createParents(path_);
-    const internal::Descriptor parent(::open(parentOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (parent.get() >= 0) ::flock(parent.get(), LOCK_EX);  // until it is closed
-    Values values = load(path_);
+    const std::string path = targetOf(path_);
+    const internal::Descriptor parent(
+        ::open(internal::folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // Another program's, which may stand still: the changes wait for the next flush.
+    if (parent.get() < 0 || ::flock(parent.get(), LOCK_EX | LOCK_NB) != 0) return;
+    auto values = load(path);
+    if (!values) return;
     for (const auto& [key, value] : changes_) {
       if (value) {
-        values[key] = *value;
+        (*values)[key] = *value;
       } else {
-        values.erase(key);
+        values->erase(key);
       }
     }
-    const std::string temporary = path_ + ".new";
-    if (!store(temporary, values) || std::rename(temporary.c_str(), path_.c_str()) != 0) {
+    const std::string temporary = path + ".new";
+    if (!store(temporary, *values) || std::rename(temporary.c_str(), path.c_str()) != 0) {
       ::unlink(temporary.c_str());
       return;
     }
-    if (parent.get() >= 0) ::fsync(parent.get());
+    internal::syncDescriptor(parent.get());
     loaded_ = std::move(values);
     changes_.clear();
   }

@@ -31,6 +31,12 @@ class Descriptor {
   int value_;
 };
 
+/// False when the disk has not taken what was written; where there is none, there is nothing to wait for.
+bool syncDescriptor(int descriptor);
+
+/// Of a path; "." for a bare name.
+std::string folderOf(const std::string& path);
+
 /// The whole file; none when it cannot be read or is a directory. An empty file is an empty buffer.
 std::optional<Bytes> dataOfFile(const std::string& path);
 

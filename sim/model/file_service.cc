@@ -63,9 +63,15 @@ std::optional<Bytes> FileService::handle(const Bytes& frame) {
 
 std::optional<Bytes> FileService::nextPacket() {
   if (!download_) return std::nullopt;
-  Bytes packet = download_->next();
-  if (download_->finished()) download_.reset();
-  return packet;
+  try {
+    Bytes packet = download_->next();
+    if (download_->finished()) download_.reset();
+    return packet;
+  } catch (const std::runtime_error&) {  // zeros would be taken for the recording, which is then deleted
+    unreadable_ = download_->id();
+    download_.reset();
+    return std::nullopt;
+  }
 }
 
 std::optional<std::size_t> FileService::indexOf(std::uint32_t id) const {
@@ -85,12 +91,13 @@ wire::Deletion FileService::remove(std::uint32_t id) {
   const auto index = indexOf(id);
   if (!index) return noSuchId;
   if (*index != 0) return notTheFirst;
-  if (download_ && download_->id() == id) return inUse;
+  if (unreadable_ == id || (download_ && download_->id() == id)) return inUse;
   return device_.store->deleteFirst() ? done : inUse;
 }
 
 void FileService::startDownload(const Bytes& frame, const wire::FileRequest& request) {
   download_.reset();
+  unreadable_.reset();
   if (indexOf(request.id)) download_.emplace(device_, frame, request.id, request.offset);
 }
 

@@ -59,6 +59,7 @@ class FileService : public Service {
 
   const DeviceState& device_;
   std::optional<DownloadStream> download_;
+  std::optional<std::uint32_t> unreadable_;  // the recording whose stream the store broke off
 };
 
 }  // namespace kwtsdk::sim

@@ -94,7 +94,8 @@ void FirmwareUpdate::receive(std::span<const std::uint8_t> data) {
 
 bool FirmwareUpdate::segmentIsRight(const Bytes& check) const {
   const auto segment = std::span(received_.bytes).subspan(received_.segmentAt);
-  return !segment.empty() && wire::crc32(segment) == wire::readCheck(check);
+  return !segment.empty() && wire::crc32(segment) == wire::readCheck(check) &&
+         (!firmware_.staging || firmware_.staging(received_.segmentAt, segment));
 }
 
 void FirmwareUpdate::endSegment(bool right) {

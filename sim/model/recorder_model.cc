@@ -139,6 +139,11 @@ std::optional<Bytes> RecorderModel::installedImage() const {
   return impl_->device.firmware.image;
 }
 
+void RecorderModel::setFirmwareStaging(FirmwareStaging staging) {
+  const MutexLock lock(impl_->mutex);
+  impl_->device.firmware.staging = std::move(staging);
+}
+
 void RecorderModel::setFirmwareSlot(FirmwareSlot slot) {
   const MutexLock lock(impl_->mutex);
   impl_->device.firmware.slot = std::move(slot);

@@ -48,6 +48,7 @@ struct FirmwareState {
   Bytes version = {0, 1, 2, 3};
   std::optional<Bytes> image;
   FirmwareSlot slot;
+  FirmwareStaging staging;
 
   std::size_t linkMtu = LinkTiming{}.mtu;
   std::optional<std::uint16_t> updateMtu;

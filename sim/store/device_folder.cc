@@ -18,10 +18,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char *kFirstId = "first-id", *kFirmware = "firmware.bin";
+constexpr const char *kFirstId = "first-id", *kFirmware = "firmware.bin",
+                     *kFirmwarePart = "firmware.bin.part";
 
 bool writeDurably(const fs::path& path, const Bytes& content) {
-  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  ::unlink(path.c_str());  // of a program that was killed: this one has the folder
+  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
   if (file < 0) return false;
   const bool written = ::write(file, content.data(), content.size()) == static_cast<ssize_t>(content.size());
   const bool synced = written && ::fsync(file) == 0;
@@ -36,6 +38,24 @@ void syncFolder(const fs::path& path) {
 }
 
 }  // namespace
+
+std::optional<std::string> textOf(const fs::path& path) {
+  constexpr std::uintmax_t longest = 1 << 20;
+  std::error_code failure;
+  const auto type = fs::status(path, failure).type();
+  if (type == fs::file_type::not_found) return std::nullopt;
+  const bool isText = type == fs::file_type::regular && fs::file_size(path, failure) <= longest;
+  std::ostringstream content;
+  std::ifstream file;
+  if (isText) file.open(path);
+  if (isText && !failure && fs::file_size(path, failure) > 0) content << file.rdbuf();
+  if (!isText || !file || !content) {
+    throw std::runtime_error(path.string() +
+                             " cannot be read: check that it is a text file, and its permissions, "
+                             "or remove it");
+  }
+  return content.str();
+}
 
 bool DeviceFolder::replace(const std::string& name, const Bytes& content) const {
   const fs::path path = path_ / name, temporary = path_ / (name + ".new");
@@ -58,12 +78,9 @@ bool DeviceFolder::replace(const std::string& name, const Bytes& content) const 
 
 std::uint32_t DeviceFolder::readFirstId() const {
   const fs::path path = path_ / kFirstId;
-  if (!fs::exists(path)) return 1;
-  std::ifstream file(path);
-  std::ostringstream content;
-  content << file.rdbuf();
-
-  std::string text = content.str();
+  const auto content = textOf(path);
+  if (!content) return 1;
+  std::string text = *content;
   if (text.ends_with('\n')) text.pop_back();
   std::uint32_t id = 0;
   const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), id);
@@ -85,7 +102,8 @@ std::optional<Bytes> DeviceFolder::readFirmware() const {
   if (!fs::exists(path)) return std::nullopt;
   std::error_code failure;
   const std::uintmax_t size = fs::is_regular_file(path) ? fs::file_size(path, failure) : 0;
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file;
+  if (fs::is_regular_file(path)) file.open(path, std::ios::binary);
   Bytes image(!failure && wire::isImageSize(size) ? static_cast<std::size_t>(size) : 0);
   file.read(reinterpret_cast<char*>(image.data()), static_cast<std::streamsize>(image.size()));
   if (image.empty() || !file) {
@@ -96,6 +114,24 @@ std::optional<Bytes> DeviceFolder::readFirmware() const {
   return image;
 }
 
-bool DeviceFolder::writeFirmware(const Bytes& image) const { return replace(kFirmware, image); }
+bool DeviceFolder::writeFirmware(const Bytes& image) const {
+  const bool isWritten = replace(kFirmware, image);
+  std::error_code ignored;
+  if (isWritten) fs::remove(path_ / kFirmwarePart, ignored);
+  return isWritten;
+}
+
+bool DeviceFolder::stageFirmware(std::size_t offset, std::span<const std::uint8_t> segment) const {
+  const fs::path path = path_ / kFirmwarePart;
+  std::error_code ignored;
+  fs::create_directory(path_, ignored);
+  if (offset == 0) ::unlink(path.c_str());
+  const int flags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW | (offset == 0 ? O_CREAT | O_EXCL : 0);
+  const int file = ::open(path.c_str(), flags, 0666);
+  if (file < 0) return false;
+  const bool isWritten = ::pwrite(file, segment.data(), segment.size(), static_cast<off_t>(offset)) ==
+                         static_cast<ssize_t>(segment.size());
+  return ::close(file) == 0 && isWritten;
+}
 
 }  // namespace kwtsdk::sim

@@ -47,6 +47,7 @@ class FakeBluez {
   /// Commands separated by ";", done when this returns. Throws std::exception.
   ///   start | end                       of the service
   ///   adapter on|off   power on|off     the adapter is there, has power
+  ///   stranger on|off                   another device, of a recorder's service, is heard too
   ///   heard on|off                      the recorder is in reach; while off, it accepts no connection either
   ///   resolve on|off                    its services become known, after a connection
   ///   mtu N | lack UUID-PART            of its characteristics
@@ -192,6 +193,8 @@ class FakeBluez {
       FakeBus::tell(recorder_, bluez::kDevice, {{"RSSI", sdbus::Variant(std::int16_t(-60))}});
     if (heard && !recorder_) recorder_ = device(kRecorderAddress, true);
     if (!heard && !connected_) FakeBus::withdraw(recorder_);
+    if (state_["stranger"] == "on")
+      FakeBus::tell(stranger_, bluez::kDevice, {{"RSSI", sdbus::Variant(std::int16_t(-70))}});
   }
 
   Object device(const std::string& address, bool heard) {
@@ -279,8 +282,9 @@ class FakeBluez {
   std::shared_ptr<sim::SimulatedLink> link_;
   const std::shared_ptr<Journal> journal_;
   // What obey() was told; a method's is "hold", or the D-Bus name of the error that refuses it.
-  std::map<std::string, std::string> state_{{"adapter", "on"}, {"power", "on"}, {"heard", "on"},
-                                            {"resolve", "on"}, {"mtu", "247"},  {"lack", "none"}};
+  std::map<std::string, std::string> state_{{"adapter", "on"}, {"power", "on"},     {"heard", "on"},
+                                            {"resolve", "on"}, {"stranger", "off"}, {"mtu", "247"},
+                                            {"lack", "none"}};
   std::atomic<bool> power_{false}, connected_{false}, resolved_{false};  // properties
   bool discovering_ = false;
   std::vector<CallPtr> held_;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/support/failing_sync.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
 #include "wire/recorder_channel.h"
@@ -159,9 +160,11 @@ TEST(Download, ThatStallsEndsSilentlyAndContinuesLater) {
 }
 
 TEST(Download, WhatCouldNotBeSavedStaysOnTheRecorder) {
-  playEach<Download>(std::array{"/dev/full", "/nowhere/f"}, [](auto& d, auto path) {
+  playEach<Download>(std::array{"/dev/full", "/nowhere/f", "unsynced"}, [](auto& d, auto path) {
+    std::optional<FailingSync> failing;
     d.store->add(recordingOf(5));
-    d.path = path;
+    d.path = *path == '/' ? path : d.folder.file(path);
+    if (*path != '/') failing.emplace();
     EXPECT_EQ(d.ended(), "ok");
     EXPECT_EQ(d.last.first, kBlock);
     d.scheduler.sleep(20s);

@@ -1,6 +1,8 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <kwtsdk/files.h>
 #include <kwtsdk/settings.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include "platform/posix/files.h"
@@ -30,6 +32,13 @@ TEST(Files, WhatCannotBeOpenedIsNone) {
 }
 
 TEST(Files, NothingIsWrittenAfterAFailedWrite) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe(pipe.data()), 0);
+  ::close(pipe[0]);
+  FileHandle unread(pipe[1]);
+  EXPECT_FALSE(unread.write("x", 1)) << "and no SIGPIPE";
+  EXPECT_EQ(unread.failure(), "Broken pipe");
+
   const auto full = getFileHandleForWrite("/dev/full");
   ASSERT_TRUE(full && !full->write("x", 1));
   const std::string failure = full->failure();
@@ -92,6 +101,38 @@ TEST(FileSettings, SurvivesWhatItCannotUse) {
   unwritable->write("k", 1);
   unwritable->flush();
   EXPECT_EQ(unwritable->read("k"), 1U);
+}
+
+TEST(FileSettings, NeverReplacesOrWaitsForWhatIsNotItsOwn) {
+  const TemporaryFolder folder;
+  const auto put = [](const std::string& path, const char* key) {
+    const auto settings = fileSettings(path);
+    settings->write(key, 2);
+    settings->flush();
+    return settings;
+  };
+  ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
+  put(folder.file("pipe"), "a");
+  EXPECT_TRUE(std::filesystem::is_fifo(folder.file("pipe")));
+
+  const std::string path = folder.file("settings"), link = folder.file("link"),
+                    theirs = folder.file("theirs");
+  writeFile(path, "a 1\n");
+  writeFile(theirs, "x");
+  std::filesystem::create_symlink(path, link);
+  std::filesystem::create_symlink(theirs, path + ".new");
+  EXPECT_EQ(put(link, "b 3\nc")->read("a"), 1U);
+  EXPECT_TRUE(std::filesystem::is_symlink(link) && contentOf(theirs) == "x");
+  EXPECT_EQ(fileSettings(path)->read("b"), std::nullopt);  // not forged by a key with two lines
+  EXPECT_EQ(fileSettings(path)->read("b 3\nc"), 2U);
+
+  const internal::Descriptor other(::open(folder.path().c_str(), O_RDONLY));
+  ASSERT_EQ(::flock(other.get(), LOCK_EX), 0);
+  const auto waiting = put(path, "late");
+  EXPECT_EQ(fileSettings(path)->read("late"), std::nullopt);
+  ASSERT_EQ(::flock(other.get(), LOCK_UN), 0);
+  waiting->flush();
+  EXPECT_EQ(fileSettings(path)->read("late"), 2U);
 }
 
 }  // namespace

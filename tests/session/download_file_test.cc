@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "tests/session/session_host.h"
+#include "tests/support/failing_sync.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -33,9 +34,11 @@ TEST(SessionDownload, AFileThatIsThereIsNeverTouched) {
     SCOPED_TRACE(test.name);
     scene.store->put(content);
     writeFile(scene.file("a"), test.there);
+    writeFile(scene.file("a.part.id"), "of one that was killed behind the rename");
     const auto saved = scene.session->download(scene.file("a")).wait();
     EXPECT_EQ(codeOf(saved), test.isIt ? kOk : std::error_code(Errc::fileUnusable));
     EXPECT_TRUE(contentOf(scene.file("a")) == test.there);
+    EXPECT_EQ(std::filesystem::exists(scene.file("a.part.id")), !test.isIt);
     EXPECT_EQ(scene.store->count(), test.isIt ? 0U : 1U);
   });
 }
@@ -75,6 +78,15 @@ TEST(SessionDownload, AFullDiskLeavesTheRecordersCopyAndTheSameCallGoesOn) {
       expectSaved(scene, scene.session->download(scene.file("a")).wait(), scene.file("a"), content);
     });
   }
+}
+
+TEST(SessionDownload, NothingIsDeletedThatTheDiskHasNotTaken) {
+  play<SessionScene>([](SessionScene& scene) {
+    scene.store->put(storedRecording(1));
+    const FailingSync failing;
+    EXPECT_EQ(codeOf(scene.session->download(scene.file("a")).wait()), Errc::fileUnusable);
+    EXPECT_EQ(scene.store->count(), 1U);
+  });
 }
 
 // ---- Which recording, and its deletion ----

@@ -128,6 +128,9 @@ TEST(FirmwareUpdate, LeavesItsImageInTheFolder) {
   const auto scheduler = VirtualTimeScheduler::create(1);
   const auto open = [&] { return UpdatedRecorder{openSimulatedRecorder(scheduler, folder.path()).model}; };
   const auto file = folder.file("device/firmware.bin"), script = folder.file("device/script");
+  std::filesystem::create_directories(file + ".part/x");  // so that no segment can be written
+  open().play("0-5 8242455354d7950e7c:8300 old");
+  std::filesystem::remove_all(file + ".part");
   std::filesystem::create_directories(file + ".new/x");  // so that no image can be written
   writeFile(script, "mtu 185");
   open().play("0-2 80424553540a000000d7950e7c:814245535401000000b500");
@@ -136,8 +139,10 @@ TEST(FirmwareUpdate, LeavesItsImageInTheFolder) {
   recorder.play("0-8 old");
   std::filesystem::remove_all(file + ".new");
   recorder.play("0-8 updated");
-  EXPECT_EQ(open().model->installedImage(), toData(image));
   EXPECT_THROW(recorder.model->setFirmware({1, 2, 3}), std::invalid_argument);
+  EXPECT_FALSE(std::filesystem::exists(file + ".part"));
+  recorder.model.reset();
+  EXPECT_EQ(open().model->installedImage(), toData(image));
 }
 
 }  // namespace

@@ -65,6 +65,11 @@ mtu 22:"22" is not a whole number from 23 to 517)");
   for (const char* id : {"", "0", "-1", "7 8", "4294967295"})
     expect("first-id", id, " holds no recording id");
   expect("firmware.bin", "abc", " holds no firmware image");
+  for (const char* name : {"script", "first-id", "firmware.bin"}) {
+    ASSERT_EQ(::mkfifo(folder.file("device/" + std::string(name)).c_str(), 0600), 0);  // nothing waits for it
+    EXPECT_NE(thrownBy([&] { openSimulatedRecorder(VirtualTimeScheduler::create(1), folder.path()); }), "");
+    std::filesystem::remove(folder.file("device/" + std::string(name)));
+  }
 }
 
 TEST(SeededFaults, FollowSeedAndRates) {
@@ -135,14 +140,38 @@ TEST(FolderStore, HoldsTheOpusFilesInNameOrderAndTouchesNothingElse) {
   for (const auto& [name, content] : others) EXPECT_EQ(contentOf(folder.file(name)), content) << name;
 }
 
-// By a second program, for instance.
-TEST(FolderStore, ARecordingThatIsGoneReadsAsZerosAndCanBeDeleted) {
+// Zeros in its place would be taken for the recording.
+TEST(FolderStore, WhatCannotBeReadIsListedNeitherSentNorDeleted) {
   const TemporaryFolder folder;
-  writeFile(folder.file("a"), opus("a"));
-  const auto store = FolderStore::open(folder.path());
-  std::filesystem::remove(folder.file("a"));
-  EXPECT_EQ(read(*store, 0, 0, 2), std::string(2, '\0'));
-  EXPECT_TRUE(store->deleteFirst());
+  const auto spoil = [&](const std::string& how) {
+    if (how == "gone" || how == "pipe") std::filesystem::remove(folder.file("a.opus"));
+    if (how == "pipe") ::mkfifo(folder.file("a.opus").c_str(), 0600);
+    if (how == "cut") std::filesystem::resize_file(folder.file("a.opus"), 20);
+  };
+  for (const std::string how : {"gone", "pipe", "cut"}) {
+    SCOPED_TRACE(how);
+    std::filesystem::remove(folder.file("a.opus"));
+    writeFile(folder.file("a.opus"), opus(std::string(40000, 'a')));
+    const auto store = FolderStore::open(folder.path());
+    RecorderModel model(store);
+    spoil(how);
+    model.write(Channel::recorder, internal::toData("03820c00000000000100000000000000d5ddb8b7"));
+    while (model.nextPacket()) ADD_FAILURE() << "sent something";
+    EXPECT_THROW(read(*store, 0, 0, 2), std::runtime_error);
+    EXPECT_TRUE(how != "gone" || !store->deleteFirst());
+    EXPECT_EQ(store->count(), 1U);
+  }
+}
+
+TEST(FolderStore, IsOneProgramsAtATime) {
+  const TemporaryFolder folder;
+  auto store = FolderStore::open(folder.path());
+  const std::string reason = thrownBy([&] { FolderStore::open(folder.path()); });
+  EXPECT_NE(reason.find("is in use by kwtsdk_tests, process " + std::to_string(::getpid())),
+            std::string::npos)
+      << reason;
+  store.reset();
+  EXPECT_EQ(FolderStore::open(folder.path())->count(), 0U);
 }
 
 TEST(SimulatedRecorder, TakesItsIdsItsLinkAndItsRecordingsEndsFromTheFolder) {

@@ -8,7 +8,8 @@ import sys
 import time
 import unittest
 
-from kwt_support import BLOCK, DATA, QUERIES, CommandTest, KwtTestCase, Recorder, finish, image, packets_of, wire
+from kwt_support import (BLOCK, DATA, QUERIES, CommandTest, KwtTestCase, Recorder, finish, image, packets_of, tool,
+                         wire)
 
 FAKE_BLUEZ = os.path.abspath(sys.argv.pop(1))
 ADDRESS = "AA:BB:CC:DD:EE:FF"
@@ -81,7 +82,7 @@ class DeviceTest(CommandTest, KwtTestCase):
         breaks = "".join(f"notification {number} disconnect\n" for number in (20, 400, 900))
         station = Station(self, breaks, sizes=(3 * BLOCK, BLOCK))
         self.check(station.run("info"), 0, "80", "1.2.3")
-        self.check(station.run("list"), 0, str(3 * BLOCK), str(BLOCK))
+        self.check(station.run("list"), 0, "98.3 kB", "32.8 kB")
         self.check(station.run("pull", "-o", "f"), 0, "Saved f", "has deleted")
         self.assertEqual((station.home / "f").read_bytes(), station.contents[0])
         self.check(station.run("rm", "2"), 0)
@@ -91,6 +92,21 @@ class DeviceTest(CommandTest, KwtTestCase):
         (station.home / "image").write_bytes(image(20000))
         self.check(station.run("update", "image"), 0, "2.5.1")
         self.assertEqual(station.firmware(), image(20000))
+
+    def test_usual_recorder(self):
+        station = Station(self)
+
+        def kwt(*words, **env):
+            return tool(*words, env={**station.bus, "XDG_CONFIG_HOME": str(station.home), **env})
+
+        self.check(kwt("info", "-v"), 0, "80 %", f"{ADDRESS}, the only one in range", "battery level 80")
+        self.check(kwt("info", "--device", "recorder", "--adapter", "hci0"), 0, "80 %")
+        self.check(kwt("info", "--device", ADDRESS, "--adapter", "hci7"), 69, "Bluetooth adapter")
+        station.obey("stranger on")
+        self.check(kwt("info"), 2, "2 recorders are in range", ADDRESS, "11:22:33:44:55:66", "kwt device")
+        self.check(kwt("device", ADDRESS), 0)
+        self.check(kwt("info"), 0, "80 %")
+        self.check(kwt("info", "--timeout", "0.5", KWT_DEVICE="Nobody"), 75, "--timeout")
 
     def test_interrupts(self):
         """While the fake does not answer a call."""

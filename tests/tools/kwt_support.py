@@ -152,10 +152,13 @@ class Recorder:
 class Terminal:
     """A terminal as the standard error of a recorder's command."""
 
-    def __init__(self, recorder, *arguments, columns=80, **options):
+    def __init__(self, recorder, *arguments, columns=80, types=None, **options):
         self.ours, theirs = os.openpty()
         fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("4H", 25, columns, 0, 0))
         options.setdefault("env", {**os.environ, "TERM": "xterm"})
+        if types is not None:
+            os.write(self.ours, types.encode())
+            options["stdin"] = theirs
         self.process = recorder.start(*arguments, stderr=theirs, **options)
         os.close(theirs)
         self.shown = b""

@@ -11,9 +11,9 @@ SEGMENT, SMALLEST, FLOOR = wire("kSegmentSize"), wire("kSmallestPacket"), wire("
 SIZE = 3 * SEGMENT
 SLOW = "interval 7.5ms\npackets 6\n"
 
-# A query, then a write for each step: 2 prepare, ... 6 configuration, 7 to 40 the first segment's packets, 41 its check,
-# ... 111 the last check, 112 bye, 113 done. The notifications: 2 to 6 the handshake, 7 to 9 the checks, 10 bye, 11 the
-# new version.
+# Three queries, then a write for each step: 4 prepare, ... 8 configuration, 9 to 42 the first segment's packets, 43 its
+# check, ... 113 the last check, 114 bye, 115 done. The notifications: 4 to 8 the handshake, 9 to 11 the checks, 12 bye,
+# 13 the new version.
 OLD = "still runs its old firmware"
 UNCONFIRMED, INSTALLED = "accepted the image, but", "firmware 1.2.3 -> 2.5.1."
 
@@ -32,7 +32,7 @@ class UpdateTest(CommandTest, KwtTestCase):
         failing("update refuse prepare", "refused the preparation", "1008", "charge it"),
         failing("update refuse partition", "refused the partition selection", "1010", "off and on"),
         failing("update refuse configuration", "refused the configuration", "1009", "one for this recorder"),
-        failing("update refuse check 2", "check of a segment failed", "1012", "closer"),
+        failing("update refuse check 2", "check of a segment failed", "1012", "closer", status=75),
         failing("update refuse bye", "refused the whole image", "1013", "one for this recorder"),
         silent("prepare", "before"),
         silent("partition", "before"),
@@ -41,13 +41,13 @@ class UpdateTest(CommandTest, KwtTestCase):
         silent("configuration", "before"),
         silent("check 3", "after", f"of {SIZE} bytes"),
         silent("bye", f"after {SIZE} of {SIZE}"),
-        failing("write 2 disconnect\nwrite 3 disconnect\nwrite 4 disconnect", "Connection lost before", "into range", status=75),
-        failing("write 20 disconnect\nwrite 40 disconnect\nwrite 60 disconnect", "Connection lost after", status=75),
+        failing("write 4 disconnect\nwrite 5 disconnect\nwrite 6 disconnect", "Connection lost before", "into range", status=75),
+        failing("write 22 disconnect\nwrite 42 disconnect\nwrite 62 disconnect", "Connection lost after", status=75),
         *((fault, "update fw", 0, (INSTALLED,), True) for fault in (
-            "acknowledgement 50 drop", "write 4 refuse", "write 60 refuse", "write 60 disconnect", "write 112 disconnect",
-            "notification 5 disconnect", "notification 10 disconnect", "notification 11 disconnect",
-            "notification 11 drop")),
-        ("write 113 disconnect", "update fw", 1, (UNCONFIRMED, "kwt info")),
+            "acknowledgement 52 drop", "write 6 refuse", "write 62 refuse", "write 62 disconnect", "write 114 disconnect",
+            "notification 7 disconnect", "notification 12 disconnect", "notification 13 disconnect",
+            "notification 13 drop")),
+        ("write 115 disconnect", "update fw", 1, (UNCONFIRMED, "kwt info")),
         ("update mtu 100", "update fw", 1, (f"last {450 % FLOOR} bytes are too few", f"padded to {2 * SEGMENT}"), False,
          SEGMENT + 450))
 
@@ -71,11 +71,38 @@ class UpdateTest(CommandTest, KwtTestCase):
         self.check(recorder.run("info"), 0, "2.5.1")
         self.check(recorder.run("update", "fw"), 0, f"Sent fw ({SIZE} bytes in", "2.5.1, as before")
         (recorder.home / "fw").write_bytes(image(100, (1, 0, 9)))
-        code, out, err = recorder.run("update", "fw", "--json")
+        code, out, err = recorder.run("update", "fw", "--json", "--yes")
         self.assertEqual((code, err), (0, ""))  # no progress either: this is no terminal
         result = json.loads(out)
         self.assertGreater(result.pop("seconds"), 0)
-        self.assertEqual(result, {"schema": 1, "image": "fw", "bytes": 100, "versionBefore": "2.5.1", "versionAfter": "1.0.9"})
+        self.assertEqual(result, {"schema": 1, "image": "fw", "bytes": 100, "versionBefore": "2.5.1", "versionAfter": "1.0.9", "versionImage": "1.0.9",
+                                  "battery": 80})
+
+    def test_check(self):
+        recorder = self.recorder(self)
+        self.check(recorder.run("update", "fw", "--check"), 0, "1.2.3 -> 2.5.1", "Nothing was sent", "80 %")
+        (recorder.home / "fw").write_bytes(image(SIZE, (1, 2, 2)))
+        result = json.loads(recorder.run("update", "fw", "--check", "--json")[1])
+        self.assertEqual(result, {"schema": 1, "image": "fw", "bytes": SIZE, "versionBefore": "1.2.3",
+                                  "versionImage": "1.2.2", "battery": 80, "older": True})
+        self.assertIsNone(recorder.firmware())
+
+    def test_questions(self):
+        """An older version, a low battery: to somebody at a terminal, or --yes has answered."""
+        for script, version, words in (("", (1, 2, 2), ("is older (1.2.2)", "(1.2.3)")),
+                                       ("battery 19", (2, 5, 1), ("battery is low (19 %)",)),
+                                       ("battery 3000", (1, 10, 0), None), ("battery 20", (1, 2, 3), None)):
+            recorder = self.recorder(self, script)
+            (recorder.home / "fw").write_bytes(image(SIZE, version))
+            with self.subTest(script=script, version=version):
+                result = recorder.run("update", "fw")
+                self.check(result, 1 if words else 0, *(words or ()), *(("--yes",) if words else ()))
+                self.assertEqual(recorder.firmware() is None, bool(words))
+                for typed, status in (("n", 1), ("y", 0)) if words else ():
+                    terminal = Terminal(recorder, "update", "fw", types=typed + "\n")
+                    self.check(terminal.finish(), status, *words, "[y/N]")
+                    self.assertEqual(recorder.firmware() is None, bool(status))
+                self.check(recorder.run("update", "fw", "--yes"), 0)
 
     def test_refusals_before_anything_is_sent(self):
         recorder = self.recorder(self, "write 1 disconnect")
@@ -90,6 +117,10 @@ class UpdateTest(CommandTest, KwtTestCase):
                 if size is not None:
                     (recorder.home / name).write_bytes(bytes(size))
                 self.check(recorder.run("update", name), 1, f"Cannot install {name}", *words)
+        for begins, word in ((b"RIFF", "WAV"), (b"OggS", "Ogg"), (b"ID3", "MP3"), (b"\x7fELF", "ELF"),
+                             (b"\x89PNG", "PNG"), (b"PK\3\4", "zip"), ("ein längerer Text\n".encode() * 300, "text")):
+            (recorder.home / "f").write_bytes(begins if word == "text" else begins + bytes(SEGMENT))
+            self.check(recorder.run("update", "f", "--yes"), 1, "Cannot install f: it is ", word)
 
     def test_interruption(self):
         recorder = self.recorder(self, SLOW)

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <span>
 
 #include <kwtsdk/bytes.h>
 
@@ -33,5 +34,8 @@ struct ResumeVerification {
 
 /// Keeps an image that an update brought; false when it cannot, then the recorder stays with what it had.
 using FirmwareSlot = std::function<bool(const Bytes& image)>;
+
+/// Keeps a segment of an image that is on its way, `offset` bytes into it; false when it cannot.
+using FirmwareStaging = std::function<bool(std::size_t offset, std::span<const std::uint8_t> segment)>;
 
 }  // namespace kwtsdk::sim

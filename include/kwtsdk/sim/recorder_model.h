@@ -74,6 +74,10 @@ class KWTSDK_EXPORT RecorderModel {
   /// not call the model. None, as at first: in memory alone.
   void setFirmwareSlot(FirmwareSlot slot);
 
+  /// Where an update's segments are kept as they come; false: there is no room, and the segment's check is
+  /// refused. As the slot's otherwise.
+  void setFirmwareStaging(FirmwareStaging staging);
+
   /// Replaces what went wrong in updates so far.
   void setUpdateTroubles(std::vector<UpdateTrouble> troubles);
 

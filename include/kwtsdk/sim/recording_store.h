@@ -30,7 +30,9 @@ class KWTSDK_EXPORT RecordingStore {
   /// `index` counts from 0 and must be below count().
   virtual RecordingInfo info(std::size_t index) const = 0;
 
-  /// Fills `into` with the recording's bytes from `offset` on; zeros beyond its end.
+  /// Fills `into` with the recording's bytes from `offset` on; zeros beyond its end. Throws
+  /// std::runtime_error when they cannot be read: the recorder then stops sending and does not delete that
+  /// recording.
   virtual void read(std::size_t index, std::uint64_t offset, std::span<std::uint8_t> into) const = 0;
 
   /// False when the first recording could not be removed; then nothing has changed.

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -20,6 +22,7 @@ namespace kwtsdk::sim {
 ///   interval 7.5ms
 ///   packets 4
 ///   mtu 247
+///   battery 12  its level
 ///   key 3s  what ends each recording that long into it, one line for each of RecordingEnds
 ///   call    in a call from the beginning
 ///   update refuse STEP  in each firmware update: prepare, partition, configuration, check [NUMBER] or bye
@@ -29,6 +32,7 @@ struct DeviceScript : RecordingEnds {
   LinkTiming timing;
   std::shared_ptr<ScriptedFaults> faults = std::make_shared<ScriptedFaults>();
   bool inCall = false;
+  std::optional<std::uint32_t> battery;
   std::vector<UpdateTrouble> updateTroubles;
   std::optional<std::uint16_t> updateMtu;
 };
@@ -40,6 +44,7 @@ KWTSDK_EXPORT DeviceScript parseDeviceScript(std::string_view text);
 struct SimulatedRecorder {
   std::shared_ptr<RecorderModel> model;
   std::shared_ptr<SimulatedLink> link;
+  std::vector<std::string> warnings{};  // FolderStore::warnings()
 };
 
 /// Opens the folder as FolderStore does; recorder and link follow `device/script` below it where that exists.
