@@ -120,7 +120,7 @@ class PullTest(CommandTest, KwtTestCase):
         recorder = Recorder(self, BLOCK, BLOCK)
         away = recorder.store.rename(recorder.home.parent / "away")
         command = 'echo "$1 $KWT_ID $KWT_CREATED" >> ../log; test $KWT_ID = 1'
-        process = recorder.start("watch", "--every", "0.1", "-o", "in", "--json", "--exec", command)
+        process = recorder.start("watch", "--every", "0.5", "-o", "in", "--json", "--exec", command)
         self.assertIn("cannot be read", process.stderr.readline())
         away.rename(recorder.store)
         saved = [json.loads(process.stdout.readline()) for _ in range(2)]

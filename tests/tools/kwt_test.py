@@ -191,7 +191,7 @@ class KwtTest(CommandTest, KwtTestCase):
         (recorder.home / "image").write_bytes(image(20000))
         for command, words in (("info", ("battery: 80 %", "firmware: 1.2.3", "recordings: 1, 2: 32.8 kB")),
                                ("record -o live -d 0.2", ("recording: normal, 0.", "bytes")),
-                               ("update image", ("update: 20000 bytes, 1.2.3 -> 2.5.1",)), ("rm", ("recording 2",))):
+                               ("update image", ("update: 20000 bytes, 1.2.3 -> 2.5.1",)), ("rm 2", ("recording 2",))):
             (recorder.home / "t").unlink()
             self.check(recorder.run(*command.split(), "--trace", "t"), 0)
             result = tool("replay", "t", cwd=recorder.home)
