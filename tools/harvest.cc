@@ -71,6 +71,9 @@ class Harvesting {
     // Without an answer it may be gone; the recorder gives out none behind it if it is not.
     if (deleted == Effect::none || isRepeated) throw notDeletedFailure(delivered);
     list();
+    const bool isGone = std::ranges::none_of(
+        result_.left, [&](const RecordingInfo& listed) { return isSame(listed, recording); });
+    if (isGone) result_.delivered.back().saved.deleted = Effect::done;
   }
 
   Delivered deliver(const RecordingInfo& recording) const {

@@ -1,13 +1,12 @@
-#include <poll.h>
 #include <unistd.h>
 
 #include <charconv>
 #include <cstdint>
-#include <iostream>
 #include <optional>
 #include <string>
 
 #include "tools/command_line.h"
+#include "tools/question.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -20,25 +19,6 @@ std::string describe(const RecordingInfo& recording) {
          ")";
 }
 
-/// A line that a person types; none when there is no more, or Ctrl-C comes.
-std::optional<std::string> typedLine(const Environment& environment) {
-  constexpr int tick = 100;  // ms
-  pollfd input{STDIN_FILENO, POLLIN, 0};
-  while (!environment.stop.stop_requested()) {
-    if (::poll(&input, 1, tick) <= 0) continue;
-    std::string line;
-    return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
-  }
-  return std::nullopt;
-}
-
-bool isAgreed(const Environment& environment, const RecordingInfo& recording) {
-  std::cerr << "Delete " << describe(recording) << " from the recorder? [y/N] " << std::flush;
-  const auto answer = typedLine(environment);
-  if (!answer) std::cerr << '\n';
-  return answer == "y" || answer == "Y" || answer == "yes";
-}
-
 /// The first recording is the only one that a recorder deletes.
 void checkIsFirst(const RecordingInfo& first, std::uint32_t id) {
   if (first.id == id) return;
@@ -46,6 +26,14 @@ void checkIsFirst(const RecordingInfo& first, std::uint32_t id) {
                 "The recorder deletes only its first recording, which is not " + std::to_string(id) +
                     ": it is " + describe(first) + ".",
                 "Look at the recordings with `kwt list`; `kwt pull` saves and deletes them in order.");
+}
+
+void askWhich(const Environment& environment, const RecordingInfo& first) {
+  const std::string why = "The recorder's first is " + describe(first) + ".",
+                    otherwise = "`kwt rm " + std::to_string(first.id) + "` deletes it.";
+  if (::isatty(STDIN_FILENO) == 0 || ::isatty(STDERR_FILENO) == 0)
+    throw Failure(ToolError::usage, "Which recording? " + why, otherwise);
+  askForYes(environment, why, "Delete it?", otherwise);
 }
 
 void deleteFirst(const Environment& environment, session::Session& recorder, std::uint32_t id) {
@@ -62,13 +50,8 @@ void removeFirst(const Environment& environment, std::optional<std::uint32_t> id
   const RecordingInfo first = firstRecording(environment, *recorder);
   if (id) {
     checkIsFirst(first, *id);
-  } else if (::isatty(STDIN_FILENO) == 0 || ::isatty(STDERR_FILENO) == 0) {
-    throw Failure(ToolError::usage, "Which recording? The first is " + describe(first) + ".",
-                  "`kwt rm " + std::to_string(first.id) + "` deletes it.");
-  } else if (!isAgreed(environment, first)) {
-    output.set("id", std::uint64_t{first.id});
-    output.set("deleted", false);
-    return output.line("Nothing was deleted.");
+  } else {
+    askWhich(environment, first);
   }
   deleteFirst(environment, *recorder, first.id);
   output.line("Deleted " + describe(first) + " from the recorder.");

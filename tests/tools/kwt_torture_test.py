@@ -24,7 +24,7 @@ class Command:
     sizes, contents = SIZES, ()
 
 
-# Without the id: a recorder that is killed with kwt while it deletes has begun to count anew, and still has the recording.
+# Without the id: a recorder that is killed with kwt while it deletes has counted on, and may still have the recording.
 NAMED = ("--name", "%H%M%S")
 
 
@@ -58,7 +58,7 @@ class PullAll(Command):
                 for path in recorder.home.rglob("*") if path.is_file()}
 
     def check(self, recorder):
-        made = {name: content for name, content in self.files(recorder).items() if name.endswith(".mp3") and "/." not in name}
+        made = {name: content for name, content in self.files(recorder).items() if name[-4:] == ".mp3" and "/." not in name}
         assert made.items() <= EXPECTED.items(), "a whole file's name, and not whole"
         gone = [name for number, name in enumerate(sorted(EXPECTED)) if f"{number}.opus" not in recorder.names()]
         assert all(name in made for name in gone), "deleted, and not on the disk"
@@ -139,7 +139,8 @@ print(f"seed {SEED}, {MOMENTS} moments each")
 failed = 0
 with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
     running = {pool.submit(torment, fault, command(), moment): f"{fault.__name__} {command.__name__} {moment}"
-               for moment in range(MOMENTS) for fault in (kill, cut, fill) for command in (Pull, PullAll, Record, Update)}
+               for moment in range(MOMENTS) for fault in (kill, cut, fill)
+               for command in (Pull, PullAll, Record, Update)}
     for done in concurrent.futures.as_completed(running):
         if done.exception():
             failed += 1
