@@ -160,7 +160,20 @@ TEST(SessionUpdate, ThatWasNotInstalledDoesNotSayItWas) {
   play<SessionScene>([](SessionScene& scene) {
     scene.model->setFirmwareSlot([](const Bytes&) { return false; });  // the recorder stays with what it had
     const auto installed = install(scene, firmwareImage());
-    EXPECT_TRUE(!installed || installed->after == "1.2.3");
+    ASSERT_EQ(codeOf(installed), Errc::refused);
+    EXPECT_EQ(installed.error().effect(), Effect::unknown);
+    EXPECT_EQ(installed.partial()->after, "1.2.3");
+  });
+}
+
+TEST(SessionUpdate, IsDoneOnceTheRecorderHasHeardIt) {
+  playEach<SessionScene>(std::array{0, 1, 2, 3}, [](SessionScene& scene, int deaf) {
+    scene.onFrame = [&, left = deaf](const std::string& frame) mutable {
+      return !frame.starts_with("92") || left-- <= 0;
+    };
+    const auto installed = install(scene, firmwareImage());
+    EXPECT_EQ(installed.has_value(), deaf < 3);
+    EXPECT_EQ(scene.model->installedImage().has_value(), deaf < 3) << deaf;
   });
 }
 
