@@ -184,6 +184,7 @@ TEST(SimulatedRecorder, TakesItsIdsItsLinkAndItsRecordingsEndsFromTheFolder) {
   const auto scheduler = VirtualTimeScheduler::create(1);
   const auto facade = KWTBluetoothHelper::create({scheduler, nullptr, nullptr, nullptr});
   const auto recorder = openSimulatedRecorder(scheduler, folder.path());
+  recorder.model->setMicrophone(nullptr);  // the installed one would be heard
   recorder.link->attach(facade);
   scheduler->run([&] {
     EXPECT_EQ(facade->getFileNumAndFirstId(), (FlashInfo{1, 5}));
