@@ -92,6 +92,7 @@ TEST(Records, FileInfo) {
   EXPECT_EQ(header->filesize(), 65536U);
   EXPECT_EQ(header->recordType(), 7);
   EXPECT_EQ(header->creatTime(), dateFromString("24-5-17 10:30", "%Y-%m-%d %H:%M"));
+  EXPECT_EQ(header->created(), dateFromString("2024-5-17 10:30", "%Y-%m-%d %H:%M"));
   const auto absent = KWTCmdResponse::getFileInfo(infoReply("02000000", "ffff", "ffffffffffff"));
   EXPECT_FALSE(absent->exist());
   EXPECT_EQ(absent->filesize(), 2147450880U);
