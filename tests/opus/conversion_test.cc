@@ -33,24 +33,6 @@ TEST(Conversion, GivesTheSoundOfALiveRecordingAsTheDecoderDoes) {
   EXPECT_TRUE(isWav(wav, 16000, 60 * kPacketFrames) && wav.ends_with(sound));
 }
 
-TEST(Conversion, OfAnOggFileKeepsItsExactLength) {
-  const TemporaryFolder folder;
-  writeFile(folder.file("in"), oggOpus(60));
-  std::vector<double> progress{0};
-  const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, [&](double fraction) {
-    progress.push_back(fraction);
-    return fraction <= 1;
-  });
-  ASSERT_TRUE(result.status == ConversionResult::kConverted && result.source == Source::oggOpus)
-      << result.text;
-  EXPECT_TRUE(progress.back() > 0 && std::is_sorted(progress.begin(), progress.end()));
-  const std::string wav = contentOf(folder.file("out"));
-  EXPECT_TRUE(isWav(wav, 48000, 3 * 60 * kPacketFrames));
-  const auto* const samples = reinterpret_cast<const std::int16_t*>(wav.data());
-  const int peak = *std::max_element(samples + 22, samples + wav.size() / 2);
-  EXPECT_TRUE(peak > 8000 && peak < 16000) << peak;
-}
-
 TEST(Conversion, CarriesTitleAndTimeOverButNotThroughTheFacade) {
   const TemporaryFolder folder;
   auto pages = pagesOf(oggOpus(50));

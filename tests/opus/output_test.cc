@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <csignal>
@@ -43,9 +42,6 @@ TEST_F(Output, ReplacesAFileOrALinksTarget) {
 
 TEST_F(Output, StaysAsItWasWhenTheConversionIsGivenUp) {
   writeFile(folder.file("out"), "old");
-  rlimit unlimited{};
-  ::getrlimit(RLIMIT_FSIZE, &unlimited);
-  auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
   const ConversionProgress none, cancels = [](double) { return false; },
                                  throws = [](double) -> bool { throw std::runtime_error("stop"); };
   // Bit rate, or 0 for WAV; how large a file may become; progress, status and what is told then.
@@ -60,17 +56,15 @@ TEST_F(Output, StaysAsItWasWhenTheConversionIsGivenUp) {
       {160, 5000, none, ConversionResult::kFailed, "File too large"},
       {160, 60000, none, ConversionResult::kConverted, ""}};
   for (const auto& [rate, most, progress, status, says] : cases) {
-    const rlimit limit{std::min(most, unlimited.rlim_max), unlimited.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
     const Format format = rate == 0 ? Format::wav : Format::mp3;
+    std::optional<FullDisk> full(most);
     const auto result = convert(folder.file("in"), folder.file("out"), format, rate, progress);
-    ::setrlimit(RLIMIT_FSIZE, &unlimited);
+    full.reset();
     EXPECT_EQ(result.status, status) << rate << " " << most;
     EXPECT_NE(result.text.find(says), std::string::npos) << result.text;
     EXPECT_EQ(contentOf(folder.file("out")) == "old", status != ConversionResult::kConverted);
     EXPECT_EQ(namesIn(folder.path()), (Names{"in", "out"}));
   }
-  std::signal(SIGXFSZ, handler);
 }
 
 TEST_F(Output, IsNoWavFileBeyondWhatItsHeaderCanSay) {

@@ -6,7 +6,6 @@
 #include <functional>
 #include <memory>
 #include <numeric>
-#include <set>
 
 #include <kwtsdk/opus/conversion.h>
 
@@ -18,8 +17,6 @@
 namespace kwtsdk::testing {
 
 inline constexpr std::size_t kPacketFrames = 320;  // 20 ms at 16 kHz
-
-using Names = std::set<std::string>;
 
 /// What a record of a live recording begins with.
 inline const std::string kMark = [] {
@@ -96,12 +93,6 @@ inline bool isWav(const std::string& wav, int rate, std::size_t samples, std::si
          number(wav, 24, 4) == static_cast<std::size_t>(rate) &&
          number(wav, 28, 4) == 2 * channels * number(wav, 24, 4) && number(wav, 32, 2) == 2 * channels &&
          number(wav, 34, 2) == 16 && number(wav, 40, 4) == data;
-}
-
-inline Names namesIn(const std::string& folder) {
-  Names names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename());
-  return names;
 }
 
 }  // namespace kwtsdk::testing
