@@ -2,6 +2,7 @@
 
 import contextlib
 import fcntl
+import json
 import os
 import pathlib
 import random
@@ -84,18 +85,51 @@ def image(size, version=(2, 5, 1)):
     return random.Random(size).randbytes(size - 4) + bytes(version) + b"\x07"
 
 
+def documented():
+    """{command: {path of a field: its type}} from docs/kwt.md."""
+    page = (pathlib.Path(__file__).parents[2] / "docs" / "kwt.md").read_text()
+    fields = {}
+    for names, kind, commands in re.findall(r"^\| (`[^|]+`) \| (number|text|truth) \| ([^|]+) \|", page, re.MULTILINE):
+        for command in commands.split(", "):
+            fields.setdefault(command, {}).update(dict.fromkeys(re.findall(r"`([^`]+)`", names), kind))
+    return fields
+
+
+FIELDS = documented()
+
+
+def check_fields(command, value, path=""):
+    """Every field of a result stands in docs/kwt.md with its type."""
+    if isinstance(value, dict):
+        for name, content in value.items():
+            check_fields(command, content, f"{path}.{name}" if path else name)
+    elif isinstance(value, list):
+        for content in value:
+            check_fields(command, content, path + "[]")
+    else:
+        kind = "truth" if isinstance(value, bool) else "text" if isinstance(value, str) else "number"
+        known = {**FIELDS["every"], **FIELDS.get(command, {})}
+        if known.get(path) != kind:
+            raise AssertionError(f"docs/kwt.md does not know {path} of {command} as a {kind}")
+
+
 def finish(process):
     try:
         out, err = process.communicate(timeout=60)
     except subprocess.TimeoutExpired:
         process.kill()
         raise
+    if "--json" in process.args and out and out.startswith("{"):
+        check_fields(next((word for word in process.args if word in FIELDS), "every"), json.loads(out))
+    if "--progress=json" in process.args:
+        for line in err.splitlines():
+            check_fields("progress", json.loads(line))
     return process.returncode, out, err
 
 
 def start_tool(*arguments, **options):
-    usual = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True}
-    return subprocess.Popen([KWT, *arguments], **{**usual, **options})
+    pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+    return subprocess.Popen([KWT, *arguments], **{"text": True, **pipes, **options})
 
 
 def tool(*arguments, **options):
