@@ -1,5 +1,7 @@
 #include "tests/session_campaign/host.h"
 
+#include <stdexcept>
+
 namespace kwtsdk::session_campaign {
 
 void Host::run() {
@@ -9,11 +11,11 @@ void Host::run() {
 void Host::act() {
   if (chance(3)) meddle();
   using Action = void (Host::*)();
-  static constexpr Action kActions[] = {&Host::query,    &Host::query,    &Host::query,    &Host::query,
-                                        &Host::download, &Host::download, &Host::download, &Host::download,
-                                        &Host::record,   &Host::record,   &Host::update,   &Host::transact,
-                                        &Host::control,  &Host::leave};
-  (this->*anyOf(kActions))();
+  static constexpr std::array<Action, 16> kActions{
+      &Host::query,    &Host::query,    &Host::query,       &Host::list,   &Host::download, &Host::download,
+      &Host::download, &Host::download, &Host::downloadAll, &Host::remove, &Host::record,   &Host::record,
+      &Host::update,   &Host::transact, &Host::control,     &Host::leave};
+  (this->*kActions.at(random_.below(kActions.size())))();
   if (chance(3)) scene_.scheduler.sleep(Duration(1ms) * random_.below(3000));
 }
 
@@ -21,9 +23,11 @@ void Host::act() {
 void Host::meddle() {
   switch (random_.below(6)) {
     case 0:
-      return scene_.model->pressKey();
+      scene_.model->pressKey();
+      return;
     case 1:
-      return scene_.model->setInCall(chance(2));
+      scene_.model->setInCall(chance(2));
+      return;
     case 2:
       if (!chance(3)) return;
       scene_.cut = true;
@@ -33,7 +37,9 @@ void Host::meddle() {
       scene_.store->put(testing::storedRecording(1, 50 + scene_.files++ % 8));
       return;
     default:
-      scene_.setLevel(static_cast<std::uint32_t>(random_.below(101)));
+      scene_.battery = static_cast<std::uint32_t>(random_.below(101));
+      scene_.model->setBatteryLevel(scene_.battery);
+      scene_.remember();
   }
 }
 
@@ -85,14 +91,19 @@ void Host::control() {
 
 /// Closes it, lets go of it, or cancels something.
 void Host::leave() {
-  const std::uint64_t how = random_.below(6);
-  if (how > 1 && !scene_.asked.empty()) cancel(*scene_.asked.at(random_.below(scene_.asked.size())));
-  if (how > 1) return;
-  scene_.diary.add(how == 0 ? "close" : "a host lets go of the session");
-  if (how == 0 && !scene_.closed) scene_.closed = scene_.scheduler.now();
-  if (how == 0) return session_->close();
-  scene_.letGo = true;
-  session_ = nullptr;
+  switch (random_.below(6)) {
+    case 0:
+      scene_.diary.add("close");
+      if (!scene_.closed) scene_.closed = scene_.scheduler.now();
+      return session_->close();
+    case 1:
+      scene_.diary.add("a host lets go of the session");
+      scene_.letGo = true;
+      session_ = nullptr;
+      return;
+    default:
+      if (!scene_.asked.empty()) cancel(*scene_.asked.at(random_.below(scene_.asked.size())));
+  }
 }
 
 }  // namespace kwtsdk::session_campaign

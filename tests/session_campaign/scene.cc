@@ -2,6 +2,17 @@
 
 namespace kwtsdk::session_campaign {
 
+namespace {
+
+/// How much later than its limit an operation may end.
+constexpr Duration kGrace = 6s;
+
+}  // namespace
+
+Scene::Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, const std::string& folder,
+             const Profile& profile, Diary& kept)
+    : Scene(virtualTime, folder, kept, std::make_shared<NotedFaults>(virtualTime->seed(), profile, kept)) {}
+
 Scene::Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, const std::string& folder,
              Diary& kept, const std::shared_ptr<NotedFaults>& plan)
     : RecorderScene(virtualTime, folder, plan, {}),
@@ -9,33 +20,43 @@ Scene::Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, cons
       faults(plan),
       endings(virtualTime->semaphore("an operation has ended")) {
   model->setFirmwareSlot([this](const Bytes& image) { return installed.insert(testing::text(image)), true; });
+  store->onChange = [this] { remember(); };
+  remember();
 }
 
-void Scene::setLevel(std::uint32_t level) {
-  levels.emplace_back(scheduler.now(), level);
-  model->setBatteryLevel(level);
-}
+void Scene::remember() { moments.push_back({scheduler.now(), battery, store->firstId(), store->count()}); }
 
-bool Scene::hadLevel(std::uint64_t level, Duration since) const {
-  for (auto each = levels.rbegin(); each != levels.rend(); ++each) {
-    if (each->second == level) return true;
-    if (each->first < since) return false;
+bool Scene::past(const std::function<bool(const Moment&)>& was, Duration since) const {
+  for (auto moment = moments.rbegin(); moment != moments.rend(); ++moment) {
+    if (was(*moment)) return true;
+    if (moment->from < since) return false;
   }
   return false;
 }
 
-/// In time, and for a reason that there was.
-void Scene::ended(const Asked& operation, const std::error_code& code) const {
+void Scene::ended(Asked& operation, const std::error_code& code) {
   diary.add(operation.name + " ended: " + (code ? code.message() : "ok"));
+  checkEnd(operation, code);
+}
+
+/// In time, and for a reason that there was.
+void Scene::checkEnd(const Asked& operation, const std::error_code& code) const {
   const Duration now = scheduler.now(), lasted = now - operation.began;
   const auto inTime = [&](const std::optional<Duration>& begin, Duration longest, const char* what) {
-    EXPECT_TRUE(!begin || now - *begin <= longest) << operation.name << ": too long after " << what;
+    if (begin) {
+      EXPECT_LE(std::chrono::duration<double>(now - *begin).count(),
+                std::chrono::duration<double>(longest).count())
+          << operation.name << ": too long after " << what;
+    }
   };
-  if (operation.limit) inTime(operation.began, *operation.limit + 6s, "it was asked");
+  if (operation.limit) inTime(operation.began, *operation.limit + kGrace, "it was asked");
   inTime(operation.cancelled, operation.leaving, "it was cancelled");
-  const bool isLate = closed && *closed < operation.began;
-  inTime(isLate ? operation.began : closed, isLate ? Duration(100ms) : 16s, "the session was closed");
+  if (closed) {
+    const Duration both = std::max(*closed, operation.began);
+    inTime(both, both == *closed ? 16s : Duration(100ms), "the session was closed");
+  }
 
+  const bool linkTrouble = faults->any() || cut;
   const auto expected = [&](Errc reason, bool there) {
     EXPECT_TRUE(there || code != reason) << operation.name << " ended without a reason: " << code.message();
   };
@@ -44,22 +65,23 @@ void Scene::ended(const Asked& operation, const std::error_code& code) const {
   expected(Errc::timedOut, operation.limit && lasted >= *operation.limit);
   for (const Errc reason :
        {Errc::stalled, Errc::linkLost, Errc::linkFailed, Errc::incomplete, Errc::damaged}) {
-    expected(reason, faults->any() || cut);
+    expected(reason, linkTrouble);
   }
   expected(Errc::badArgument, operation.name.starts_with("transact"));  // which may throw
-  for (const Errc never : {Errc::notARecorder, Errc::packetsTooSmall, Errc::noResources})
+  for (const Errc never : {Errc::notARecorder, Errc::packetsTooSmall, Errc::noResources}) {
     expected(never, false);
+  }
 }
 
 /// Nothing on the disk differs from what was recorded, and nothing is gone that is not there.
 void Scene::checkLost() const {
   EXPECT_EQ(store->lost, std::set<std::uint32_t>()) << "deleted, and not on the disk";
-  for (const std::string& name : testing::namesIn(path)) {
-    if (!name.ends_with(".opus")) continue;
-    const std::string content = testing::contentOf(file(name));
+  for (const auto& entry : std::filesystem::directory_iterator(path)) {
+    if (entry.path().extension() != ".opus") continue;
+    const std::string content = testing::contentOf(entry.path().string());
     const auto isIt = [&](const auto& one) { return testing::text(one.second.content) == content; };
     EXPECT_TRUE(content == existing || std::ranges::any_of(store->held, isIt))
-        << name << " is none of the recordings";
+        << entry.path().filename() << " is none of the recordings";
   }
 }
 
