@@ -10,7 +10,7 @@ target_include_directories(kwtsdk PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}
                                          $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 target_link_libraries(kwtsdk PRIVATE Threads::Threads ${CMAKE_DL_LIBS})
 # Where the library looks for its Opus converter.
-set_target_properties(kwtsdk PROPERTIES INSTALL_RPATH $ORIGIN BUILD_WITH_INSTALL_RPATH ON)
+set_target_properties(kwtsdk PROPERTIES INSTALL_RPATH $ORIGIN BUILD_RPATH $ORIGIN)
 
 # The same objects for tests of internals, which a library with hidden symbols does not let through.
 add_library(kwtsdk_internals INTERFACE)

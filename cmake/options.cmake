@@ -1,4 +1,8 @@
 # Settings that every target of the project shares.
+get_property(multi_config GLOBAL PROPERTY GENERATOR_IS_MULTI_CONFIG)
+if(PROJECT_IS_TOP_LEVEL AND NOT multi_config AND NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Kind of build" FORCE)
+endif()
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -13,6 +17,11 @@ if(KWTSDK_WARNINGS_AS_ERRORS)
   target_compile_options(kwtsdk_options INTERFACE -Werror)
 endif()
 target_include_directories(kwtsdk_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+
+# The loader looks there anyway, and Debian's packages must not say so again.
+if(CMAKE_INSTALL_PREFIX STREQUAL /usr)
+  set(CMAKE_SKIP_INSTALL_RPATH ON)
+endif()
 
 # Off where a missing #include has to be noticed.
 option(KWTSDK_PRECOMPILE_HEADERS "Precompile the standard headers, for faster builds" OFF)

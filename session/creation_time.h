@@ -9,9 +9,7 @@
 
 namespace kwtsdk::session::detail {
 
-/// The instant that a recorder's six bytes name: wall clock and years since 2000. None without a time, or
-/// with one that no calendar has. KWTFileTime::toDate is not for this: it takes the year literally and every
-/// date as standard time.
+/// KWTFileTime::instant() of a recorder's six bytes. None without a time, or with one that no calendar has.
 std::optional<Date> creationTime(std::span<const std::uint8_t> sixBytes);
 
 /// The wall clock's reading at an instant.

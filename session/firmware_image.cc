@@ -18,7 +18,8 @@ namespace kwtsdk::session {
 Result<FirmwareImage> inspectImage(const std::filesystem::path& image) {
   const auto bytes = detail::readImage(image);
   if (!bytes) return Failure(bytes.error().code(), "inspectImage: " + bytes.error().text());
-  return FirmwareImage{bytes->size(), wire::versionOf(*bytes)};
+  const auto beginning = std::span(*bytes).first(std::min(bytes->size(), detail::kFormatBytes));
+  return FirmwareImage{bytes->size(), wire::versionOf(*bytes), detail::isText(beginning)};
 }
 
 namespace detail {

@@ -97,8 +97,9 @@ std::size_t utf8Length(std::uint8_t first) {
   return first >= 0xE0 && first < 0xF0 ? 3 : first >= 0xF0 && first < 0xF5 ? 4 : 0;
 }
 
-/// Every byte of it; the last character may be cut off.
-bool isText(Beginning beginning) {
+}  // namespace
+
+bool isText(std::span<const std::uint8_t> beginning) {
   for (std::size_t i = 0; i < beginning.size();) {
     const std::size_t end = i + utf8Length(beginning[i]);
     if (end == i) return false;
@@ -109,13 +110,10 @@ bool isText(Beginning beginning) {
   return !beginning.empty();
 }
 
-}  // namespace
-
 const char* knownFormat(Beginning beginning) {
   for (const Mark& mark : kMarks) {
     if (beginsWith(beginning, mark.bytes)) return mark.format;
   }
-  if (isText(beginning)) return "a text file";
   return isMpegAudio(beginning) ? kMp3 : nullptr;
 }
 

@@ -41,6 +41,7 @@ class Update {
   MaybeFailure endSegment();
   Result<Installed> install();
   Result<std::string> askInstalled();
+  bool isInstalled(const std::string& version) const;
 
   Conversation& recorder_;
   const std::filesystem::path path_;
@@ -169,13 +170,15 @@ MaybeFailure Update::endSegment() {
 /// The recorder has accepted the image: from here on nothing stops it, and what it runs then is asked.
 Result<Installed> Update::install() {
   constexpr Duration afterCancelling = std::chrono::seconds(5);
+  constexpr int most = 3;
   recorder_.shield(afterCancelling);
   recorder_.operation().report(Stage::installing, image_.size(), image_.size());
   const std::uint64_t link = recorder_.linkNumber();
   auto sent = step(firmwareFrame(wire::doneRequest()));
   auto after = askInstalled();
   // Nothing answers the command; one that was not heard leaves the version as it was, and the link.
-  if (after && *after == installed_.before && link == recorder_.linkNumber()) {
+  for (int times = 1; times < most && after && !isInstalled(*after) && link == recorder_.linkNumber();
+       ++times) {
     sent = step(firmwareFrame(wire::doneRequest()));
     after = askInstalled();
   }
@@ -185,10 +188,15 @@ Result<Installed> Update::install() {
                    sent ? Effect::done : Effect::unknown, after.error().cause());
   }
   installed_.after = *after;
-  if (sent || installed_.after != installed_.before) return installed_;
-  return Failure(sent.error().code(),
-                 "the recorder accepted the image, and may not have been told to install it", Effect::unknown,
-                 sent.error().cause());
+  if (isInstalled(*after)) return installed_;
+  return Failure(sent ? Errc::refused : sent.error().code(),
+                 "the recorder accepted the image, and still tells version " + *after, Effect::unknown,
+                 sent ? std::nullopt : sent.error().cause());
+}
+
+/// By the version that it tells: the image's, or at least another than before.
+bool Update::isInstalled(const std::string& version) const {
+  return version != installed_.before || version == wire::versionOf(image_);
 }
 
 /// It may restart, which takes its time and the link, whatever the limits say of links.

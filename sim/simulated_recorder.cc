@@ -1,5 +1,7 @@
 #include <kwtsdk/sim/simulated_recorder.h>
 
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
@@ -86,6 +88,19 @@ bool readUpdateLine(const ScriptLine& line, DeviceScript& script) {
   return true;
 }
 
+using Listen = void(const std::filesystem::path*, std::shared_ptr<Microphone>*);
+
+/// By the library that encodes sound, which is loaded here: the simulated recorder itself needs no codec.
+/// Null, which is silence, where it is not installed: a host may bring a microphone of its own.
+std::shared_ptr<Microphone> microphoneOfFolder(const std::filesystem::path& folder) {
+  // Never closed: its code has to outlive the microphone.
+  void* const library = ::dlopen(KWTSDK_SIM_SOUND_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  void* const symbol = library == nullptr ? nullptr : ::dlsym(library, "kwtsdkListen");
+  std::shared_ptr<Microphone> microphone;
+  if (symbol != nullptr) reinterpret_cast<Listen*>(symbol)(&folder, &microphone);
+  return microphone;
+}
+
 DeviceScript readScript(const std::filesystem::path& path) {
   const auto text = textOf(path);
   if (!text) return {};
@@ -116,6 +131,7 @@ SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& schedu
   auto model = std::make_shared<RecorderModel>(store);
   DeviceScript script = readScript(device.script());
   if (adjust) adjust(script.timing);
+  model->setMicrophone(microphoneOfFolder(folder));
   model->setInCall(script.inCall);
   if (script.battery) model->setBatteryLevel(*script.battery);
   model->setRecordingEnds(script);

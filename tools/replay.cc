@@ -1,15 +1,13 @@
-#include <stdlib.h>
-
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <system_error>
 
 #include <kwtsdk/sim/virtual_time_scheduler.h>
 
 #include "tools/command_line.h"
 #include "tools/replay_link.h"
+#include "tools/temporary.h"
 #include "tools/wire_log.h"
 #include "tools/words.h"
 
@@ -125,7 +123,8 @@ void Replaying::store(const Frames& rest) {
                                   [](const Bytes& frame) { return codeOf(frame) != kInfoFrame; });
   const auto infos = other - rest.begin() - 1;
   const unsigned what = other == rest.end() ? 0 : codeOf(*other);
-  const bool deletes = std::ranges::count(rest, kDeleteFrame, codeOf) > 0;
+  const bool deletes =
+      std::ranges::any_of(rest, [](const Bytes& frame) { return codeOf(frame) == kDeleteFrame; });
   if (what == kDownloadFrame) return download(infos > 1, !deletes);
   if (what == kDeleteFrame) return remove(idIn(*other));
   recordings();
@@ -209,28 +208,6 @@ bool Replaying::failed(const std::string& operation, const session::Failure& fai
   return false;
 }
 
-/// Where what comes out of a replay is kept until it has been looked at.
-class TemporaryFolder {
- public:
-  TemporaryFolder() : path_((fs::temp_directory_path() / "kwt-replay-XXXXXX").string()) {
-    if (::mkdtemp(path_.data()) == nullptr) {
-      throw Failure(ToolError::fileUnusable,
-                    "No folder can be made in " + fs::temp_directory_path().string() + ".",
-                    "Free space there, set TMPDIR to another folder, or name one with -o.");
-    }
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 /// On time that costs none: hours of a trace pass at once.
 void replay(const Environment& environment, const std::string& file, const fs::path& folder, Output& output) {
   constexpr std::uint64_t seed = 1;
@@ -255,7 +232,7 @@ Action prepareReplay(const Arguments& arguments) {
                                                                          Output& output) {
     if (!folder.empty()) return replay(environment, file, folder, output);
     const TemporaryFolder temporary;
-    replay(environment, file, temporary.path(), output);
+    replay(environment, file, temporary.file(""), output);
   };
 }
 

@@ -67,7 +67,7 @@ void Tour::visitStore() {
   loseLinkHalfWay();
   compare();
   show("What is left on it", simulated({"list"}));
-  show("Deleting one without downloading it", simulated({"rm"}));
+  show("Deleting one without downloading it", simulated({"rm", "2"}));
 }
 
 void Tour::loseLinkHalfWay() {

@@ -71,6 +71,9 @@ Failure cannotInstall(const session::Failure& failure, const std::string& image)
 /// Why the update did not end well; `progress` of an image that was being sent.
 Failure updateFailure(const session::Failure& failure, const std::string& image,
                       const session::ProgressReport& progress) {
+  if (failure == Errc::refused && failure.effect() == session::Effect::unknown)
+    return {ToolError::notConfirmed, "The recorder accepted the image, and still runs its old firmware.",
+            "Switch the recorder off and on, look with `kwt info`, and run the same command again."};
   if (failure.effect() != session::Effect::none) return notConfirmed(failure.effect());
   const std::string place = progress.total > 0 ? "after " + ofBytesText(progress.done, progress.total)
                                                : "before any of the image was sent";
@@ -151,6 +154,11 @@ Found look(const Environment& environment, const UpdateRequest& request, session
            const session::Limits& limits, Output& output) {
   const auto image = session::inspectImage(request.image);
   if (!image) throw cannotInstall(image.error(), request.image);
+  if (image->looksLikeText) {
+    throw cannotInstall(
+        {Errc::imageRefused, "inspectImage: Cannot install: it is a text file, not a firmware image."},
+        request.image);
+  }
   output.set("bytes", image->bytes);
   output.set("versionImage", image->version);
   TerminalLine line(*environment.scheduler);

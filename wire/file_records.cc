@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 
 #include <kwtsdk/cmd_response.h>
@@ -67,11 +68,31 @@ std::optional<Date> KWTFileTime::toDate() const {
       "%Y-%m-%d %H:%M:%S");
 }
 
+// With strptime and mktime alone a February 31 would be March 3.
+std::optional<Date> KWTFileTime::instant() const {
+  constexpr int century = 2000, firstYearOfTm = 1900;
+  const std::chrono::year_month_day date(std::chrono::year(century + year_), std::chrono::month(month_),
+                                         std::chrono::day(day_));
+  if (!date.ok() || hour_ > 23 || minute_ > 59 || second_ > 59) return std::nullopt;
+  std::tm fields{};
+  fields.tm_year = century + year_ - firstYearOfTm;
+  fields.tm_mon = month_ - 1;
+  fields.tm_mday = day_;
+  fields.tm_hour = hour_;
+  fields.tm_min = minute_;
+  fields.tm_sec = second_;
+  fields.tm_isdst = -1;  // mktime finds out. An hour that the wall clock skips the recorder's need not skip.
+  const std::time_t seconds = std::mktime(&fields);
+  if (seconds == -1) return std::nullopt;
+  return Date(std::chrono::seconds(seconds));
+}
+
 KWTFileHeader KWTFileHeader::headerWithCreatTime(const std::optional<KWTFileTime>& creatTime,
                                                  std::int64_t recordType, std::uint64_t filesize,
                                                  bool exist) {
   KWTFileHeader header;
   header.creatTime_ = creatTime ? creatTime->toDate() : std::nullopt;
+  header.created_ = creatTime ? creatTime->instant() : std::nullopt;
   header.recordType_ = recordType;
   header.filesize_ = filesize;
   header.exist_ = exist;

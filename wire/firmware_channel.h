@@ -6,12 +6,13 @@
 #include <string_view>
 
 #include <kwtsdk/bytes.h>
+#include <kwtsdk/recorder_uuid.h>
 
 // The firmware channel: version query and update, written and notified on one characteristic. A frame is an
 // opcode, in most of them the letters BEST, fields, and a CRC-32 where the fields vary.
 namespace kwtsdk::wire {
 
-inline constexpr char CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY[] = "77777777-7777-7777-7777-777777777777";
+inline constexpr auto& CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY = recorder_uuid::firmware;
 inline constexpr char MAGICCODE[] = "42455354";
 inline constexpr char GET_VERSION_CMD[] = "8e42455354";
 

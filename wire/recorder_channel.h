@@ -8,6 +8,7 @@
 
 #include <kwtsdk/bytes.h>
 #include <kwtsdk/record_packet_result.h>
+#include <kwtsdk/recorder_uuid.h>
 
 // The recorder and file channel: live recordings, and the recordings in the recorder's flash. A frame: code,
 // 81 (recording) or 82 (files), payload length (16-bit), payload, and where the payload of a file command
@@ -15,11 +16,9 @@
 // looked at as hex text.
 namespace kwtsdk::wire {
 
-/// The service that recorders advertise.
-inline constexpr char kRecorderService[] = "4B1D9E07-53A6-42C8-B7F0-6E2A19820001";
-
-inline constexpr char CHARACTERISTIC_WRITE[] = "4B1D9E07-53A6-42C8-B7F0-6E2A19820004";
-inline constexpr char CHARACTERISTIC_NOTIFY[] = "4B1D9E07-53A6-42C8-B7F0-6E2A19820003";
+inline constexpr auto& kRecorderService = recorder_uuid::service;
+inline constexpr auto& CHARACTERISTIC_WRITE = recorder_uuid::recorderWrite;
+inline constexpr auto& CHARACTERISTIC_NOTIFY = recorder_uuid::recorderNotify;
 
 // ---- Live recording ----
 

@@ -6,13 +6,14 @@
 #include <string>
 
 #include <kwtsdk/bytes.h>
+#include <kwtsdk/recorder_uuid.h>
 
 // The framed status channel: what is asked begins 99 EC 2A 02 B2, what is answered 99 EC 3A 00 B2. Battery,
 // power and level are words for the same value.
 namespace kwtsdk::wire {
 
-inline constexpr char CHARACTERISTIC_FOR_COMMUNICATION_WRITE[] = "0000CA2A-0000-1000-8000-00805F9B34FB";
-inline constexpr char CHARACTERISTIC_FOR_COMMUNICATION_NOTIFY[] = "0000C92A-0000-1000-8000-00805F9B34FB";
+inline constexpr auto& CHARACTERISTIC_FOR_COMMUNICATION_WRITE = recorder_uuid::statusWrite;
+inline constexpr auto& CHARACTERISTIC_FOR_COMMUNICATION_NOTIFY = recorder_uuid::statusNotify;
 
 /// The last byte of a request's payload.
 enum class StatusQuery : std::uint8_t { power = 0x03, capacity = 0x7F };

@@ -28,8 +28,13 @@ class KWTSDK_EXPORT KWTFileTime {
   /// any value but 0. Null gives none.
   static std::optional<KWTFileTime> fileTimeStruct(const std::uint8_t* sixBytes);
 
-  /// The local time these fields name (see dateFromString); none when they name none, such as month 13.
+  /// The local time these fields name (see dateFromString); none when they name none, such as month 13. The
+  /// year 24 is that of antiquity; instant() is what people mean.
   std::optional<Date> toDate() const;
+
+  /// The instant at which the recorder's wall clock showed these fields: years count from 2000, the zone is
+  /// this machine's, with daylight-saving time as on that date. None when no calendar has such a time.
+  std::optional<Date> instant() const;
 
   std::uint8_t year() const { return year_; }
   void setYear(std::uint8_t year) { year_ = year; }

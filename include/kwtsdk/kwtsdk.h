@@ -18,6 +18,7 @@
 #include <kwtsdk/peripheral.h>
 #include <kwtsdk/platform.h>
 #include <kwtsdk/record_packet_result.h>
+#include <kwtsdk/recorder_uuid.h>
 #include <kwtsdk/scheduler.h>
 #include <kwtsdk/settings.h>
 #include <kwtsdk/uuid.h>

@@ -28,7 +28,8 @@ Error errorWithText(const std::string& domain, std::int64_t code, const std::str
 }
 
 std::string textOf(const sdbus::Error& error) {
-  return error.getMessage().empty() ? error.getName() : error.getName() + ": " + error.getMessage();
+  const std::string& name = error.getName();
+  return error.getMessage().empty() ? name : name + ": " + error.getMessage();
 }
 
 bool isAccessRefusal(const std::string& name) {

@@ -11,13 +11,12 @@ Bus::Bus(Scheduler& scheduler, Events events)
     : events_(std::move(events)),
       connection_(sdbus::createSystemBusConnection()),
       thread_(scheduler.serialQueue("kwt.bluez.bus")) {
-  connection_->addMatch(
-      std::string("type='signal',sender='") + kBluezName + "'",
-      [this](sdbus::Message& signal) { events_.onSignal(signal); }, sdbus::floating_slot);
-  connection_->addMatch(
-      std::string("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
-          kBluezName + "'",
-      [this](sdbus::Message& signal) { onOwnerChanged(signal); }, sdbus::floating_slot);
+  listen(*connection_, std::string("type='signal',sender='") + kBluezName + "'",
+         [this](sdbus::Message& signal) { events_.onSignal(signal); });
+  listen(*connection_,
+         std::string("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
+             kBluezName + "'",
+         [this](sdbus::Message& signal) { onOwnerChanged(signal); });
   thread_->async([this] { run(); });
 }
 
@@ -40,19 +39,18 @@ void Bus::run() noexcept {
   }
 }
 
-sdbus::IProxy& Bus::proxyOf(const std::string& path) {
+sdbus::IProxy& Bus::proxyAt(const std::string& path) {
   const internal::MutexLock lock(mutex_);
   auto& proxy = proxies_[path];
-  if (!proxy) proxy = sdbus::createProxy(*connection_, kBluezName, path);
+  if (!proxy) proxy = proxyOf(*connection_, kBluezName, path);
   return *proxy;
 }
 
 void Bus::call(const Method& method, const Arguments& arguments, Duration timeout, Answer onAnswer) {
-  sdbus::IProxy& proxy = proxyOf(method.path);
-  auto message = proxy.createMethodCall(method.interface, method.name);
+  sdbus::IProxy& proxy = proxyAt(method.path);
+  auto message = newCall(proxy, method.interface, method.name);
   arguments(message);
-  const auto limit = std::chrono::duration_cast<std::chrono::microseconds>(timeout).count();
-  proxy.callMethod(message, std::move(onAnswer), static_cast<std::uint64_t>(limit));
+  send(proxy, message, std::chrono::duration_cast<std::chrono::microseconds>(timeout), std::move(onAnswer));
 }
 
 }  // namespace kwtsdk::bluez

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <functional>
 #include <map>
 #include <memory>
@@ -9,6 +7,7 @@
 
 #include <kwtsdk/scheduler.h>
 
+#include "platform/bluez/sdbus.h"
 #include "platform/threads/mutex.h"
 
 namespace kwtsdk::bluez {
@@ -20,7 +19,7 @@ class Bus {
  public:
   /// All on the bus's thread; they must not wait for a thread that makes a call, and must not throw.
   struct Events {
-    std::function<void(sdbus::Message& signal)> onSignal;
+    OnSignal onSignal;
     std::function<void()> onServiceEnd;  // bluetoothd ended, or another took its place
     std::function<void()> onBusEnd;
   };
@@ -39,14 +38,14 @@ class Bus {
     const char* name;
   };
   using Arguments = std::function<void(sdbus::MethodCall& call)>;
-  using Answer = std::function<void(sdbus::MethodReply& reply, const sdbus::Error* error)>;
+  using Answer = OnReply;
 
   /// Sends a call to BlueZ and returns; the answer comes on the bus's thread, at the latest after `timeout`.
   /// Throws sdbus::Error when it cannot be sent. Any thread.
   void call(const Method& method, const Arguments& arguments, Duration timeout, Answer onAnswer);
 
  private:
-  sdbus::IProxy& proxyOf(const std::string& path);
+  sdbus::IProxy& proxyAt(const std::string& path);
   void onOwnerChanged(sdbus::Message& signal);
   void run() noexcept;
 

@@ -4,8 +4,6 @@
 
 namespace kwtsdk::sim {
 
-Microphone::~Microphone() = default;
-
 std::optional<Bytes> RecordingService::handle(const Bytes& frame) {
   const bool justEnded = std::exchange(justEndedByDevice_, false);
   const auto command = wire::readRecordingCommand(frame);

@@ -6,11 +6,14 @@
 #include <cstdlib>
 
 #include <kwtsdk/opus/opus_file_converter.h>
+#include <kwtsdk/sim/simulated_recorder.h>
 
 #include "sim/samples/microphones.h"
 #include "sim/samples/sounds.h"
 #include "tests/opus/recordings.h"
 #include "tests/support/sim_host.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/thrown_by.h"
 #include "tools/note_detector.h"
 
 namespace kwtsdk {
@@ -60,6 +63,24 @@ TEST(Melody, IsHeardInWhatItsRecordingIsConvertedTo) {
   EXPECT_EQ(testing::number({size.rbegin(), size.rend()}, 0, 4), mp3.size());
   EXPECT_EQ(tool::notesIn(sim::chord(), sim::kSampleRate), std::vector<std::string>(10, "?"));
 }
+
+#ifdef KWTSDK_OPUS_IS_INSTALLED
+TEST(Melody, IsHeardInAFolderWithoutASoundOfItsOwn) {
+  const testing::TemporaryFolder folder;
+  const auto open = [&] {
+    const auto recorder =
+        sim::openSimulatedRecorder(sim::VirtualTimeScheduler::create(1), folder.path()).model;
+    recorder->write(sim::Channel::recorder, {1, 0x81, 1, 0, 0});
+    recorder->recordPacket();
+    recorder->nextPacket();
+    EXPECT_EQ(recorder->nextPacket()->value.size(), 84U);  // of silence it has 7 bytes
+  };
+  EXPECT_EQ(testing::thrownBy([&] { open(); }), "nothing");
+  std::filesystem::create_directory(folder.file("device"));
+  testing::writeFile(folder.file("device/microphone.wav"), "RIFF");
+  EXPECT_NE(testing::thrownBy([&] { open(); }).find("microphone.wav is no WAV file"), std::string::npos);
+}
+#endif
 
 }  // namespace
 }  // namespace kwtsdk

@@ -15,7 +15,7 @@ class KWTSDK_EXPORT Microphone {
   /// The sound in one packet.
   static constexpr Duration kPacketDuration = std::chrono::milliseconds(20);
 
-  virtual ~Microphone();
+  virtual ~Microphone() = default;
 
   /// A recording begins: the next packet is the first of a stream.
   virtual void start() = 0;

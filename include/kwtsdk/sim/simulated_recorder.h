@@ -50,7 +50,9 @@ struct SimulatedRecorder {
 /// Opens the folder as FolderStore does; recorder and link follow `device/script` below it where that exists.
 /// `adjust`, unless empty, may change the link's timing that the script gave, and is called before this
 /// returns. An update leaves its image in `device/firmware.bin`, which the recorder starts with from then on.
-/// Throws std::runtime_error whose text says what to do.
+/// It hears `device/microphone.wav` (16-bit PCM, mono or stereo, at 8, 12, 16, 24 or 48 kHz), or else a
+/// melody, over and over. Where libkwtsdk_sim_sound is not installed it hears nothing. Throws
+/// std::runtime_error whose text says what to do.
 KWTSDK_EXPORT SimulatedRecorder
 openSimulatedRecorder(const std::shared_ptr<Scheduler>& scheduler, const std::filesystem::path& folder,
                       const std::function<void(LinkTiming&)>& adjust = nullptr);
