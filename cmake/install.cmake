@@ -58,7 +58,7 @@ if(TARGET kwtsdk_bluez)
   kwtsdk_install_library(kwtsdk_bluez bluez kwtsdk/bluez "BlueZ adapter for kwtsdk hosts" "kwtsdk" "sdbus-c++")
 endif()
 if(TARGET kwtsdk_opus)
-  kwtsdk_install_library(kwtsdk_opus opus kwtsdk/opus "Opus conversion for kwtsdk hosts" "kwtsdk" "opusfile opus"
+  kwtsdk_install_library(kwtsdk_opus opus kwtsdk/opus "Opus conversion for kwtsdk hosts" "kwtsdk" "ogg opus"
                          "-lmp3lame")
   if(NOT BUILD_SHARED_LIBS)
     install(FILES cmake/kwtsdkOpusCodecs.cmake DESTINATION ${KWTSDK_PACKAGE_DIR} COMPONENT libkwtsdk-dev)

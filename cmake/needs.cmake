@@ -22,8 +22,8 @@ find_package(Threads REQUIRED)
 
 if(KWTSDK_BUILD_OPUS)
   include(${PROJECT_SOURCE_DIR}/cmake/kwtsdkOpusCodecs.cmake)
-  kwtsdk_need(KWTSDK_BUILD_OPUS "libopusfile, libopus or LAME" "pkg-config libopusfile-dev libopus-dev libmp3lame-dev"
-              KWTSDK_OPUSFILE_FOUND KWTSDK_LAME_INCLUDE_DIR KWTSDK_LAME_LIBRARY)
+  kwtsdk_need(KWTSDK_BUILD_OPUS "libogg, libopus or LAME" "pkg-config libogg-dev libopus-dev libmp3lame-dev"
+              KWTSDK_OGG_OPUS_FOUND KWTSDK_LAME_INCLUDE_DIR KWTSDK_LAME_LIBRARY)
 endif()
 if(KWTSDK_BUILD_BLUEZ)
   find_package(sdbus-c++ QUIET)

@@ -138,13 +138,19 @@ int wrongUsage(const std::string& what, bool json) {
   return output.finish();
 }
 
-/// Lines that a terminal would break anywhere, broken between words: those of options below the description.
+/// Lines that a terminal would break anywhere, broken between words: those of options stay in their column,
+/// or in a narrow terminal below the option.
 std::string wrapped(const std::string& text, std::size_t width) {
-  constexpr std::size_t column = 30;
+  constexpr std::size_t column = 30, narrowColumn = 6;
   std::istringstream lines(text);
   std::string result;
   for (std::string line; std::getline(lines, line);) {
-    const std::string indent(line.starts_with("  ") && width > 2 * column ? column : 2, ' ');
+    const bool isOption = line.starts_with("  ") && line.size() > column, isNarrow = width <= 2 * column;
+    const std::string indent(isOption ? isNarrow ? narrowColumn : column : 0, ' ');
+    if (isOption && isNarrow && line[column - 1] == ' ') {
+      result += line.substr(0, line.find_last_not_of(' ', column - 1) + 1) + '\n';
+      line = indent + line.substr(column);
+    }
     while (line.size() > width) {
       const std::size_t space = line.rfind(' ', width);
       if (space == std::string::npos || space <= indent.size()) break;

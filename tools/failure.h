@@ -30,11 +30,12 @@ enum class ToolError : std::int64_t {
   noRecorder = 13,    // a Bluetooth device without the recorder's channels
   packetsTooSmall = 14,
   usage = 15,
-  timeOver = 16,       // that --timeout gave
-  notNamed = 17,       // which of several recorders
-  notHeard = 18,       // no recorder in range, or none of the name
-  notAgreed = 19,      // a question was answered with no, or nobody was there to answer it
-  fileUnreadable = 20  // a configuration or a trace
+  timeOver = 16,        // that --timeout gave
+  notNamed = 17,        // which of several recorders
+  notHeard = 18,        // no recorder in range, or none of the name
+  notAgreed = 19,       // a question was answered with no, or nobody was there to answer it
+  fileUnreadable = 20,  // a configuration or a trace
+  notPlayed = 21
 };
 
 /// How a command ends, as sysexits.h has it where it goes beyond 2.

@@ -71,6 +71,15 @@ void Output::setList(const std::string& key, const std::vector<Record>& records)
   for (const Record& record : records) list.push_back(jsonOf(record));
 }
 
+void Output::entry(const Record& record) {
+  if (!style_.json) return;
+  hasEntries_ = true;
+  Record numbered = record;
+  numbered["schema"] = kSchema;
+  std::cout << jsonText(numbered) << std::endl;
+  checkStream();
+}
+
 void Output::fail(const Failure& failure) {
   status_ = failure.status();
   std::cerr << "kwt: " << failure.what() << '\n';
@@ -90,7 +99,7 @@ int Output::finish() {
     object_->fields["schema"] = kSchema;
     // File names need not be UTF-8, JSON has to be.
     const auto unknown = nlohmann::json::error_handler_t::replace;
-    std::cout << object_->fields.dump(indent, ' ', false, unknown) << '\n';
+    std::cout << object_->fields.dump(hasEntries_ ? -1 : indent, ' ', false, unknown) << '\n';
   }
   std::cout.flush();
   checkStream();

@@ -43,6 +43,13 @@ class Output {
   void set(const std::string& key, const Value& value);
   void setList(const std::string& key, const std::vector<Record>& records);
 
+  /// For programs, one of the results that a command has one after the other: an object in a line, printed at
+  /// once, as then the last one is by finish().
+  void entry(const Record& record);
+
+  /// Whether nobody can be told any more.
+  bool isBroken() const { return streamError_ != 0; }
+
   /// Tells a person on standard error, and the object as its "error".
   void fail(const Failure& failure);
 
@@ -57,6 +64,7 @@ class Output {
 
   const OutputStyle style_;
   ExitStatus status_ = ExitStatus::success;
+  bool hasEntries_ = false;
   int streamError_ = 0;  // the first error number of standard output
   std::unique_ptr<Object> object_;
 };

@@ -1,37 +1,43 @@
 #include <algorithm>
-#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
 
 #include <kwtsdk/files.h>
 
-#include "tools/command_line.h"
+#include "tools/conversion_folder.h"
+#include "tools/harvest.h"
+#include "tools/pipe.h"
+#include "tools/pull_failure.h"
 
 namespace kwtsdk::tool {
 namespace {
 
+namespace fs = std::filesystem;
 using session::Effect;
-using session::Errc;
-using session::Saved;
+using session::RecordingInfo;
 
-/// With the creation time, since another recorder's recording may have the same id.
-std::string defaultName(const session::RecordingInfo& recording) {
-  return "recording-" + std::to_string(recording.id) +
-         (recording.created ? creationTimeText(*recording.created, "-%Y%m%d-%H%M%S") : "") + ".opus";
-}
+struct PullRequest {
+  std::string file;    // "": named by `naming`, in the folder
+  std::string folder;  // "": the current one
+  Naming naming;
+  Form form;
+  bool keep;
+};
 
 /// There it would be taken for one of the recorder's recordings, and be deleted with them.
 void refuseStore(const std::string& file, const std::string& store) {
-  const auto folder = std::filesystem::absolute(file).parent_path();
+  const auto folder = fs::absolute(file).parent_path();
   std::error_code ignored;
-  if (!std::filesystem::equivalent(folder, store, ignored)) return;
+  if (!fs::equivalent(folder, store, ignored)) return;
   throw Failure(ToolError::fileUnusable,
                 "Cannot write " + file + ": it would be in the simulated recorder's folder.",
                 "Name a file elsewhere with -o.");
 }
-
-/// Of what is kept beside the file until it is whole.
-std::string partOf(const std::string& file) { return file + ".part"; }
 
 void checkTarget(const std::string& file, const Environment& environment) {
   refuseStore(file, environment.simulatedFolder);
@@ -39,114 +45,128 @@ void checkTarget(const std::string& file, const Environment& environment) {
   checkOutput(partOf(file));
 }
 
-Failure stopped(ToolError code, const std::string& what, const std::string& part, std::uint64_t total) {
-  const auto arrived = static_cast<std::uint64_t>(fileSize(part));
-  if (arrived == 0) {
-    return {code, what + " before anything arrived.",
-            "The recorder still has the recording; run the command again."};
-  }
-  return {code, what + " after " + ofBytesText(std::min(arrived, total), total) + ".",
-          part + " keeps what arrived; run the same command again to continue."};
+void reportDeletion(const Delivered& delivered, bool keep, Output& output) {
+  if (keep) return output.line("The recorder keeps its copy.");
+  if (delivered.saved.deleted != Effect::done) throw notDeletedFailure(delivered);
+  output.line("The recorder has deleted its copy.");
 }
 
-Failure cannotSave(const session::Failure& failure, const std::string& file) {
-  return {ToolError::fileUnusable, sentenceOf(failure),
-          fileIsExist(file)
-              ? "Name another file, or none, with -o."
-              : "The recorder still has the recording. If the disk is full, free space or raise the limit; "
-                "then run the same command again to continue."};
-}
-
-Failure other(const session::Failure& failure, const std::string& part) {
-  Failure known = explained(failure);
-  if (fileSize(part) > 0) known.addHint(part + " keeps what has arrived.");
-  return known;
-}
-
-/// `total` 0: the recorder has not told it.
-Failure pullFailure(const session::Failure& failure, const std::string& file, std::uint64_t total) {
-  if (failure == Errc::fileUnusable) return cannotSave(failure, file);
-  if (total == 0) return other(failure, partOf(file));
-  switch (failure.code()) {
-    case Errc::cancelled:
-      return stopped(ToolError::interrupted, "Interrupted", partOf(file), total);
-    case Errc::linkLost:
-      return stopped(ToolError::connectionLost, "Connection lost", partOf(file), total);
-    case Errc::stalled:
-      return stopped(ToolError::stalled, "The recorder stopped sending", partOf(file), total);
-    case Errc::incomplete:
-    case Errc::damaged:
-      return {ToolError::incomplete, "Packets were lost or damaged, and again when they were asked for anew.",
-              "The recorder still has the recording. Bring it closer and run the same command again."};
-    default:
-      return other(failure, partOf(file));
-  }
-}
-
-void reportSaved(const Saved& saved, Output& output) {
-  const double seconds = std::chrono::duration<double>(saved.took).count();
-  output.line("Saved " + saved.file.string() + " (" + bytesText(saved.recording.bytes) + " in " +
-              secondsText(seconds, 1) +
-              (saved.resumedAt > 0 ? ", continued at byte " + std::to_string(saved.resumedAt) : "") + ").");
-  if (!saved.checked) output.line("Its content could not be checked; it arrived twice, and alike.");
-  output.set("id", std::uint64_t{saved.recording.id});
-  output.set("bytes", saved.recording.bytes);
-  output.set("continuedAt", saved.resumedAt);
-  output.set("seconds", seconds);
-}
-
-void reportDeletion(const Saved& saved, Output& output) {
-  const bool deleted = saved.deleted == Effect::done;
-  output.set("deleted", deleted);
-  if (deleted) return output.line("The recorder has deleted its copy.");
-  const std::string safe = saved.file.string() + " is safe. ";
-  if (saved.deleted == Effect::unknown) {
-    throw Failure(ToolError::notDeleted,
-                  "The recording was saved, but the recorder did not confirm that it deleted its copy.",
-                  safe + "Look with `kwt list` whether the recorder still has recording " +
-                      std::to_string(saved.recording.id) + "; if so, the same command again deletes it.");
-  }
-  const std::string text = "The recording was saved, but the recorder kept its copy",
-                    hint = safe + "Run the same command again to have the copy deleted.";
-  const MaybeError cause = saved.notDeleted ? saved.notDeleted->cause() : std::nullopt;
-  if (cause && cause->domain() == kLibraryDomain) throw Failure(*cause, text, hint);
-  throw Failure(ToolError::notDeleted, text + ".", hint);
-}
-
-void pull(const Environment& environment, std::string file, Output& output) {
-  constexpr unsigned connections = 20;
+void pull(const Environment& environment, const PullRequest& request, Output& output) {
+  std::string file = request.file;
   if (!file.empty()) checkTarget(file, environment);
   const auto recorder = openRecorder(environment);
-  std::optional<std::uint32_t> expected;
+  std::optional<RecordingInfo> expected;
   if (file.empty()) {
-    const auto first = firstRecording(environment, *recorder);
-    file = defaultName(first);
-    expected = first.id;
+    expected = firstRecording(environment, *recorder);
+    file = fs::path(request.folder) / request.naming.nameOf(*expected);
     checkTarget(file, environment);
   }
   output.set("file", file);
-  const auto limits = session::Limits(environment.stop).silence(kAnswerTime).reconnects(connections);
-  const auto download = recorder->download(file, {}, limits, expected);
-  const auto result = watched(environment, download);
-  const Saved* const saved = result.achieved();  // also when it was interrupted after that
-  if (saved == nullptr) throw pullFailure(result.error(), file, download.progress().total);
-  reportSaved(*saved, output);
-  reportDeletion(*saved, output);
+  const Delivery delivery{environment, *recorder, request.form, request.keep};
+  const Delivered delivered = delivery.run(file, expected);
+  for (const auto& [key, value] : recordOf(delivered)) output.set(key, value);
+  output.line(textOf(delivered));
+  reportDeletion(delivered, request.keep, output);
+  checkConverted(delivered);
+  delivery.sweep(fs::path(file).parent_path());
+}
+
+void reportHarvest(const Harvested& harvested, const HarvestRequest& request, Output& output) {
+  std::vector<Record> saved, left;
+  std::uint64_t bytes = 0;
+  std::string ids;
+  for (const Delivered& one : harvested.delivered) {
+    saved.push_back(recordOf(one));
+    bytes += one.saved.recording.bytes;
+  }
+  for (const RecordingInfo& one : harvested.left) {
+    left.push_back({{"id", std::uint64_t{one.id}}, {"bytes", one.bytes}});
+    ids += (ids.empty() ? "" : ", ") + std::to_string(one.id);
+  }
+  output.setList("saved", saved);
+  output.setList("left", left);
+  output.set("bytes", bytes);
+  if (saved.empty() && left.empty() && !harvested.failure)
+    return output.line("The recorder holds no recordings.");
+  const bool isDeleted = std::ranges::all_of(
+      harvested.delivered, [](const Delivered& one) { return one.saved.deleted == Effect::done; });
+  const std::string of = left.empty() ? "" : " of " + std::to_string(saved.size() + left.size());
+  output.line("Pulled " + std::to_string(saved.size()) + of +
+              (saved.size() == 1 && of.empty() ? " recording" : " recordings") + " (" + bytesText(bytes) +
+              ") into " + (request.folder.empty() ? "the current folder" : request.folder.string()) +
+              (isDeleted && !saved.empty() ? "; the recorder has deleted its copies." : "."));
+  if (request.keep && !harvested.failure)
+    output.line("The recorder keeps its copy, and gives out no other recording before that one is deleted.");
+  if (!left.empty()) output.line("Left on the recorder, and not saved: " + ids + ".");
+}
+
+void pullAll(const Environment& environment, HarvestRequest request, const std::string& named,
+             Output& output) {
+  request.folder = harvestFolder(environment, named);
+  output.set("folder", request.folder.empty() ? "." : request.folder.string());
+  const auto recorder = openRecorder(environment);
+  const Harvested harvested =
+      harvest(environment, *recorder, request, [&](const Delivered& one) { output.line(textOf(one)); });
+  reportHarvest(harvested, request, output);
+  if (harvested.failure) throw Failure(*harvested.failure);
+  for (const Delivered& one : harvested.delivered) checkConverted(one);
+}
+
+/// Of a file that exists nobody could say before the download whether it is this recording, converted.
+void refuseExisting(const PullRequest& request) {
+  if (request.form == Form::opus || request.file.empty() || !fileIsExist(request.file)) return;
+  const bool isBegun = fileIsExist(ConversionFolder::sourceOf(request.file)) ||
+                       fileIsExist(fs::path(request.file).replace_extension(".opus"));
+  if (isBegun) return;
+  throw Failure(ToolError::fileUnusable, "Cannot write " + request.file + ": it exists already.",
+                "Name another file, or none, with -o.");
 }
 
 Action preparePull(const Arguments& arguments) {
-  require(!arguments.has("-o") || !arguments.text("-o").empty(), "-o needs the name of a file");
-  return [file = arguments.text("-o")](const Environment& environment, Output& output) {
-    pull(environment, file, output);
+  const bool all = arguments.has("--all"), keep = arguments.has("--keep");
+  const std::string& output = arguments.text("-o");
+  require(!arguments.has("-o") || !output.empty(), "-o needs the name of a file or of a folder");
+  if (output == "-") return preparePipe(arguments);
+  std::error_code ignored;
+  const bool isFolder = all || output.empty() || output.ends_with('/') || fs::is_directory(output, ignored);
+  require(isFolder || !arguments.has("--name"),
+          "-o names the file already: leave --name out, or name a folder");
+  const Naming naming(arguments);
+  if (all) {
+    return [naming, keep, output](const Environment& environment, Output& out) {
+      pullAll(environment, {{}, naming, keep}, output, out);
+    };
+  }
+  const Form form = isFolder ? naming.form() : formOf(arguments, output);
+  const PullRequest request{isFolder ? "" : output, isFolder ? output : "", naming, form, keep};
+  return [request](const Environment& environment, Output& out) {
+    refuseExisting(request);
+    pull(environment, request, out);
   };
 }
 
 const RegisteredCommand kPullCommand(
     {.place = 4,
      .name = "pull",
-     .description = "Download the first recording; the recorder then deletes it",
-     .parameters = {{"-o,--output", "FILE",
-                     "File to write; FILE.part until it is whole (default: recording-ID-TIME.opus)"}},
+     .description = "Save recordings; the recorder then deletes them",
+     .parameters =
+         {{"-o,--output", "FILE|DIR|-",
+           "File to write, FILE.part until it is whole; a folder; or - for a pipe, which implies --keep "
+           "(default: the current folder)"},
+          {.name = "--all",
+           .valueName = "",
+           .description = "All recordings, into a folder; what is there and whole is not fetched again "
+                          "(default: the first)",
+           .kind = Parameter::Kind::flag},
+          {.name = "--keep",
+           .valueName = "",
+           .description = "Leave it on the recorder, which then gives out only its first recording",
+           .kind = Parameter::Kind::flag},
+          {"--as", "opus|wav|mp3",
+           "Convert it, before the recorder deletes it (default: by the extension, or opus)"},
+          {"--name", "PATTERN",
+           "Names in a folder: strftime's conversions of the creation time, and {id} (default: "
+           "recording-{id}-%Y%m%d-%H%M%S)"}},
      .prepare = preparePull});
 
 }  // namespace

@@ -1,137 +1,134 @@
 #include <array>
 #include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
 #include <stop_token>
 
 #include <kwtsdk/files.h>
 #include <kwtsdk/opus/recording_meter.h>
 
 #include "tools/command_line.h"
+#include "tools/length.h"
+#include "tools/record_outcome.h"
+#include "tools/sound_file.h"
 
 namespace kwtsdk::tool {
 namespace {
 
-using session::Errc;
 using session::Recorded;
-using session::RecordingEnd;
 using session::RecordingType;
 
-struct RecordRequest {
-  std::string file;
-  session::RecordOptions options;
+/// Sound comes in bursts, between which the meter keeps what it shows.
+class HeldLevel {
+ public:
+  explicit HeldLevel(const Scheduler& scheduler) : scheduler_(scheduler) {}
+
+  opus::RecordingMeter::Reading held(opus::RecordingMeter::Reading reading) {
+    constexpr Duration longest = std::chrono::milliseconds(500);  // bursts of 300 ms, and some more
+    if (reading.peak) {
+      heard_ = scheduler_.now();
+      peak_ = reading.peak;
+    } else if (scheduler_.now() - heard_ <= longest) {
+      reading.peak = peak_;
+    }
+    return reading;
+  }
+
+ private:
+  const Scheduler& scheduler_;
+  Duration heard_{0};
+  std::optional<double> peak_;
 };
-
-/// How a good end is told to people and to programs.
-struct Ending {
-  const char* text;
-  const char* word;
-};
-
-Ending endingOf(RecordingEnd end) {
-  switch (end) {
-    case RecordingEnd::timeOver:
-      return {"The time was over.", "time"};
-    case RecordingEnd::key:
-      return {"The key on the recorder ended it.", "key"};
-    case RecordingEnd::call:
-      return {"The recorder entered a call, which ended it.", "call"};
-    case RecordingEnd::recorder:
-      return {"The recorder ended it.", "recorder"};
-    default:
-      return {"It was stopped.", "host"};
-  }
-}
-
-double secondsOf(const Recorded& recorded) { return std::chrono::duration<double>(recorded.length).count(); }
-
-std::string amountOf(const Recorded& recorded) {
-  return secondsText(secondsOf(recorded)) + ", " + bytesText(recorded.bytes);
-}
-
-Failure notStarted(const session::Failure& failure) {
-  constexpr Duration longest = std::chrono::seconds(10);
-  if (failure.cause() && failure == Errc::inCall) {
-    return {*failure.cause(), "The recorder is in a call, and then records nothing else",
-            "End the call first, or record it with -t call."};
-  }
-  if (failure.cause() && failure == Errc::notInCall) {
-    return {*failure.cause(), "The recorder is not in a call",
-            "Begin the call first, or record something else with -t."};
-  }
-  return explained(failure, longest);
-}
-
-Failure connectionLost(const Recorded& recorded) {
-  return {
-      ToolError::connectionLost,
-      "Connection lost after " + secondsText(secondsOf(recorded)) + " (" + bytesText(recorded.bytes) + ").",
-      recorded.file.string() + " holds what arrived; `kwt convert` makes a WAV or MP3 file of it."};
-}
-
-Failure unwritable(const session::Failure& failure, const Recorded& recorded) {
-  return {ToolError::fileUnusable, sentenceOf(failure),
-          "The recording was stopped; the file keeps its beginning (" + bytesText(recorded.bytes) +
-              "). Free space on the disk or raise the limit, then record into another file."};
-}
-
-Failure notStopped(const session::Failure& failure, const Recorded& recorded) {
-  const std::string text = "The recorder did not confirm the stop";
-  const std::string hint = recorded.file.string() + " holds what arrived (" + amountOf(recorded) +
-                           "). Look whether the recorder still records, and end that with its key.";
-  if (failure.effect() != session::Effect::unknown)
-    return {ToolError::stalled, "The recorder stopped sending.", hint};
-  if (failure.cause()) return {*failure.cause(), text, hint};
-  return {ToolError::notStopped, text + ".", hint};
-}
-
-void checkEnd(const session::Result<Recorded>& result) {
-  if (result) return;
-  const Recorded* const recorded = result.partial();
-  if (recorded == nullptr) throw notStarted(result.error());
-  if (result.error() == Errc::linkLost) throw connectionLost(*recorded);
-  if (result.error() == Errc::fileUnusable) throw unwritable(result.error(), *recorded);
-  throw notStopped(result.error(), *recorded);
-}
-
-void report(const session::Result<Recorded>& result, Output& output) {
-  if (const Recorded* const recorded = result.achieved()) {
-    output.set("bytes", recorded->bytes);
-    output.set("seconds", secondsOf(*recorded));
-  }
-  checkEnd(result);
-  const Ending ending = endingOf(result->end);
-  output.set("ended", std::string(ending.word));
-  if (result->bytes == 0) {
-    throw Failure(ToolError::nothingRecorded, std::string("No sound arrived. ") + ending.text,
-                  "Run the command again, for longer.");
-  }
-  output.line("Recorded " + result->file.string() + " (" + amountOf(*result) + "). " + ending.text);
-}
 
 /// The end of the recording, of which someone at a terminal sees length and level.
-session::Result<Recorded> followed(const Environment& environment, const std::string& file,
-                                   const session::Operation<Recorded>& recording) {
+session::Result<Recorded> followed(const Environment& environment, const std::string& packets,
+                                   const session::Operation<Recorded>& recording,
+                                   const std::function<void()>& onTick) {
   constexpr Duration tick = std::chrono::milliseconds(100);
   RecordingLine line(*environment.scheduler);
-  opus::RecordingMeter meter(file);
-  while (line.visible() && !recording.waitFor(tick)) line.show(meter.read());
+  HeldLevel level(*environment.scheduler);
+  opus::RecordingMeter meter(packets);
+  while ((line.visible() || onTick) && !recording.waitFor(tick)) {
+    if (line.visible()) line.show(level.held(meter.read()));
+    if (onTick) onTick();
+  }
   line.clear();
   return recording.wait();
 }
 
-void record(const Environment& environment, const RecordRequest& request, Output& output) {
-  checkOutput(request.file);
-  if (fileSize(request.file) > 0) {
-    throw Failure(ToolError::fileUnusable, "Cannot write " + request.file + ": it is not empty.",
+/// The recording, ended early by `environment.stop` or `onTick`'s.
+RecordOutcome recordPackets(const Environment& environment, const RecordRequest& request,
+                            session::Session& recorder, const std::string& packets,
+                            const std::function<void()>& onTick = {}) {
+  const auto recording = recorder.record(packets, request.options, session::Limits().reconnects(0));
+  const std::stop_callback onInterrupt(environment.stop,
+                                       [&] { static_cast<void>(recorder.stopRecording()); });
+  return {followed(environment, packets, recording, onTick)};
+}
+
+RecordOutcome recordSound(const Environment& environment, const RecordRequest& request,
+                          session::Session& recorder, SoundFile& sound) {
+  const std::string packets = sound.packets();
+  std::optional<std::string> unwritten;
+  auto outcome = recordPackets(environment, request, recorder, packets, [&] {
+    if (unwritten) return;
+    unwritten = sound.follow();
+    if (unwritten) static_cast<void>(recorder.stopRecording());
+  });
+  outcome.unwritten = sound.finish();
+  if (!outcome.result && outcome.result.error() == session::Errc::fileUnusable && !outcome.unwritten) {
+    const std::string text = sentenceOf(outcome.result.error());
+    const std::size_t at = text.find(packets);  // of which nobody knows
+    outcome.unwritten =
+        at == std::string::npos ? text : text.substr(0, at) + request.file + text.substr(at + packets.size());
+  }
+  outcome.isReaderGone = outcome.unwritten && sound.isReaderGone();
+  if (const Recorded* const achieved = outcome.result.achieved()) {
+    Recorded recorded = *achieved;
+    recorded.bytes = sound.written();
+    outcome.result = outcome.result ? session::Result<Recorded>(recorded)
+                                    : session::Result<Recorded>(outcome.result.error(), recorded);
+  }
+  return outcome;
+}
+
+/// There it would be taken for one of the recorder's recordings.
+void refuseStoreFolder(const std::string& file, const std::string& store) {
+  std::error_code ignored;
+  if (!std::filesystem::equivalent(std::filesystem::absolute(file).parent_path(), store, ignored)) return;
+  throw Failure(ToolError::fileUnusable,
+                "Cannot write " + file + ": it would be in the simulated recorder's folder.",
+                "Name a file elsewhere with -o.");
+}
+
+void checkFile(const Environment& environment, const std::string& file) {
+  refuseStoreFolder(file, environment.simulatedFolder);
+  checkOutput(file);
+  if (fileSize(file) > 0) {
+    throw Failure(ToolError::fileUnusable, "Cannot write " + file + ": it is not empty.",
                   "Name another file with -o; a recording never overwrites one.");
   }
+}
+
+std::unique_ptr<SoundFile> soundFileOf(const RecordRequest& request) {
+  if (request.isPiped()) return std::make_unique<SoundFile>();
+  return request.format ? std::make_unique<SoundFile>(request.file, *request.format) : nullptr;
+}
+
+void record(const Environment& environment, const RecordRequest& request, Output& output) {
+  if (!request.isPiped()) checkFile(environment, request.file);
   output.set("file", request.file);
   output.set("type", static_cast<std::int64_t>(request.options.type()));
+  const auto sound = soundFileOf(request);
   const auto recorder = openRecorder(environment);
   valueOf(recorder->battery(limitsOfQuery(environment)).wait());
-  const auto recording = recorder->record(request.file, request.options, session::Limits().reconnects(0));
-  const std::stop_callback onInterrupt(environment.stop,
-                                       [&] { static_cast<void>(recorder->stopRecording()); });
-  report(followed(environment, request.file, recording), output);
+  reportRecording(request,
+                  sound ? recordSound(environment, request, *recorder, *sound)
+                        : recordPackets(environment, request, *recorder, request.file),
+                  output);
 }
 
 RecordingType typeOf(const std::string& text) {
@@ -144,12 +141,37 @@ RecordingType typeOf(const std::string& text) {
                    ": -t takes normal, noise-reduced, call, media, ambient or 0 to 4");
 }
 
+std::string nameByTime() {
+  const std::time_t now = std::time(nullptr);
+  std::tm fields{};
+  ::localtime_r(&now, &fields);
+  std::array<char, 64> name{};
+  return {name.data(), std::strftime(name.data(), name.size(), "recording-%Y%m%d-%H%M%S.opus", &fields)};
+}
+
+/// What is no file is refused before anything is sent.
+std::optional<opus::LiveConversion::Format> formatOf(const std::string& file) {
+  using Format = opus::LiveConversion::Format;
+  const std::map<std::string, std::optional<Format>> formats{
+      {".opus", Format::oggOpus}, {".wav", Format::wav}, {".mp3", Format::mp3}, {".rec", std::nullopt}};
+  std::error_code ignored;
+  const auto status = std::filesystem::status(file, ignored);
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) return std::nullopt;
+  const auto found = formats.find(extensionOf(file));
+  require(found != formats.end(),
+          "-o needs a name that ends in .opus, .wav, .mp3 or, for the recorder's packets, .rec; " + file +
+              " does not");
+  return found->second;
+}
+
 Action prepareRecord(const Arguments& arguments) {
-  constexpr Duration longest = std::chrono::seconds(1000000);
-  require(!arguments.text("-o").empty(), "-o needs the name of a file");
-  RecordRequest request{arguments.text("-o"), {}};
+  require(!arguments.has("-o") || !arguments.text("-o").empty(), "-o needs the name of a file");
+  RecordRequest request{
+      arguments.has("-o") ? arguments.text("-o") : nameByTime(), opus::LiveConversion::Format::oggOpus, {}};
+  if (!request.isPiped()) request.format = formatOf(request.file);
+  if (request.isPiped()) requirePipedOutput();
   if (arguments.has("-t")) request.options.type(typeOf(arguments.text("-t")));
-  if (const auto length = arguments.duration("-d", longest)) request.options.length(*length);
+  if (arguments.has("-d")) request.options.length(lengthOf(arguments.text("-d")));
   return [request](const Environment& environment, Output& output) { record(environment, request, output); };
 }
 
@@ -157,14 +179,13 @@ const RegisteredCommand kRecordCommand(
     {.place = 6,
      .name = "record",
      .description = "Record live into a file, until Ctrl-C, the recorder or the time ends it",
-     .parameters = {{.name = "-o,--output",
-                     .valueName = "FILE",
-                     .description = "File to write: a new one, or one that is empty",
-                     .isRequired = true},
-                    {"-t,--type", "TYPE",
-                     "normal (0, the default), noise-reduced (1), call (2), media (3) or ambient (4)"},
-                    {"-d,--duration", "SECONDS", "End it after so many seconds, such as 2.5",
-                     Parameter::Kind::seconds}},
+     .parameters =
+         {{"-o,--output", "FILE",
+           "A new or empty file: .opus (Ogg Opus, the recorder's own packets), .wav, .mp3 or .rec (the "
+           "packets alone); - for Ogg Opus to a pipe (default: recording-TIME.opus)"},
+          {"-t,--type", "TYPE",
+           "normal (0, the default), noise-reduced (1), call (2), media (3) or ambient (4)"},
+          {"-d,--duration", "LENGTH", "End it after that long: 90, 10s, 5m, 1h, 1:30 or 1:02:03"}},
      .prepare = prepareRecord});
 
 }  // namespace

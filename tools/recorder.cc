@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <kwtsdk/bluez/device.h>
@@ -57,12 +58,28 @@ class ShownDevice {
   const std::shared_ptr<bluez::Device> device_;
 };
 
+/// Signalled when the simulated recorder that was opened last has ended; null: none was.
+std::shared_ptr<Semaphore>& lastEnd() {
+  static std::shared_ptr<Semaphore> end;
+  return end;
+}
+
+/// Two cannot have one folder, so this waits until the last one has ended, which it does elsewhere.
+std::shared_ptr<session::Link> linkToFolder(const Environment& environment) {
+  constexpr Duration longest = std::chrono::minutes(1);
+  if (const auto end = std::exchange(lastEnd(), nullptr)) end->wait(longest);
+  const auto recorder = sim::openSimulatedRecorder(environment.scheduler, environment.simulatedFolder);
+  recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
+  const auto end = environment.scheduler->semaphore("kwt.sim.end");
+  lastEnd() = end;
+  return session::linkOver(
+      sim::endingElsewhere(environment.scheduler, recorder.link, [end] { end->signal(); }));
+}
+
 std::shared_ptr<session::Link> linkTo(const Environment& environment) {
   if (environment.simulatedFolder.empty())
     return session::linkOver(std::make_shared<ShownDevice>(environment));
-  const auto recorder = sim::openSimulatedRecorder(environment.scheduler, environment.simulatedFolder);
-  recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
-  return session::linkOver(sim::endingElsewhere(environment.scheduler, recorder.link));
+  return linkToFolder(environment);
 }
 
 }  // namespace

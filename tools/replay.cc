@@ -125,7 +125,8 @@ void Replaying::store(const Frames& rest) {
                                   [](const Bytes& frame) { return headOf(frame) != kInfoFrame; });
   const auto infos = other - rest.begin() - 1;
   const unsigned what = other == rest.end() ? 0 : headOf(*other);
-  const bool deletes = std::ranges::count(rest, kDeleteFrame, headOf) > 0;
+  const bool deletes =
+      std::ranges::any_of(rest, [](const Bytes& frame) { return headOf(frame) == kDeleteFrame; });
   if (what == kDownloadFrame) return download(infos > 1, !deletes);
   if (what == kDeleteFrame) return remove(idIn(*other));
   recordings();

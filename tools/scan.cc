@@ -12,9 +12,10 @@ struct ScanRequest {
 };
 
 std::string lineOf(const bluez::FoundDevice& device) {
-  const std::string signal = device.signal ? std::to_string(*device.signal) : "?";
-  return device.address + "  " + std::string(signal.size() < 12 ? 12 - signal.size() : 0, ' ') + signal +
-         "  " + printable(device.name);
+  constexpr std::size_t width = 8;
+  const std::string signal = device.signal ? std::to_string(*device.signal) + " dBm" : "?";
+  return device.address + "  " + std::string(signal.size() < width ? width - signal.size() : 0, ' ') +
+         signal + "  " + printable(device.name);
 }
 
 Record recordOf(const bluez::FoundDevice& device) {
@@ -26,7 +27,7 @@ Record recordOf(const bluez::FoundDevice& device) {
 void scan(const Environment& environment, const ScanRequest& request, Output& output) {
   const auto result = listened(environment, request.time, request.all);
   std::vector<Record> records;
-  if (!result.devices.empty()) output.line("address            signal (dBm)  name");
+  if (!result.devices.empty()) output.line("Address              Signal  Name");
   for (const auto& device : result.devices) {
     output.line(lineOf(device));
     records.push_back(recordOf(device));

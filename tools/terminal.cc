@@ -158,7 +158,7 @@ void RecordingLine::show(const opus::RecordingMeter::Reading& reading) {
     if (reading.peak) record["peak"] = *reading.peak;
     return line_.tell(record);
   }
-  line_.show(lengthText(reading.recorded) + "  " + bytesText(reading.bytes) + "  " + levelText(reading.peak));
+  line_.show(lengthText(reading.recorded) + "  " + levelText(reading.peak) + "  " + bytesText(reading.bytes));
 }
 
 }  // namespace kwtsdk::tool

@@ -56,7 +56,9 @@ void Tour::show(const std::string& title, const Words& command) {
   for (const std::string& word : command) line += " " + word;
   output_.line(line);
   const auto invocation = std::get<Invocation>(parseCommandLine(command));
-  invocation.action({environment_.scheduler, environment_.stop, invocation.simulatedFolder, {}}, steps_);
+  Environment environment = environment_;
+  environment.simulatedFolder = invocation.simulatedFolder;
+  invocation.action(environment, steps_);
 }
 
 void Tour::visitStore() {
@@ -65,7 +67,7 @@ void Tour::visitStore() {
   loseLinkHalfWay();
   compare();
   show("What is left on it", simulated({"list"}));
-  show("Deleting one without downloading it", simulated({"rm"}));
+  show("Deleting one without downloading it", simulated({"rm", "2"}));
 }
 
 void Tour::loseLinkHalfWay() {

@@ -122,7 +122,7 @@ std::array<long, 4> numbersOf(const std::string& version) {
   std::array<long, 4> numbers{};
   const char* rest = version.c_str();
   while (*rest != '\0') {
-    std::ranges::rotate(numbers, numbers.begin() + 1);
+    std::rotate(numbers.begin(), numbers.begin() + 1, numbers.end());
     char* end = nullptr;
     numbers.back() = std::strtol(rest, &end, 10);
     if (end == rest) break;

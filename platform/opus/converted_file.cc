@@ -14,11 +14,6 @@ namespace {
 
 constexpr std::size_t kBufferSize = 131072;
 
-ConversionFailure unwritable(const std::string& path, const std::string& reason) {
-  return ConversionFailure(path + " cannot be written (" + reason +
-                           "): check the folder, its permissions and its free space, or name another file.");
-}
-
 fs::path targetOf(const std::string& path, const InputFile& input) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) {
@@ -81,6 +76,12 @@ void ConvertedFile::append(std::span<const std::uint8_t> bytes) {
 void ConvertedFile::overwriteBeginning(std::span<const std::uint8_t> bytes) {
   flush();
   write(bytes, 0);
+}
+
+void ConvertedFile::setTime(const timespec& modified) {
+  flush();
+  const timespec times[2] = {{0, UTIME_OMIT}, modified};
+  ::futimens(descriptor_.get(), times);  // a file system without times is no reason to fail
 }
 
 void ConvertedFile::publish() {

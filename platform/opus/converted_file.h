@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "platform/opus/byte_sink.h"
 #include "platform/opus/input_file.h"
 #include "platform/posix/files.h"
 
@@ -14,18 +16,19 @@ namespace kwtsdk::internal {
 
 /// The file that a conversion makes: written under another name in the same folder and renamed when it is
 /// complete. Everything throws ConversionFailure; what is not published leaves nothing behind.
-class ConvertedFile {
+class ConvertedFile : public ByteSink {
  public:
   /// The path must not be the input's, nor anything that is no regular file.
   ConvertedFile(const std::string& path, const InputFile& input);
-  ~ConvertedFile();
+  ~ConvertedFile() override;
   ConvertedFile(const ConvertedFile&) = delete;
   ConvertedFile& operator=(const ConvertedFile&) = delete;
 
-  const std::string& path() const { return path_; }
-  void append(std::span<const std::uint8_t> bytes);
-  /// Writes over the first bytes; so many have to be there.
-  void overwriteBeginning(std::span<const std::uint8_t> bytes);
+  const std::string& path() const override { return path_; }
+  void append(std::span<const std::uint8_t> bytes) override;
+  void overwriteBeginning(std::span<const std::uint8_t> bytes) override;
+  /// As of when it was made.
+  void setTime(const timespec& modified);
   void publish();
 
  private:

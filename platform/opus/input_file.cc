@@ -70,6 +70,11 @@ bool isLiveRecording(std::span<const std::uint8_t> head) {
 
 }  // namespace
 
+ConversionFailure unwritable(const std::string& path, const std::string& reason) {
+  return ConversionFailure(path + " cannot be written (" + reason +
+                           "): check the folder, its permissions and its free space, or name another file.");
+}
+
 std::string systemReason() { return std::generic_category().message(errno); }
 
 InputFile::InputFile(const std::string& path)

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -20,6 +21,9 @@ class ConversionFailure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// The output at `path`, for a reason such as the system's.
+ConversionFailure unwritable(const std::string& path, const std::string& reason);
+
 /// The system's words for errno.
 std::string systemReason();
 
@@ -35,6 +39,7 @@ class InputFile {
   std::uint64_t consumed() const { return consumed_; }
   /// Share of the file that was read, 0 to 1.
   double fraction() const;
+  const timespec& modified() const { return status_.st_mtim; }
   bool isSameFileAs(const struct stat& other) const;
 
   /// The next bytes, as many as there are and fit; 0 at the end. Throws ConversionFailure.

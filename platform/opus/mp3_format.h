@@ -48,10 +48,8 @@ struct LameRelease {
 };
 using LameEncoder = std::unique_ptr<std::remove_pointer_t<lame_t>, LameRelease>;
 
-/// Whether MP3 at kMp3SampleRate knows the bit rate.
-bool isMp3BitRate(std::int32_t kilobitsPerSecond);
-/// The bit rates, for a person.
-std::string mp3BitRates();
+/// Throws ConversionFailure when MP3 at kMp3SampleRate does not know the bit rate.
+void checkMp3BitRate(std::int32_t kilobitsPerSecond);
 
 /// An encoder with the settings of every conversion to MP3: constant bit rate, mono, no tags of its own.
 LameEncoder makeLameEncoder(int sampleRate, int channels, int kilobitsPerSecond);

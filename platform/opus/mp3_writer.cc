@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cstdarg>
 #include <new>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/opus/mp3_format.h"
@@ -19,27 +21,52 @@ constexpr std::size_t kFlushSize = 7200;  // what LAME may hold back
 /// Room for what LAME makes of so many frames in the worst case.
 std::size_t roomFor(std::size_t frames) { return frames + frames / 4 + kFlushSize; }
 
+/// ID3v2.4 with the title in UTF-8; empty without one.
+std::vector<std::uint8_t> tagOf(const std::string& title) {
+  constexpr std::size_t frameHead = 10;
+  if (title.empty()) return {};
+  std::vector<std::uint8_t> tag;
+  const auto add = [&tag](std::string_view bytes) { tag.insert(tag.end(), bytes.begin(), bytes.end()); };
+  const auto addSize = [&tag](std::size_t size) {  // in bytes of seven bits
+    for (int shift = 21; shift >= 0; shift -= 7)
+      tag.push_back(static_cast<std::uint8_t>(size >> shift & 127U));
+  };
+  add({"ID3\4\0\0", 6});
+  addSize(frameHead + 1 + title.size());
+  add("TIT2");
+  addSize(1 + title.size());
+  add({"\0\0\3", 3});
+  add(title);
+  return tag;
+}
+
 class Mp3Writer : public SoundWriter {
  public:
-  Mp3Writer(ConvertedFile& file, int sampleRate, int channels, int kilobitsPerSecond);
+  Mp3Writer(ByteSink& file, int sampleRate, int channels, int kilobitsPerSecond, const std::string& title);
 
   void write(std::span<const std::int16_t> samples) override;
+  void settle() override;
   void finish() override;
 
  private:
   void append(int encoded);
 
-  ConvertedFile& file_;
+  ByteSink& file_;
   const int channels_;
   const LameEncoder encoder_;
+  const std::vector<std::uint8_t> tag_;
   InfoFrame info_;
   std::vector<std::uint8_t> encoded_;
 };
 
-Mp3Writer::Mp3Writer(ConvertedFile& file, int sampleRate, int channels, int kilobitsPerSecond)
-    : file_(file), channels_(channels), encoder_(makeLameEncoder(sampleRate, channels, kilobitsPerSecond)) {
+Mp3Writer::Mp3Writer(ByteSink& file, int sampleRate, int channels, int kilobitsPerSecond,
+                     const std::string& title)
+    : file_(file),
+      channels_(channels),
+      encoder_(makeLameEncoder(sampleRate, channels, kilobitsPerSecond)),
+      tag_(tagOf(title)) {
   info_.kilobitsPerSecond = kilobitsPerSecond;
-  file_.append(std::vector<std::uint8_t>(info_.size()));
+  file_.append(std::vector<std::uint8_t>(tag_.size() + info_.size()));
 }
 
 void Mp3Writer::write(std::span<const std::int16_t> samples) {
@@ -57,11 +84,18 @@ void Mp3Writer::write(std::span<const std::int16_t> samples) {
 void Mp3Writer::finish() {
   encoded_.resize(kFlushSize);
   append(lame_encode_flush(encoder_.get(), encoded_.data(), static_cast<int>(encoded_.size())));
+  settle();
+}
+
+void Mp3Writer::settle() {
   info_.encoder = std::string("LAME").append(get_lame_short_version());
   info_.lowpass = lame_get_lowpassfreq(encoder_.get());
   info_.delay = lame_get_encoder_delay(encoder_.get());
   info_.padding = lame_get_encoder_padding(encoder_.get());
-  file_.overwriteBeginning(info_.bytes());
+  auto beginning = tag_;
+  const auto frame = info_.bytes();
+  beginning.insert(beginning.end(), frame.begin(), frame.end());
+  file_.overwriteBeginning(beginning);
 }
 
 void Mp3Writer::append(int encoded) {
@@ -79,17 +113,15 @@ void Mp3Writer::append(int encoded) {
 
 }  // namespace
 
-bool isMp3BitRate(std::int32_t kilobitsPerSecond) {
-  return std::find(kMpegBitRates.begin(), kMpegBitRates.end(), kilobitsPerSecond) != kMpegBitRates.end();
-}
-
-std::string mp3BitRates() {
+void checkMp3BitRate(std::int32_t kilobitsPerSecond) {
+  if (opus::isMp3BitRate(kilobitsPerSecond)) return;
   std::string rates;
   for (const int rate : kMpegBitRates) {
     if (rate != kMpegBitRates.front()) rates += rate == kMpegBitRates.back() ? " or " : ", ";
     rates += std::to_string(rate);
   }
-  return rates;
+  throw ConversionFailure("MP3 has no bit rate of " + std::to_string(kilobitsPerSecond) + " kbit/s: use " +
+                          rates + ".");
 }
 
 LameEncoder makeLameEncoder(int sampleRate, int channels, int kilobitsPerSecond) {
@@ -112,9 +144,9 @@ LameEncoder makeLameEncoder(int sampleRate, int channels, int kilobitsPerSecond)
   return encoder;
 }
 
-std::unique_ptr<SoundWriter> openMp3Writer(ConvertedFile& file, int sampleRate, int channels,
-                                           int kilobitsPerSecond) {
-  return std::make_unique<Mp3Writer>(file, sampleRate, channels, kilobitsPerSecond);
+std::unique_ptr<SoundWriter> openMp3Writer(ByteSink& file, int sampleRate, int channels,
+                                           int kilobitsPerSecond, const std::string& title) {
+  return std::make_unique<Mp3Writer>(file, sampleRate, channels, kilobitsPerSecond, title);
 }
 
 }  // namespace kwtsdk::internal

@@ -1,23 +1,20 @@
 #include <opus/opus.h>
-#include <opus/opusfile.h>
 
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <exception>
 #include <memory>
-#include <numeric>
+#include <new>
+#include <optional>
+#include <utility>
 #include <vector>
 
+#include "platform/opus/ogg_packets.h"
 #include "platform/opus/sound.h"
 
 namespace kwtsdk::internal {
 
 namespace {
-
-// Every error is reported once for each damaged page; this many without any sound mean that none follows.
-constexpr int kMostErrorsInARow = 10000;
-constexpr std::size_t kMostChannels = 8;  // that a later stream of a mono file may have
 
 /// Rounds samples of -1 to 1 to 16 bits; louder ones are cut off. `to` has room for as many.
 void toSixteenBits(std::span<const float> from, std::span<std::int16_t> to) {
@@ -34,146 +31,126 @@ void toSixteenBits(std::span<const float> from, std::span<std::int16_t> to) {
   }
 }
 
-/// Averages the channels; returns the part of `samples` that holds the result.
-std::span<float> mixToMono(std::span<float> samples, std::size_t channels) {
-  const std::size_t frames = samples.size() / channels;
-  for (std::size_t frame = 0; frame < frames; ++frame) {
-    const auto all = samples.subspan(frame * channels, channels);
-    samples[frame] = std::accumulate(all.begin(), all.end(), 0.0F) / static_cast<float>(channels);
-  }
-  return samples.first(frames);
-}
-
-/// Decodes the packets of an Ogg Opus file in libopusfile's place. That would use the decoder for many
-/// streams, which asks the processor for its features before every packet; in a virtual machine this takes
-/// longer than the decoding.
-class OggStreamDecoder {
+class OggSource : public AudioSource {
  public:
-  /// As op_decode_cb_func has it; leaves files of several streams to libopusfile.
-  int decode(const OggOpusFile* file, const ogg_packet& packet, void* pcm, int frames, int channels,
-             int format);
+  explicit OggSource(InputFile& file);
+
+  int sampleRate() const override { return kOggSampleRate; }
+  int channels() const override { return static_cast<int>(width_); }
+  std::size_t read(std::span<std::int16_t> room) override;
+  std::uint64_t damagedPackets() const override { return damaged_ + packets_.damagedPages(); }
+  std::string title() const override { return packets_.title(); }
 
  private:
-  bool prepare(opus_uint32 serialNumber, int channels, int gain);
+  void beginStream();
+  std::optional<std::size_t> readItem(std::span<std::int16_t> room);
+  int decode(std::span<const std::uint8_t> packet);
+  int conceal(int frames);
+  std::size_t give(int frames, std::span<std::int16_t> room);
 
   struct Release {
     void operator()(OpusDecoder* decoder) const { opus_decoder_destroy(decoder); }
   };
 
+  OggPacketReader packets_;
+  std::optional<OggPacketReader::Item> ahead_;
   std::unique_ptr<OpusDecoder, Release> decoder_;
-  // Of the stream that the decoder is in.
-  opus_uint32 serialNumber_ = 0;
-  int channels_ = 0;
-};
-
-int OggStreamDecoder::decode(const OggOpusFile* file, const ogg_packet& packet, void* pcm, int frames,
-                             int channels, int format) {
-  const OpusHead* const head = op_head(file, -1);
-  if (head == nullptr || head->mapping_family != 0 || format != OP_DEC_FORMAT_FLOAT)
-    return OP_DEC_USE_DEFAULT;
-  if (!prepare(op_serialno(file, -1), channels, head->output_gain)) return OP_EFAULT;
-  const int decoded = opus_decode_float(decoder_.get(), packet.packet, static_cast<opus_int32>(packet.bytes),
-                                        static_cast<float*>(pcm), frames, 0);
-  return decoded == frames ? 0 : OP_EBADPACKET;
-}
-
-bool OggStreamDecoder::prepare(opus_uint32 serialNumber, int channels, int gain) {
-  if (decoder_ && serialNumber == serialNumber_ && channels == channels_) return true;
-  constexpr int sampleRate = 48000;
-  decoder_.reset(opus_decoder_create(sampleRate, channels, nullptr));
-  serialNumber_ = serialNumber;
-  channels_ = channels;
-  return decoder_ && opus_decoder_ctl(decoder_.get(), OPUS_SET_GAIN(gain)) == OPUS_OK;
-}
-
-class OggSource : public AudioSource {
- public:
-  explicit OggSource(InputFile& file);
-
-  int sampleRate() const override { return 48000; }
-  int channels() const override { return channels_; }
-  std::size_t read(std::span<std::int16_t> room) override;
-  std::uint64_t damagedPackets() const override { return damaged_; }
-
- private:
-  static int readBytes(void* source, unsigned char* bytes, int size);
-  static int decodePacket(void* source, OpusMSDecoder* unused, void* pcm, const ogg_packet* packet,
-                          int frames, int channels, int format, int link);
-  int readPacket(std::span<std::int16_t> room);
-
-  struct Release {
-    void operator()(OggOpusFile* file) const { op_free(file); }
-  };
-
-  InputFile& file_;
-  std::exception_ptr failedRead_;
-  OggStreamDecoder decoder_;
-  std::unique_ptr<OggOpusFile, Release> opus_;
-  int channels_ = 1;
+  std::size_t width_ = 1;
   std::vector<float> pcm_;
   std::array<float, 2> clipping_{};  // how the last samples were limited
   std::uint64_t damaged_ = 0;
+
+  // Of the stream, in samples of each channel.
+  int lastFrames_ = 0;         // of the last packet; 0: none yet
+  std::uint64_t lost_ = 0;     // still to be concealed
+  std::int64_t position_ = 0;  // counted with those before its sound begins
+  std::int64_t begin_ = 0;
+  std::optional<std::int64_t> end_;
 };
 
-OggSource::OggSource(InputFile& file) : file_(file), pcm_(kLongestRead * kMostChannels) {
-  constexpr OpusFileCallbacks frontToBack{&OggSource::readBytes, nullptr, nullptr, nullptr};
-  opus_.reset(op_open_callbacks(this, &frontToBack, nullptr, 0, nullptr));
-  if (failedRead_) std::rethrow_exception(failedRead_);
-  if (!opus_) {
-    throw ConversionFailure(file.path() +
-                            " is Ogg Opus, but its headers are damaged or incomplete: download it again.");
-  }
-  channels_ = op_channel_count(opus_.get(), -1) == 1 ? 1 : 2;
-  op_set_decode_callback(opus_.get(), &OggSource::decodePacket, this);
+OggSource::OggSource(InputFile& file) : packets_(file) {
+  if (!packets_.next()) throw damagedHeaders(file.path());
+  ahead_ = packets_.next();  // behind the title
+  width_ = packets_.header().channels == 1 ? 1 : 2;
+  pcm_.resize(kLongestRead * width_);
+  beginStream();
 }
 
-int OggSource::readBytes(void* source, unsigned char* bytes, int size) {
-  auto& self = *static_cast<OggSource*>(source);
-  try {
-    return static_cast<int>(self.file_.read({bytes, static_cast<std::size_t>(size)}));
-  } catch (...) {
-    self.failedRead_ = std::current_exception();
-    return -1;
+/// The decoder brings every stream to the channels of the first.
+void OggSource::beginStream() {
+  decoder_.reset(opus_decoder_create(kOggSampleRate, static_cast<int>(width_), nullptr));
+  if (!decoder_ || opus_decoder_ctl(decoder_.get(), OPUS_SET_GAIN(packets_.header().gain)) != OPUS_OK) {
+    throw std::bad_alloc();
   }
-}
-
-int OggSource::decodePacket(void* source, OpusMSDecoder* /*unused*/, void* pcm, const ogg_packet* packet,
-                            int frames, int channels, int format, int /*link*/) {
-  auto& self = *static_cast<OggSource*>(source);
-  return self.decoder_.decode(self.opus_.get(), *packet, pcm, frames, channels, format);
+  lastFrames_ = 0;
+  position_ = 0;
+  begin_ = packets_.header().preSkip;
+  end_.reset();
 }
 
 std::size_t OggSource::read(std::span<std::int16_t> room) {
-  const auto width = static_cast<std::size_t>(channels_);
   std::size_t used = 0;
-  int errors = 0;
-  while (room.size() - used >= kLongestRead * width && errors < kMostErrorsInARow) {
-    const int frames = readPacket(room.subspan(used));
-    if (failedRead_) std::rethrow_exception(failedRead_);
-    if (frames == 0) break;
-    if (frames > 0) {
-      used += static_cast<std::size_t>(frames) * width;
-      errors = 0;
-    } else {
-      ++damaged_;
-      ++errors;
-    }
+  while (room.size() - used >= kLongestRead * width_) {
+    const auto frames = readItem(room.subspan(used));
+    if (!frames) break;
+    used += *frames * width_;
   }
-  return used / width;
+  return used / width_;
 }
 
-// As numbers with a fraction: libopusfile's own way to 16 bits is much slower.
-int OggSource::readPacket(std::span<std::int16_t> room) {
-  const int size = static_cast<int>(pcm_.size());
-  const int frames = channels_ == 2 ? op_read_float_stereo(opus_.get(), pcm_.data(), size)
-                                    : op_read_float(opus_.get(), pcm_.data(), size, nullptr);
-  if (frames <= 0) return frames;
-  const int width = channels_ == 2 ? 2 : op_channel_count(opus_.get(), -1);
-  auto sound = std::span(pcm_).first(static_cast<std::size_t>(frames) * static_cast<std::size_t>(width));
-  if (width > channels_) sound = mixToMono(sound, static_cast<std::size_t>(width));
-  opus_pcm_soft_clip(sound.data(), frames, channels_, clipping_.data());
+/// A packet, or as much as one of what is lost; none at the end.
+std::optional<std::size_t> OggSource::readItem(std::span<std::int16_t> room) {
+  if (lost_ > 0) {
+    const int frames = conceal(static_cast<int>(std::min<std::uint64_t>(lost_, kLongestRead)));
+    lost_ -= static_cast<std::uint64_t>(frames);
+    return give(frames, room);
+  }
+  auto item = std::exchange(ahead_, std::nullopt);
+  if (!item) item = packets_.next();
+  if (!item) return std::nullopt;
+  if (item->kind == OggPacketReader::Kind::header) beginStream();
+  if (item->kind == OggPacketReader::Kind::lost) lost_ = item->samples;
+  if (item->kind != OggPacketReader::Kind::packet) return 0;
+  end_ = item->end;
+  return give(decode(item->packet), room);
+}
+
+int OggSource::decode(std::span<const std::uint8_t> packet) {
+  const auto size = static_cast<opus_int32>(packet.size());
+  const int frames = packet.empty() ? 0 : opus_packet_get_nb_samples(packet.data(), size, kOggSampleRate);
+  // Without bytes the decoder would conceal as much as there is room for.
+  const int decoded = packet.empty() ? OPUS_INVALID_PACKET
+                                     : opus_decode_float(decoder_.get(), packet.data(), size, pcm_.data(),
+                                                         static_cast<int>(kLongestRead), 0);
+  if (decoded > 0) return lastFrames_ = decoded;
+  ++damaged_;
+  return frames > 0 ? conceal(frames) : 0;
+}
+
+/// At most so many; of those that the decoder cannot make up, which come in steps of 2.5 ms, there is
+/// silence.
+int OggSource::conceal(int frames) {
+  constexpr int step = kOggSampleRate / 400;
+  const int most = lastFrames_ > 0 ? std::min(frames, lastFrames_) : frames;
+  const int concealed = most / step * step;
+  if (concealed > 0 && opus_decode_float(decoder_.get(), nullptr, 0, pcm_.data(), concealed, 0) == concealed)
+    return concealed;
+  std::fill_n(pcm_.begin(), static_cast<std::size_t>(most) * width_, 0.0F);
+  return most;
+}
+
+/// The part that is sound: the stream's first and last packets may be longer.
+std::size_t OggSource::give(int frames, std::span<std::int16_t> room) {
+  const std::int64_t from = std::max(position_, begin_),
+                     to = std::min(position_ + frames, end_.value_or(position_ + frames));
+  const auto skipped = static_cast<std::size_t>(from - position_);
+  position_ += frames;
+  if (to <= from) return 0;
+  const auto count = static_cast<std::size_t>(to - from);
+  const auto sound = std::span(pcm_).subspan(skipped * width_, count * width_);
+  opus_pcm_soft_clip(sound.data(), static_cast<int>(count), static_cast<int>(width_), clipping_.data());
   toSixteenBits(sound, room);
-  return frames;
+  return count;
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <kwtsdk/opus/conversion.h>
 #include <kwtsdk/opus/opus_file_converter.h>
 
+#include "platform/opus/conversion_request.h"
+
 namespace kwtsdk::opus {
 
 namespace {
@@ -25,7 +27,7 @@ class OpusFileConverter : public OpusConverter {
       report(LogLevel::error, "A conversion needs the names of two files: one of them is null.");
       return ConversionResult::kFailed;
     }
-    const ConversionResult result = convert(input, output, format, parameter, {});
+    const ConversionResult result = convert(input, output, ConversionRequest{format, parameter, {}, false});
     if (result.status != ConversionResult::kConverted) {
       report(LogLevel::error, result.text);
     } else if (result.damagedPackets > 0) {

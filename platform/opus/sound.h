@@ -5,8 +5,9 @@
 #include <limits>
 #include <memory>
 #include <span>
+#include <string>
 
-#include "platform/opus/converted_file.h"
+#include "platform/opus/byte_sink.h"
 #include "platform/opus/input_file.h"
 #include "platform/opus/live_packets.h"
 
@@ -28,6 +29,9 @@ class AudioSource {
 
   /// Packets that did not decode and gaps in the data, so far.
   virtual std::uint64_t damagedPackets() const = 0;
+
+  /// In UTF-8; empty when it has none.
+  virtual std::string title() const { return {}; }
 };
 
 constexpr int kLiveSampleRate = 16000;
@@ -35,27 +39,30 @@ constexpr int kLiveSampleRate = 16000;
 /// A live recording. What is lost the decoder conceals, so that the rest keeps its time.
 std::unique_ptr<AudioSource> openLiveSource(InputFile& file, LivePacketReader::Kind kind);
 
-/// An Ogg Opus file, read from front to back without seeking: one that ends early is read to where it ends.
-/// Later streams of a chained file are brought to the channels of the first. Throws ConversionFailure when
-/// the headers are damaged or not all there.
+/// An Ogg Opus file, read from front to back: one that ends early is read to where it ends. The time of what
+/// is lost, which the pages around it tell, is concealed. Later streams of a chained file are brought to the
+/// channels of the first. Throws ConversionFailure when that has a header that is damaged or unusual.
 std::unique_ptr<AudioSource> openOggSource(InputFile& file);
 
-/// Writes sound into a ConvertedFile in one format. Throws ConversionFailure.
+/// Writes sound in one format. Throws ConversionFailure.
 class SoundWriter {
  public:
   virtual ~SoundWriter() = default;
   /// Interleaved samples of whole frames.
   virtual void write(std::span<const std::int16_t> samples) = 0;
+  /// Has the file's beginning tell of as much as there is.
+  virtual void settle() = 0;
   /// After the last sample; the file is complete then.
   virtual void finish() = 0;
 };
 
 /// RIFF/WAVE, 16-bit PCM, of at most `largest` bytes: what the header's sizes can say.
-std::unique_ptr<SoundWriter> openWavWriter(ConvertedFile& file, int sampleRate, int channels,
+std::unique_ptr<SoundWriter> openWavWriter(ByteSink& file, int sampleRate, int channels,
+                                           const std::string& title = {},
                                            std::uint64_t largest = std::numeric_limits<std::uint32_t>::max());
 
 /// MP3 at kMp3SampleRate, mono: stereo sound is mixed.
-std::unique_ptr<SoundWriter> openMp3Writer(ConvertedFile& file, int sampleRate, int channels,
-                                           int kilobitsPerSecond);
+std::unique_ptr<SoundWriter> openMp3Writer(ByteSink& file, int sampleRate, int channels,
+                                           int kilobitsPerSecond, const std::string& title = {});
 
 }  // namespace kwtsdk::internal

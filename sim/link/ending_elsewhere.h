@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -9,12 +10,16 @@
 namespace kwtsdk::sim {
 
 /// For programs: the link's end waits for its thread, which may be busy with a delay that the script asks
-/// for, so it ends on a queue that nobody waits for.
+/// for, so it ends on a queue that nobody waits for. `onEnd`, unless empty, is called there afterwards.
 inline std::shared_ptr<SimulatedLink> endingElsewhere(const std::shared_ptr<Scheduler>& scheduler,
-                                                      const std::shared_ptr<SimulatedLink>& link) {
-  return {link.get(), [scheduler, link = link](SimulatedLink*) mutable {
+                                                      const std::shared_ptr<SimulatedLink>& link,
+                                                      std::function<void()> onEnd = nullptr) {
+  return {link.get(), [scheduler, link = link, onEnd = std::move(onEnd)](SimulatedLink*) mutable {
             const auto queue = scheduler->serialQueue("kwt.sim.release");
-            queue->async([queue, link = std::move(link)] {});
+            queue->async([queue, link = std::move(link), onEnd = std::move(onEnd)]() mutable {
+              link.reset();
+              if (onEnd) onEnd();
+            });
           }};
 }
 

@@ -39,13 +39,13 @@ class AirTest(KwtTestCase):
 
     def all_operations(self, mtu):
         seed = random.randrange(2**32)
-        queries = 9  # of the commands before
+        queries = 12  # of the commands before
         cuts = [queries + cut for cut in random.Random(seed).sample(range(BLOCK // DATA), 3)]
         recorder = AirRecorder(self, BLOCK, BLOCK - 1, mtu=mtu,
                                script="".join(f"notification {cut} disconnect\n" for cut in cuts))
         first, second = recorder.contents
         self.check(recorder.run("info"), 0, "1.2.3")
-        self.check(recorder.run("list"), 0, "1         32768", "2         32768")
+        self.check(recorder.run("list"), 0, " 1  32.8 kB", " 2  32.8 kB")
         for _ in range(2):
             recorder.program.wait_for("^Disconnected")
         with self.subTest(f"download over three broken connections, seed {seed}"):
@@ -115,7 +115,7 @@ class AirTest(KwtTestCase):
         took = time.monotonic() - began
         bluetooth.start()
         recorder.program.wait_for("^Disconnected")  # the kernel keeps the radio's connection for some seconds
-        self.assertEqual(code, 1, shown)
+        self.assertIn(code, (69, 75), shown)
         self.assertLess(took, 10, shown)
         return shown
 

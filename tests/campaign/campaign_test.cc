@@ -1,44 +1,27 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
-#include <kwtsdk/sim/microphone.h>
-#include <kwtsdk/sim/seed.h>
-
 #include "tests/campaign/host_thread.h"
 #include "tests/support/temporary_folder.h"
 
 namespace kwtsdk::campaign {
 namespace {
 
-/// Packets that hold their number, from 0 in each recording.
-class CountingMicrophone : public sim::Microphone {
- public:
-  void start() override { next_ = 0; }
-  Bytes nextPacket() override { return {next_++}; }
-
- private:
-  std::uint8_t next_ = 0;
-};
-
 /// One recorder, one facade, one or two host threads with random operations, all decided by the seed.
 void runScenario(std::uint64_t seed, const Profile& profile) {
   const auto scheduler = sim::VirtualTimeScheduler::create(seed);
   scheduler->run([&] {
-    Diary diary{*scheduler};
+    Diary diary(*scheduler);
     Random random(seed);
     testing::SimHost host(scheduler, {}, std::make_shared<DiaryFaults>(seed, profile.trouble, diary),
                           std::make_shared<DiaryLog>(diary));
     for (std::uint64_t i = 0, count = random.below(4); i < count; ++i)
       host.store->add(testing::recordingOf(20000 + random.below(12768), static_cast<unsigned>(i)));
     host.model->setAlwaysEndMarker(random.below(2) == 0);
-    host.model->setMicrophone(std::make_shared<CountingMicrophone>());
     const auto peripheral =
         std::make_shared<MeddlingPeripheral>(host.link->peripheral(), diary, *host.helper, profile, seed + 1);
     host.helper->setConnectedPeripheral(peripheral);
     static const testing::TemporaryFolder folder;  // one for all: making them takes longer than the rest
-    Scene scene{diary,      profile,     *host.store,  *host.model,
-                *host.link, *peripheral, *host.helper, folder.file("f")};
+    Scene scene{diary, profile, *host.store, *host.link, *peripheral, *host.helper, folder.file("f")};
     const auto ended = scheduler->semaphore("host ended");
     const auto runHost = [&](std::size_t number) {
       HostThread(scene, number, seed * 31 + number).run();
@@ -72,19 +55,11 @@ constexpr std::array kProfiles{
 };
 constexpr std::uint64_t kParts = 4, kSeedsPerPart = 650;  // 20,800 in all
 
-/// KWTSDK_SEEDS, where it is set, is how many each part tries: under a sanitizer each takes much longer.
-std::uint64_t seedsPerPart() {
-  const char* const asked = std::getenv("KWTSDK_SEEDS");
-  return asked == nullptr ? kSeedsPerPart : std::strtoull(asked, nullptr, 10);
-}
-
 class Campaign : public ::testing::TestWithParam<std::tuple<Profile, std::uint64_t>> {};
 
 TEST_P(Campaign, EveryOperationEndsAsRequired) {
   const auto& [profile, part] = GetParam();
-  const bool one = std::getenv("KWTSDK_SEED") != nullptr;
-  const std::uint64_t first = sim::seedFromEnvironment(1 + part * seedsPerPart());
-  for (std::uint64_t seed = first; seed < first + (one ? 1 : seedsPerPart()); ++seed) {
+  for (const std::uint64_t seed : testing::seedsOf(part, kSeedsPerPart)) {
     runScenario(seed, profile);
     if (HasFailure()) FAIL() << "profile " << profile.name << ": repeat with KWTSDK_SEED=" << seed;
   }

@@ -4,9 +4,6 @@
 
 namespace kwtsdk::campaign {
 
-/// What completes without an error.
-inline bool succeeds(const MaybeError& error) { return !error; }
-
 /// One thread of a host: a few random operations, each checked against what it has to report.
 class HostThread {
  public:
@@ -49,15 +46,6 @@ class HostThread {
   void blockingForm();
   void composite();
   void download();
-  void recording();
-  void update();
-
-  Shared startUpdate(std::size_t size);
-  void awaitUpdate(const Shared& report);
-  Shared startRecording(bool refused);
-  void queryWhileRecording();
-  void stopRecording();
-  void checkRecording(std::uint64_t packetsBeforeStop) const;
 
   Shared begin(const char* name);
   void await(const Shared& report);

@@ -6,6 +6,7 @@
 #include <kwtsdk/gatt/peripheral.h>
 
 #include "sim/virtual_time/random.h"
+#include "tests/support/campaign.h"
 #include "tests/support/sim_host.h"
 
 namespace kwtsdk::campaign {
@@ -25,17 +26,9 @@ struct Ledger {
   int downloadsFailed = 0, downloads = 0;
 };
 
-/// What happened, and what a failed scenario shows: operations, faults and the library's log, with their
-/// virtual times.
-struct Diary {
-  void add(std::string_view what) {
-    const auto time = std::chrono::duration<double>(scheduler.now()).count();
-    text += std::to_string(time).append(" ").append(what).append("\n");
-  }
-
-  sim::VirtualTimeScheduler& scheduler;
+struct Diary : testing::Diary {
+  using testing::Diary::Diary;
   Ledger ledger{};
-  std::string text{};
 };
 
 /// Gives way at every line, so that threads meet inside the library's own steps.
@@ -71,11 +64,7 @@ class DiaryFaults : public sim::FaultPlan {
     const sim::FaultAction action = choose();
     if (!sim::faultApplies(action.fault, event)) return {};
     --left_;
-    static constexpr std::array kEvents{"write", "acknowledgement", "notification", "subscription"};
-    static constexpr std::array kNames{"none",    "drop",   "delay",     "duplicate",
-                                       "corrupt", "refuse", "disconnect"};
-    diary_.add(std::string(kNames.at(static_cast<std::size_t>(action.fault))) + " of a " +
-               kEvents.at(static_cast<std::size_t>(event)));
+    diary_.add(action.fault, event);
     if (action.fault != sim::Fault::delay) ++diary_.ledger.faults;
     return action;
   }
@@ -156,7 +145,6 @@ struct Scene {
   Diary& diary;
   const Profile& profile;
   sim::MemoryStore& store;
-  sim::RecorderModel& model;
   sim::SimulatedLink& link;
   MeddlingPeripheral& peripheral;
   KWTBluetoothHelper& helper;

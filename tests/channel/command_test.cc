@@ -32,35 +32,6 @@ struct Sender : FakeHost {
 
 bool has(const std::shared_ptr<Semaphore>& signal) { return signal->wait(0s); }
 
-TEST(Command, OfAFormThatHasEndedIsNotSent) {
-  play<Sender>([](auto& host) {
-    host.peripheral->onSetNotify = [&](bool on) { host.scheduler.sleep(on ? 8s : 0s); };
-    EXPECT_EQ(host.helper->getPower(), -1);
-    EXPECT_EQ(host.scheduler.now(), 5s);
-    host.scheduler.sleep(1min);
-    EXPECT_FALSE(host.busy());
-    EXPECT_EQ(host.peripheral->calls, (Lines{"on C92A", "off C92A"}));
-  });
-}
-
-TEST(Command, IsTheHostsOnceItHasBeenRead) {
-  playEach<Sender>(std::array{false, true}, [](auto& host, bool storedAgain) {
-    int calls = 0;
-    host.helper->getCapacity([&](const auto&, const auto&) { ++calls; });
-    const auto block = host.helper->completionBlock();
-    host.helper->setCompletionBlock(nullptr);
-    if (storedAgain) {
-      host.helper->setCompletionBlock(block);
-      host.acknowledge(host.statusWrite);
-      host.notify(host.statusNotify, "99ec");
-    } else {
-      block(Error("host", 1, {}), std::nullopt);
-    }
-    EXPECT_EQ(calls, 1);
-    EXPECT_EQ(host.peripheral->calls.back(), "off C92A");
-  });
-}
-
 TEST(Command, AcknowledgementsEndTheWaitsOfTheirOwnWrites) {
   play<Sender>([](auto& host) {
     const auto first = host.send();
@@ -94,61 +65,6 @@ TEST(Command, AWrapperMayWaitForTheSender) {
         });
     host.acknowledge(host.firmware);
     EXPECT_TRUE(ended);
-  });
-}
-
-// A closure that waits, when it goes, for another thread's command.
-TEST(Command, NoHostsClosureGoesUnderALock) {
-  struct Waits {
-    ~Waits() {
-      const auto sent = host.scheduler.semaphore("sent");
-      host.scheduler.spawn("other", [helper = host.helper, sent] {
-        helper->sendCommand({1}, wire::CHARACTERISTIC_WRITE, 6, nullptr);
-        sent->signal();
-      });
-      free = sent->wait(20s);
-    }
-    Sender& host;
-    bool& free;
-  };
-  playEach<Sender>(std::array{true, false}, [](auto& host, bool byStop) {
-    bool free = false;
-    std::shared_ptr<Waits> waits(new Waits{host, free});
-    host.helper->setWriteDataBlock([waits = std::move(waits)](const auto&, const auto&) {});
-    byStop ? host.helper->stopRecord(nullptr) : host.helper->startMonitorTimer(nullptr);
-    host.scheduler.sleep(1min);
-    EXPECT_TRUE(free);
-  });
-}
-
-// Neither a stall nor a failure that a host's wrapper holds back may cost the recording, or keep the
-// callbacks.
-TEST(Command, OfADownloadLeavesNothingBehind) {
-  playEach<VirtualHost>(std::array{true, false}, [](auto& host, bool stalls) {
-    const TemporaryFolder folder;
-    if (!stalls) host.faults.add(sim::LinkEvent::acknowledgement, 4, {.fault = sim::Fault::refuse});
-    host.store->add(recordingOf(500));
-    ReplyHandler inner;
-    host.setReplies([&](const std::string& request, Bytes reply) -> std::optional<Bytes> {
-      if (!request.starts_with("0382")) return reply;
-      if (stalls) return std::nullopt;
-      if (!inner) {
-        inner = host.helper->completionBlock();
-        host.helper->setCompletionBlock([](const auto&, const auto&) {});
-      }
-      return reply;
-    });
-    auto kept = std::make_shared<int>();
-    const std::weak_ptr<int> callback = kept;
-    host.helper->downloadFirstFlashFile(
-        folder.file("f"), nullptr,
-        [kept, take = host.outcome.completion()](const auto& error) { take(error); });
-    kept = nullptr;
-    host.scheduler.sleep(1min);
-    EXPECT_EQ(host.store->count(), 1U);
-    if (inner) std::exchange(inner, nullptr)(Error("radio", 3, {}), std::nullopt);
-    EXPECT_EQ(host.outcome.calls, stalls ? 0 : 1);
-    EXPECT_TRUE(callback.expired());
   });
 }
 

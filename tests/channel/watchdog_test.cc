@@ -36,19 +36,6 @@ TEST(Watchdog, SilenceEndsTheStreamAndWhatItsCallbackStored) {
   });
 }
 
-TEST(Watchdog, DataInEachIntervalKeepsItWaiting) {
-  play<VirtualHost>([](auto& host) {
-    host.helper->startMonitorTimer(host.outcome.completion());
-    for (int interval = 0; interval < 3; ++interval) {
-      host.helper->setWritten(true);
-      host.scheduler.sleep(interval == 0 ? 1500ms : 5s);
-      EXPECT_FALSE(host.helper->written());
-    }
-    ASSERT_TRUE(host.outcome.wait());
-    expectAbout(host.scheduler.now(), 16s);
-  });
-}
-
 TEST(Watchdog, OnlyTheStoredTimerHasAnEffect) {
   play<VirtualHost>([](auto& host) {
     host.helper->startMonitorTimer(host.outcome.completion());

@@ -1,34 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <numeric>
 
 #include "codec/crc32.h"
 #include "codec/error_codes.h"
 #include "sim/model/wire.h"
 #include "tests/support/sim_host.h"
-
-#ifndef __has_feature
-#define __has_feature(feature) 0
-#endif
-
-#if !__has_feature(thread_sanitizer)  // which has an operator new of its own
-namespace {
-
-thread_local std::size_t refusedSize = 0;
-
-}  // namespace
-
-// For tests of what happens without memory.
-void* operator new(std::size_t size) {
-  void* const memory = size == refusedSize && size != 0 ? nullptr : std::malloc(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-#endif
 
 namespace kwtsdk {
 namespace {
@@ -60,12 +37,6 @@ TEST(Hex, IntegersAndPadding) {
 }
 
 TEST(ByteSlice, KeepsItsBounds) {
-#if !__has_feature(thread_sanitizer)
-  const Bytes large(1 << 20);
-  refusedSize = large.size();
-  EXPECT_EQ(subDataWithRange(large, 0, large.size()), std::nullopt);  // there is no memory
-  refusedSize = 0;
-#endif
   const Bytes data{1, 2, 3, 4};
   EXPECT_EQ(subDataWithRange(data, 2, 2), (Bytes{3, 4}));
   EXPECT_EQ(subDataWithRange(data, 4, 0), Bytes{});
@@ -93,9 +64,7 @@ TEST(Errors, TextsAreFilledLikePrintf) {
       {text("cmdType:%d, x", std::int64_t{11}), "cmdType:11, x"},
       {text("%ld %lu %5.1f%% %08x %c", -1L, ~0ULL, 2.25, 255U, 'k'),
        "-1 18446744073709551615   2.2% 000000ff k"},
-      {text("%d %@ %f", "text", 7, 8), "text 7 8"},
       {text("%@ %@", "one"), "one %@"},
-      {text("100% %", 5), "100%"},
       {text("%x %lx %hhX %hd %u", -1, -1L, 0x1FF, 70000, -1), "ffffffff ffffffffffffffff FF 4464 4294967295"},
       {text("%*d|%-*d|%.*f|%.3d|%+i", 5, 42, 4, 7, 1, 2.25, 5, 3), "   42|7   |2.2|005|+3"},
       {text("%*d|%.*d|%5.2s|%-4@|%.s|%3c", -3, 1, -1, 2, "text", "ab", "gone", 'x'), "1  |2|   te|ab  ||  x"},
@@ -120,11 +89,6 @@ TEST(Uuids, ShortAndLongFormsAreOneValue) {
   for (const char* bad : {"", "C92", "C92AA", "G92A", "0000C92A00001000800000805F9B34FB",
                           "0000C92A-0000-1000-8000-00805F9B34F", "0000C92A-0000-1000-8000_00805F9B34FB"})
     EXPECT_EQ(Uuid::fromString(bad), std::nullopt) << bad;
-}
-
-TEST(Version, NumberAndText) {
-  EXPECT_EQ(kwtsdkVersionNumber, 0.5);
-  EXPECT_STREQ(kwtsdkVersionString, "@(#)PROGRAM:kwtsdk  PROJECT:KWT-SDK-0.5\n");
 }
 
 }  // namespace

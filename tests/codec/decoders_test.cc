@@ -64,18 +64,21 @@ TEST(Decoders, ReadTheirFieldsAndNothingElse) {
 }
 
 TEST(Decoders, CheckTheRepliesThatHaveAPattern) {
-  const auto zeros = [](std::size_t count) { return std::string(count, '0'); };
-  const std::string status = "99ec" + zeros(36) + "03" + zeros(22), begun = "8142455354" + zeros(11);
+  const std::string zeros(36, '0'), rest(22, '0'), status = "99ec" + zeros + "03" + rest,
+                                                   begun = "8142455354" + std::string(11, '0');
   // 9101 is the partition selection's answer, under the number of the preparation's.
-  const std::tuple<std::int64_t, std::string, bool> cases[]{
-      {1, status, true},  {1, status.substr(0, 62), false},
-      {11, "9801", true}, {1, "99ec" + zeros(36) + "04" + zeros(22), false},
-      {14, "8700", true}, {1, "99EC" + status.substr(4), false},
-      {17, "8401", true}, {11, "980", false},
-      {0, "", true},      {11, "9101", false},
-      {19, "", true},     {13, begun, false},
-      {-1, "", true},     {13, begun + "0", true},
-      {15, "x", true},    {16, "8401", false}};
+  const std::tuple<std::int64_t, std::string, bool> cases[]{{1, status, true},
+                                                            {1, status.substr(0, 62), false},
+                                                            {1, "99ec" + zeros + "04" + rest, false},
+                                                            {11, "9801", true},
+                                                            {11, "980", false},
+                                                            {11, "9101", false},
+                                                            {13, begun + "0", true},
+                                                            {13, begun, false},
+                                                            {14, "8700", true},
+                                                            {16, "8401", false},
+                                                            {17, "8401", true},
+                                                            {19, "", true}};
   for (const auto& [type, reply, valid] : cases)
     EXPECT_EQ(KWTCmdResponse::responseWithCmdType(type, nullptr).isValidResponse(reply), valid) << reply;
 }

@@ -61,23 +61,6 @@ TEST(Deletion, TheRecordersResultIsTheErrorsCode) {
   });
 }
 
-TEST(Deletion, OfTheFirstFileAsksForIdZeroWhenTheCountFails) {
-  play<VirtualHost>([](auto& host) {
-    host.store->add(recordingOf(100));
-    bool spoilt = true;
-    host.setReplies([&](const std::string& request, Bytes reply) {
-      return request.starts_with("01") && std::exchange(spoilt, false) ? Bytes{0xFF} : reply;
-    });
-    for (const char* outcome : {"2 删除失败，文件ID不存在", "ok", "4 删除失败，文件系统为空"}) {
-      host.helper->deleteFirstFlashFile(host.outcome.completion());
-      EXPECT_EQ(host.outcome.ended(), outcome);
-      host.scheduler.sleep(3ms);
-    }
-    EXPECT_EQ(host.store->count(), 0U);
-    EXPECT_EQ(host.requests.at(1).substr(0, 16), "0482040000000000");
-  });
-}
-
 // One exchange and one pause a file; what does not answer is left out.
 TEST(Listing, AsksForEachFile) {
   playEach<VirtualHost>(std::array{0U, 10U, 100U, 1000U, 4U}, [](auto& host, std::size_t count) {

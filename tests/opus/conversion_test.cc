@@ -33,22 +33,26 @@ TEST(Conversion, GivesTheSoundOfALiveRecordingAsTheDecoderDoes) {
   EXPECT_TRUE(isWav(wav, 16000, 60 * kPacketFrames) && wav.ends_with(sound));
 }
 
-TEST(Conversion, OfAnOggFileKeepsItsExactLength) {
+TEST(Conversion, CarriesTitleAndTimeOverButNotThroughTheFacade) {
   const TemporaryFolder folder;
-  writeFile(folder.file("in"), oggOpus(60));
-  std::vector<double> progress{0};
-  const auto result = convert(folder.file("in"), folder.file("out"), Format::wav, 0, [&](double fraction) {
-    progress.push_back(fraction);
-    return fraction <= 1;
+  auto pages = pagesOf(oggOpus(50));
+  pages[1] = changed(pages[1], [](std::string& page) {
+    const std::string tags = "OpusTags\1\0\0\0x\2\0\0\0\3\0\0\0a=b\13\0\0\0TiTLE=L\xc3\xa4rm"s;
+    page = page.substr(0, 26) + '\1' + static_cast<char>(tags.size()) + tags;
   });
-  ASSERT_TRUE(result.status == ConversionResult::kConverted && result.source == Source::oggOpus)
-      << result.text;
-  EXPECT_TRUE(progress.back() > 0 && std::is_sorted(progress.begin(), progress.end()));
-  const std::string wav = contentOf(folder.file("out"));
-  EXPECT_TRUE(isWav(wav, 48000, 3 * 60 * kPacketFrames));
-  const auto* const samples = reinterpret_cast<const std::int16_t*>(wav.data());
-  const int peak = *std::max_element(samples + 22, samples + wav.size() / 2);
-  EXPECT_TRUE(peak > 8000 && peak < 16000) << peak;
+  const std::string in = folder.file("in"), wav = folder.file("wav"), mp3 = folder.file("mp3");
+  writeFile(in, joined(pages));
+  const std::filesystem::file_time_type made =
+      std::filesystem::last_write_time(in) - std::chrono::hours(1000);
+  std::filesystem::last_write_time(in, made);
+  ASSERT_EQ(convert(in, wav, Format::wav, 0, {}).status, 0);
+  ASSERT_EQ(convert(in, mp3, Format::mp3, 24, {}).status, 0);
+  EXPECT_TRUE(contentOf(wav).ends_with("LIST\x12\0\0\0INFOINAM\6\0\0\0L\xc3\xa4rm\0"s));
+  EXPECT_EQ(number(contentOf(wav), 4, 4), contentOf(wav).size() - 8);
+  EXPECT_TRUE(contentOf(mp3).starts_with("ID3\4\0\0\0\0\0\x10TIT2\0\0\0\6\0\0\3L\xc3\xa4rm\xff\xf3"s));
+  EXPECT_TRUE(std::filesystem::last_write_time(wav) == made && std::filesystem::last_write_time(mp3) == made);
+  opusFileConverter(nullptr)->opus2wav(in.c_str(), wav.c_str());
+  EXPECT_TRUE(isWav(contentOf(wav), 48000, 3 * 50 * kPacketFrames));
 }
 
 TEST(Conversion, SaysWhatItFoundInsteadOfWhatItNeeds) {

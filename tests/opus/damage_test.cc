@@ -46,29 +46,89 @@ TEST(DamagedLiveRecording, KeepsItsGoodPacketsAndTheirTime) {
   }
 }
 
-TEST(DamagedOggFile, GivesWhatCanBeDecoded) {
+/// The mean difference of the last half-second from that of another WAV file.
+double differenceAtEnd(const std::string& wav, const std::string& other) {
+  constexpr std::size_t count = 24000;
+  std::int64_t sum = 0;
+  for (std::size_t i = 1; i <= count; ++i) {
+    const auto sampleOf = [i](const std::string& file) {
+      return static_cast<std::int16_t>(number(file, file.size() - 2 * i, 2));
+    };
+    sum += std::abs(sampleOf(wav) - sampleOf(other));
+  }
+  return static_cast<double>(sum) / count;
+}
+
+TEST(DamagedOggFile, KeepsItsLengthAndTellsOfEveryDamagedPage) {
   const TemporaryFolder folder;
-  const std::string whole = oggOpus(600);  // of several pages
-  const std::size_t frames = 3 * 600 * kPacketFrames, secondPage = whole.find("OggS", whole.size() / 2);
-  const std::size_t padding = wire::kBlockSize - whole.size() % wire::kBlockSize;
-  // The content, the fewest and the most samples (0: no sound, which is a failure), and whether it is
-  // damaged.
-  const std::tuple<const char*, std::string, std::size_t, std::size_t, bool> cases[] = {
-      {"padded", whole + std::string(padding, '\0'), frames, frames, false},
-      {"cut", whole.substr(0, whole.size() / 2), frames / 4, frames / 2, false},
-      {"one bit", flipped(whole, secondPage + 1000, 1), frames / 2, frames - 1, true},
-      {"page missing", std::string(whole).erase(secondPage, 5000), frames / 2, frames - 1, true},
-      {"chained", whole + oggOpus(50, 2), frames + 48000, frames + 48000, false},
-      {"first header cut", whole.substr(0, 60), 0, 0, false},
-      {"second header cut", whole.substr(0, 150), 0, 0, false},
-      {"bad header", flipped(whole, 30, 1), 0, 0, false}};
-  for (const auto& [name, content, least, most, isDamaged] : cases) {
+  const auto p = pagesOf(oggOpus(600));  // two of headers, and some of sound
+  ASSERT_GT(p.size(), 8U);
+  const std::string whole = joined(p), tail(wire::kBlockSize - whole.size() % wire::kBlockSize, '\0');
+  const auto without = [&](std::size_t index) { return with(p, index, ""); };
+  const auto bit = [&](std::size_t index) {
+    return with(p, index, flipped(p[index], p[index].size() / 2, 1));
+  };
+  const std::size_t frames = 3 * 600 * kPacketFrames, last = p.size() - 1, second = 48000;
+  wavOf(folder, whole);
+  const std::string sound = contentOf(folder.file("out"));
+  // The content, the fewest and the most samples (0: a failure), the damaged pages, whether it ends as the
+  // whole does.
+  const std::tuple<const char*, std::string, std::size_t, std::size_t, std::size_t, bool> cases[] = {
+      {"padded", whole + tail, frames, frames, 0, true},
+      {"padded by something else", whole + std::string(tail.size(), '\xff'), frames, frames, 0, true},
+      {"cut", whole.substr(0, whole.size() / 2), frames / 4, frames / 2, 1, false},
+      {"cut between pages", whole.substr(0, whole.rfind("OggS")), frames - 2 * second, frames - 1, 0, false},
+      {"one bit", bit(4), frames, frames, 1, true},
+      {"a bit of the first sound", bit(2), frames, frames, 1, true},
+      {"a bit of the last page", bit(last), frames, frames + 2000, 1, false},
+      {"a bit of the title", bit(1), frames, frames, 1, true},
+      {"no title", without(1), frames, frames, 1, true},
+      {"no first sound", without(2), frames, frames, 1, true},
+      {"no page", without(4), frames, frames, 1, true},
+      {"no bytes of two pages", std::string(whole).erase(whole.find(p[4]) + 100, p[4].size()), frames, frames,
+       2, true},
+      {"no mark of the last page", with(p, last, flipped(p[last], 0, 1)), frames - 2 * second, frames - 1, 1,
+       false},
+      {"junk between", with(p, 4, p[4] + "junk"), frames, frames, 1, true},
+      {"chained", whole + oggOpus(50, 2), frames + second, frames + second, 0, false},
+      {"chained and damaged", bit(4) + oggOpus(50, 2), frames + second, frames + second, 1, false},
+      {"a stream of another kind between",
+       with(p, 3, changed(p[0], [](auto& page) { page[14] = page[28] = 9; }) + p[3]), frames, frames, 0,
+       true},
+      {"first header cut", whole.substr(0, 40), 0, 0, 0, false},
+      {"only headers", p[0] + p[1], 0, 0, 0, false},
+      {"bad header", bit(0), 0, 0, 0, false}};
+  for (const auto& [name, content, least, most, damaged, isSound] : cases) {
+    SCOPED_TRACE(name);
     std::filesystem::remove(folder.file("out"));
     const auto result = wavOf(folder, content);
-    EXPECT_EQ(result.status, most > 0 ? 0 : -1) << name << ": " << result.text;
-    EXPECT_TRUE(result.frames >= least && result.frames <= most) << name << ": " << result.frames;
-    EXPECT_EQ(result.damagedPackets > 0, isDamaged) << name;
+    EXPECT_EQ(result.status, most > 0 ? 0 : -1) << result.text;
+    EXPECT_TRUE(result.frames >= least && result.frames <= most) << result.frames;
+    EXPECT_EQ(result.damagedPackets, damaged);
     EXPECT_EQ(namesIn(folder.path()), most > 0 ? (Names{"in", "out"}) : Names{"in"});
+    EXPECT_TRUE(!isSound || differenceAtEnd(contentOf(folder.file("out")), sound) < 20);
+  }
+}
+
+TEST(UnusualOggFile, IsRefusedForTheRightReason) {
+  const TemporaryFolder folder;
+  const auto pages = pagesOf(oggOpus(50));
+  const std::tuple<std::size_t, int, const char*> heads[]{{8, 1, ""},
+                                                          {8, 15, ""},
+                                                          {8, 16, "version 16"},
+                                                          {9, 6, "6 channels"},
+                                                          {9, 0, "damaged"},
+                                                          {18, 2, "mapping family 2"},
+                                                          {18, 255, "mapping family 255"},
+                                                          {18, 1, "unusual order"}};
+  for (const auto& [at, value, says] : heads) {
+    SCOPED_TRACE(says);
+    const auto content = with(pages, 0, changed(pages[0], [&, place = at, byte = value](std::string& page) {
+                                page[28 + place] = static_cast<char>(byte);
+                              }));
+    const auto result = wavOf(folder, content);
+    EXPECT_EQ(result.status, *says == '\0' ? 0 : -1);
+    EXPECT_NE(result.text.find(says), std::string::npos) << result.text;
   }
 }
 

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <csignal>
 
+#include "platform/opus/converted_file.h"
 #include "platform/opus/sound.h"
 #include "tests/opus/recordings.h"
 #include "tests/support/thrown_by.h"
@@ -42,9 +42,6 @@ TEST_F(Output, ReplacesAFileOrALinksTarget) {
 
 TEST_F(Output, StaysAsItWasWhenTheConversionIsGivenUp) {
   writeFile(folder.file("out"), "old");
-  rlimit unlimited{};
-  ::getrlimit(RLIMIT_FSIZE, &unlimited);
-  auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
   const ConversionProgress none, cancels = [](double) { return false; },
                                  throws = [](double) -> bool { throw std::runtime_error("stop"); };
   // Bit rate, or 0 for WAV; how large a file may become; progress, status and what is told then.
@@ -59,24 +56,22 @@ TEST_F(Output, StaysAsItWasWhenTheConversionIsGivenUp) {
       {160, 5000, none, ConversionResult::kFailed, "File too large"},
       {160, 60000, none, ConversionResult::kConverted, ""}};
   for (const auto& [rate, most, progress, status, says] : cases) {
-    const rlimit limit{std::min(most, unlimited.rlim_max), unlimited.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
     const Format format = rate == 0 ? Format::wav : Format::mp3;
+    std::optional<FullDisk> full(most);
     const auto result = convert(folder.file("in"), folder.file("out"), format, rate, progress);
-    ::setrlimit(RLIMIT_FSIZE, &unlimited);
+    full.reset();
     EXPECT_EQ(result.status, status) << rate << " " << most;
     EXPECT_NE(result.text.find(says), std::string::npos) << result.text;
     EXPECT_EQ(contentOf(folder.file("out")) == "old", status != ConversionResult::kConverted);
     EXPECT_EQ(namesIn(folder.path()), (Names{"in", "out"}));
   }
-  std::signal(SIGXFSZ, handler);
 }
 
 TEST_F(Output, IsNoWavFileBeyondWhatItsHeaderCanSay) {
   const kwtsdk::internal::InputFile input(folder.file("in"));
   {
     kwtsdk::internal::ConvertedFile file(folder.file("out"), input);
-    const auto writer = kwtsdk::internal::openWavWriter(file, 16000, 1, 44 + 2 * 320);
+    const auto writer = kwtsdk::internal::openWavWriter(file, 16000, 1, "", 44 + 2 * 320);
     const std::vector<std::int16_t> packet(320);
     writer->write(packet);
     const std::string failure = thrownBy([&] { writer->write(packet); });

@@ -1,10 +1,11 @@
 #pragma once
 
+#include <ogg/ogg.h>
 #include <opus/opus.h>
 
+#include <functional>
 #include <memory>
 #include <numeric>
-#include <set>
 
 #include <kwtsdk/opus/conversion.h>
 
@@ -16,8 +17,6 @@
 namespace kwtsdk::testing {
 
 inline constexpr std::size_t kPacketFrames = 320;  // 20 ms at 16 kHz
-
-using Names = std::set<std::string>;
 
 /// What a record of a live recording begins with.
 inline const std::string kMark = [] {
@@ -54,6 +53,26 @@ inline std::string oggOpus(std::size_t packets, int serialNumber = 1) {
   return contentOf(folder.file("o"));
 }
 
+inline std::vector<std::string> pagesOf(const std::string& file) {
+  std::vector<std::string> pages;
+  for (std::size_t at = 0; at < file.size();) {
+    const std::size_t next = std::min(file.find("OggS", at + 1), file.size());
+    pages.push_back(file.substr(at, next - at));
+    at = next;
+  }
+  return pages;
+}
+
+/// A page as `change` leaves it, with the CRC that is right then.
+inline std::string changed(std::string page, const std::function<void(std::string&)>& change) {
+  change(page);
+  const auto headSize = 27 + static_cast<long>(static_cast<unsigned char>(page[26]));
+  auto* const bytes = reinterpret_cast<unsigned char*>(page.data());
+  ogg_page raw{bytes, headSize, bytes + headSize, static_cast<long>(page.size()) - headSize};
+  ogg_page_checksum_set(&raw);
+  return page;
+}
+
 /// Converts `content` in the folder's "in" into its "out".
 inline opus::ConversionResult wavOf(const TemporaryFolder& folder, const std::string& content) {
   writeFile(folder.file("in"), content);
@@ -74,12 +93,6 @@ inline bool isWav(const std::string& wav, int rate, std::size_t samples, std::si
          number(wav, 24, 4) == static_cast<std::size_t>(rate) &&
          number(wav, 28, 4) == 2 * channels * number(wav, 24, 4) && number(wav, 32, 2) == 2 * channels &&
          number(wav, 34, 2) == 16 && number(wav, 40, 4) == data;
-}
-
-inline Names namesIn(const std::string& folder) {
-  Names names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename());
-  return names;
 }
 
 }  // namespace kwtsdk::testing

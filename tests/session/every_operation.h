@@ -34,8 +34,10 @@ inline const std::vector<NamedOperation>& everyOperation() {
       {"status",
        [](SessionScene& scene, const Limits& limits) {
          const auto status = scene.session->status(limits).wait();
+         const ByteCounts storage(2, 16384 * 32768ULL);
          EXPECT_TRUE(!status || scene.damaged ||
-                     (status->battery == 80 && status->firmware == "1.2.3" && status->recordings == 0));
+                     (status->battery == 80 && status->firmware == "1.2.3" && status->storage == storage &&
+                      status->recordings == 0));
          return codeOf(status);
        }},
       {"recordings",

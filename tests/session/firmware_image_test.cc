@@ -39,23 +39,21 @@ TEST(FirmwareImage, ATailIsRefusedWhereItsPacketsWouldPassTheEnd) {
 TEST(FirmwareImage, WhatIsNoneIsRefused) {
   const TemporaryFolder folder;
   const std::string path = folder.file("image");
+  const std::string tail(300, 'i');
   const std::string frame = "\xFF\xFB\x90\x64" + std::string(413, 'x');    // 417 bytes: 128 kbit/s, 44100 Hz
   const std::string frameOf2 = "\xFF\xF3\x44\xC4" + std::string(92, 'x');  // 96 bytes: 32 kbit/s, 24000 Hz
   const std::pair<std::string, const char*> cases[]{
-      {std::string(300, 'i'), ""},
-      {frame + std::string(300, 'i'), ""},
-      {std::string("\xFF\xFF\xFF\xFF") + std::string(300, '\xFF'), ""},
+      {tail, ""},
+      {frame + tail, ""},
+      {std::string(304, '\xFF'), ""},
       {frame + frame, "an MP3 file"},
       {frameOf2 + frameOf2, "an MP3 file"},
-      {"ID3\x04" + std::string(300, 'i'), "an MP3 file"},
-      {"OggS" + std::string(300, 'i'), "an Ogg file"},
-      {"RIFF" + std::string(300, 'i'), "a RIFF (WAV) file"},
-      {"\x7F"
-       "ELF" +
-           std::string(300, 'i'),
-       "an ELF program"},
-      {"\x1F\x8B\x08" + std::string(300, 'i'), "a gzip archive"},
-      {"PK\x03\x04" + std::string(300, 'i'), "a zip archive"},
+      {"ID3\x04" + tail, "an MP3 file"},
+      {"OggS" + tail, "an Ogg file"},
+      {"RIFF" + tail, "a RIFF (WAV) file"},
+      {"\177ELF" + tail, "an ELF program"},
+      {"\x1F\x8B\x08" + tail, "a gzip archive"},
+      {"PK\x03\x04" + tail, "a zip archive"},
       {"", "it has 0 bytes"},
       {"abc", "it has 3 bytes"},
       {std::string(8192 + 40, 'i'),

@@ -9,67 +9,58 @@
 namespace kwtsdk::testing {
 namespace {
 
-using session::Operation;
-
 // ---- Cancelling ----
 
 TEST(SessionOperation, CancelledWhenQueuedOrRunningOrDoneItEndsAtOnce) {
   for (const NamedOperation& operation : everyOperation()) {
-    const bool leaves = operation.name == std::string("record");
-    for (const Duration after : {0ms, 1ms, 20ms, 70ms, 200ms, 450ms}) {
-      play<SlowScene>([&](SlowScene& scene) {
-        std::stop_source stop;
-        Duration asked{0};
-        scene.scheduler.spawn("cancel", [&] {
-          scene.scheduler.sleep(after);
-          asked = scene.now();
-          stop.request_stop();
+    const Duration longest =
+        operation.name == std::string("record") ? 1s : 100ms;  // which it leaves in order
+    playEach<SlowScene>(
+        std::array{-1ms, 0ms, 1ms, 20ms, 70ms, 200ms, 450ms}, [&](SlowScene& scene, auto after) {
+          SCOPED_TRACE(operation.name + (" after " + std::to_string(after.count())));
+          std::stop_source stop;
+          if (after < 0ms) stop.request_stop();
+          Duration asked{0};
+          scene.scheduler.spawn("cancel", [&] {
+            scene.scheduler.sleep(after);
+            asked = scene.now();
+            stop.request_stop();
+          });
+          const auto code = operation.run(scene, stop.get_token());
+          EXPECT_TRUE((code == kOk && after >= 0ms) || code == Errc::cancelled) << code.message();
+          EXPECT_TRUE(code == kOk || scene.now() - asked <= longest);
+          EXPECT_TRUE(after >= 0ms || scene.frames.empty()) << "requested before";
+          EXPECT_TRUE(scene.session->battery().wait()) << "the next is not concerned";
+          scene.scheduler.sleep(450ms);  // until whoever cancels is gone
         });
-        const auto code = operation.run(scene, stop.get_token());
-        SCOPED_TRACE(operation.name + (" after " + std::to_string(after.count() / 1'000'000)));
-        EXPECT_TRUE(code == kOk || code == Errc::cancelled) << code.message();
-        EXPECT_TRUE(code == kOk || scene.now() - asked <= (leaves ? 1s : 100ms));
-        EXPECT_TRUE(scene.session->battery().wait()) << "the next is not concerned";
-        scene.scheduler.sleep(after);  // until whoever cancels is gone
-      });
-    }
-    play<SessionScene>([&](SessionScene& scene) {
-      std::stop_source stop;
-      stop.request_stop();
-      EXPECT_EQ(operation.run(scene, stop.get_token()), Errc::cancelled)
-          << operation.name << ", requested before";
-      EXPECT_EQ(scene.frames, Lines());
-    });
   }
 }
 
 TEST(SessionOperation, CancelledWhileTheLinkIsBeingMadeItEndsAtOnce) {
   for (const NamedOperation& operation : everyOperation()) {
-    for (const auto& [byTime, isMade] :
-         {std::pair(false, false), {false, true}, {true, false}, {true, true}}) {
-      play<SessionScene>([&, byTime = byTime, isMade = isMade](SessionScene& scene) {
-        const auto ended = scene.scheduler.semaphore("open() is to end");
-        scene.simLink->disconnect();
-        scene.link->onOpen = [ended, isMade]() -> MaybeError {
-          ended->wait(std::nullopt);
-          if (isMade) return std::nullopt;  // it was just there
-          return Error("host.bluetooth", 2, {});
-        };
-        scene.link->onClose = [ended] { ended->signal(); };
-        std::stop_source stop;
-        scene.scheduler.spawn("cancel", [&] {
-          scene.scheduler.sleep(1s);
-          if (!byTime) stop.request_stop();
-        });
-        const Limits limits = byTime ? Limits().timeout(1s) : Limits(stop.get_token());
-        EXPECT_EQ(operation.run(scene, limits), byTime ? Errc::timedOut : Errc::cancelled) << operation.name;
-        EXPECT_LE(scene.now(), 1100ms);
-        scene.link->onOpen = nullptr;
-        EXPECT_TRUE(scene.session->record(scene.file("b"), RecordOptions().length(100ms)).wait());
-        EXPECT_TRUE(scene.session->battery().wait());
+    const std::pair<bool, bool> table[]{{false, false}, {false, true}, {true, false}, {true, true}};
+    playEach<SessionScene>(table, [&](SessionScene& scene, bool byTime, bool isMade) {
+      const auto ended = scene.scheduler.semaphore("open() is to end");
+      scene.simLink->disconnect();
+      scene.link->onOpen = [ended, isMade]() -> MaybeError {
+        ended->wait(std::nullopt);
+        if (isMade) return std::nullopt;  // it was just there
+        return Error("host.bluetooth", 2, {});
+      };
+      scene.link->onClose = [ended] { ended->signal(); };
+      std::stop_source stop;
+      scene.scheduler.spawn("cancel", [&] {
         scene.scheduler.sleep(1s);
+        if (!byTime) stop.request_stop();
       });
-    }
+      const Limits limits = byTime ? Limits().timeout(1s) : Limits(stop.get_token());
+      EXPECT_EQ(operation.run(scene, limits), byTime ? Errc::timedOut : Errc::cancelled) << operation.name;
+      EXPECT_LE(scene.now(), 1100ms);
+      scene.link->onOpen = nullptr;
+      EXPECT_TRUE(scene.session->record(scene.file("b"), RecordOptions().length(100ms)).wait());
+      EXPECT_TRUE(scene.session->battery().wait());
+      scene.scheduler.sleep(1s);
+    });
   }
 }
 
@@ -77,22 +68,18 @@ TEST(SessionOperation, AQueuedOneEndsByItsOwnTimeAndLeavesTheQueueInOrder) {
   play<SlowScene>([](SlowScene& scene) {
     scene.store->put(storedRecording(3));
     Lines order;
-    const auto note = [&](const char* name) {
-      return [&order, name](const auto& result) {
+    const auto noted = [&](const char* name, const auto& operation) {
+      operation.then([&order, name](const auto& result) {
         order.push_back(name + std::string(result ? "" : " failed"));
-      };
+      });
+      return operation;
     };
-    const auto download = scene.session->download(scene.file("a"));
-    const auto first = scene.session->recordings(), late = scene.session->recordings(Limits().timeout(100ms)),
-               given = scene.session->recordings(), last = scene.session->recordings();
-    EXPECT_EQ(scene.session->snapshot().queued + (scene.session->snapshot().running.empty() ? 0 : 1), 5U);
-    download.then(note("download"));
-    first.then(note("first"));
-    late.then(note("late"));
-    given.then(note("given up"));
-    last.then(note("last"));
-    given.cancel();
-    given.cancel();
+    const auto download = noted("download", scene.session->download(scene.file("a")));
+    const auto first = noted("first", scene.session->recordings());
+    const auto late = noted("late", scene.session->recordings(Limits().timeout(100ms)));
+    auto given = noted("given up", scene.session->recordings()),
+         last = noted("last", scene.session->recordings());
+    for (int i = 0; i < 2; ++i) given.cancel();
     EXPECT_EQ(codeOf(given.wait()), Errc::cancelled);
     EXPECT_EQ(scene.now(), 0s);
     EXPECT_EQ(codeOf(late.wait()), Errc::timedOut);
@@ -106,83 +93,51 @@ TEST(SessionOperation, AQueuedOneEndsByItsOwnTimeAndLeavesTheQueueInOrder) {
   });
 }
 
-// ---- Callbacks ----
+// ---- The end of a session ----
 
-TEST(SessionCallbacks, RunOnceWheneverTheyAreRegisteredAndNeverInsideTheCall) {
-  for (std::uint64_t seed = 1; seed < 200; ++seed) {
-    play<SessionScene>(
-        [&](SessionScene& scene) {
-          int calls = 0;
-          static thread_local bool inside = false;
-          const auto count = [&](const auto& level) {
-            EXPECT_FALSE(inside);
-            EXPECT_EQ(level.value_or(0), 80U);
-            ++calls;
-          };
-          const auto level = scene.session->battery();
-          for (int i = 0; i < 3; ++i) {
-            inside = true;
-            level.then(count);
-            inside = false;
-            if (i == 1) static_cast<void>(level.wait());
-          }
-          scene.session = nullptr;
-          EXPECT_EQ(calls, 3);
-        },
-        seed);
-  }
-}
-
-// Each may do anything: throw, ask and wait, close and destroy the session it belongs to.
-TEST(SessionCallbacks, MayThrowWaitCloseAndDestroy) {
-  for (const bool own : {false, true}) {
-    for (std::uint64_t seed = 1; seed < 100; ++seed) {
-      play<SessionScene>(
-          [&](SessionScene& scene) {
-            if (own) {
-              scene.session = scene.open(
-                  Options().executor([queue = scene.scheduler.serialQueue("host's own")](
-                                         std::function<void()> work) { queue->async(std::move(work)); }));
-            }
-            const auto done = scene.scheduler.semaphore("done");
-            const auto first = scene.session->battery(), second = scene.session->battery();
-            first.then([](const auto&) { throw std::runtime_error("of the host's own"); });
-            first.then([done, session = scene.session](const auto&) {
-              EXPECT_TRUE(session->firmware().wait()) << "asked and awaited inside a callback";
-              done->signal();
-            });
-            done->wait(std::nullopt);
-            EXPECT_EQ(scene.log->count("of the host's own"), 1);
-            second.then([done, seed, session = std::move(scene.session)](const auto&) mutable {
-              const auto left = session->status();
-              if (seed % 2 == 0) session->close();
-              session = nullptr;  // the last one
-              EXPECT_EQ(codeOf(left.wait()), Errc::closed);
-              done->signal();
-            });
-            done->wait(std::nullopt);
-            scene.scheduler.sleep(1s);  // nobody waits for what is left of it
-          },
-          seed);
-    }
-  }
-}
-
-TEST(SessionCallbacks, RunOneAtATime) {
-  play<SessionScene>([](SessionScene& scene) {
-    int running = 0;
-    for (int i = 0; i < 5; ++i) {
-      scene.session->battery().then([&](const auto&) {
-        EXPECT_EQ(++running, 1);
-        scene.scheduler.sleep(1s);
-        --running;
+TEST(SessionEnd, ClosedAtAnyMomentEveryOperationEnds) {
+  for (const NamedOperation& operation : everyOperation()) {
+    for (const Duration after : {0ms, 5ms, 30ms, 130ms, 290ms, 480ms, 700ms}) {
+      playEach<SlowScene>(std::array{false, true}, [&](SlowScene& scene, bool drops) {
+        SCOPED_TRACE(operation.name + (" closed after " + std::to_string(after.count() / 1'000'000)));
+        const auto ended = scene.scheduler.semaphore("ended");
+        const auto session = scene.session;
+        std::error_code code;
+        scene.scheduler.spawn("host", [&, ended] {
+          code = operation.run(scene, {});
+          ended->signal();
+        });
+        const auto behind = session->battery();
+        scene.scheduler.sleep(after);
+        const Duration begin = scene.now();
+        session->close();
+        EXPECT_TRUE(session->stopRecording().done()) << "asked of a session that is closed";
+        if (drops && after > 0ms) scene.session = nullptr;
+        ended->wait(std::nullopt);
+        EXPECT_TRUE(code == kOk || code == Errc::closed) << code.message();
+        EXPECT_LE(scene.now() - begin, 6s);
+        EXPECT_TRUE(codeOf(behind.wait()) == kOk || codeOf(behind.wait()) == Errc::closed);
+        EXPECT_EQ(codeOf(session->battery().wait()), Errc::closed);
+        EXPECT_EQ(codeOf(session->stopRecording().wait()), Errc::closed);
+        EXPECT_FALSE(scene.model->recording());
       });
     }
-    scene.scheduler.sleep(100ms);
-    EXPECT_TRUE(scene.session->firmware().wait()) << "the worker waits for none of them";
-    EXPECT_LE(scene.now(), 1s);
+  }
+}
+
+// ---- Callbacks ----
+
+TEST(SessionCallbacks, AnExecutorThatNeverRunsThemIsWaitedForOnce) {
+  play<SessionScene>([](SessionScene& scene) {
+    std::vector<std::function<void()>> kept;
+    scene.session =
+        scene.open(Options().executor([&](std::function<void()> work) { kept.push_back(std::move(work)); }));
+    int called = 0;
+    for (int i = 0; i < 20; ++i) scene.session->battery().then([&](const auto&) { ++called; });
+    scene.scheduler.sleep(1s);
     scene.session = nullptr;
-    EXPECT_GE(scene.now(), 5s) << "all have run when the session is gone";
+    EXPECT_LT(scene.now(), 7s);
+    EXPECT_EQ(called, 20);
   });
 }
 
@@ -204,14 +159,14 @@ TEST(SessionOnRealThreads, FuturesCoroutinesAndWaitsGiveTheSame) {
   const auto link = sim::SimulatedLink::create(scheduler, std::make_shared<sim::RecorderModel>(store));
   const auto session = Session::create(
       session::linkOver(link), Options().platform({nullptr, nullptr, nullptr, std::make_shared<LineLog>()}));
-  auto download = session->download(folder.file("a"));
+  const auto download = session->download(folder.file("a"));
   auto future = session->battery().future();
   EXPECT_EQ(levels(*session).run(*scheduler), 240U);
   EXPECT_EQ(future.get().value(), 80U);
   EXPECT_TRUE(download.wait());
   EXPECT_TRUE(contentOf(folder.file("a")) == text(storedRecording(2)));
   std::stop_source stop;
-  auto recording = session->record(folder.file("b"), {}, stop.get_token());
+  const auto recording = session->record(folder.file("b"), {}, stop.get_token());
   EXPECT_TRUE(session->battery().wait());
   stop.request_stop();
   EXPECT_EQ(codeOf(recording.wait()), Errc::cancelled);

@@ -96,47 +96,6 @@ TEST(PageCheck, DamageOfEveryByteAndPacketIsNoticedOrHarmless) {
   }
 }
 
-TEST(PageCheck, WhatMayFollowAPage) {
-  const Bytes begin = oggPage(kBegin, 1, 0, 19), middle = oggPage(kMiddle, 1, 1, 30),
-              end = oggPage(kEnd, 1, 1, 30), other = oggPage(kBegin, 9, 5, 7);
-  const Bytes none, letters{'O', 'g', 'g', 'S'}, newer = joined(letters, Bytes{1});
-  struct Case {
-    const char* name;
-    Bytes before, then;
-    State state;
-    bool accepted, uniform;  // all of it, as pages; the filler
-  };
-  const std::vector<Case> cases{
-      {"nothing", none, none, State::pages, true, true},
-      {"zeros at the beginning", none, {0, 0}, State::failed, false, true},
-      {"a later version", none, newer, State::failed, false, true},
-      {"no beginning", none, middle, State::failed, false, true},
-      {"the next page", begin, middle, State::pages, true, true},
-      {"the same page", begin, begin, State::failed, false, true},
-      {"a gap", begin, oggPage(kMiddle, 1, 2, 30), State::failed, false, true},
-      {"another stream's page", begin, oggPage(kMiddle, 2, 1, 30), State::failed, false, true},
-      {"another stream", begin, other, State::failed, false, true},
-      {"zeros", begin, {0, 0}, State::filler, false, true},
-      {"ones", begin, {0xFF, 0xFF}, State::filler, false, true},
-      {"mixed", begin, {0, 0, 0xFF}, State::failed, false, false},
-      {"rubbish", begin, {1}, State::failed, false, true},
-      {"part of a page", begin, letters, State::pages, false, true},
-      {"a chained stream", joined(begin, end), other, State::pages, true, true},
-      {"zeros behind the end", joined(begin, end), {0, 0}, State::filler, false, true},
-      {"mixed behind the end", joined(begin, end), {0xFF, 0}, State::filler, false, false},
-      {"rubbish behind the end", joined(begin, end), {'O', 'g', 0}, State::filler, false, false},
-      {"a page behind the end", joined(begin, end), end, State::filler, false, false},
-      {"letters behind the end", joined(begin, end), letters, State::pages, false, true},
-  };
-  for (const Case& c : cases) {
-    const PageCheck check = checked(joined(c.before, c.then));
-    const std::size_t whole = c.before.size() + (c.accepted ? c.then.size() : 0);
-    EXPECT_EQ(std::tuple(check.state(), check.whole(), check.uniform()),
-              std::tuple(c.state, whole, c.uniform))
-        << c.name;
-  }
-}
-
 TEST(PageCheck, AResumedDownloadNoticesAnotherRecording) {
   for (const Bytes& pages : {chained(), endless(), oggPage(kBegin, 1, 0, 19)}) {
     const Bytes original = joined(pages, Bytes(100, 0));
@@ -166,23 +125,6 @@ TEST(PageCheck, AResumedDownloadNoticesAnotherRecording) {
     check.restart();
     EXPECT_EQ(seen(check), seen(PageCheck()));
   }
-}
-
-TEST(PageCheck, FingerprintsTellFailuresApart) {
-  const Bytes original = chained();
-  std::vector<std::uint64_t> prints;
-  for (const auto& [at, flip] : std::vector<std::pair<std::size_t, std::uint8_t>>{
-           {60, 1}, {60, 2}, {61, 1}, {0, 1}, {0, 2}, {70, 1}, {23, 1}}) {
-    Bytes damaged = original;
-    damaged[at] ^= flip;
-    prints.push_back(checked(damaged).fingerprint());
-    PageCheck again = checked(damaged);
-    again.rewind();
-    again.take(slice(damaged, again.position()));
-    EXPECT_EQ(again.fingerprint(), prints.back());
-  }
-  std::ranges::sort(prints);
-  EXPECT_EQ(std::ranges::adjacent_find(prints), prints.end());
 }
 
 }  // namespace

@@ -3,22 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
-#include <csignal>
 #include <ctime>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
-#include <string>
 #include <system_error>
-#include <utility>
-#include <vector>
-
-#include <sys/resource.h>
 
 #include <kwtsdk/session/adapters.h>
 #include <kwtsdk/sim/microphone.h>
@@ -47,8 +38,6 @@ std::error_code codeOf(const Result<T>& result) {
 }
 inline const std::error_code kOk;
 
-inline std::string text(const Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
-
 /// Counts what passes the link.
 struct CountedFaults : sim::ScriptedFaults {
   sim::FaultAction next(LinkEvent event) override {
@@ -73,15 +62,12 @@ class WatchedStore : public sim::MemoryStore {
     add(content, std::chrono::local_seconds(std::chrono::seconds(::timegm(&clock))));
     clock.tm_isdst = -1;
     held[id] = {content, std::chrono::sys_seconds(std::chrono::seconds(::mktime(&clock)))};
-    if (onChange) onChange();
     return id;
   }
   bool deleteFirst() override {
     const std::uint32_t id = firstId();
     if (!removed.contains(id) && !isOnDisk(held.at(id).content)) lost.insert(id);
-    const bool deleted = MemoryStore::deleteFirst();
-    if (onChange) onChange();
-    return deleted;
+    return MemoryStore::deleteFirst();
   }
   bool isOnDisk(const Bytes& content) const {
     return std::ranges::any_of(std::filesystem::directory_iterator(folder_), [&](const auto& entry) {
@@ -96,7 +82,6 @@ class WatchedStore : public sim::MemoryStore {
   };
   std::map<std::uint32_t, Held> held;
   std::set<std::uint32_t> removed, lost;
-  std::function<void()> onChange;
 
  private:
   const std::filesystem::path folder_;
@@ -230,42 +215,39 @@ struct SessionScene : private TemporaryFolder, RecorderScene {
   std::shared_ptr<Session> session;
 };
 
+/// Frames of a host's own, as a function.
+class Frames : public session::Work {
+ public:
+  using Body = std::function<Result<session::Done>(session::Transaction&)>;
+  explicit Frames(Body body) : body_(std::move(body)) {}
+  std::string name() const override { return "frames"; }
+  Result<session::Done> run(session::Transaction& recorder) override { return body_(recorder); }
+
+ private:
+  const Body body_;
+};
+
+/// The battery's, or what the predicate takes for it.
+inline Result<Bytes> levelOf(
+    session::Transaction& recorder, const std::function<bool(const Bytes&)>& isAnswer =
+                                        [](const Bytes& value) { return value.size() == 32; }) {
+  return recorder.exchange(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"), "CA2A", "C92A",
+                           isAnswer);
+}
+
 /// A link on which things take time.
 struct SlowScene : SessionScene {
   explicit SlowScene(const std::shared_ptr<VirtualTimeScheduler>& virtualTime)
       : SessionScene(virtualTime, {.latency = 30ms, .connectionInterval = 15ms}) {}
 };
 
-/// Files of this process grow no further while it lives, as on a disk that is full.
-class FullDisk {
- public:
-  explicit FullDisk(rlim_t size) : signal_(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{size, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FullDisk() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, signal_);
-  }
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
-
- private:
-  rlimit before_{};
-  void (*const signal_)(int);
-};
-
-/// The recording is in the file, and the recorder has deleted it.
-inline void expectSaved(SessionScene& scene, const Result<session::Saved>& saved, const std::string& file,
-                        const Bytes& content) {
+/// The recording is in the file "a" alone, and the recorder has deleted it.
+inline void expectSaved(SessionScene& scene, const Result<session::Saved>& saved, const Bytes& content) {
   ASSERT_TRUE(saved) << saved.error().text();
   EXPECT_EQ(saved->deleted, Effect::done);
-  EXPECT_EQ(saved->file, file);
-  EXPECT_TRUE(contentOf(file) == text(content)) << "not the recording";
-  for (const auto& entry : std::filesystem::directory_iterator(scene.path)) {
-    EXPECT_EQ(entry.path().string().find(".part"), std::string::npos) << entry.path() << " is left";
-  }
+  EXPECT_EQ(saved->file, scene.file("a"));
+  EXPECT_TRUE(contentOf(scene.file("a")) == text(content)) << "not the recording";
+  EXPECT_EQ(namesIn(scene.path), Names{"a"});
 }
 
 }  // namespace kwtsdk::testing

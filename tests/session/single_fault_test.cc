@@ -65,16 +65,6 @@ TEST(SessionSingleFault, ALostLinkIsMadeAgainAndTheOperationGoesOn) {
               });
 }
 
-TEST(SessionSingleFault, ALostLinkThatIsNotToBeMadeAgainIsTheEnd) {
-  atEachEvent({Fault::disconnect, {}}, 13, Limits().reconnects(0),
-              [](SessionScene& scene, const NamedOperation&, const auto& run) {
-                const Duration begin = scene.now();
-                const auto code = run();
-                EXPECT_TRUE(code == kOk || code == Errc::linkLost) << code.message();
-                EXPECT_LE(scene.now() - begin, 20s);
-              });
-}
-
 TEST(SessionSingleFault, WhatIsLostDoubledOrDamagedIsHealed) {
   for (const Fault fault : {Fault::drop, Fault::duplicate, Fault::corrupt}) {
     for (const std::size_t position : {std::size_t{0}, std::size_t{3}, std::size_t{5}, std::size_t{20}}) {

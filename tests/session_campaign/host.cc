@@ -1,7 +1,5 @@
 #include "tests/session_campaign/host.h"
 
-#include <stdexcept>
-
 namespace kwtsdk::session_campaign {
 
 void Host::run() {
@@ -11,11 +9,11 @@ void Host::run() {
 void Host::act() {
   if (chance(3)) meddle();
   using Action = void (Host::*)();
-  static constexpr std::array<Action, 16> kActions{
-      &Host::query,    &Host::query,    &Host::query,       &Host::list,   &Host::download, &Host::download,
-      &Host::download, &Host::download, &Host::downloadAll, &Host::remove, &Host::record,   &Host::record,
-      &Host::update,   &Host::transact, &Host::control,     &Host::leave};
-  (this->*kActions.at(random_.below(kActions.size())))();
+  static constexpr Action kActions[] = {&Host::query,    &Host::query,    &Host::query,    &Host::query,
+                                        &Host::download, &Host::download, &Host::download, &Host::download,
+                                        &Host::record,   &Host::record,   &Host::update,   &Host::transact,
+                                        &Host::control,  &Host::leave};
+  (this->*anyOf(kActions))();
   if (chance(3)) scene_.scheduler.sleep(Duration(1ms) * random_.below(3000));
 }
 
@@ -23,11 +21,9 @@ void Host::act() {
 void Host::meddle() {
   switch (random_.below(6)) {
     case 0:
-      scene_.model->pressKey();
-      return;
+      return scene_.model->pressKey();
     case 1:
-      scene_.model->setInCall(chance(2));
-      return;
+      return scene_.model->setInCall(chance(2));
     case 2:
       if (!chance(3)) return;
       scene_.cut = true;
@@ -37,9 +33,7 @@ void Host::meddle() {
       scene_.store->put(testing::storedRecording(1, 50 + scene_.files++ % 8));
       return;
     default:
-      scene_.battery = static_cast<std::uint32_t>(random_.below(101));
-      scene_.model->setBatteryLevel(scene_.battery);
-      scene_.remember();
+      scene_.setLevel(static_cast<std::uint32_t>(random_.below(101)));
   }
 }
 
@@ -91,19 +85,14 @@ void Host::control() {
 
 /// Closes it, lets go of it, or cancels something.
 void Host::leave() {
-  switch (random_.below(6)) {
-    case 0:
-      scene_.diary.add("close");
-      if (!scene_.closed) scene_.closed = scene_.scheduler.now();
-      return session_->close();
-    case 1:
-      scene_.diary.add("a host lets go of the session");
-      scene_.letGo = true;
-      session_ = nullptr;
-      return;
-    default:
-      if (!scene_.asked.empty()) cancel(*scene_.asked.at(random_.below(scene_.asked.size())));
-  }
+  const std::uint64_t how = random_.below(6);
+  if (how > 1 && !scene_.asked.empty()) cancel(*scene_.asked.at(random_.below(scene_.asked.size())));
+  if (how > 1) return;
+  scene_.diary.add(how == 0 ? "close" : "a host lets go of the session");
+  if (how == 0 && !scene_.closed) scene_.closed = scene_.scheduler.now();
+  if (how == 0) return session_->close();
+  scene_.letGo = true;
+  session_ = nullptr;
 }
 
 }  // namespace kwtsdk::session_campaign

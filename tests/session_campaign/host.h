@@ -4,7 +4,7 @@
 
 namespace kwtsdk::session_campaign {
 
-inline constexpr Duration kQueryLimit = 30s, kListLimit = 2min;
+inline constexpr Duration kQueryLimit = 30s;
 
 /// One thread of a host: random operations with random limits, each followed to its end.
 class Host {
@@ -17,12 +17,8 @@ class Host {
  private:
   void act();
   void meddle();
-  void ask();
   void query();
-  void list();
   void download();
-  void downloadAll();
-  void remove();
   void record();
   void update();
   void transact();
@@ -34,11 +30,14 @@ class Host {
   AskedPtr begin(const std::string& name);
 
   /// Looks at the result at the moment at which it is there; then does with the handle what hosts do.
+  template <class T, class Check>
+  void follow(const Operation<T>& operation, const AskedPtr& asked, Check check);
   template <class T>
-  void follow(Operation<T> operation, const AskedPtr& asked,
-              std::function<void(const Result<T>&)> check = nullptr);
+  void follow(const Operation<T>& operation, const AskedPtr& asked) {
+    follow(operation, asked, [](const auto&) {});
+  }
   template <class T>
-  void treat(const Operation<T>& operation, const AskedPtr& asked);
+  void treat(Operation<T> operation, const AskedPtr& asked);
   void cancel(Asked& asked);
 
   bool chance(std::uint64_t oneIn) { return random_.below(oneIn) == 0; }
@@ -52,15 +51,14 @@ class Host {
   Random random_;
 };
 
-template <class T>
-void Host::follow(Operation<T> operation, const AskedPtr& asked,
-                  std::function<void(const Result<T>&)> check) {
-  asked->cancel = [operation] { operation.cancel(); };
-  if (asked->cancelled) operation.cancel();
+template <class T, class Check>
+void Host::follow(const Operation<T>& operation, const AskedPtr& asked, Check check) {
+  asked->cancel = [operation]() mutable { operation.cancel(); };
+  if (asked->cancelled) asked->cancel();
   scene_.awaited += 2;
   Scene& scene = scene_;
   const std::uint64_t manner = random_.below(12);
-  operation.then([&scene, asked, manner, weak = std::weak_ptr(session_)](const Result<T>&) {
+  operation.then([&scene, asked, manner, weak = std::weak_ptr(session_)](const auto&) {
     EXPECT_EQ(++asked->thens, 1) << asked->name << " ended more than once";
     if (const auto session = manner == 0 ? weak.lock() : nullptr) {
       const auto level = session->battery(Limits().timeout(2s));
@@ -72,22 +70,19 @@ void Host::follow(Operation<T> operation, const AskedPtr& asked,
   scene.scheduler.spawn("watch", [&scene, operation, asked, check] {
     const Result<T> result = operation.wait();
     scene.ended(*asked, testing::codeOf(result));
-    if (check) check(result);
+    check(result);
     scene.endings->signal();
   });
   treat(operation, asked);
 }
 
 template <class T>
-void Host::treat(const Operation<T>& operation, const AskedPtr& asked) {
+void Host::treat(Operation<T> operation, const AskedPtr& asked) {
   const Duration some = Duration(1ms) * random_.below(chance(2) ? 20 : 4000);
   if (asked->endless) {
     if (operation.waitFor(some) || chance(2)) return;
-    if (chance(2)) {
-      const auto stop = begin("stop");
-      return follow(session_->stopRecording(), stop);
-    }
-    return cancel(*asked);
+    if (chance(2)) return cancel(*asked);
+    return follow(session_->stopRecording(), begin("stop"));
   }
   switch (random_.below(8)) {
     case 0:
@@ -98,13 +93,9 @@ void Host::treat(const Operation<T>& operation, const AskedPtr& asked) {
     case 3:
       if (!operation.waitFor(some)) cancel(*asked);
       return;
-    case 4: {
-      Operation<T> followed = operation;
-      followed.onProgress(
-          [&scene = scene_](const session::ProgressReport&) { scene.scheduler.preemptionPoint(); });
-      static_cast<void>(followed.waitFor(5min));
-      return;
-    }
+    case 4:
+      operation.onProgress([&scene = scene_](const auto&) { scene.scheduler.preemptionPoint(); });
+      [[fallthrough]];
     default:
       static_cast<void>(operation.waitFor(5min));
   }

@@ -1,47 +1,49 @@
 // What a host of the campaign asks for, and what it looks at in the result.
 
-#include "tests/session_campaign/host.h"
-
 #include <stdexcept>
+
+#include "tests/session_campaign/host.h"
 
 namespace kwtsdk::session_campaign {
 
 namespace {
 
-/// Frames of a host's own: exchanges, pauses, exceptions, and waits that cannot end well.
-class Frames : public session::Work {
- public:
-  Frames(Random random, std::weak_ptr<Session> within) : random_(random), session_(std::move(within)) {}
+/// A value is one that the recorder had at some moment since it was asked.
+struct Right {
+  Scene& scene;
+  AskedPtr asked;
 
-  std::string name() const override { return "frames"; }
-  Result<session::Done> run(session::Transaction& recorder) override {
-    for (std::uint64_t i = 0, count = random_.below(4); i < count; ++i) {
-      const auto answer =
-          recorder.exchange(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"), "CA2A", "C92A",
-                            [](const Bytes& value) { return value.size() == 32 && value[20] == 3; });
-      if (!answer) return answer.error();
-      EXPECT_EQ(answer->at(20), 3);
-      recorder.progress(i, count);
-      if (const auto paused = recorder.pause(Duration(1ms) * random_.below(3000)); !paused) return paused;
-    }
-    if (random_.below(8) == 0) throw std::runtime_error("of the host's own");
-    const auto session = random_.below(8) == 0 ? session_.lock() : nullptr;
-    if (session) static_cast<void>(session->battery(Limits().timeout(3s)).wait());
-    return session::Done();
+  void operator()(std::uint64_t level) const {
+    EXPECT_TRUE(!undamaged() || scene.hadLevel(level, asked->began)) << asked->name << ": " << level;
+  }
+  void operator()(const std::string& version) const {
+    EXPECT_TRUE(!undamaged() || scene.versions.contains(version)) << asked->name << ": " << version;
+  }
+  void operator()(const ByteCounts& bytes) const {
+    EXPECT_TRUE(!undamaged() || (bytes.at(0) == 16384 * 32768ULL && bytes.at(1) <= bytes.at(0)))
+        << asked->name;
+  }
+  void operator()(const session::Status& status) const {
+    (*this)(status.battery);
+    (*this)(status.firmware);
+    (*this)(status.storage);
+  }
+  template <class T>
+  void operator()(const Result<T>& result) const {
+    if (result) (*this)(*result);
   }
 
  private:
-  Random random_;
-  const std::weak_ptr<Session> session_;
+  bool undamaged() const { return scene.undamaged(asked->began); }
 };
 
-/// The packets of a live recording's file; none when it holds anything else.
-std::optional<std::vector<unsigned>> packetsIn(const std::string& content, unsigned& recording) {
+/// The numbers of the packets in a live recording's file, whose head is that of one.
+std::vector<unsigned> packetsIn(const std::string& content, unsigned& recording) {
   std::vector<unsigned> numbers;
   constexpr std::size_t size = 8;
-  if (content.size() % size != 0) return std::nullopt;
-  for (std::size_t at = 0; at < content.size(); at += size) {
-    if (content.compare(at, 4, std::string("P\1\4\0", 4)) != 0) return std::nullopt;
+  EXPECT_EQ(content.size() % size, 0U);
+  for (std::size_t at = 0; at + size <= content.size(); at += size) {
+    EXPECT_EQ(content.compare(at, 4, std::string("P\1\4\0", 4)), 0) << "not what the recorder has sent";
     const auto number = [&](std::size_t offset) {
       return static_cast<unsigned>(static_cast<unsigned char>(content[at + offset]) * 256 +
                                    static_cast<unsigned char>(content[at + offset + 1]));
@@ -55,196 +57,117 @@ std::optional<std::vector<unsigned>> packetsIn(const std::string& content, unsig
 }  // namespace
 
 void Host::query() {
-  Scene& scene = scene_;
   const auto asked = begin("query");
   const Limits chosen = limits(*asked, kQueryLimit);
-  const auto hasLevel = [&scene, asked](std::uint64_t level) {
-    EXPECT_TRUE(!scene.undamaged(asked->began) ||
-                scene.past([&](const Moment& moment) { return moment.battery == level; }, asked->began))
-        << asked->name << ": battery " << level << " of another time";
-  };
-  const auto hasVersion = [&scene, asked](const std::string& version) {
-    EXPECT_TRUE(!scene.undamaged(asked->began) || scene.versions.contains(version)) << asked->name << version;
-  };
-  const auto hasStorage = [&scene, asked](const ByteCounts& bytes) {
-    EXPECT_TRUE(!scene.undamaged(asked->began) ||
-                (bytes.at(0) == 16384 * 32768ULL && bytes.at(1) < bytes.at(0) + 1))
-        << asked->name;
-  };
+  const Right right{scene_, asked};
   switch (random_.below(6)) {
     case 0:
-      return follow<std::string>(session_->firmware(chosen), asked, [=](const Result<std::string>& result) {
-        if (result) hasVersion(*result);
-      });
+      return follow(session_->firmware(chosen), asked, right);
     case 1:
-      return follow<ByteCounts>(session_->storage(chosen), asked, [=](const Result<ByteCounts>& result) {
-        if (result) hasStorage(*result);
-      });
+      return follow(session_->storage(chosen), asked, right);
     case 2:
-      return follow<session::Status>(session_->status(chosen), asked,
-                                     [=](const Result<session::Status>& result) {
-                                       if (!result) return;
-                                       hasLevel(result->battery);
-                                       hasVersion(result->firmware);
-                                       hasStorage(result->storage);
-                                     });
+      return follow(session_->status(chosen), asked, right);
     default:
-      return follow<std::uint64_t>(session_->battery(chosen), asked,
-                                   [=](const Result<std::uint64_t>& result) {
-                                     if (result) hasLevel(*result);
-                                   });
+      return follow(session_->battery(chosen), asked, right);
   }
 }
 
-void Host::list() {
-  using List = std::vector<session::RecordingInfo>;
-  Scene& scene = scene_;
-  const auto asked = begin("recordings");
-  follow<List>(session_->recordings(limits(*asked, kListLimit)), asked,
-               [=, &scene](const Result<List>& result) {
-                 if (!result || !scene.undamaged(asked->began)) return;
-                 const std::uint32_t first = result->empty() ? 0 : result->front().id;
-                 EXPECT_TRUE(scene.past(
-                     [&](const Moment& moment) {
-                       return moment.count == result->size() && (result->empty() || moment.firstId == first);
-                     },
-                     asked->began))
-                     << asked->name << ": no store that there was";
-                 for (std::size_t i = 0; i < result->size(); ++i) {
-                   const session::RecordingInfo& info = result->at(i);
-                   EXPECT_EQ(info.id, first + i);
-                   const auto& held = scene.store->held.at(info.id);
-                   EXPECT_EQ(info.bytes, held.content.size()) << asked->name;
-                   EXPECT_EQ(info.created, held.created) << asked->name;
-                 }
-               });
-}
-
 void Host::download() {
-  Scene& scene = scene_;
   const auto asked = begin("download");
   const std::string file = numbered("d", random_.below(4), ".opus");
   const bool keep = chance(4);
   std::optional<std::uint32_t> expected;
-  if (chance(4)) expected = scene.store->firstId() + static_cast<std::uint32_t>(random_.below(2));
+  if (chance(4)) expected = scene_.store->firstId() + static_cast<std::uint32_t>(random_.below(2));
   const auto chosen = limits(*asked, std::nullopt);
-  follow<session::Saved>(
-      session_->download(file, session::DownloadOptions().keep(keep), chosen, expected), asked,
-      [=, &scene](const Result<session::Saved>& result) {
-        if (!result) {
-          EXPECT_NE(result.error().effect(), Effect::done) << asked->name;
-          return;
-        }
-        const auto held = scene.store->held.find(result->recording.id);
-        if (held == scene.store->held.end()) {
-          EXPECT_FALSE(scene.undamaged(Duration(0))) << asked->name << ": of no recording";
-          return;
-        }
-        EXPECT_TRUE(testing::contentOf(result->file.string()) == testing::text(held->second.content))
-            << asked->name << ": not the recording";
-        EXPECT_EQ(expected.value_or(result->recording.id), result->recording.id) << asked->name;
-        if (result->deleted == Effect::done) {
-          EXPECT_LT(result->recording.id, scene.store->firstId()) << asked->name << ": it is there";
-          EXPECT_FALSE(keep) << asked->name;
-        } else if (!keep) {
-          EXPECT_TRUE(result->notDeleted) << asked->name << ": not deleted, and nobody knows why";
-        }
-      });
-}
-
-void Host::downloadAll() {
-  Scene& scene = scene_;
-  const auto asked = begin("downloadAll");
-  const session::DownloadOptions options = session::DownloadOptions().keep(chance(6));
-  follow<session::Harvest>(session_->downloadAll(scene.path, options, limits(*asked, std::nullopt)), asked,
-                           [=, &scene](const Result<session::Harvest>& result) {
-                             const session::Harvest* const harvest = result.achieved();
-                             if (harvest == nullptr || !scene.undamaged(Duration(0))) return;
-                             for (const session::Saved& saved : harvest->saved) {
-                               EXPECT_TRUE(testing::contentOf(saved.file.string()) ==
-                                           testing::text(scene.store->held.at(saved.recording.id).content))
-                                   << asked->name << ": not the recording";
-                             }
-                           });
-}
-
-void Host::remove() {
-  Scene& scene = scene_;
-  const auto asked = begin("remove");
-  const std::uint32_t id = scene.store->firstId() + static_cast<std::uint32_t>(random_.below(8) == 0 ? 1 : 0);
-  scene.store->removed.insert(id);
-  follow<session::Done>(session_->remove(id, limits(*asked, kListLimit)), asked,
-                        [=, &scene](const Result<session::Done>& result) {
-                          EXPECT_TRUE(!result || id < scene.store->firstId())
-                              << asked->name << ": it is there";
-                        });
+  const auto check = [asked, keep, expected, &scene = scene_](const Result<session::Saved>& result) {
+    EXPECT_TRUE(result || result.error().effect() != Effect::done) << asked->name;
+    if (!result) return;
+    const auto held = scene.store->held.find(result->recording.id);
+    if (held == scene.store->held.end()) {
+      EXPECT_FALSE(scene.undamaged(Duration(0))) << asked->name << ": of no recording";
+      return;
+    }
+    EXPECT_TRUE(testing::contentOf(result->file.string()) == testing::text(held->second.content))
+        << asked->name << ": not the recording";
+    EXPECT_EQ(expected.value_or(result->recording.id), result->recording.id) << asked->name;
+    const bool isDeleted = result->deleted == Effect::done;
+    EXPECT_TRUE(!isDeleted || result->recording.id < scene.store->firstId())
+        << asked->name << ": it is there";
+    EXPECT_TRUE(isDeleted != keep || (!isDeleted && result->notDeleted))
+        << asked->name << ": not deleted, and nobody knows why, or deleted and to be kept";
+  };
+  follow(session_->download(file, session::DownloadOptions().keep(keep), chosen, expected), asked, check);
 }
 
 void Host::record() {
-  Scene& scene = scene_;
   const auto asked = begin("record");
   asked->leaving = 15s + 100ms;
-  const std::string file = numbered("r", scene.files++ % 20, ".rec");
+  const std::string file = numbered("r", scene_.files++ % 20, ".rec");
   session::RecordOptions options;
   if (chance(2)) options.type(static_cast<session::RecordingType>(random_.below(5)));
   asked->endless = chance(3);
   if (!asked->endless) options.length(Duration(1ms) * random_.below(3000));
   const auto chosen = limits(*asked, std::nullopt);
-  ++scene.recordings;
-  follow<session::Recorded>(
-      session_->record(file, options, chosen), asked, [=, &scene](const Result<session::Recorded>& result) {
-        const session::Recorded* const recorded = result.achieved();
-        if (recorded == nullptr) return;
-        const std::string content = testing::contentOf(file);
-        EXPECT_EQ(recorded->bytes, content.size()) << asked->name;
-        if (!scene.undamaged(asked->began)) return;
-        unsigned which = 0;
-        const auto numbers = packetsIn(content, which);
-        ASSERT_TRUE(numbers) << asked->name << ": not what the recorder has sent";
-        EXPECT_EQ(recorded->packets, numbers->size()) << asked->name;
-        const bool doubled = scene.faults->since(sim::Fault::duplicate, asked->began);
-        for (std::size_t i = 1; i < numbers->size(); ++i) {
-          EXPECT_LT(numbers->at(i - 1), numbers->at(i) + (doubled ? 1 : 0)) << asked->name << ": in disorder";
-        }
-        const bool cut = scene.faults->any() || scene.cut;
-        if (cut || numbers->empty()) return;
-        EXPECT_EQ(numbers->size(), scene.microphone->made.at(which)) << asked->name << ": sound is missing";
-      });
+  const auto check = [asked, file, &scene = scene_](const Result<session::Recorded>& result) {
+    const session::Recorded* const recorded = result.achieved();
+    if (recorded == nullptr) return;
+    const std::string content = testing::contentOf(file);
+    EXPECT_EQ(recorded->bytes, content.size()) << asked->name;
+    if (!scene.undamaged(asked->began)) return;
+    unsigned which = 0;
+    const auto numbers = packetsIn(content, which);
+    EXPECT_EQ(recorded->packets, numbers.size()) << asked->name;
+    const bool doubled = scene.faults->since(sim::Fault::duplicate, asked->began);
+    for (std::size_t i = 1; i < numbers.size(); ++i)
+      EXPECT_LT(numbers.at(i - 1), numbers.at(i) + (doubled ? 1 : 0)) << asked->name << ": in disorder";
+    if (scene.faults->any() || scene.cut || numbers.empty()) return;
+    EXPECT_EQ(numbers.size(), scene.microphone->made.at(which)) << asked->name << ": sound is missing";
+  };
+  follow(session_->record(file, options, chosen), asked, check);
 }
 
 void Host::update() {
-  Scene& scene = scene_;
   const auto asked = begin("update");
   asked->leaving = 5s + 100ms;
-  const unsigned number = ++scene.files;
+  const unsigned number = ++scene_.files;
   static constexpr std::size_t kSizes[] = {300, 343, 8192, 8535};
   Bytes image(anyOf(kSizes), 0);
   const bool refused = chance(8);
   if (refused) image.assign({'O', 'g', 'g', 'S'});
-  image.insert(image.end(), {static_cast<std::uint8_t>(number >> 8U), static_cast<std::uint8_t>(number)});
   const auto byte = static_cast<std::uint8_t>(1 + number % 250);
-  for (const std::uint8_t value : {std::uint8_t{2}, byte, std::uint8_t{7}, std::uint8_t{0}})
-    image.push_back(value);
-  const std::string file = numbered("image", number, "");
-  testing::writeFile(file, testing::text(image));
-  scene.versions.insert(std::string("2.").append(std::to_string(byte)).append(".7"));
-  follow<session::Installed>(
-      session_->update(file, limits(*asked, std::nullopt)), asked,
-      [=, &scene](const Result<session::Installed>& result) {
-        if (result) {
-          EXPECT_TRUE(scene.installed.contains(testing::text(image))) << asked->name << ": not there";
-          EXPECT_TRUE(!scene.undamaged(asked->began) || scene.versions.contains(result->after));
-        } else if (result.error().effect() == Effect::none) {
-          EXPECT_FALSE(scene.installed.contains(testing::text(image))) << asked->name << ": it is there";
-        }
-        EXPECT_FALSE(refused && result) << asked->name;
-      });
+  for (const unsigned value : {number >> 8U, number, 2U, unsigned{byte}, 7U, 0U})
+    image.push_back(static_cast<std::uint8_t>(value));
+  const std::string file = numbered("image", number, ""), content = testing::text(image);
+  testing::writeFile(file, content);
+  scene_.versions.insert(std::string("2.").append(std::to_string(byte)).append(".7"));
+  const auto check = [asked, content, refused, &scene = scene_](const Result<session::Installed>& result) {
+    const bool isThere = scene.installed.contains(content);
+    EXPECT_TRUE(result ? isThere : result.error().effect() != Effect::none || !isThere) << asked->name;
+    EXPECT_TRUE(!result || !scene.undamaged(asked->began) || scene.versions.contains(result->after));
+    EXPECT_FALSE(refused && result) << asked->name;
+  };
+  follow(session_->update(file, limits(*asked, std::nullopt)), asked, check);
 }
 
+/// Exchanges, pauses, exceptions, and waits that cannot end well.
 void Host::transact() {
   const auto asked = begin("transact");
   asked->leaving = 4s;  // one of them waits
-  const auto work = std::make_shared<Frames>(Random(random_.next()), session_);
+  const auto body = [random = Random(random_.next()), within = std::weak_ptr(session_)](
+                        session::Transaction& recorder) mutable -> Result<session::Done> {
+    for (std::uint64_t i = 0, count = random.below(4); i < count; ++i) {
+      const auto answer =
+          testing::levelOf(recorder, [](const Bytes& value) { return value.size() == 32 && value[20] == 3; });
+      if (!answer) return answer.error();
+      recorder.progress(i, count);
+      if (const auto paused = recorder.pause(Duration(1ms) * random.below(3000)); !paused) return paused;
+    }
+    if (random.below(8) == 0) throw std::runtime_error("of the host's own");
+    const auto session = random.below(8) == 0 ? within.lock() : nullptr;
+    if (session) static_cast<void>(session->battery(Limits().timeout(3s)).wait());
+    return session::Done();
+  };
+  const auto work = std::make_shared<testing::Frames>(body);
   follow(session_->transact(work, limits(*asked, std::nullopt)), asked);
 }
 

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <stop_token>
-#include <string_view>
 
 #include <kwtsdk/sim/seeded_faults.h>
 
 #include "sim/virtual_time/random.h"
 #include "tests/session/session_host.h"
+#include "tests/support/campaign.h"
 
 namespace kwtsdk::session_campaign {
 
@@ -20,19 +20,11 @@ using session::Operation;
 using session::Result;
 using session::Session;
 using sim::Random;
+using testing::Diary;
 
 struct Profile {
   const char* name;
   sim::FaultRates rates;  // in all 1: how often is another matter
-};
-
-/// What happened, with its virtual times: a failed scenario shows it.
-struct Diary {
-  void add(const std::string& what) {
-    text += std::to_string(std::chrono::duration<double>(scheduler.now()).count()) + " " + what + "\n";
-  }
-  sim::VirtualTimeScheduler& scheduler;
-  std::string text{};
 };
 
 /// Remembers which faults there were. Delays prefer the limits that hosts choose, so that an answer and a
@@ -53,30 +45,24 @@ class NotedFaults : public sim::FaultPlan {
     static constexpr std::array kDelays{1s, 2s, 5s, 10s, 12s};
     if (random_.below(2) == 0) action.delay = kDelays.at(random_.below(kDelays.size()));
     --left_;
-    last_.at(static_cast<std::size_t>(action.fault)) = diary_.scheduler.now();
-    static constexpr std::array kEvents{"write", "acknowledgement", "notification", "subscription"};
-    static constexpr std::array kNames{"none",    "drop",   "delay",     "duplicate",
-                                       "corrupt", "refuse", "disconnect"};
-    diary_.add(std::string("  ") + kNames.at(static_cast<std::size_t>(action.fault)) + " of a " +
-               kEvents.at(static_cast<std::size_t>(event)));
+    last_[action.fault] = diary_.scheduler.now();
+    diary_.add(action.fault, event);
     return action;
   }
 
   /// Whether one of this kind began at this moment or later.
   bool since(sim::Fault fault, Duration moment) const {
-    const auto& last = last_.at(static_cast<std::size_t>(fault));
-    return last && *last >= moment;
+    const auto last = last_.find(fault);
+    return last != last_.end() && last->second >= moment;
   }
-  bool any() const {
-    return std::ranges::any_of(last_, [](const auto& last) { return last.has_value(); });
-  }
+  bool any() const { return !last_.empty(); }
 
  private:
   sim::SeededFaults seeded_;
   Random random_;
   Diary& diary_;
   std::uint64_t rarity_ = 0, left_ = 0;
-  std::array<std::optional<Duration>, 7> last_{};
+  std::map<sim::Fault, Duration> last_;
 };
 
 /// One operation: when it was asked, when it was asked to end, and how often it has ended.
@@ -93,22 +79,14 @@ struct Asked {
 };
 using AskedPtr = std::shared_ptr<Asked>;
 
-/// What a recorder has been, from a moment on.
-struct Moment {
-  Duration from{0};
-  std::uint32_t battery = 0, firstId = 0;
-  std::size_t count = 0;
-};
-
 /// What the host threads of one scenario share.
 struct Scene : testing::RecorderScene {
-  Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, const std::string& folder,
-        const Profile& chosen, Diary& kept);
+  Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, const std::string& folder, Diary& kept,
+        const std::shared_ptr<NotedFaults>& plan);
 
-  bool past(const std::function<bool(const Moment&)>& was, Duration since) const;
-  void remember();
-  void ended(Asked& asked, const std::error_code& code);
-  void checkEnd(const Asked& asked, const std::error_code& code) const;
+  void setLevel(std::uint32_t level);
+  bool hadLevel(std::uint64_t level, Duration since) const;
+  void ended(const Asked& operation, const std::error_code& code) const;
   void checkLost() const;
 
   /// Nothing that can change a byte or a number happened since then.
@@ -116,8 +94,7 @@ struct Scene : testing::RecorderScene {
 
   Diary& diary;
   std::shared_ptr<NotedFaults> faults;
-  std::vector<Moment> moments;
-  std::uint32_t battery = 80;
+  std::vector<std::pair<Duration, std::uint32_t>> levels{{Duration(0), 80}};  // of the battery, from then on
   std::set<std::string> versions{"1.2.3"};
   std::set<std::string> installed;
   std::string existing;  // what was in a file before
@@ -127,11 +104,7 @@ struct Scene : testing::RecorderScene {
   std::optional<Duration> closed;
   bool cut = false;    // the link, by the host
   bool letGo = false;  // of the session, by one of the hosts
-  unsigned files = 0, recordings = 0;
-
- private:
-  Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, const std::string& folder, Diary& kept,
-        const std::shared_ptr<NotedFaults>& plan);
+  unsigned files = 0;
 };
 
 }  // namespace kwtsdk::session_campaign

@@ -174,29 +174,5 @@ TEST(FolderStore, IsOneProgramsAtATime) {
   EXPECT_EQ(FolderStore::open(folder.path())->count(), 0U);
 }
 
-TEST(SimulatedRecorder, TakesItsIdsItsLinkAndItsRecordingsEndsFromTheFolder) {
-  const TemporaryFolder folder;
-  writeFile(folder.file("1.opus"), opus(""));
-  std::filesystem::create_directory(folder.file("device"));
-  writeFile(folder.file("device/first-id"), "5");
-  writeFile(folder.file("device/script"), "latency 1ms\ninterval 10ms\ncall\nkey 20ms\n");
-
-  const auto scheduler = VirtualTimeScheduler::create(1);
-  const auto facade = KWTBluetoothHelper::create({scheduler, nullptr, nullptr, nullptr});
-  const auto recorder = openSimulatedRecorder(scheduler, folder.path());
-  recorder.model->setMicrophone(nullptr);  // the installed one would be heard
-  recorder.link->attach(facade);
-  scheduler->run([&] {
-    EXPECT_EQ(facade->getFileNumAndFirstId(), (FlashInfo{1, 5}));
-    EXPECT_EQ(scheduler->now() % 10ms, 1ms);
-  });
-  for (const std::uint8_t code : Bytes{1, 3}) recorder.model->write(Channel::recorder, {code, 0x81, 1, 0, 0});
-  recorder.model->recordPacket();
-  std::string packets;
-  while (const auto packet = recorder.model->nextPacket())
-    packets += internal::hexString(packet->value) + " ";
-  EXPECT_EQ(packets, "1280040000105400 1280040000025400 50010300b8fffe 0801001100 ");
-}
-
 }  // namespace
 }  // namespace kwtsdk::sim

@@ -67,24 +67,6 @@ TEST(RecorderModel, AnswersQueries) {
   }
 }
 
-TEST(RecorderModel, DeletesOnlyTheFirstRecordingAndGivesNoIdTwice) {
-  Recorder recorder;
-  const std::string count = "0182010000", delete10 = "048204000a000000d103ee45",
-                    delete11 = "048204000b000000b46452fd", delete12 = "048204000c0000000d5c8560";
-  const std::pair<std::string, std::string> exchanges[]{
-      {delete11, "04820800010000000b000000"}, {delete12, "04820800020000000c000000"},
-      {delete10, "04820800030000000a000000"},  // while it is being sent
-      {delete10, "04820800000000000a000000"}, {delete10, "04820800020000000a000000"},
-      {count, "01820800010000000b000000"},    {delete11, "04820800000000000b000000"},
-      {delete11, "04820800040000000b000000"}, {count, "01820800ffffffffffffffff"}};
-  recorder.ask(downloadOf(10, 0));
-  for (const auto& [request, reply] : exchanges) {
-    EXPECT_EQ(recorder.answer(Channel::recorder, request), reply) << request;
-    if (reply[9] == '3') recorder.model.linkLost();
-  }
-  EXPECT_EQ(recorder.store->firstId(), 12U);
-}
-
 TEST(RecorderModel, StreamsFromTheOffsetAndEndsWithTheMarkerWhereAShortPacketDoesNot) {
   Recorder recorder;
   Bytes stored = recordingOf(40000);
@@ -168,19 +150,6 @@ callAfter20 start0 100 start0 start2 20: started0 sound endByCall inCall started
     RecorderModel model(std::make_shared<MemoryStore>());
     EXPECT_EQ(sent(model, steps), expected) << steps;
   }
-}
-
-TEST(RecordingService, PassesAllThatItSendsThroughTheFilter) {
-  RecorderModel model(std::make_shared<MemoryStore>());
-  std::string seen;
-  model.setReplyFilter([&](const Bytes& request, const Bytes& reply) -> std::optional<Bytes> {
-    seen += " " + hexString(request).substr(0, 4) + ">" + hexString(reply).substr(0, 10);
-    return reply[0] == 0x50 ? std::optional(reply) : std::nullopt;
-  });
-  EXPECT_EQ(sent(model, "start1 40 start0 20 toggle start3 key"), " sound sound sound");
-  EXPECT_EQ(seen,
-            " 0281>1280040000 0281>50010300b8 0281>50010300b8 0181>1280040000 0181>50010300b8 0081>0080010000"
-            " 0081>0801000100 0481>1280040000 0481>0801001100");
 }
 
 }  // namespace

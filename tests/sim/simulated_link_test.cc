@@ -118,19 +118,6 @@ TEST(SimulatedLink, KeepsToSubscriptionsAndTiming) {
   EXPECT_EQ(host.eventsOf([&] { host.write(std::string(2 * 513, '0')); }).substr(0, 7), " ack!13");
 }
 
-TEST(SimulatedLink, ServesAWriteAmidAStream) {
-  Host host({.connectionInterval = 10ms, .packetsPerInterval = 1, .mtu = 50});
-  const std::string data = " " + hexString(wire::dataPacket(0, 0)).substr(0, 8);
-  host.onEvent = [&](const std::string& event) {
-    if (" " + event == data + "@30" || " " + event == data + "@80") host.act("count");
-  };
-  const auto events = host.eventsOf("on download");
-  EXPECT_EQ(std::ranges::count(events, ' '), 5 + (32768 + wire::kPacketData - 1) / wire::kPacketData);
-  EXPECT_TRUE(events.starts_with(" ack@20" + data + "@30" + data + "@50 ack@60 01820800@70" + data + "@80" +
-                                 data + "@100 ack@110 01820800@120"));
-  EXPECT_EQ(host.link->characteristic(fileNotify)->value()->size(), 47U) << "cut at the MTU";
-}
-
 TEST(SimulatedLink, FollowsItsFaults) {
   std::istringstream cases(
       R"(write 1 drop: ack 13820400;write 1 refuse: ack!3 ack 13820400;write 1 corrupt 1: ack ack 13820400;
@@ -144,44 +131,6 @@ notification 1 disconnect: ack lost;subscription 1 drop: ack ack;subscription 1 
   }
   Host delayed({.connectionInterval = 10ms, .packetsPerInterval = 2}, "write 1 delay 25ms");
   EXPECT_EQ(delayed.eventsOf("count count"), " ack@30 ack@40");
-}
-
-TEST(SimulatedLink, SendsARecordingAtItsPaceAndServesCommandsInBetween) {
-  Host host({.latency = 2ms});
-  const auto events = host.eventsOf([&] {
-    host.act("on record 30");
-    host.write("99ec2a02b20a0001000000000000001003a34083df", "CA2A");
-    host.link->drain();
-    EXPECT_EQ(host.scheduler->now() - host.began, 34ms) << "drained amid the recording";
-    host.act("599967 stop");
-  });
-  EXPECT_EQ(std::ranges::count(events, ' '), 2 + 1 + 30000 + 3);
-  EXPECT_TRUE(events.starts_with(" ack@4 12800400@4 50010300@24 ack@34 50010300@44"));
-  EXPECT_TRUE(events.ends_with(" ack@600005 50010300@600005 00800100@600005 08010001@600005"));
-}
-
-TEST(SimulatedLink, CatchesUpWithARecordingsPaceButPilesNothingUp) {
-  const std::tuple<LinkTiming, const char*, int> cases[]{
-      {{}, "notification 3 delay 500ms", 50},
-      {{.connectionInterval = 100ms, .packetsPerInterval = 1}, "", 9}};
-  for (const auto& [timing, faults, expected] : cases) {
-    Host host(timing, faults);
-    int packets = 0;
-    host.onEvent = [&packets](const std::string& event) { packets += event.starts_with("5001"); };
-    const auto events = host.eventsOf("on record 1010 stop");
-    EXPECT_NEAR(packets, expected, 1) << faults;
-    EXPECT_EQ(events.rfind(" 08010001"), events.rfind(' '));
-  }
-}
-
-TEST(SimulatedLink, ARecordingEndsWithTheKeyOrTheLinkAndItsTimerWithIt) {
-  forManySeeds([](std::uint64_t seed, const auto& scheduler) {
-    Host host({}, "", scheduler);
-    const std::string begin = "on record " + std::to_string(50 + seed % 9);
-    EXPECT_EQ(host.eventsOf(begin + " key 20"), " ack 12800400 50010300 50010300 08010011");
-    EXPECT_EQ(host.eventsOf(begin + " lose connect on 20"), " ack 12800400 50010300 50010300 lost");
-    EXPECT_LT(scheduler->now(), 1s) << "nothing ran on";
-  });
 }
 
 TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {

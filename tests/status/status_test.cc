@@ -5,23 +5,6 @@
 namespace kwtsdk::testing {
 namespace {
 
-TEST(Blocking, EachFormSendsItsFrameAndGivesTheAnswer) {
-  play<VirtualHost>([](auto& host) {
-    EXPECT_EQ(host.helper->getPower(), 87);
-    EXPECT_EQ(host.helper->getCapacity()->size(), 2U);
-    EXPECT_EQ(host.helper->getFirmwareVersion(), "1.2.3");
-    EXPECT_EQ(host.helper->getFileNumAndFirstId(), (FlashInfo{0, 0}));
-    EXPECT_FALSE(host.helper->getFileInfo((1LL << 32) + 10)->exist());
-    EXPECT_TRUE(host.helper->notifyDownloadSuccess());
-    host.helper->deleteFile(10, host.outcome.completion());
-    EXPECT_EQ(host.outcome.ended(), "4 删除失败，文件系统为空");
-    EXPECT_EQ(host.requests, (Lines{"99ec2a02b20a0001000000000000001003a34083df",
-                                    "99ec2a02b20a000100000000000000107fb47d3086", "8e42455354", "0182010000",
-                                    "028204000a000000d103ee45", "1382020000", "048204000a000000d103ee45"}));
-    EXPECT_EQ(host.scheduler.now(), 0s);
-  });
-}
-
 TEST(Blocking, SilenceEndsAfterTheTimeOutAndFreesTheFacade) {
   play<VirtualHost>([](auto& host) {
     KWTBluetoothHelper& helper = *host.helper;

@@ -32,19 +32,28 @@ TEST(FailureTest, TellsWhoCanDoSomethingAboutASessionsFailure) {
   }
 }
 
+// The code stays, for whoever looks it up.
+TEST(FailureTest, LeavesOtherLanguagesToWhoeverAsks) {
+  const Failure failure =
+      explained(Error(kLibraryDomain, 1004, {{"NSLocalizedDescription", "\xE5\xBF\x99"}}));
+  EXPECT_STREQ(failure.what(), "The recorder refused to start the recording (com.kwt.sdk 1004).");
+  EXPECT_EQ(failure.detail(), "\xE5\xBF\x99");
+}
+
 // Those that take long to bring about, or another machine.
 TEST(FailureTest, SaysWhatHelpsAgainstBluetoothsProblems) {
   using bluez::Problem;
-  const std::tuple<Problem, const char*, const char*> cases[]{
-      {Problem::busUnreachable, "there is no system bus", "start dbus"},
-      {Problem::notPermitted, "may not use Bluetooth", "group bluetooth"},
-      {Problem::deviceNotFound, "recorder was not found", "kwt scan"},
-      {Problem::noConnection, "did not accept the connection", "kwt scan"},
-      {Problem::noServices, "did not say what it can do", "off and on"}};
-  for (const auto& [problem, text, hint] : cases) {
+  const std::tuple<Problem, int, const char*, const char*> cases[]{
+      {Problem::busUnreachable, 69, "there is no system bus", "start dbus"},
+      {Problem::notPermitted, 69, "may not use Bluetooth", "group bluetooth"},
+      {Problem::deviceNotFound, 75, "recorder was not found", "kwt scan"},
+      {Problem::noConnection, 75, "did not accept the connection", "kwt scan"},
+      {Problem::noServices, 75, "did not say what it can do", "off and on"}};
+  for (const auto& [problem, status, text, hint] : cases) {
     const Failure failure = explained(Error(bluez::kDomain, static_cast<std::int64_t>(problem), {}));
     EXPECT_NE(std::string(failure.what()).find(text), std::string::npos) << failure.what();
     EXPECT_NE(failure.hint().find(hint), std::string::npos) << failure.hint();
+    EXPECT_EQ(static_cast<int>(failure.status()), status) << failure.what();
   }
 }
 

@@ -65,7 +65,7 @@ class DeviceTest(CommandTest, KwtTestCase):
         ("", "info", 75, ("Bluetooth reported an error (org.bluez.Error.No",), "refuse Connect org.bluez.Error.No"),
         ("", "info", 1, ("is no recorder", "77777777-7777", "kwt scan"), "lack 7777"),
         ("", "info", 1, (f"ATT MTU {MTU - 1}", f"at least {MTU}"), f"mtu {MTU - 1}"),
-        ("notification 6 disconnect", "rm", 1, ("did not confirm that it deleted recording 1", "kwt list")),
+        ("notification 6 disconnect", "rm 1", 1, ("did not confirm that it deleted recording 1", "kwt list")),
         (f"notification {LAST + 2} disconnect", "pull -o f", 1, ("f is safe", "kwt list", "recording 1")),
         ("notification 3 disconnect", "list", 75, ("connection to the recorder was lost",)),
         ("acknowledgement 1 refuse", "info", 75, ("org.bluez.Error.Failed",)))
@@ -85,7 +85,7 @@ class DeviceTest(CommandTest, KwtTestCase):
         self.check(station.run("list"), 0, "98.3 kB", "32.8 kB")
         self.check(station.run("pull", "-o", "f"), 0, "Saved f", "has deleted")
         self.assertEqual((station.home / "f").read_bytes(), station.contents[0])
-        self.check(station.run("rm"), 0)
+        self.check(station.run("rm", "2"), 0)
         self.assertEqual(station.names(), [])
         self.check(station.run("record", "-o", "live", "-d", "1"), 0)
         self.assertGreater((station.home / "live").stat().st_size, 1000)

@@ -2,6 +2,7 @@
 
 import contextlib
 import fcntl
+import json
 import os
 import pathlib
 import random
@@ -43,20 +44,33 @@ def ogg_crc(page):
 REVERSED = bytes(int(f"{byte:08b}"[::-1], 2) for byte in range(256))
 
 
+def ogg_page(number, flags, packets, granule=0):
+    lacing = b"".join(bytes([*[255] * (len(packet) // 255), len(packet) % 255]) for packet in packets)
+    head = b"OggS\0" + bytes([flags]) + granule.to_bytes(8, "little") + bytes(4) + number.to_bytes(4, "little")
+    rest = bytes([len(lacing)]) + lacing + b"".join(packets)
+    return head + ogg_crc(head + bytes(4) + rest) + rest
+
+
 def opus(size, seed):
     """Whole Ogg pages of noise, which begin as Ogg Opus does, with so many bytes."""
     noise, pages = random.Random(seed), []
     while size:
         length = size if size <= 5000 else 4000
-        segments = -(-(length - 27) // 256)
-        payload = noise.randbytes(length - 27 - segments)
+        payload = noise.randbytes(length - 27 - -(-(length - 27) // 256))
         payload = payload if pages else b"OpusHead" + payload[8:]
-        flags = (0 if pages else 2) + (4 if length == size else 0)
-        head = b"OggS\0" + bytes([flags]) + bytes(12) + len(pages).to_bytes(4, "little")
-        lacing = bytes([*[255] * (segments - 1), len(payload) - 255 * (segments - 1)])
-        rest = bytes([segments]) + lacing + payload
-        pages.append(head + ogg_crc(head + bytes(4) + rest) + rest)
+        pages.append(ogg_page(len(pages), (0 if pages else 2) + (4 if length == size else 0), [payload]))
         size -= length
+    return b"".join(pages)
+
+
+def sound(seconds, seed):
+    """Ogg Opus that can be decoded, 5077 bytes a second: what packets of noise sound like."""
+    noise = random.Random(seed)
+    head = b"OpusHead\1\1" + (312).to_bytes(2, "little") + (16000).to_bytes(4, "little") + bytes(3)
+    pages = [ogg_page(0, 2, [head]), ogg_page(1, 0, [b"OpusTags" + bytes(8)])]
+    for second in range(1, seconds + 1):
+        packets = [b"\xb8" + noise.randbytes(99) for _ in range(50)]  # of 20 ms
+        pages.append(ogg_page(second + 1, 4 if second == seconds else 0, packets, 48000 * second))
     return b"".join(pages)
 
 
@@ -71,18 +85,51 @@ def image(size, version=(2, 5, 1)):
     return random.Random(size).randbytes(size - 4) + bytes(version) + b"\x07"
 
 
+def documented():
+    """{command: {path of a field: its type}} from docs/kwt.md."""
+    page = (pathlib.Path(__file__).parents[2] / "docs" / "kwt.md").read_text()
+    fields = {}
+    for names, kind, commands in re.findall(r"^\| (`[^|]+`) \| (number|text|truth) \| ([^|]+) \|", page, re.MULTILINE):
+        for command in commands.split(", "):
+            fields.setdefault(command, {}).update(dict.fromkeys(re.findall(r"`([^`]+)`", names), kind))
+    return fields
+
+
+FIELDS = documented()
+
+
+def check_fields(command, value, path=""):
+    """Every field of a result stands in docs/kwt.md with its type."""
+    if isinstance(value, dict):
+        for name, content in value.items():
+            check_fields(command, content, f"{path}.{name}" if path else name)
+    elif isinstance(value, list):
+        for content in value:
+            check_fields(command, content, path + "[]")
+    else:
+        kind = "truth" if isinstance(value, bool) else "text" if isinstance(value, str) else "number"
+        known = {**FIELDS["every"], **FIELDS.get(command, {})}
+        if known.get(path) != kind:
+            raise AssertionError(f"docs/kwt.md does not know {path} of {command} as a {kind}")
+
+
 def finish(process):
     try:
         out, err = process.communicate(timeout=60)
     except subprocess.TimeoutExpired:
         process.kill()
         raise
+    if "--json" in process.args and out and out.startswith("{"):
+        check_fields(next((word for word in process.args if word in FIELDS), "every"), json.loads(out))
+    if "--progress=json" in process.args:
+        for line in err.splitlines():
+            check_fields("progress", json.loads(line))
     return process.returncode, out, err
 
 
 def start_tool(*arguments, **options):
     pipes = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
-    return subprocess.Popen([KWT, *arguments], text=True, **{**pipes, **options})
+    return subprocess.Popen([KWT, *arguments], **{"text": True, **pipes, **options})
 
 
 def tool(*arguments, **options):
@@ -92,14 +139,14 @@ def tool(*arguments, **options):
 class Recorder:
     """A simulated recorder's folder, and a folder beside it that kwt runs in."""
 
-    def __init__(self, case, *sizes, script=""):
+    def __init__(self, case, *sizes, script="", contents=()):
         temporary = tempfile.TemporaryDirectory()
         case.addCleanup(temporary.cleanup)
         self.home = pathlib.Path(temporary.name) / "home"
         self.store = self.home.parent / "store"
         (self.store / "device").mkdir(parents=True)
         self.home.mkdir()
-        self.contents = [opus(size, seed) for seed, size in enumerate(sizes)]
+        self.contents = [*(opus(size, seed) for seed, size in enumerate(sizes)), *contents]
         for number, content in enumerate(self.contents):
             path = self.store / f"{number}.opus"
             path.write_bytes(content)

@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import shlex
 import shutil
 import signal
@@ -14,8 +15,9 @@ from kwt_support import (BLOCK, QUERIES, CommandTest, KwtTestCase, Recorder, Ter
                          start_tool, tool)
 
 WRONG_USAGE = ("", "--sim . dance", "--sim . tour", "--sim . pull -o ''", "--sim '' info", "--sim . update",
-               "--sim . list more", "--sim . record", "--sim . record -o f -t 5",
-               "--sim . record -o f -d 0", "--sim . record -o f -d nan", "convert f", "convert f f.ogg",
+               "--sim . list more", "--sim . record -o f.ogg", "--sim . record -o f.rec -t 5",
+               "--sim . record -d 0", "--sim . record -d nan", "--sim . record -d 1:99", "convert", "convert f -o f.ogg",
+               "convert f g -o f.wav", "convert f --to wav --bitrate 8", "convert f --bitrate 9",
                "--sim . convert f f.wav", "scan -d 0", "scan -d x",
                "--timeout 0 info", "--progress some info", "--trace '' info", "--device '' info", "device a --forget",
                "--sim . device")
@@ -48,7 +50,7 @@ class KwtTest(CommandTest, KwtTestCase):
         ("notification 2 disconnect", "info", 75, ("connection to the recorder was lost",)),
         ("write 1 refuse", "info", 75, ("ATT error 0x03",)),
         ("notification 3 drop", "list", 75, ("did not answer within 5 s",)),
-        ("notification 6 drop", "rm", 1, ("did not confirm that it deleted recording 1", "kwt list")))
+        ("notification 6 drop", "rm 1", 1, ("did not confirm that it deleted recording 1", "kwt list")))
 
     @classmethod
     def setUpClass(cls):
@@ -90,11 +92,11 @@ class KwtTest(CommandTest, KwtTestCase):
                 {"id": 1, "size": BLOCK, "type": 0, "typeName": "normal", "present": True, "created": created + "0"},
                 {"id": 2, "size": 3 * BLOCK, "type": 0, "typeName": "normal", "present": True, "created": created + "1"}]},
             "pull": {"id": 1, "file": name, "bytes": BLOCK, "continuedAt": 0, "deleted": True},
-            "rm": {"id": 2, "size": 3 * BLOCK, "deleted": True},
+            "rm 2": {"id": 2, "size": 3 * BLOCK, "deleted": True},
         }
         for command, values in expected.items():
             with self.subTest(command):
-                code, out, err = recorder.run(command, "--json")
+                code, out, err = recorder.run(*command.split(), "--json")
                 self.assertEqual((code, err), (0, ""))  # no progress either: this is no terminal
                 result = json.loads(out)
                 result.pop("seconds", None)
@@ -122,6 +124,17 @@ class KwtTest(CommandTest, KwtTestCase):
         for word, meant in (("lst", "list"), ("conver", "convert"), ("upadte", "update"), ("inf", "info"), ("xyzzy", None)):
             error = tool(word)[2]
             self.assertEqual(f"did you mean {meant}?" in error, meant is not None, error)
+
+    def test_page(self):
+        """Every option of every command stands in docs/kwt.md."""
+        page = (pathlib.Path(__file__).parents[2] / "docs" / "kwt.md").read_text()
+        text = tool("--help")[1]
+        for name in re.findall(r"^  (\w+) ", text.partition("Commands:")[2], re.MULTILINE):
+            text += tool(name, "--help")[1]
+            self.assertIn(f"`{name}`", page)
+        for option in re.findall(r"^  (-\S+)", text, re.MULTILINE):
+            for word in option.split(","):
+                self.assertRegex(page, rf"`{word}[ `]")
 
     def test_usual_recorder(self):
         with tempfile.TemporaryDirectory() as folder:
@@ -191,7 +204,7 @@ class KwtTest(CommandTest, KwtTestCase):
         (recorder.home / "image").write_bytes(image(20000))
         for command, words in (("info", ("battery: 80 %", "firmware: 1.2.3", "recordings: 1, 2: 32.8 kB")),
                                ("record -o live -d 0.2", ("recording: normal, 0.", "bytes")),
-                               ("update image", ("update: 20000 bytes, 1.2.3 -> 2.5.1",)), ("rm", ("recording 2",))):
+                               ("update image", ("update: 20000 bytes, 1.2.3 -> 2.5.1",)), ("rm 2", ("recording 2",))):
             (recorder.home / "t").unlink()
             self.check(recorder.run(*command.split(), "--trace", "t"), 0)
             result = tool("replay", "t", cwd=recorder.home)
@@ -217,25 +230,25 @@ class KwtTest(CommandTest, KwtTestCase):
 
     def test_refusals_before_anything_is_sent(self):
         recorder = Recorder(self, BLOCK, script="write 1 disconnect")
-        (recorder.home / "full").write_bytes(b"x")
+        (recorder.home / "full.rec").write_bytes(b"x")
         for command, name, word in (
-                ("pull", ".", "is a folder"), ("record", ".", "is a folder"), ("pull", "no/f", "no is not a folder"),
+                ("record", ".", "is a folder"), ("pull", "no/f", "no is not a folder"),
                 ("pull", "/dev/null", "regular file"), ("record", "/dev/null", "regular file"),
-                ("pull", "../store/f", "simulated recorder's folder"), ("record", "full", "not empty")):
+                ("pull", "../store/f", "simulated recorder's folder"), ("record", "full.rec", "not empty")):
             with self.subTest(command=command, name=name):
                 self.check(recorder.run(command, "-o", name), 1, f"Cannot write {name}", word, "-o")
-        with open(recorder.home / "out", "w") as out:
-            for line in ("pull -o out", "pull -o /dev/stdout", "record -o out"):
+        with open(recorder.home / "out.rec", "w") as out:
+            for line in ("pull -o out.rec", "pull -o /dev/stdout", "record -o out.rec"):
                 self.check(recorder.run(*line.split(), stdout=out), 1, "Cannot write", "what kwt prints goes there")
-        self.assertEqual((recorder.home / "out").read_bytes(), b"")
-        (recorder.home / "out").unlink()
+        self.assertEqual((recorder.home / "out.rec").read_bytes(), b"")
+        (recorder.home / "out.rec").unlink()
         (recorder.store / "device" / "microphone.wav").write_text("noise")
-        self.check(recorder.run("record", "-o", "f"), 1, "microphone.wav")
+        self.check(recorder.run("record", "-o", "f.wav"), 1, "microphone.wav")
         recorder.script("latency fast")
         self.check(recorder.run("info"), 1, "line 1", "fast")
         recorder.store = recorder.home / "missing"
         self.check(recorder.run("info"), 1, "missing cannot be read", "name an existing folder")
-        self.assertEqual((recorder.files(), (recorder.home / "full").read_bytes()), (["full"], b"x"))
+        self.assertEqual((recorder.files(), (recorder.home / "full.rec").read_bytes()), (["full.rec"], b"x"))
 
     def test_existing_files(self):
         """Are never touched; one that is this recording counts as saved."""
@@ -265,7 +278,7 @@ class KwtTest(CommandTest, KwtTestCase):
         recorder = Recorder(self, BLOCK)
         shutil.rmtree(recorder.store / "device")
         (recorder.store / "device").touch()  # the recorder has no place for its state
-        self.check(recorder.run("rm"), 1, "in use", "com.kwt.sdk 3")
+        self.check(recorder.run("rm", "1"), 1, "in use", "com.kwt.sdk 3")
         code, out, _ = recorder.run("pull", "-o", "f", "--json")
         result = json.loads(out)
         self.assertEqual((code, result["deleted"], result["error"]["code"]), (1, False, 3))

@@ -12,7 +12,7 @@ import signal
 import subprocess
 import sys
 
-from kwt_support import BLOCK, Recorder, finish, image, packets_in, packets_of
+from kwt_support import BLOCK, Recorder, finish, image, packets_in, packets_of, sound
 
 MOMENTS = int(sys.argv[1]) if len(sys.argv) > 1 else 3
 SEED = int(sys.argv[2]) if len(sys.argv) > 2 else random.randrange(2**32)
@@ -20,8 +20,16 @@ TIMING = "interval 7.5ms\npackets 30\n"
 SIZES, IMAGE = (2 * BLOCK, BLOCK), image(60000)
 
 
-class Pull:
-    arguments, seconds, largest = ("pull",), 0.4, SIZES[0]
+class Command:
+    sizes, contents = SIZES, ()
+
+
+# Without the id: a recorder that is killed with kwt while it deletes has counted on, and may still have the recording.
+NAMED = ("--name", "%H%M%S")
+
+
+class Pull(Command):
+    arguments, seconds, largest = ("pull", *NAMED), 0.4, SIZES[0]
     frames = {"write": 9, "acknowledgement": 9, "notification": 10 + packets_of(SIZES[0])}
 
     def check(self, recorder):
@@ -38,7 +46,30 @@ class Pull:
         assert not list(recorder.home.glob("*.part")), recorder.files()
 
 
-class Record:
+class PullAll(Command):
+    """As MP3: what is there in the end is what a command has made that nothing happened to."""
+
+    arguments, seconds, largest = ("pull", "--all", "--as", "mp3", "-o", "in", *NAMED), 1.5, 2 * BLOCK
+    frames = {"write": 40, "acknowledgement": 40, "notification": 50 + packets_of(4 * BLOCK)}
+    sizes, contents = (), [sound(seconds, seconds) for seconds in (2, 7, 3)]
+
+    def files(self, recorder):
+        return {str(path.relative_to(recorder.home)): path.read_bytes()
+                for path in recorder.home.rglob("*") if path.is_file()}
+
+    def check(self, recorder):
+        made = {name: content for name, content in self.files(recorder).items() if name[-4:] == ".mp3" and "/." not in name}
+        assert made.items() <= EXPECTED.items(), "a whole file's name, and not whole"
+        gone = [name for number, name in enumerate(sorted(EXPECTED)) if f"{number}.opus" not in recorder.names()]
+        assert all(name in made for name in gone), "deleted, and not on the disk"
+
+    def again(self, recorder):
+        yield self.arguments
+        assert (self.files(recorder), recorder.names()) == (EXPECTED, []), recorder.files()
+        assert not (recorder.home / "in" / ".kwt-pull").exists()
+
+
+class Record(Command):
     arguments, seconds, largest = ("record", "-o", "f.rec", "-d", "0.5"), 1, 2000
     frames = {"write": 3, "acknowledgement": 3, "notification": 29}
 
@@ -53,7 +84,7 @@ class Record:
         assert packets > 0 and rest == 0, (packets, rest)
 
 
-class Update:
+class Update(Command):
     arguments, seconds, largest = ("update", "fw"), 2.5, len(IMAGE)
     frames = {"write": 263, "acknowledgement": 263, "notification": 17}
 
@@ -84,10 +115,10 @@ def fill(recorder, command, moments):
 
 
 def torment(fault, command, moment):
-    moments = random.Random(f"{SEED} {fault.__name__} {command.arguments[0]} {moment}")
+    moments = random.Random(f"{SEED} {fault.__name__} {type(command).__name__} {moment}")
     with contextlib.ExitStack() as stack:
         stack.addCleanup = stack.callback
-        recorder = Recorder(stack, *SIZES, script=TIMING)
+        recorder = Recorder(stack, *command.sizes, script=TIMING, contents=command.contents)
         if isinstance(command, Update):
             (recorder.home / "fw").write_bytes(IMAGE)
         fault(recorder, command, moments)
@@ -99,11 +130,17 @@ def torment(fault, command, moment):
             command.check(recorder)
 
 
+with contextlib.ExitStack() as undisturbed:
+    undisturbed.addCleanup = undisturbed.callback
+    whole = Recorder(undisturbed, contents=PullAll.contents)
+    assert whole.run(*PullAll.arguments)[0] == 0
+    EXPECTED = PullAll().files(whole)
 print(f"seed {SEED}, {MOMENTS} moments each")
 failed = 0
 with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
     running = {pool.submit(torment, fault, command(), moment): f"{fault.__name__} {command.__name__} {moment}"
-               for moment in range(MOMENTS) for fault in (kill, cut, fill) for command in (Pull, Record, Update)}
+               for moment in range(MOMENTS) for fault in (kill, cut, fill)
+               for command in (Pull, PullAll, Record, Update)}
     for done in concurrent.futures.as_completed(running):
         if done.exception():
             failed += 1

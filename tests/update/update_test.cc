@@ -1,35 +1,11 @@
 #include <gtest/gtest.h>
 
 #include "codec/crc32.h"
-#include "tests/support/noted_settings.h"
 #include "tests/support/played_host.h"
 #include "tests/support/temporary_folder.h"
-#include "update/update_handshake.h"
-#include "wire/firmware_channel.h"
 
 namespace kwtsdk::testing {
 namespace {
-
-TEST(UpdateFrames, AreWhatRecordersExpect) {
-  using namespace wire;
-  using internal::toData, internal::identifyImage;
-  Bytes thousand(1000);
-  for (std::size_t i = 0; i < thousand.size(); ++i) thousand[i] = static_cast<std::uint8_t>(i * 7);
-  const auto zeros = [](std::size_t bytes) { return std::string(2 * bytes, '0'); };
-  Lines frames;
-  for (const Bytes& frame :
-       {prepareRequest(), selectionRequest(), resumeRequest(8192, 0), resumeRequest(8192, 0xFF12345678),
-        beginRequest(thousand), configRequest("aabbcc00"), configRequest(""), dataRequest(toData("00ff")),
-        checkRequest(toData("010203")), byeRequest(), doneRequest()})
-    frames.push_back(internal::hexString(frame));
-  EXPECT_EQ(frames,
-            (Lines{"9701", "9000", "8c42455354" + zeros(32) + "0020000035f4fb52",
-                   "8c42455354" + zeros(28) + "7856341200200000c42380e8", "8042455354e8030000ffd54a11",
-                   "8658000000aabbcc00" + zeros(80) + "276578c3", "8658000000" + zeros(80) + "e58f0885",
-                   "8500ff", "82424553541d80bc55", "88", "9242455354"}));
-  EXPECT_EQ(identifyImage(toData("0011aabbccdd")), "aabbcc00");
-  EXPECT_EQ(identifyImage(toData("aabbcc")), std::nullopt);
-}
 
 /// A recorder that takes updates.
 struct Update : PlayedHost {
@@ -55,7 +31,7 @@ struct Update : PlayedHost {
   void prepare(std::size_t size) {
     image = recordingOf(size);
     key = "KWTKey_" + std::to_string(internal::crc32Value(image));
-    writeFile(path, std::string(image.begin(), image.end()));
+    writeFile(path, image);
   }
   void install() {
     const auto note = [this](std::uint64_t done, std::uint64_t total) { progress = {done, total}; };
@@ -104,22 +80,6 @@ TEST(Update, RunsAllStepsAndRemovesItsRecord) {
     EXPECT_EQ(u.log->count("updateBegin, MTU:244"), 1);
     EXPECT_EQ(u.log->count("updateCheckData res:1"), 2);
     EXPECT_EQ(logged, (std::vector<int>{0, 0, 0, 0, 0, 0, 2, 4}));
-  });
-}
-
-TEST(Update, PacketsFollowTheMtuUpwardsOnly) {
-  // What the recorder offers, what the peripheral takes, and what becomes of it.
-  const std::tuple<const char*, std::size_t, std::int64_t, std::size_t, std::size_t> cases[]{
-      {"0000", 512, 0, 220, 52},           {"6400", 512, 100, 220, 52},  {"dc00", 512, 220, 220, 52},
-      {"f400", 512, 244, 244, 140},        {"0002", 512, 512, 512, 512}, {"0004", 512, 512, 512, 512},
-      {"0004", SIZE_MAX, 1024, 1024, 1024}};
-  playEach<Update>(cases, [](auto& u, auto offered, auto limit, auto mtu, auto first, auto last) {
-    u.peripheral->longestWrite = limit;
-    u.answers["80"] = std::string("8142455354000000").append(offered);
-    u.run(8192);
-    EXPECT_EQ(u.outcome.text(), "ok");
-    EXPECT_EQ(u.helper->MTU(), mtu);
-    EXPECT_TRUE(u.packets().front() == first && u.packets().back() == last) << mtu;
   });
 }
 
@@ -183,20 +143,6 @@ TEST(Update, ATailShorterThanAPacketIsReportedAndNotSent) {
   });
 }
 
-TEST(Update, ALateAnswerDoesNotEndTheNextStep) {
-  play<Update>([](auto& u) {
-    u.answers.erase("97");
-    u.run(100, 6s);
-    EXPECT_EQ(u.outcome.text(), "999 timeout");
-    u.answers["97"] = "9801";
-    u.notify(u.firmware, "9801");  // clears what the first update left pending
-    EXPECT_FALSE(u.helper->completionBlock());
-    EXPECT_EQ(u.outcome.calls, 1);
-    for (int i = 0; i < 2; ++i) u.install();
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(u.outcome.ended(), "ok");
-  });
-}
-
 // What is never acknowledged waits until the host says that the link is gone. That leaves what was confirmed,
 // and a recorder that starts anew.
 TEST(Update, ALinkLostAtAnyWriteLeavesWhatWasConfirmed) {
@@ -223,22 +169,6 @@ TEST(Update, ALinkLostAtAnyWriteLeavesWhatWasConfirmed) {
   }
 }
 
-// Nobody else can let go of a packet that is refused or acknowledged inside a completion.
-TEST(Transfer, APacketReturnsAlsoInsideACompletion) {
-  playEach<Update>(std::array{"1001"s, "1002"s, "ok"s}, [](auto& u, auto& outcome) {
-    if (outcome == "1001") u.peripheral->current = PeripheralState::disconnected;
-    Outcome packet(u.scheduler);
-    u.helper->updatePrepare([&](const MaybeError& error, bool done) {
-      u.peripheral->onWrite = [&](const auto& characteristic) { u.acknowledge(characteristic); };
-      if (outcome == "ok") u.helper->setCompletionBlock(nullptr);
-      u.helper->updateSendData({1}, packet.completion());
-      u.outcome.completion()(error, done);
-    });
-    ASSERT_TRUE(u.outcome.wait() && packet.wait());
-    EXPECT_TRUE(packet.text().starts_with(outcome)) << packet.text();
-  });
-}
-
 TEST(Transfer, OnePacketIsInFlightAlways) {
   play<Update>([](auto& u) {
     u.peripheral->onWrite = [&, answer = u.peripheral->onWrite](const auto& characteristic) {
@@ -253,20 +183,6 @@ TEST(Transfer, OnePacketIsInFlightAlways) {
     EXPECT_EQ(u.packets().size(), 1U);
     EXPECT_EQ(u.outcome.ended(), "ok");
     EXPECT_EQ(u.packets().size(), 2U);
-  });
-}
-
-TEST(Transfer, BeginsWhereTheCallerSays) {
-  const std::tuple<std::uint64_t, std::size_t, std::size_t, std::uint64_t, int> cases[]{
-      {4096, 34, 1, 12288, 0}, {12288, 0, 0, 0, 0}, {12289, 51, 2, 12288, 1}, {0, 51, 2, 12288, 0}};
-  playEach<Update>(cases, [](auto& u, auto offset, auto packets, auto checks, auto record, int reset) {
-    u.prepare(12288);
-    u.helper->setMTU(244);
-    u.helper->uploadFirmWare(u.image, offset, nullptr, u.outcome.completion());
-    EXPECT_EQ(u.outcome.ended(), "ok");
-    EXPECT_TRUE(u.packets().size() == packets && u.settings->calls.size() == checks) << offset;
-    EXPECT_EQ(u.record(), record);
-    EXPECT_EQ(u.log->count("断点续传的偏移量大于等于固件文件长度,重置为0"), reset);
   });
 }
 

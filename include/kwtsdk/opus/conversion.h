@@ -30,19 +30,23 @@ struct ConversionResult {
   std::optional<Source> source;      // none when the input was not recognised
   std::uint64_t frames = 0;          // samples per channel that were decoded, at sampleRate
   int sampleRate = 0;                // of the decoded sound, in Hz
-  std::uint64_t damagedPackets = 0;  // packets and gaps that were concealed or left out
+  std::uint64_t damagedPackets = 0;  // packets, pages and gaps that were concealed or left out
 };
+
+/// Whether MP3 of 16 kHz can have it: 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144 or 160.
+KWTSDK_EXPORT bool isMp3BitRate(std::int32_t kilobitsPerSecond) noexcept;
 
 /// Called on the converting thread about once per second of sound, with the share that is done, 0 to 1. False
 /// cancels.
 using ConversionProgress = std::function<bool(double fraction)>;
 
 /// Converts a recording on the calling thread; blocks until it is done, with memory of a fixed size. Damaged
-/// and incomplete recordings give what can be decoded of them. `kilobitsPerSecond` is the bit rate of MP3 (8,
-/// 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144 or 160) and not used for WAV; `progress` may be empty.
+/// and incomplete recordings give what can be decoded of them. `kilobitsPerSecond` is the bit rate of MP3
+/// and not used for WAV; `progress` may be empty.
 ///
 /// The output appears, or replaces a regular file, at once and complete: whatever ends a conversion before
-/// that leaves the path as it was. Of a symbolic link the target is replaced.
+/// that leaves the path as it was. Of a symbolic link the target is replaced. It has the time of the
+/// recording's file and, of an Ogg Opus file, its title.
 ///
 /// Fails (kFailed, and nothing is thrown) when the input cannot be read, is neither kind of recording or
 /// holds no sound; when the output is the input, is no regular file or cannot be written; for another bit

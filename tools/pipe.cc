@@ -1,0 +1,116 @@
+#include "tools/pipe.h"
+
+#include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <system_error>
+
+#include "tools/delivery.h"
+
+namespace kwtsdk::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// For as long as it is not known whether the recording is whole.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    const char* const parent = ::getenv("TMPDIR");
+    std::string pattern =
+        fs::path(parent != nullptr && *parent != '\0' ? parent : "/tmp") / "kwt-pull-XXXXXX";
+    if (::mkdtemp(pattern.data()) == nullptr) {
+      throw Failure(ToolError::fileUnusable, "Cannot write " + pattern + ": " + std::strerror(errno) + ".",
+                    "Set TMPDIR to a folder that you may write.");
+    }
+    path_ = pattern;
+  }
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  const fs::path& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+Failure unwritten(ToolError code, const std::string& what, std::uint64_t written, std::uint64_t size) {
+  return {code, what + " after " + ofBytesText(written, size) + ".",
+          "The recorder still has the recording; run the command again."};
+}
+
+/// As much as surely goes into a pipe that takes anything at all, so that a reader who is slow, or waits,
+/// does not keep Ctrl-C from ending it.
+void writeOut(const Environment& environment, const fs::path& file) {
+  constexpr int tick = 100;  // ms
+  std::array<char, 4096> piece{};
+  std::ifstream content(file, std::ios::binary);
+  const std::uint64_t size = fs::file_size(file);
+  std::uint64_t written = 0;
+  while (written < size) {
+    content.read(piece.data(), piece.size());
+    for (std::streamsize at = 0; at < content.gcount();) {
+      pollfd pipe{STDOUT_FILENO, POLLOUT, 0};
+      const int ready = ::poll(&pipe, 1, tick);
+      if (environment.stop.stop_requested())
+        throw unwritten(ToolError::interrupted, "Interrupted", written, size);
+      if (ready <= 0) continue;
+      const ssize_t count =
+          ::write(STDOUT_FILENO, piece.data() + at, static_cast<std::size_t>(content.gcount() - at));
+      if (count < 0 && errno != EINTR && errno != EAGAIN) {
+        throw unwritten(ToolError::fileUnusable,
+                        errno == EPIPE
+                            ? "The program that reads standard output ended"
+                            : "Cannot write to standard output: " + std::string(std::strerror(errno)),
+                        written, size);
+      }
+      at += std::max<ssize_t>(count, 0);
+      written += static_cast<std::uint64_t>(std::max<ssize_t>(count, 0));
+    }
+    if (content.gcount() == 0)
+      throw unwritten(ToolError::fileUnusable, "Cannot read " + file.string(), written, size);
+  }
+}
+
+void pullToPipe(const Environment& environment, Form form, const Output& output) {
+  if (output.json()) {
+    throw Failure(ToolError::usage, "With --json the recording and the result would be in one pipe.",
+                  "Leave one of the two out.");
+  }
+  const TemporaryFolder temporary;
+  const auto recorder = openRecorder(environment);
+  const Delivery delivery{environment, *recorder, form, true};
+  const Delivered delivered = delivery.run(temporary.path() / "recording");
+  checkConverted(delivered);
+  writeOut(environment, delivered.file);
+  std::cerr
+      << "kwt: The recorder keeps its copy, since what becomes of it in a pipe cannot be seen here; `kwt rm "
+      << delivered.saved.recording.id << "` deletes it.\n";
+}
+
+}  // namespace
+
+Action preparePipe(const Arguments& arguments) {
+  require(!arguments.has("--all"), "-o - takes one recording: leave --all out, or name a folder");
+  require(!arguments.has("--name"), "-o - writes no file: leave --name out");
+  require(::isatty(STDOUT_FILENO) == 0,
+          "-o - writes to a pipe or a file, and standard output is a terminal: add | and a program, or name "
+          "a file");
+  const Form form = formOf(arguments, {});
+  return [form](const Environment& environment, Output& output) { pullToPipe(environment, form, output); };
+}
+
+}  // namespace kwtsdk::tool
