@@ -22,9 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 
 /// For as long as it is not known whether the recording is whole.
-class TemporaryFolder {
+class PipeFolder {
  public:
-  TemporaryFolder() {
+  PipeFolder() {
     const char* const parent = ::getenv("TMPDIR");
     std::string pattern =
         fs::path(parent != nullptr && *parent != '\0' ? parent : "/tmp") / "kwt-pull-XXXXXX";
@@ -34,12 +34,12 @@ class TemporaryFolder {
     }
     path_ = pattern;
   }
-  ~TemporaryFolder() {
+  ~PipeFolder() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
   }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  PipeFolder(const PipeFolder&) = delete;
+  PipeFolder& operator=(const PipeFolder&) = delete;
 
   const fs::path& path() const { return path_; }
 
@@ -90,7 +90,7 @@ void pullToPipe(const Environment& environment, Form form, const Output& output)
     throw Failure(ToolError::usage, "With --json the recording and the result would be in one pipe.",
                   "Leave one of the two out.");
   }
-  const TemporaryFolder temporary;
+  const PipeFolder temporary;
   const auto recorder = openRecorder(environment);
   const Delivery delivery{environment, *recorder, form, true};
   const Delivered delivered = delivery.run(temporary.path() / "recording");
