@@ -36,7 +36,7 @@ void show(const Environment& environment, Output& output) {
 
 Action prepareDevice(const Arguments& arguments) {
   constexpr const char* name = "recorder";
-  const std::string given = arguments.text(name);
+  const std::string& given = arguments.text(name);
   const bool forgets = arguments.has("--forget");
   require(!arguments.has(name) || !given.empty(), "device needs an address or a name");
   require(!arguments.has(name) || !forgets, "device takes a recorder or --forget, not both");

@@ -1,9 +1,9 @@
 #include "tools/pipe.h"
 
 #include <poll.h>
-#include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -12,40 +12,14 @@
 #include <fstream>
 #include <iostream>
 #include <string>
-#include <system_error>
 
 #include "tools/delivery.h"
+#include "tools/temporary.h"
 
 namespace kwtsdk::tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// For as long as it is not known whether the recording is whole.
-class PipeFolder {
- public:
-  PipeFolder() {
-    const char* const parent = ::getenv("TMPDIR");
-    std::string pattern =
-        fs::path(parent != nullptr && *parent != '\0' ? parent : "/tmp") / "kwt-pull-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) {
-      throw Failure(ToolError::fileUnusable, "Cannot write " + pattern + ": " + std::strerror(errno) + ".",
-                    "Set TMPDIR to a folder that you may write.");
-    }
-    path_ = pattern;
-  }
-  ~PipeFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  PipeFolder(const PipeFolder&) = delete;
-  PipeFolder& operator=(const PipeFolder&) = delete;
-
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
 
 Failure unwritten(ToolError code, const std::string& what, std::uint64_t written, std::uint64_t size) {
   return {code, what + " after " + ofBytesText(written, size) + ".",
@@ -90,10 +64,10 @@ void pullToPipe(const Environment& environment, Form form, const Output& output)
     throw Failure(ToolError::usage, "With --json the recording and the result would be in one pipe.",
                   "Leave one of the two out.");
   }
-  const PipeFolder temporary;
+  const TemporaryFolder temporary;
   const auto recorder = openRecorder(environment);
   const Delivery delivery{environment, *recorder, form, true};
-  const Delivered delivered = delivery.run(temporary.path() / "recording");
+  const Delivered delivered = delivery.run(temporary.file("recording"));
   checkConverted(delivered);
   writeOut(environment, delivered.file);
   std::cerr

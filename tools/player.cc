@@ -35,7 +35,7 @@ bool isInstalled(const std::string& program) {
   const char* const path = std::getenv("PATH");
   std::istringstream folders(path == nullptr ? "" : path);
   for (std::string folder; std::getline(folders, folder, ':');) {
-    if (::access((folder + "/" + program).c_str(), X_OK) == 0) return true;
+    if (::access(folder.append("/").append(program).c_str(), X_OK) == 0) return true;
   }
   return false;
 }
@@ -86,6 +86,7 @@ void Player::play(const std::string& file, const std::stop_token& stop) const {
   for (const char* const* option = options_; *option != nullptr; ++option) words.emplace_back(*option);
   words.push_back(file.starts_with('-') ? "./" + file : file);
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   pid_t player = 0;

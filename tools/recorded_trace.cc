@@ -170,7 +170,7 @@ void Reading::add(Kind kind, Duration at, Uuid characteristic, Part frame) {
                 "Name a btsnoop file, such as one that --trace has written.");
 }
 
-Bytes contentOf(const std::string& file) {
+Bytes bytesOf(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
   Bytes content{std::istreambuf_iterator<char>(stream), {}};
   if (!stream) throwUnreadable(file, "it cannot be read");
@@ -205,7 +205,7 @@ std::optional<Head> headOf(std::uint32_t datalink, std::uint32_t flags, Part pac
 }  // namespace
 
 RecordedTrace readTrace(const std::string& file) {
-  const Bytes content = contentOf(file);
+  const Bytes content = bytesOf(file);
   const auto datalink = static_cast<std::uint32_t>(big(content, 12, 4));
   if (datalink != btsnoop::kPlain && datalink != btsnoop::kTyped && datalink != btsnoop::kMonitor)
     throwUnreadable(file, "it has packets of another kind, " + std::to_string(datalink));

@@ -50,7 +50,7 @@ session::Result<T> watched(const Environment& environment, session::Operation<T>
   const auto line = std::make_shared<ProgressLine>(*environment.scheduler);
   operation.onProgress([line](const session::ProgressReport& report) { line->show(report); });
   auto result = operation.wait();
-  line->end();  // a report may still be on its way
+  line->end(operation.progress());
   return result;
 }
 

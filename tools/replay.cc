@@ -24,7 +24,7 @@ constexpr unsigned kStatusFrame = 0x99EC, kVersionFrame = 0x8E42, kPrepareFrame 
                    kBeginFrame = 0x8042, kCountFrame = 0x0182, kInfoFrame = 0x0282, kDownloadFrame = 0x0382,
                    kDeleteFrame = 0x0482, kStopFrame = 0x0081;
 
-unsigned headOf(const Bytes& frame) { return frame.size() < 2 ? 0 : frame[0] * 256U + frame[1]; }
+unsigned codeOf(const Bytes& frame) { return frame.size() < 2 ? 0 : frame[0] * 256U + frame[1]; }
 
 std::uint32_t idIn(const Bytes& deletion) {
   std::uint32_t id = 0;
@@ -38,7 +38,7 @@ Bytes imageIn(const Frames& frames) {
   constexpr std::uint8_t data = 0x85;
   Bytes image;
   for (const Bytes& frame : frames) {
-    if (headOf(frame) == kBeginFrame) image.clear();
+    if (codeOf(frame) == kBeginFrame) image.clear();
     if (!frame.empty() && frame[0] == data) image.insert(image.end(), frame.begin() + 1, frame.end());
   }
   return image;
@@ -91,8 +91,8 @@ void Replaying::run(const std::stop_token& stop) {
 
 void Replaying::next(const Frames& rest) {
   constexpr unsigned recordings = 0x81, group = 0xFF;
-  const unsigned head = headOf(rest.front());
-  if (head == kVersionFrame && rest.size() > 1 && headOf(rest[1]) == kPrepareFrame) return update(rest);
+  const unsigned head = codeOf(rest.front());
+  if (head == kVersionFrame && rest.size() > 1 && codeOf(rest[1]) == kPrepareFrame) return update(rest);
   if (head == kStatusFrame || head == kVersionFrame) return status(rest.front());
   if (head == kCountFrame) return store(rest);
   if ((head & group) == recordings) record(rest.front());
@@ -102,7 +102,7 @@ void Replaying::status(const Bytes& frame) {
   constexpr std::size_t selectorAt = 16;
   constexpr std::uint8_t battery = 0x03;
   const session::Limits limits = session::Limits().silence(kAnswerTime).reconnects(0);
-  if (headOf(frame) == kVersionFrame) {
+  if (codeOf(frame) == kVersionFrame) {
     const auto version = recorder_.firmware(limits).wait();
     if (version || failed("firmware", version.error())) tell("firmware", *version);
     return;
@@ -122,11 +122,10 @@ void Replaying::status(const Bytes& frame) {
 /// Listing, download and deletion begin alike.
 void Replaying::store(const Frames& rest) {
   const auto other = std::find_if(rest.begin() + 1, rest.end(),
-                                  [](const Bytes& frame) { return headOf(frame) != kInfoFrame; });
+                                  [](const Bytes& frame) { return codeOf(frame) != kInfoFrame; });
   const auto infos = other - rest.begin() - 1;
-  const unsigned what = other == rest.end() ? 0 : headOf(*other);
-  const bool deletes =
-      std::ranges::any_of(rest, [](const Bytes& frame) { return headOf(frame) == kDeleteFrame; });
+  const unsigned what = other == rest.end() ? 0 : codeOf(*other);
+  const bool deletes = std::ranges::count(rest, kDeleteFrame, codeOf) > 0;
   if (what == kDownloadFrame) return download(infos > 1, !deletes);
   if (what == kDeleteFrame) return remove(idIn(*other));
   recordings();
@@ -173,7 +172,7 @@ void Replaying::record(const Bytes& start) {
       start[0] == 0 ? RecordingType::ambient : static_cast<RecordingType>(std::min(start[0] - 1, 3));
   const auto file = folder_ / ("live-" + std::to_string(++recorded_) + ".rec");
   link_->setOnDue([this](const Bytes& frame) {
-    if (headOf(frame) == kStopFrame) static_cast<void>(recorder_.stopRecording());
+    if (codeOf(frame) == kStopFrame) static_cast<void>(recorder_.stopRecording());
   });
   const auto result =
       recorder_.record(file, session::RecordOptions().type(type), session::Limits().reconnects(0)).wait();
@@ -211,21 +210,21 @@ bool Replaying::failed(const std::string& operation, const session::Failure& fai
 }
 
 /// Where what comes out of a replay is kept until it has been looked at.
-class ReplayFolder {
+class TemporaryFolder {
  public:
-  ReplayFolder() : path_((fs::temp_directory_path() / "kwt-replay-XXXXXX").string()) {
+  TemporaryFolder() : path_((fs::temp_directory_path() / "kwt-replay-XXXXXX").string()) {
     if (::mkdtemp(path_.data()) == nullptr) {
       throw Failure(ToolError::fileUnusable,
                     "No folder can be made in " + fs::temp_directory_path().string() + ".",
                     "Free space there, set TMPDIR to another folder, or name one with -o.");
     }
   }
-  ~ReplayFolder() {
+  ~TemporaryFolder() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
   }
-  ReplayFolder(const ReplayFolder&) = delete;
-  ReplayFolder& operator=(const ReplayFolder&) = delete;
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   const std::string& path() const { return path_; }
 
  private:
@@ -255,7 +254,7 @@ Action prepareReplay(const Arguments& arguments) {
   return [file = arguments.text("trace"), folder = arguments.text("-o")](const Environment& environment,
                                                                          Output& output) {
     if (!folder.empty()) return replay(environment, file, folder, output);
-    const ReplayFolder temporary;
+    const TemporaryFolder temporary;
     replay(environment, file, temporary.path(), output);
   };
 }

@@ -68,6 +68,7 @@ class Replay final : public ReplayLink, public Peripheral, public std::enable_sh
  private:
   std::size_t nextOf(Kind kind, std::size_t from) const;
   std::shared_ptr<ReplayedCharacteristic> find(const Uuid& uuid) const;
+  std::size_t placeOf(const Bytes& frame, const Uuid& characteristic) const;
   void play(std::size_t written, unsigned connection);
   void deliver(const TraceEvent& event);
   bool isStill(unsigned connection) const { return isOpen_ && connection == connection_; }
@@ -129,18 +130,32 @@ std::shared_ptr<ReplayedCharacteristic> Replay::find(const Uuid& uuid) const {
 }
 
 void Replay::writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType) {
-  const auto& events = trace_.events;
-  std::size_t at = nextOf(Kind::written, position_);
-  while (at < events.size() && (events[at].frame != value || events[at].characteristic != to->UUID()))
-    at = nextOf(Kind::written, at + 1);
-  const bool isKnown = at < events.size();
-  if (isKnown) position_ = at + 1;
+  const std::size_t at = placeOf(value, to->UUID());
+  const bool isKnown = at < trace_.events.size();
+  if (isKnown && at >= position_) position_ = at + 1;
   queue_->async([weak = weak_from_this(), at, isKnown, to, connection = connection_.load()] {
     const auto self = weak.lock();
     if (!self || !self->isStill(connection)) return;
     if (isKnown) return self->play(at, connection);
     self->events_.didWrite(self, to, std::nullopt);
   });
+}
+
+/// Where the frame is in the trace: next, or when it is not its turn where it was written last, since a host
+/// that is faster than the one of the trace may make a link anew that was kept there; or later.
+std::size_t Replay::placeOf(const Bytes& frame, const Uuid& characteristic) const {
+  const auto& events = trace_.events;
+  const auto isIt = [&](const TraceEvent& event) {
+    return event.kind == Kind::written && event.frame == frame && event.characteristic == characteristic;
+  };
+  const std::size_t next = nextOf(Kind::written, position_);
+  if (next < events.size() && isIt(events[next])) return next;
+  for (std::size_t at = position_; at-- > 0;) {
+    if (isIt(events[at])) return at;
+  }
+  std::size_t at = position_;
+  while (at < events.size() && !isIt(events[at])) ++at;
+  return at;
 }
 
 /// Until the host has to say something again, or ends the connection.

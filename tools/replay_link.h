@@ -12,8 +12,8 @@
 namespace kwtsdk::tool {
 
 /// A link whose recorder says what a trace has it say: behind each frame that is written as in the trace
-/// comes what came there, after as long. A frame that the rest of the trace does not have is acknowledged,
-/// and never answered.
+/// comes what came there, after as long. A frame that the trace does not have is acknowledged, and never
+/// answered.
 class ReplayLink : public session::Link {
  public:
   static std::shared_ptr<ReplayLink> create(std::shared_ptr<Scheduler> scheduler, RecordedTrace trace);

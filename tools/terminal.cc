@@ -132,6 +132,7 @@ void ProgressLine::show(const session::ProgressReport& report) {
 
 /// The session reports as often as is good for a reader.
 void ProgressLine::tell(const session::ProgressReport& report) {
+  hasToldEnd_ = hasToldEnd_ || report.stage == session::ProgressReport::Stage::over;
   Record record{{"stage", std::string(wordOf(report.stage))},
                 {"done", report.done},
                 {"seconds", seconds(report.elapsed)},
@@ -143,6 +144,14 @@ void ProgressLine::tell(const session::ProgressReport& report) {
     record["items"] = std::uint64_t{report.items};
   }
   line_.tell(record);
+}
+
+void ProgressLine::end(const session::ProgressReport& last) {
+  {
+    const internal::MutexLock lock(mutex_);
+    if (!isOver_ && !hasToldEnd_ && line_.isForPrograms()) tell(last);
+  }
+  end();
 }
 
 void ProgressLine::end() {

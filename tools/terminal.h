@@ -58,12 +58,16 @@ class ProgressLine {
   void show(const session::ProgressReport& report);
   void end();
 
+  /// The same; for programs with the last report, which may still be on its way.
+  void end(const session::ProgressReport& last);
+
  private:
   void tell(const session::ProgressReport& report) KWT_REQUIRES(mutex_);
 
   internal::Mutex mutex_;
   TerminalLine line_ KWT_GUARDED_BY(mutex_);
   bool isOver_ KWT_GUARDED_BY(mutex_) = false;
+  bool hasToldEnd_ KWT_GUARDED_BY(mutex_) = false;
 };
 
 /// Length, size and level of a live recording in one line of the terminal. One thread at a time.

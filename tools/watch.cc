@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <utility>

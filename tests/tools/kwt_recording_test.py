@@ -180,7 +180,7 @@ class ConversionTest(KwtTestCase):
         self.assertEqual(sorted(os.listdir(recorder.home / "d")), ["a.mp3", "a.wav", "b.mp3", "b.wav"])
         self.assertGreater((recorder.home / "a.mp3").stat().st_size, 2 * (recorder.home / "b.mp3").stat().st_size)
         with open(recorder.home / "a.rec", "rb") as given:
-            code, out, _ = recorder.run("convert", "-", "--to", "wav", "--json", stdin=given, text=False)
+            code, out, _ = recorder.run("convert", "-", "--to", "wav", stdin=given, text=False)
         self.assertEqual((code, out), (0, (recorder.home / "d/a.wav").read_bytes()))
 
     def test_play(self):

@@ -1,7 +1,7 @@
 """kwt killed, cut off and out of disk space at random moments, and run again: kwt_torture_test.py KWT [MOMENTS [SEED]]
 
-After each of so many moments of each kind in pull, record and update: what the recorder has deleted is on the disk, byte
-for byte; nothing has the name of a whole file that is none; and the same command again does what it says.
+After each of so many moments of each kind in pull, record and update: what the recorder has deleted is on the disk,
+byte for byte; nothing has the name of a whole file that is none; and the same command again does what it says.
 """
 
 import concurrent.futures
