@@ -21,7 +21,7 @@ constexpr std::string_view kId = "{id}";
 constexpr const char* kUsualPattern = "recording-{id}-%Y%m%d-%H%M%S";
 constexpr const char* kUndatedPattern = "recording-{id}";
 
-std::string nameEndOf(Form form) { return kExtensions.at(static_cast<std::size_t>(form)).text; }
+std::string extensionFor(Form form) { return kExtensions.at(static_cast<std::size_t>(form)).text; }
 
 Form formNamed(const std::string& word) {
   for (const auto& [form, extension] : kExtensions) {
@@ -55,12 +55,12 @@ Naming::Naming(const Arguments& arguments)
       form_(formOf(arguments, pattern_)) {
   require(!pattern_.empty() && pattern_.find('/') == std::string::npos && !pattern_.starts_with('.'),
           "--name needs a file's name, without a folder, such as '%Y-%m-%d %H.%M {id}'");
-  if (!formOf(pattern_)) pattern_ += nameEndOf(form_);
+  if (!formOf(pattern_)) pattern_ += extensionFor(form_);
 }
 
 std::string Naming::nameOf(const session::RecordingInfo& recording) const {
   const bool isUndated = !recording.created && pattern_.find('%') != std::string::npos;
-  std::string name = isUndated           ? kUndatedPattern + nameEndOf(form_)
+  std::string name = isUndated           ? kUndatedPattern + extensionFor(form_)
                      : recording.created ? creationTimeText(*recording.created, pattern_.c_str())
                                          : pattern_;
   std::ranges::replace(name, '/', '-');  // of %D, and %x in some languages

@@ -210,21 +210,21 @@ bool Replaying::failed(const std::string& operation, const session::Failure& fai
 }
 
 /// Where what comes out of a replay is kept until it has been looked at.
-class TemporaryFolder {
+class ReplayFolder {
  public:
-  TemporaryFolder() : path_((fs::temp_directory_path() / "kwt-replay-XXXXXX").string()) {
+  ReplayFolder() : path_((fs::temp_directory_path() / "kwt-replay-XXXXXX").string()) {
     if (::mkdtemp(path_.data()) == nullptr) {
       throw Failure(ToolError::fileUnusable,
                     "No folder can be made in " + fs::temp_directory_path().string() + ".",
                     "Free space there, set TMPDIR to another folder, or name one with -o.");
     }
   }
-  ~TemporaryFolder() {
+  ~ReplayFolder() {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
   }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ReplayFolder(const ReplayFolder&) = delete;
+  ReplayFolder& operator=(const ReplayFolder&) = delete;
   const std::string& path() const { return path_; }
 
  private:
@@ -254,7 +254,7 @@ Action prepareReplay(const Arguments& arguments) {
   return [file = arguments.text("trace"), folder = arguments.text("-o")](const Environment& environment,
                                                                          Output& output) {
     if (!folder.empty()) return replay(environment, file, folder, output);
-    const TemporaryFolder temporary;
+    const ReplayFolder temporary;
     replay(environment, file, temporary.path(), output);
   };
 }
