@@ -62,12 +62,15 @@ class WatchedStore : public sim::MemoryStore {
     add(content, std::chrono::local_seconds(std::chrono::seconds(::timegm(&clock))));
     clock.tm_isdst = -1;
     held[id] = {content, std::chrono::sys_seconds(std::chrono::seconds(::mktime(&clock)))};
+    if (onChange) onChange();
     return id;
   }
   bool deleteFirst() override {
     const std::uint32_t id = firstId();
     if (!removed.contains(id) && !isOnDisk(held.at(id).content)) lost.insert(id);
-    return MemoryStore::deleteFirst();
+    const bool deleted = MemoryStore::deleteFirst();
+    if (onChange) onChange();
+    return deleted;
   }
   bool isOnDisk(const Bytes& content) const {
     return std::ranges::any_of(std::filesystem::directory_iterator(folder_), [&](const auto& entry) {
@@ -82,6 +85,7 @@ class WatchedStore : public sim::MemoryStore {
   };
   std::map<std::uint32_t, Held> held;
   std::set<std::uint32_t> removed, lost;
+  std::function<void()> onChange;
 
  private:
   const std::filesystem::path folder_;
