@@ -36,14 +36,16 @@ session::Result<Saved> Delivery::download(const fs::path& file, bool keeps,
   auto operation =
       recorder.download(file, session::DownloadOptions().keep(keeps), limitsOfPull(environment), expected);
   const auto line = std::make_shared<ProgressLine>(*environment.scheduler);
-  operation.onProgress([line, place](session::ProgressReport report) {
+  const auto placed = [place](session::ProgressReport report) {
     report.item = place.item;
     report.items = place.items;
-    line->show(report);
-  });
+    return report;
+  };
+  operation.onProgress([line, placed](const session::ProgressReport& report) { line->show(placed(report)); });
   auto result = operation.wait();
-  line->end();  // a report may still be on its way
-  total = operation.progress().total;
+  const session::ProgressReport last = operation.progress();
+  line->end(placed(last));  // a report may still be on its way
+  total = last.total;
   return result;
 }
 
