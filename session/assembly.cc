@@ -21,7 +21,7 @@ bool beginsAsOgg(std::span<const std::uint8_t> bytes) {
 /// Not where two pieces meet, but there is more than one page.
 bool holdsPage(std::span<const std::uint8_t> bytes) {
   constexpr std::array<std::uint8_t, 5> capture{'O', 'g', 'g', 'S', 0};
-  return !std::ranges::search(bytes, capture).empty();
+  return std::search(bytes.begin(), bytes.end(), capture.begin(), capture.end()) != bytes.end();
 }
 
 }  // namespace

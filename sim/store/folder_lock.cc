@@ -29,7 +29,7 @@ std::string holderOf(int descriptor) {
     std::string name;
     std::ifstream comm("/proc/" + process + "/comm");
     std::getline(comm, name);
-    return name.empty() ? "process " + process : name + ", process " + process;
+    return (name.empty() ? "process " : name.append(", process ")).append(process);
   }
   return "another program";
 }
