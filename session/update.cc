@@ -176,8 +176,10 @@ Result<Installed> Update::install() {
   const std::uint64_t link = recorder_.linkNumber();
   auto sent = step(firmwareFrame(wire::doneRequest()));
   auto after = askInstalled();
-  // Nothing answers the command; one that was not heard leaves the version as it was, and the link.
-  for (int times = 1; times < most && after && !isInstalled(*after) && link == recorder_.linkNumber();
+  // Nothing answers the command; one that was not heard leaves the version, and the link. That of before may
+  // have arrived damaged, so another one alone is no sign yet.
+  const std::string expected = wire::versionOf(image_);
+  for (int times = 1; times < most && after && *after != expected && link == recorder_.linkNumber();
        ++times) {
     sent = step(firmwareFrame(wire::doneRequest()));
     after = askInstalled();

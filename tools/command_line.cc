@@ -149,13 +149,13 @@ std::string wrapped(const std::string& text, std::size_t width) {
     const std::string indent(isOption ? isNarrow ? narrowColumn : column : 0, ' ');
     if (isOption && isNarrow && line[column - 1] == ' ') {
       result += line.substr(0, line.find_last_not_of(' ', column - 1) + 1) + '\n';
-      line = indent + line.substr(column);
+      line.replace(0, column, indent);
     }
     while (line.size() > width) {
       const std::size_t space = line.rfind(' ', width);
       if (space == std::string::npos || space <= indent.size()) break;
       result += line.substr(0, space) + '\n';
-      line = indent + line.substr(space + 1);
+      line.replace(0, space + 1, indent);
     }
     result += line + '\n';
   }

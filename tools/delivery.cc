@@ -21,6 +21,12 @@ bool isThere(const fs::path& file) {
   return fs::exists(fs::symlink_status(file, ignored));
 }
 
+Failure notYetDeleted(const session::Failure& failure, const fs::path& file) {
+  Failure known = explained(failure);
+  known.addHint(file.string() + " is safe; the same command has the recorder's copy deleted.");
+  return known;
+}
+
 double secondsOf(const Saved& saved) { return std::chrono::duration<double>(saved.took).count(); }
 
 }  // namespace
@@ -98,9 +104,7 @@ void Delivery::deleteCopy(Delivered& delivered, const fs::path& source) const {
   const auto result = download(source, false, delivered.saved.recording.id, {}, total);
   const Saved* const saved = result.achieved();
   if (saved == nullptr) {
-    Failure failure = explained(result.error());
-    failure.addHint(delivered.file.string() + " is safe; the same command has the recorder's copy deleted.");
-    throw failure;
+    throw notYetDeleted(result.error(), delivered.file);
   }
   delivered.saved.deleted = saved->deleted;
   delivered.saved.notDeleted = saved->notDeleted;

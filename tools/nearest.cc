@@ -38,6 +38,7 @@ std::vector<std::string> nearestTo(std::string_view word, const std::vector<std:
   }
   std::ranges::sort(near);
   std::vector<std::string> words;
+  words.reserve(near.size());
   for (auto& [away, candidate] : near) words.push_back(std::move(candidate));
   return words;
 }
