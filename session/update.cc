@@ -30,6 +30,7 @@ class Update {
   Result<Installed> run();
 
  private:
+  Result<std::string> askBefore();
   Result<std::string> askVersion();
   Result<Done> send();
   MaybeFailure sendOverOneLink();
@@ -57,7 +58,7 @@ Result<Installed> Update::run() {
   const Duration began = recorder_.now();
   installed_.bytes = image_.size();
   recorder_.operation().report(Stage::asking);
-  const auto before = recorder_.persist([this] { return askVersion(); });
+  const auto before = recorder_.persist([this] { return askBefore(); });
   if (!before) return before.error();
   installed_.before = *before;
   if (const auto sent = send(); !sent) {
@@ -69,6 +70,18 @@ Result<Installed> Update::run() {
   if (!result) return {result.error(), installed_};
   recorder_.publish(event::FirmwareInstalled{installed_.before, installed_.after});
   return installed_;
+}
+
+/// Twice alike: nothing shows that it arrived damaged, and another one afterwards means that it is installed.
+Result<std::string> Update::askBefore() {
+  constexpr int most = 4;
+  auto version = askVersion();
+  for (int times = 1; times < most && version; ++times) {
+    const std::string last = *version;
+    version = askVersion();
+    if (version && *version == last) break;
+  }
+  return version;
 }
 
 Result<std::string> Update::askVersion() {
@@ -176,8 +189,7 @@ Result<Installed> Update::install() {
   const std::uint64_t link = recorder_.linkNumber();
   auto sent = step(firmwareFrame(wire::doneRequest()));
   auto after = askInstalled();
-  // Nothing answers the command; one that was not heard leaves the version, and the link. That of before may
-  // have arrived damaged, so another one alone is no sign yet.
+  // Nothing answers the command; one that was not heard leaves the version, and the link.
   const std::string expected = wire::versionOf(image_);
   for (int times = 1; times < most && after && *after != expected && link == recorder_.linkNumber();
        ++times) {

@@ -44,10 +44,10 @@ class UpdateTest(CommandTest, KwtTestCase):
         failing("write 4 disconnect\nwrite 5 disconnect\nwrite 6 disconnect", "Connection lost before", "into range", status=75),
         failing("write 22 disconnect\nwrite 42 disconnect\nwrite 62 disconnect", "Connection lost after", status=75),
         *((fault, "update fw", 0, (INSTALLED,), True) for fault in (
-            "acknowledgement 52 drop", "write 6 refuse", "write 62 refuse", "write 62 disconnect", "write 114 disconnect",
-            "notification 7 disconnect", "notification 12 disconnect", "notification 13 disconnect",
-            "notification 13 drop")),
-        ("write 115 disconnect", "update fw", 1, (UNCONFIRMED, "kwt info")),
+            "acknowledgement 52 drop", "write 6 refuse", "write 62 refuse", "write 62 disconnect", "write 115 disconnect",
+            "notification 7 disconnect", "notification 13 disconnect", "notification 14 disconnect",
+            "notification 14 drop")),
+        ("write 116 disconnect", "update fw", 1, (UNCONFIRMED, "kwt info")),
         ("update mtu 100", "update fw", 1, (f"last {450 % FLOOR} bytes are too few", f"padded to {2 * SEGMENT}"), False,
          SEGMENT + 450))
 
