@@ -1,6 +1,7 @@
 #include "tools/recorder.h"
 
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "sim/link/ending_elsewhere.h"
 #include "sim/samples/microphones.h"
 #include "tools/choice.h"
+#include "tools/output.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -69,6 +71,7 @@ std::shared_ptr<session::Link> linkToFolder(const Environment& environment) {
   constexpr Duration longest = std::chrono::minutes(1);
   if (const auto end = std::exchange(lastEnd(), nullptr)) end->wait(longest);
   const auto recorder = sim::openSimulatedRecorder(environment.scheduler, environment.simulatedFolder);
+  for (const std::string& warning : recorder.warnings) std::cerr << "kwt: " << printable(warning) << '\n';
   recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
   const auto end = environment.scheduler->semaphore("kwt.sim.end");
   lastEnd() = end;

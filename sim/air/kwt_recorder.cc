@@ -74,6 +74,7 @@ SimulatedRecorder open(const std::shared_ptr<Scheduler>& scheduler, const Option
     timing.mtu = options.mtu.value_or(timing.mtu);
     pace(timing);
   });
+  for (const std::string& warning : recorder.warnings) std::cerr << "kwt-recorder: " << warning << '\n';
   recorder.model->setMicrophone(microphoneIn(options.folder));
   recorder.link = endingElsewhere(scheduler, recorder.link);
   return recorder;
