@@ -169,7 +169,7 @@ TEST(SessionProgress, ASlowCallbackSkipsAndHoldsUpNothing) {
   playEach<SlowScene>(std::array{0s, 2s}, [&](SlowScene& scene, Duration slow) {
     scene.store->put(storedRecording(2));
     auto download = scene.session->download(scene.file("a"));
-    download.onProgress([&](const ProgressReport&) { scene.scheduler.sleep(slow); });
+    download.onProgress([&scene, slow](const ProgressReport&) { scene.scheduler.sleep(slow); });
     download.wait().value();
     lasted.insert(scene.now());
   });
