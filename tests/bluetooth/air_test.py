@@ -101,7 +101,7 @@ class AirTest(KwtTestCase):
     def test_adapters_that_are_not_there(self):
         recorder = AirRecorder(self)
         for adapter in ("hci7", "00:00:00:00:00:01"):
-            refused = subprocess.Popen([KWT_RECORDER, "--adapter", adapter, str(recorder.store)], text=True,
+            refused = subprocess.Popen([KWT_RECORDER, "--adapter", adapter, str(recorder.home)], text=True,
                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
             self.check(finish(refused), 1, f"no Bluetooth controller {adapter}", f"hci1 ({ADDRESS})")
 
