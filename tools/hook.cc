@@ -12,29 +12,20 @@
 #include <optional>
 #include <vector>
 
+#include "tools/usual_signals.h"
+
 namespace kwtsdk::tool {
 namespace {
 
-/// What the command is started with: no signal blocked or ignored, as kwt has them, and none of its input.
+/// What the command is started with: none of kwt's input.
 class SpawnPlan {
  public:
   explicit SpawnPlan(bool printsAside) {
     ::posix_spawn_file_actions_init(&files_);
     ::posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     if (printsAside) ::posix_spawn_file_actions_adddup2(&files_, STDERR_FILENO, STDOUT_FILENO);
-    ::posix_spawnattr_init(&attributes_);
-    sigset_t none, usual;
-    ::sigemptyset(&none);
-    ::sigemptyset(&usual);
-    for (const int number : {SIGPIPE, SIGXFSZ}) ::sigaddset(&usual, number);
-    ::posix_spawnattr_setsigmask(&attributes_, &none);
-    ::posix_spawnattr_setsigdefault(&attributes_, &usual);
-    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   }
-  ~SpawnPlan() {
-    ::posix_spawnattr_destroy(&attributes_);
-    ::posix_spawn_file_actions_destroy(&files_);
-  }
+  ~SpawnPlan() { ::posix_spawn_file_actions_destroy(&files_); }
   SpawnPlan(const SpawnPlan&) = delete;
   SpawnPlan& operator=(const SpawnPlan&) = delete;
 
@@ -45,12 +36,12 @@ class SpawnPlan {
     for (char** variable = environ; *variable != nullptr; ++variable) variables.push_back(*variable);
     arguments.push_back(nullptr);
     variables.push_back(nullptr);
-    return ::posix_spawn(&process, "/bin/sh", &files_, &attributes_, arguments.data(), variables.data());
+    return ::posix_spawn(&process, "/bin/sh", &files_, signals_.get(), arguments.data(), variables.data());
   }
 
  private:
   posix_spawn_file_actions_t files_{};
-  posix_spawnattr_t attributes_{};
+  UsualSignals signals_;
 };
 
 /// Its status, as waitpid has it. Ctrl-C reaches the command by itself at a terminal, SIGTERM does not.

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "tools/failure.h"
+#include "tools/usual_signals.h"
 
 namespace kwtsdk::tool {
 namespace {
@@ -39,29 +40,6 @@ bool isInstalled(const std::string& program) {
   }
   return false;
 }
-
-/// This program's signals are blocked or ignored; those of another are its own matter.
-class UsualSignals {
- public:
-  UsualSignals() {
-    ::posix_spawnattr_init(&attributes_);
-    sigset_t none, usual;
-    ::sigemptyset(&none);
-    ::sigemptyset(&usual);
-    for (const int number : {SIGPIPE, SIGXFSZ}) ::sigaddset(&usual, number);
-    ::posix_spawnattr_setsigmask(&attributes_, &none);
-    ::posix_spawnattr_setsigdefault(&attributes_, &usual);
-    ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  }
-  ~UsualSignals() { ::posix_spawnattr_destroy(&attributes_); }
-  UsualSignals(const UsualSignals&) = delete;
-  UsualSignals& operator=(const UsualSignals&) = delete;
-
-  const posix_spawnattr_t* get() const { return &attributes_; }
-
- private:
-  posix_spawnattr_t attributes_{};
-};
 
 Failure notPlayed(const std::string& what, const std::string& file) {
   return {ToolError::notPlayed, what + ".",

@@ -68,18 +68,18 @@ constexpr std::size_t kSight = live_record::kLongest + live_record::kHeaderSize;
 }  // namespace
 
 LivePacketReader::LivePacketReader(InputFile& file, Kind kind)
-    : file_(file), kind_(kind), buffer_(kPacketBufferSize) {}
+    : window_(file, kPacketBufferSize), kind_(kind) {}
 
 std::optional<LivePacketReader::Item> LivePacketReader::next() {
   fill();
-  const auto bytes = pending();
+  const std::span<const std::uint8_t> bytes = window_.pending();
   if (bytes.empty()) return std::nullopt;
   if (live_record::isChained(bytes)) return takeRecord(live_record::completeSize(bytes));
 
   // Out of step: either this record is damaged, then another one may begin within what it claims to be, or
   // the next one is.
   const std::size_t size = live_record::completeSize(bytes);
-  const std::size_t limit = atEnd_ ? bytes.size() : bytes.size() - kSight;
+  const std::size_t limit = window_.atEnd() ? bytes.size() : bytes.size() - kSight;
   const std::size_t other = live_record::find(bytes, 1, limit);
   if (size > 0 && other >= size) return takeRecord(size);
   const bool isCutOff = size == 0 && live_record::mayBegin(bytes) && other == bytes.size();
@@ -88,27 +88,18 @@ std::optional<LivePacketReader::Item> LivePacketReader::next() {
 }
 
 void LivePacketReader::fill() {
-  if (end_ - begin_ >= 2 * kSight) return;  // any record in the first half can be judged
-  std::copy(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
-            buffer_.begin() + static_cast<std::ptrdiff_t>(end_), buffer_.begin());
-  end_ -= begin_;
-  begin_ = 0;
-  end_ += file_.read(std::span(buffer_).subspan(end_));
-  atEnd_ = end_ < buffer_.size();
-}
-
-std::span<const std::uint8_t> LivePacketReader::pending() const {
-  return std::span(buffer_).subspan(begin_, end_ - begin_);
+  // Any record in the first half can be judged. A growing file may have more each time.
+  if (window_.pending().size() < 2 * kSight) window_.refill();
 }
 
 LivePacketReader::Item LivePacketReader::takeRecord(std::size_t size) {
-  const auto record = pending().first(size);
-  begin_ += size;
+  const auto record = window_.pending().first(size);
+  window_.advance(size);
   return {record.subspan(live_record::kHeaderSize), false};
 }
 
 LivePacketReader::Item LivePacketReader::skip(std::size_t size) {
-  begin_ += size;
+  window_.advance(size);
   return {{}, true};
 }
 

@@ -4,9 +4,8 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <vector>
 
-#include "platform/opus/input_file.h"
+#include "platform/opus/read_window.h"
 
 namespace kwtsdk::internal {
 
@@ -52,15 +51,11 @@ class LivePacketReader {
 
  private:
   void fill();
-  std::span<const std::uint8_t> pending() const;
   Item takeRecord(std::size_t size);
   Item skip(std::size_t size);
 
-  InputFile& file_;
+  ReadWindow window_;
   const Kind kind_;
-  std::vector<std::uint8_t> buffer_;
-  std::size_t begin_ = 0, end_ = 0;
-  bool atEnd_ = false;
 };
 
 }  // namespace kwtsdk::internal

@@ -55,17 +55,17 @@ OggPage pageOf(std::span<const std::uint8_t> bytes) {
 
 }  // namespace
 
-OggPageReader::OggPageReader(InputFile& file) : file_(file), buffer_(kPageBuffer) {}
+OggPageReader::OggPageReader(InputFile& file) : window_(file, kPageBuffer) {}
 
 std::optional<OggPage> OggPageReader::next() {
   hasSkipped_ = false;
   damaged_ = 0;
   lastDamaged_.reset();
-  for (fill(); !pending().empty(); fill()) {
-    const auto bytes = pending();
+  for (fill(); !window_.pending().empty(); fill()) {
+    const auto bytes = window_.pending();
     const auto mark = std::search(bytes.begin(), bytes.end(), kPageMark.begin(), kPageMark.end());
     if (mark != bytes.begin()) {
-      const bool isAbsent = mark == bytes.end() && !atEnd_;  // but it may begin in the last bytes
+      const bool isAbsent = mark == bytes.end() && !window_.atEnd();  // but it may begin in the last bytes
       skip(static_cast<std::size_t>(mark - bytes.begin()) - (isAbsent ? kPageMark.size() - 1 : 0));
       continue;
     }
@@ -74,7 +74,7 @@ std::optional<OggPage> OggPageReader::next() {
       skipDamaged(size);
       continue;
     }
-    begin_ += size;
+    window_.advance(size);
     OggPage page = pageOf(bytes);
     page.lacing = bytes.subspan(kPageHead, bytes[kLacingCountAt]);
     page.body = bytes.first(size).subspan(kPageHead + page.lacing.size());
@@ -84,29 +84,21 @@ std::optional<OggPage> OggPageReader::next() {
 }
 
 void OggPageReader::skip(std::size_t size) {
-  const auto skipped = pending().first(size);
+  const auto skipped = window_.pending().first(size);
   hasSkipped_ = hasSkipped_ || std::ranges::any_of(skipped, [](std::uint8_t byte) { return byte != 0; });
-  begin_ += size;
+  window_.advance(size);
 }
 
 // Only the mark: its length may be what is damaged, and other pages within it.
 void OggPageReader::skipDamaged(std::size_t size) {
   ++damaged_;
   lastDamaged_.reset();
-  if (size > 0 && size <= pending().size()) lastDamaged_ = pageOf(pending());
+  if (size > 0 && size <= window_.pending().size()) lastDamaged_ = pageOf(window_.pending());
   skip(kPageMark.size());
 }
 
 void OggPageReader::fill() {
-  if (atEnd_ || end_ - begin_ >= kLongestPage) return;
-  std::copy(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
-            buffer_.begin() + static_cast<std::ptrdiff_t>(end_), buffer_.begin());
-  end_ -= begin_;
-  begin_ = 0;
-  end_ += file_.read(std::span(buffer_).subspan(end_));
-  atEnd_ = end_ < buffer_.size();
+  if (!window_.atEnd() && window_.pending().size() < kLongestPage) window_.refill();
 }
-
-std::span<std::uint8_t> OggPageReader::pending() { return std::span(buffer_).subspan(begin_, end_ - begin_); }
 
 }  // namespace kwtsdk::internal

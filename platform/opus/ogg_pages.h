@@ -4,9 +4,8 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <vector>
 
-#include "platform/opus/input_file.h"
+#include "platform/opus/read_window.h"
 
 namespace kwtsdk::internal {
 
@@ -39,12 +38,9 @@ class OggPageReader {
   void fill();
   void skip(std::size_t size);
   void skipDamaged(std::size_t size);
-  std::span<std::uint8_t> pending();
 
-  InputFile& file_;
-  std::vector<std::uint8_t> buffer_;
-  std::size_t begin_ = 0, end_ = 0;
-  bool atEnd_ = false, hasSkipped_ = false;
+  ReadWindow window_;
+  bool hasSkipped_ = false;
   std::size_t damaged_ = 0;
   std::optional<OggPage> lastDamaged_;
 };
