@@ -131,7 +131,8 @@ SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& schedu
   auto model = std::make_shared<RecorderModel>(store);
   DeviceScript script = readScript(device.script());
   if (adjust) adjust(script.timing);
-  model->setMicrophone(microphoneOfFolder(folder));
+  const auto microphone = microphoneOfFolder(folder);
+  model->setMicrophone(microphone);
   model->setInCall(script.inCall);
   if (script.battery) model->setBatteryLevel(*script.battery);
   model->setRecordingEnds(script);
@@ -143,7 +144,7 @@ SimulatedRecorder openSimulatedRecorder(const std::shared_ptr<Scheduler>& schedu
   });
   model->setFirmwareSlot([device](const Bytes& image) { return device.writeFirmware(image); });
   auto link = SimulatedLink::create(scheduler, model, script.timing, std::move(script.faults));
-  return {std::move(model), std::move(link), store->warnings()};
+  return {std::move(model), std::move(link), store->warnings(), microphone != nullptr};
 }
 
 }  // namespace kwtsdk::sim

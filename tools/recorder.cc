@@ -72,7 +72,7 @@ std::shared_ptr<session::Link> linkToFolder(const Environment& environment) {
   if (const auto end = std::exchange(lastEnd(), nullptr)) end->wait(longest);
   const auto recorder = sim::openSimulatedRecorder(environment.scheduler, environment.simulatedFolder);
   for (const std::string& warning : recorder.warnings) std::cerr << "kwt: " << printable(warning) << '\n';
-  recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
+  if (!recorder.hears) recorder.model->setMicrophone(sim::microphoneIn(environment.simulatedFolder));
   const auto end = environment.scheduler->semaphore("kwt.sim.end");
   lastEnd() = end;
   return session::linkOver(

@@ -75,7 +75,7 @@ SimulatedRecorder open(const std::shared_ptr<Scheduler>& scheduler, const Option
     pace(timing);
   });
   for (const std::string& warning : recorder.warnings) std::cerr << "kwt-recorder: " << warning << '\n';
-  recorder.model->setMicrophone(microphoneIn(options.folder));
+  if (!recorder.hears) recorder.model->setMicrophone(microphoneIn(options.folder));
   recorder.link = endingElsewhere(scheduler, recorder.link);
   return recorder;
 }

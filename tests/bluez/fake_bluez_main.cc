@@ -14,7 +14,7 @@ int main(int count, char** arguments) try {
   const auto scheduler = kwtsdk::threadScheduler();
   const auto journal = std::make_shared<kwtsdk::testing::Journal>(*scheduler);
   auto recorder = kwtsdk::sim::openSimulatedRecorder(scheduler, arguments[1]);
-  recorder.model->setMicrophone(kwtsdk::sim::microphoneIn(arguments[1]));
+  if (!recorder.hears) recorder.model->setMicrophone(kwtsdk::sim::microphoneIn(arguments[1]));
   kwtsdk::testing::FakeBluez bluez(*scheduler, std::move(recorder.link), journal);
   for (int i = 2; i < count; ++i) bluez.obey(arguments[i]);
   bluez.obey("start");

@@ -45,6 +45,7 @@ struct SimulatedRecorder {
   std::shared_ptr<RecorderModel> model;
   std::shared_ptr<SimulatedLink> link;
   std::vector<std::string> warnings{};  // FolderStore::warnings()
+  bool hears = false;                   // libkwtsdk_sim_sound is installed
 };
 
 /// Opens the folder as FolderStore does; recorder and link follow `device/script` below it where that exists.
