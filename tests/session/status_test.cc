@@ -34,6 +34,7 @@ TEST(SessionQueries, ListTheRecordings) {
 TEST(SessionQueries, CostOneWriteAndOneNotificationOnceTheLinkIsThere) {
   play<SessionScene>([](SessionScene& scene) {
     scene.session->connect().wait().value();
+    scene.simLink->drain();
     const auto before = scene.faults.seen;
     EXPECT_LE(scene.faults.count(LinkEvent::subscription), 3U);
     scene.session->battery().wait().value();
