@@ -223,7 +223,7 @@ const RegisteredCommand kConvertCommand(
            .isRequired = true},
           {"-o,--output", "FILE|DIR",
            "File or folder to write, - for standard output (default: beside the input)"},
-          {"--to", "FORMAT", "wav or mp3 (default: as the output's name ends, or mp3)"},
+          {"--to", "wav|mp3", "What to make (default: as the output's name ends, or mp3)"},
           {"--bitrate", "KBIT/S", "Of MP3, 8 to 160 (default: 24)"},
           {.name = "--force",
            .valueName = "",
