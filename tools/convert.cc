@@ -162,7 +162,7 @@ std::vector<Conversion> conversionsOf(const std::vector<std::string>& inputs, co
   std::error_code ignored;
   const bool isFolder = fs::is_directory(output, ignored);
   require(isFolder || inputs.size() == 1 || output.empty(),
-          "-o has to be a folder for more than one input, which " + output + " is not");
+          "-o has to be a folder that exists for more than one input, which " + output + " is not");
   std::vector<Conversion> conversions;
   std::set<fs::path> outputs;
   for (const std::string& input : inputs) {
