@@ -14,7 +14,9 @@ CommandChannel::CommandChannel(Platform given)
       binding(gate, log),
       dispatcher(gate, binding, log),
       watchdog(*platform.scheduler, gate, dispatcher, log),
-      queues(*platform.scheduler, log) {}
+      queues(*platform.scheduler, log) {
+  noResourcesError();
+}
 
 // ---- Commands ----
 
@@ -40,7 +42,11 @@ std::shared_ptr<Command> CommandChannel::send(const std::shared_ptr<Command>& co
     outcome = {Outcome::Kind::failed, dispatcherBusyError(command->plan.type), pending};
   } else {
     const Gate::Hold hold(gate);
-    outcome = trySend(command, onBusy != nullptr);
+    const bool isDecided = guardedCall(log, "Sending a command", [&] {
+      gate.assertHeld();
+      outcome = trySend(command, onBusy != nullptr);
+    });
+    if (!isDecided) outcome = {Outcome::Kind::outOfMemory, {}, dispatcher.pending()};
   }
   switch (outcome.kind) {
     case Outcome::Kind::sent:
@@ -49,7 +55,11 @@ std::shared_ptr<Command> CommandChannel::send(const std::shared_ptr<Command>& co
       reportBusy(onBusy);
       break;
     case Outcome::Kind::failed:
-      dispatcher.refuse(command, *outcome.error, outcome.inItsWay);
+      dispatcher.refuse(command, outcome.error, outcome.inItsWay);
+      break;
+    case Outcome::Kind::outOfMemory:
+      dispatcher.clear(command);
+      dispatcher.refuse(command, noResourcesError(), outcome.inItsWay);
       break;
     case Outcome::Kind::unwanted:
       break;
@@ -91,7 +101,7 @@ bool CommandChannel::refusedAsBusy(const std::function<void(const Error&)>& onBu
 
 void CommandChannel::reportBusy(const std::function<void(const Error&)>& onBusy) const {
   const Error error = busyError();
-  log.error("%@", description(error));
+  log.error("%@", error);
   onBusy(error);
 }
 

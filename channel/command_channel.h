@@ -46,14 +46,17 @@ class CommandChannel {
   T ask(const QueueLabel& queue, Duration timeout, T fallback,
         std::function<Command::Plan(std::function<void(T)> finish)> planFor) {
     const auto self = owner();
-    Wait<T> wait(*platform.scheduler, queue.label, std::move(fallback));
-    const bool queued = queues.async(queue, [this, self, promise = wait.promise(), waiting = wait.waiting(),
-                                             planFor = std::move(planFor)] {
-      Command::Plan plan = planFor([promise](T value) { promise->set(std::move(value)); });
-      plan.waiting = waiting;
-      send(std::move(plan));
+    T value = fallback;
+    guardedCall(log, queue.label, [&] {
+      Wait<T> wait(*platform.scheduler, queue.label, std::move(fallback));
+      const bool queued = queues.async(queue, [this, self, promise = wait.promise(), waiting = wait.waiting(),
+                                               planFor = std::move(planFor)] {
+        Command::Plan plan = planFor([promise](T given) { promise->set(std::move(given)); });
+        plan.waiting = waiting;
+        send(std::move(plan));
+      });
+      value = wait.wait(queued ? timeout : Duration{0});
     });
-    T value = wait.wait(queued ? timeout : Duration{0});
     dispatcher.clear();
     return value;
   }
@@ -116,8 +119,8 @@ class CommandChannel {
 
  private:
   struct Outcome {
-    enum class Kind { sent, busy, failed, unwanted } kind = Kind::sent;
-    std::optional<Error> error;
+    enum class Kind { sent, busy, failed, unwanted, outOfMemory } kind = Kind::sent;
+    MaybeError error;
     std::shared_ptr<Command> inItsWay;
   };
   std::shared_ptr<Command> send(const std::shared_ptr<Command>& command,

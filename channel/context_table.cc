@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <utility>
-#include <vector>
 
 namespace kwtsdk {
 
@@ -53,14 +52,15 @@ void ContextTable::release(const Held& held) {
 }
 
 void ContextTable::releaseHeld(const std::function<bool()>& giveUp) {
-  {
-    const MutexLock lock(mutex_);
-    if (std::ranges::all_of(table_, [](const auto& entry) { return entry.second.held.empty(); })) return;
-  }
-  if (!giveUp()) return;
-  std::vector<std::deque<Held>> released;
+  if (anyHeld() == nullptr || !giveUp()) return;
+  while (const Held held = anyHeld()) release(held);
+}
+
+ContextTable::Held ContextTable::anyHeld() const {
   const MutexLock lock(mutex_);
-  for (auto& [key, attachment] : table_) released.push_back(std::exchange(attachment.held, {}));
+  const auto holding = [](const auto& entry) { return !entry.second.held.empty(); };
+  const auto found = std::ranges::find_if(table_, holding);
+  return found == table_.end() ? nullptr : found->second.held.front();
 }
 
 }  // namespace internal

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <deque>
 #include <functional>
 #include <memory>
 #include <unordered_map>
+#include <vector>
 
 #include <kwtsdk/context.h>
 #include <kwtsdk/peripheral.h>
@@ -41,9 +41,10 @@ class ContextTable {
     std::weak_ptr<Characteristic> characteristic;  // tells whether the address still means the same object
     bool owned = true;                             // a shared_ptr without an owner tells nothing
     Context context;
-    std::deque<Held> held;
+    std::vector<Held> held;
     bool valid() const { return !owned || !characteristic.expired(); }
   };
+  Held anyHeld() const;
   using Table = std::unordered_map<const Characteristic*, Attachment>;
 
   mutable Mutex mutex_;

@@ -1,5 +1,6 @@
 #include "channel/dispatcher.h"
 
+#include <functional>
 #include <utility>
 
 #include "codec/error_codes.h"
@@ -55,8 +56,9 @@ std::optional<Error> Dispatcher::write(const SharedCommand& command) {
   return exceptionError("The peripheral threw when it was asked to write.");
 }
 
-void Dispatcher::refuse(const SharedCommand& command, const Error& error, const SharedCommand& inItsWay) {
-  log_.error("Error:%@", description(error));
+void Dispatcher::refuse(const SharedCommand& command, const MaybeError& error,
+                        const SharedCommand& inItsWay) {
+  log_.error("Error:%@", error);
   if (!command->claim()) return;
   call(command, error, std::nullopt, false, inItsWay);
   letGo(command);
@@ -79,11 +81,14 @@ void Dispatcher::didWrite(const std::shared_ptr<Characteristic>& characteristic,
 void Dispatcher::didUpdate(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error) {
   if (!characteristic || cmdType == KWTCmdTypeNone) return;
   const auto context = contexts_.find(characteristic);
-  const Reply text = binding_.valueText(*characteristic);
+  bool isKnown = true;
+  const Reply text = binding_.valueText(*characteristic, &isKnown);
   if (const auto packets = receiver.get()) {
-    callHost(log_, *packets, error, text);
-  } else {
+    callHost(log_, *packets, isKnown ? error : noResourcesError(), text);
+  } else if (isKnown) {
     complete(pending(), error, text, true);
+  } else {  // it may have been the answer
+    complete(pending(), noResourcesError(), std::nullopt, false);
   }
   contexts_.detach(characteristic, context);
 }
@@ -104,17 +109,23 @@ Dispatcher::Delivery Dispatcher::complete(const SharedCommand& command, const Ma
 
 void Dispatcher::call(const SharedCommand& command, const MaybeError& error, const Reply& reply,
                       std::optional<bool> isNotification, const SharedCommand& inItsWay) {
-  const std::function<void()> cleanUp = [&] {
+  const auto endIt = [&] {
     if (command->subscription) binding_.unsubscribe(command->subscription);
     if (command->plan.clearsPending) clear(inItsWay);
   };
+  const std::function<void()> cleanUp = std::ref(endIt);  // which needs no memory
   {
     const Call call(*this, command, isNotification);
-    guardedCall(log_, "A host callback", [&] {
-      command->call({error, reply, call.isNotification, cleanUp, *command});
-    });
+    const auto answer = [&](const MaybeError& why, const Reply& what) {
+      return guardedCall(log_, "A host callback", [&] {
+        command->call({why, what, call.isNotification, cleanUp, *command});
+      });
+    };
+    // A handler of the library's own throws where there is no memory to decode the answer, and calls nobody
+    // before.
+    if (!answer(error, reply) && !command->block) answer(noResourcesError(), std::nullopt);
   }
-  cleanUp();
+  endIt();
 }
 
 void Dispatcher::letGo(const SharedCommand& command) {

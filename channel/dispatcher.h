@@ -40,7 +40,7 @@ class Dispatcher {
   std::optional<Error> write(const SharedCommand& command);
 
   /// Reports the error to the command, which stood behind `inItsWay`.
-  void refuse(const SharedCommand& command, const Error& error, const SharedCommand& inItsWay);
+  void refuse(const SharedCommand& command, const MaybeError& error, const SharedCommand& inItsWay);
 
   // The host's events, on its Bluetooth thread. They take no lock that another thread may hold while waiting.
   void didWrite(const std::shared_ptr<Characteristic>& characteristic, const MaybeError& error);

@@ -14,19 +14,22 @@ void Gate::whenFree(std::function<void()> work) {
   doWork();
 }
 
-void Gate::doWork() {
+void Gate::doWork() noexcept {
   // Looked at again after each unlock: who failed to get the lock meanwhile relies on its holder to do so.
   while (anyWork() && lock_->try_lock()) {
     ++depth_;
     for (Work next = takeOne(); !next.empty(); next = takeOne()) {
-      next.front()();
+      try {
+        next.front()();
+      } catch (...) {  // who gave it has gone on
+      }
       done_.splice(done_.end(), next);
     }
     leave();
   }
 }
 
-void Gate::leave() {
+void Gate::leave() noexcept {
   Work done;
   if (--depth_ == 0) done.swap(done_);
   lock_->unlock();

@@ -3,6 +3,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include <kwtsdk/scheduler.h>
@@ -37,15 +38,19 @@ class KWT_CAPABILITY("gate") Gate {
   };
 
   /// Does `work` under the lock, in the order given: now when the lock is free or this thread's, otherwise as
-  /// soon as its holder lets go, on the holder's thread. `work` must not throw; it is destroyed without the
-  /// lock. Never waits.
+  /// soon as its holder lets go, on the holder's thread. What `work` throws is lost; it is destroyed without
+  /// the lock. Never waits. Throws, and has done nothing, where there is no memory for that.
   void whenFree(std::function<void()> work);
 
   /// Lets go of something that may hold a host's objects, whose destructors may do anything: without the
-  /// lock.
+  /// lock, unless there is no memory left to put that off.
   template <class T>
-  void letGo(T thing) {
-    whenFree([thing = std::move(thing)] {});
+  void letGo(T thing) noexcept {
+    try {
+      whenFree([thing = std::move(thing)] {});
+    } catch (const std::bad_alloc&) {
+      return;
+    }
   }
 
   /// For work given to whenFree, which Clang cannot follow there.
@@ -54,8 +59,8 @@ class KWT_CAPABILITY("gate") Gate {
  private:
   using Work = std::list<std::function<void()>>;  // nodes move between lists without memory
 
-  void doWork();
-  void leave();
+  void doWork() noexcept;
+  void leave() noexcept;
   bool anyWork() const;
   Work takeOne();
 

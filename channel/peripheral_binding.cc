@@ -80,17 +80,24 @@ void PeripheralBinding::subscribe(const std::shared_ptr<Subscription>& subscript
 
 void PeripheralBinding::unsubscribe(const std::shared_ptr<Subscription>& subscription) {
   if (subscription->ended.exchange(true)) return;
-  gate_.whenFree([this, subscription] {
-    gate_.assertHeld();
-    auto& known = subscriptions_[subscription->uuid];
-    auto own = std::ranges::find(known, subscription, [](const auto& weak) { return weak.lock(); });
-    if (own != known.end()) own = known.erase(own);
-    const bool wanted = std::any_of(own, known.end(), [](const auto& weak) {
-      const auto later = weak.lock();
-      return later && later->counts && !later->ended;
+  // Without memory for it they stay on, which does no harm.
+  guardedCall(log_, "Unsubscribing", [&] {
+    gate_.whenFree([this, subscription] {
+      gate_.assertHeld();
+      forget(*subscription);
     });
-    if (!wanted) setNotify(false, subscription->uuid);
   });
+}
+
+void PeripheralBinding::forget(const Subscription& subscription) {
+  auto& known = subscriptions_[subscription.uuid];
+  auto own = std::ranges::find(known, &subscription, [](const auto& weak) { return weak.lock().get(); });
+  if (own != known.end()) own = known.erase(own);
+  const bool wanted = std::any_of(own, known.end(), [](const auto& weak) {
+    const auto later = weak.lock();
+    return later && later->counts && !later->ended;
+  });
+  if (!wanted) setNotify(false, subscription.uuid);
 }
 
 bool PeripheralBinding::write(const Bytes& frame,
@@ -101,11 +108,13 @@ bool PeripheralBinding::write(const Bytes& frame,
   });
 }
 
-std::optional<std::string> PeripheralBinding::valueText(const Characteristic& characteristic) const {
+std::optional<std::string> PeripheralBinding::valueText(const Characteristic& characteristic,
+                                                        bool* isKnown) const {
   std::optional<std::string> text;
-  guardedCall(log_, "Characteristic::value", [&] {
+  const bool isRead = guardedCall(log_, "Characteristic::value", [&] {
     if (const auto value = characteristic.value()) text = hexString(*value);
   });
+  if (isKnown != nullptr) *isKnown = isRead;
   return text;
 }
 

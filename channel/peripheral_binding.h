@@ -59,10 +59,12 @@ class PeripheralBinding {
   /// Starts a write with response; false when the peripheral threw.
   bool write(const Bytes& frame, const std::shared_ptr<Characteristic>& characteristic) const;
 
-  /// The characteristic's value as hex text, none when it has none.
-  std::optional<std::string> valueText(const Characteristic& characteristic) const;
+  /// The characteristic's value as hex text, none when it has none, or when that could not be told.
+  std::optional<std::string> valueText(const Characteristic& characteristic, bool* isKnown = nullptr) const;
 
  private:
+  void forget(const Subscription& subscription) KWT_REQUIRES(gate_);
+
   Gate& gate_;
   const Logger log_;
   SharedField<std::shared_ptr<Peripheral>> peripheral_;

@@ -49,7 +49,7 @@ class Wait {
       semaphore_->wait(timeout);
       const MutexLock lock(mutex_);
       over_ = true;
-      return value_;
+      return std::move(value_);  // which nothing sets any more
     }
 
    private:

@@ -16,10 +16,12 @@ constexpr Duration kLeeway = std::chrono::milliseconds(100);
 void Watchdog::start(const std::weak_ptr<void>& owner, ReplyHandler onTimeout) {
   written = false;
   const Self self = std::make_shared<SharedField<std::weak_ptr<Timer>>>();
-  const auto timer = scheduler_.repeatingTimer(kFirstCheck, kInterval, kLeeway,
-                                               [this, owner, self, onTimeout = std::move(onTimeout)] {
-                                                 if (const auto alive = owner.lock()) check(self, onTimeout);
-                                               });
+  const auto timer = scheduler_.repeatingTimer(
+      kFirstCheck, kInterval, kLeeway, [this, owner, self, onTimeout = std::move(onTimeout)] {
+        const auto alive = owner.lock();
+        if (!alive) return;
+        guardedCall(log_, "The stall watchdog", [&] { check(self, onTimeout); });
+      });
   self->set(timer);
   setTimer(timer);
 }
@@ -27,7 +29,9 @@ void Watchdog::start(const std::weak_ptr<void>& owner, ReplyHandler onTimeout) {
 void Watchdog::check(const Self& self, const ReplyHandler& onTimeout) {
   const auto own = self->get().lock();
   if (!own || own != timer() || written.exchange(false)) return;
-  callHost(log_, onTimeout, monitorTimeoutError(), std::nullopt);
+  if (onTimeout) {
+    guardedCall(log_, "A host callback", [&] { onTimeout(monitorTimeoutError(), std::nullopt); });
+  }
   const auto stored = onTimeout ? timer() : own;  // also one that the callback started is stopped
   std::shared_ptr<Command> pending;
   std::shared_ptr<const ReplyHandler> receiver;  // destroyed without the gate

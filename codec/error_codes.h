@@ -47,8 +47,12 @@ inline MaybeError deletionError(std::uint64_t code) {
 
 /// What the host's objects or the system threw; the log has the details.
 inline Error exceptionError(const char* text) { return {"std::exception", 0, {{kDescriptionKey, text}}}; }
-inline Error noThreadError() {
-  return exceptionError("No thread could be started; close something and try again.");
+
+/// Made by the first call, which has to come early: when it is needed there may be no memory for it.
+inline const MaybeError& noResourcesError() {
+  static const MaybeError error =
+      exceptionError("There was no thread or no memory left; close something and try again.");
+  return error;
 }
 
 /// How an error, or its absence, reads in a log line.

@@ -1,6 +1,7 @@
 #include "filestore/file_download.h"
 
 #include <atomic>
+#include <new>
 #include <utility>
 
 #include <kwtsdk/cmd_response.h>
@@ -68,12 +69,12 @@ void FileDownload::downloadFirstFlashFile(const std::string& outputFilePath, Pro
   const auto work = [this, owner = channel_.owner(), transfer] {
     if (!guardedCall(channel_.log, "A download", [&] { prepare(transfer); })) abandon(transfer);
   };
-  if (!channel_.queues.async(kDownloadQueue, work)) refuse(noThreadError());
+  if (!channel_.queues.async(kDownloadQueue, work)) transfer->report(channel_.log, noResourcesError());
 }
 
 void FileDownload::abandon(const SharedTransfer& transfer) {
   channel_.endStream(transfer);
-  transfer->report(channel_.log, noThreadError());
+  transfer->report(channel_.log, noResourcesError());
 }
 
 void FileDownload::prepare(const SharedTransfer& transfer) {
@@ -133,14 +134,26 @@ void FileDownload::armWatchdog() {
 }
 
 ReplyHandler FileDownload::packetReceiver(const SharedTransfer& transfer) {
-  return [this, weak = channel_.weakOwner(), transfer](const MaybeError&, const Reply& packet) {
+  return [this, weak = channel_.weakOwner(), transfer](const MaybeError& error, const Reply& packet) {
     auto owner = weak.lock();
     if (!owner) return;
     channel_.watchdog.written = true;
     channel_.log.debug("Call writeDataBlock!");
-    channel_.queues.async(
-        kDownloadQueue, [this, owner = std::move(owner), transfer, packet] { takePacket(transfer, packet); });
+    // One packet that is missing makes the file another one, which must not end in a deletion.
+    const bool isTaken = error != noResourcesError() && guardedCall(channel_.log, "A packet", [&] {
+                           queuePacket(std::move(owner), transfer, packet);
+                         });
+    if (!isTaken) transfer->report(channel_.log, noResourcesError());
   };
+}
+
+void FileDownload::queuePacket(std::shared_ptr<void> owner, const SharedTransfer& transfer,
+                               const Reply& packet) {
+  const bool isQueued =
+      channel_.queues.async(kDownloadQueue, [this, owner = std::move(owner), transfer, packet] {
+        if (!guardedCall(channel_.log, "A packet", [&] { takePacket(transfer, packet); })) abandon(transfer);
+      });
+  if (!isQueued) throw std::bad_alloc();
 }
 
 void FileDownload::takePacket(const SharedTransfer& transfer, const Reply& packet) {
@@ -182,7 +195,7 @@ void FileDownload::finish(const SharedTransfer& transfer) {
   channel_.platform.scheduler->sleep(kPause);
   removal_.deleteFile(transfer->fileId,
                       [log = channel_.log, id = transfer->fileId](const MaybeError& error, const auto&) {
-                        log.info("Delete fileId(%ld) error:%@", id, description(error));
+                        log.info("Delete fileId(%ld) error:%@", id, error);
                       });
 }
 

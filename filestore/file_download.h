@@ -32,6 +32,7 @@ class FileDownload {
   bool begin(const SharedTransfer& transfer);
   void armWatchdog();
   ReplyHandler packetReceiver(const SharedTransfer& transfer);
+  void queuePacket(std::shared_ptr<void> owner, const SharedTransfer& transfer, const Reply& packet);
 
   CommandChannel& channel_;
   StatusQueries& status_;

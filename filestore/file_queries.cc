@@ -55,23 +55,33 @@ std::optional<KWTFileHeader> FileQueries::getFileInfo(std::int64_t fileId) {
 }
 
 void FileQueries::getFlashFileList(const ValueCompletion<std::vector<KWTFileHeader>>& completion) {
-  const auto refuse = channel_.errorTo(completion);
-  if (channel_.refusedAsBusy(refuse)) return;
-  const auto work = [this, owner = channel_.owner(), completion] { list(completion); };
-  if (!channel_.queues.async(kListQueue, work)) refuse(noThreadError());
+  if (channel_.refusedAsBusy(channel_.errorTo(completion))) return;
+  const auto fail = [this](const auto& told) {
+    callHost(channel_.log, told, noResourcesError(), std::nullopt);
+  };
+  const auto work = [this, owner = channel_.owner(), completion, fail] {
+    std::optional<std::vector<KWTFileHeader>> headers;
+    MaybeError error;
+    if (!guardedCall(channel_.log, "A listing", [&] { headers = list(error); })) return fail(completion);
+    callHost(channel_.log, completion, error, headers);
+  };
+  if (!channel_.queues.async(kListQueue, work)) fail(completion);
 }
 
-void FileQueries::list(const ValueCompletion<std::vector<KWTFileHeader>>& completion) {
+std::optional<std::vector<KWTFileHeader>> FileQueries::list(MaybeError& error) {
   status_.getPower();  // wakes the recorder; the level does not matter
   const auto info = getFileNumAndFirstId();
-  if (!info) return callHost(channel_.log, completion, fileIdError(), std::nullopt);
+  if (!info) {
+    error = fileIdError();
+    return std::nullopt;
+  }
   const auto count = static_cast<std::int64_t>(info->Num), first = static_cast<std::int64_t>(info->FirstID);
   std::vector<KWTFileHeader> headers;
   for (std::int64_t i = 0; i < count; ++i) {
     channel_.platform.scheduler->sleep(kPause);
     if (auto header = getFileInfo(first + i)) headers.push_back(*header);
   }
-  callHost(channel_.log, completion, std::nullopt, headers);
+  return headers;
 }
 
 }  // namespace kwtsdk::internal

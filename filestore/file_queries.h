@@ -35,7 +35,7 @@ class FileQueries {
  private:
   Command::Plan countQuery(ValueCompletion<FlashInfo> completion) const;
   Command::Plan infoQuery(std::int64_t fileId, ValueCompletion<KWTFileHeader> completion) const;
-  void list(const ValueCompletion<std::vector<KWTFileHeader>>& completion);
+  std::optional<std::vector<KWTFileHeader>> list(MaybeError& error);
 
   CommandChannel& channel_;
   StatusQueries& status_;

@@ -49,13 +49,17 @@ void FileRemoval::deleteFile(std::int64_t fileId, const ValueCompletion<ByteCoun
 void FileRemoval::deleteFirstFlashFile(const Completion& completion) {
   const auto refuse = [&](const Error& error) { callHost(channel_.log, completion, error); };
   if (channel_.refusedAsBusy(refuse)) return;
-  const auto work = [this, owner = channel_.owner(), completion] {
+  const auto fail = [this](const Completion& told) { callHost(channel_.log, told, noResourcesError()); };
+  const auto work = [this, owner = channel_.owner(), completion, fail] {
     // Without an answer id 0 is sent, and what the recorder says to that is what the caller learns.
-    deleteFile(files_.firstId(), [log = channel_.log, completion](const MaybeError& error, const auto&) {
-      callHost(log, completion, error);
+    const bool isSent = guardedCall(channel_.log, "A deletion", [&] {
+      deleteFile(files_.firstId(), [log = channel_.log, completion](const MaybeError& error, const auto&) {
+        callHost(log, completion, error);
+      });
     });
+    if (!isSent) fail(completion);
   };
-  if (!channel_.queues.async(kDeletionQueue, work)) refuse(noThreadError());
+  if (!channel_.queues.async(kDeletionQueue, work)) fail(completion);
 }
 
 }  // namespace kwtsdk::internal

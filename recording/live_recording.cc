@@ -54,7 +54,9 @@ void LiveRecording::startRecordWithType(std::int64_t type, const std::string& pa
   if (channel_.refusedAsBusy(refuse)) return;
   if (!wire::isRecordType(type)) return refuse(recordTypeError());
   // Packets have to find the queue.
-  if (!channel_.queues.async(kRecordQueue, [] {})) return refuse(noThreadError());
+  if (!channel_.queues.async(kRecordQueue, [] {})) {
+    return callHost(channel_.log, completion, noResourcesError());
+  }
   const auto take = std::make_shared<Take>(path);
   channel_.send({.type = KWTCmdTypeStartRecord,
                  .writeTo = wire::CHARACTERISTIC_WRITE,

@@ -76,7 +76,9 @@ void Alarm::fire(std::uint64_t arming) {
     }
   }
   if (fired) fired->cancel();
-  while (const auto due = takeDue().lock()) due->expire();
+  while (const auto due = takeDue().lock()) {
+    internal::guardedCall(log_, "What expires", [&] { due->expire(); });
+  }
   armForNext();
 }
 

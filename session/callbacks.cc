@@ -25,6 +25,7 @@ class Callbacks::Turn {
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
 
+  void forget() { of_ = nullptr; }
   void take() {
     if (const auto of = std::exchange(of_, nullptr)) of->endTurn();
   }
@@ -44,23 +45,43 @@ std::shared_ptr<Callbacks> Callbacks::create(const std::shared_ptr<Scheduler>& s
 
 Callbacks::Callbacks(const std::shared_ptr<Scheduler>& scheduler, Executor executor, bool isOwn,
                      const internal::Logger& log)
-    : scheduler_(scheduler), executor_(std::move(executor)), isOwn_(isOwn), log_(log) {}
+    : executor_(std::move(executor)),
+      isOwn_(isOwn),
+      log_(log),
+      idle_(scheduler->semaphore("kwt.session.callbacks.idle")) {}
 
 bool Callbacks::isInside() const { return current == this; }
 
 void Callbacks::post(Callback callback) {
+  std::list<Callback> one;
+  one.push_back(std::move(callback));
+  postAll(one);
+}
+
+void Callbacks::postAll(std::list<Callback>& callbacks) noexcept {
   {
     const MutexLock lock(mutex_);
-    waiting_.push_back(std::move(callback));
-    if (std::exchange(isHandedOver_, true)) return;
+    waiting_.splice(waiting_.end(), callbacks);
+    if (waiting_.empty() || std::exchange(isHandedOver_, true)) return;
   }
   handOver();
 }
 
 /// One callback a turn: the host's loop has a chance to do something else in between.
-void Callbacks::handOver() {
-  const auto turn = std::make_shared<Turn>(shared_from_this());
-  internal::guardedCall(log_, "The host's executor", [&] { executor_([turn] { turn->take(); }); });
+void Callbacks::handOver() noexcept {
+  std::shared_ptr<Turn> turn;
+  const bool isMade =
+      internal::guardedCall(log_, "A turn", [&] { turn = std::make_shared<Turn>(shared_from_this()); });
+  if (isMade &&
+      internal::guardedCall(log_, "The host's executor", [&] { executor_([turn] { turn->take(); }); }))
+    return;
+  if (turn && !isOwn_) return;  // the host's: what it has not taken is dropped
+  if (turn) turn->forget();
+  for (bool hasMore = true; hasMore;) {
+    runNext();
+    const MutexLock lock(mutex_);
+    hasMore = isHandedOver_ = !waiting_.empty() && !isRunning_;
+  }
 }
 
 void Callbacks::endTurn() {
@@ -92,28 +113,29 @@ bool Callbacks::runNext() {
   internal::guardedCall(log_, "The end of a host callback", [&callback] { callback = nullptr; });
   current = before;
 
-  std::shared_ptr<Semaphore> idle;
+  const auto idle = idle_;  // who waits may let go of this before the signal has returned
+  bool isAwaited = false;
   {
     const MutexLock lock(mutex_);
     isRunning_ = false;
-    idle = idle_;
+    isAwaited = isAwaited_;
   }
-  if (idle) idle->signal();
+  if (isAwaited) idle->signal();
   return true;
 }
 
 void Callbacks::drop() {
   log_.error("The host's executor dropped a callback");
-  std::deque<Callback> dropped;
-  std::shared_ptr<Semaphore> idle;
+  std::list<Callback> dropped;
+  bool isAwaited = false;
   {
     const MutexLock lock(mutex_);
     dropped.swap(waiting_);
     isHandedOver_ = false;
-    idle = idle_;
+    isAwaited = isAwaited_;
   }
   dropped.clear();
-  if (idle) idle->signal();
+  if (isAwaited) idle_->signal();
 }
 
 /// How long the executor has for its next turn before it counts as one that does not come.
@@ -124,10 +146,9 @@ Duration Callbacks::patience() const {
 }
 
 void Callbacks::finish() {
-  const auto idle = scheduler_->semaphore("kwt.session.callbacks.idle");
   {
     const MutexLock lock(mutex_);
-    idle_ = idle;
+    isAwaited_ = true;
   }
   for (bool comes = true;;) {
     bool isRunning = false;
@@ -137,8 +158,8 @@ void Callbacks::finish() {
       isRunning = isRunning_;
     }
     if (isRunning || isOwn_) {
-      idle->wait(std::nullopt);
-    } else if (!comes || !idle->wait(patience())) {
+      idle_->wait(std::nullopt);
+    } else if (!comes || !idle_->wait(patience())) {
       comes = false;  // one that stayed away once is not waited for at each callback
       runNext();
     }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 
 #include <kwtsdk/scheduler.h>
@@ -27,6 +27,9 @@ class Callbacks : public std::enable_shared_from_this<Callbacks> {
 
   void post(Callback callback) KWT_EXCLUDES(mutex_);
 
+  /// All of them, which needs no memory but what the executor does. Where that refuses they run here.
+  void postAll(std::list<Callback>& callbacks) noexcept KWT_EXCLUDES(mutex_);
+
   /// Whether this thread is in one.
   bool isInside() const;
 
@@ -37,24 +40,24 @@ class Callbacks : public std::enable_shared_from_this<Callbacks> {
  private:
   class Turn;
 
-  void handOver() KWT_EXCLUDES(mutex_);
+  void handOver() noexcept KWT_EXCLUDES(mutex_);
   bool runNext() KWT_EXCLUDES(mutex_);
   void drop() KWT_EXCLUDES(mutex_);
   bool isIdle() const KWT_REQUIRES(mutex_) { return waiting_.empty() && !isRunning_; }
   Duration patience() const KWT_EXCLUDES(mutex_);
   void endTurn() KWT_EXCLUDES(mutex_);
 
-  const std::shared_ptr<Scheduler> scheduler_;
   const Executor executor_;
   const bool isOwn_;
   const internal::Logger log_;
 
   mutable internal::Mutex mutex_;
-  std::deque<Callback> waiting_ KWT_GUARDED_BY(mutex_);
+  std::list<Callback> waiting_ KWT_GUARDED_BY(mutex_);
   bool isHandedOver_ KWT_GUARDED_BY(mutex_) = false;
   bool isRunning_ KWT_GUARDED_BY(mutex_) = false;
   const void* thread_ KWT_GUARDED_BY(mutex_) = nullptr;  // that the executor used last
-  std::shared_ptr<Semaphore> idle_ KWT_GUARDED_BY(mutex_);
+  bool isAwaited_ KWT_GUARDED_BY(mutex_) = false;        // that they are idle
+  const std::shared_ptr<Semaphore> idle_;
 };
 
 }  // namespace kwtsdk::session::detail

@@ -39,10 +39,19 @@ Link::Events eventsInto(const std::shared_ptr<Inbox>& inbox, const internal::Log
 Connection::Connection(std::shared_ptr<Link> link, std::shared_ptr<Inbox> inbox, internal::Logger log,
                        OnChange onChange)
     : link_(std::move(link)), inbox_(std::move(inbox)), log_(std::move(log)), onChange_(std::move(onChange)) {
-  guarded("Link::setEvents", [&] { link_->setEvents(eventsInto(inbox_, log_)); });
+  follow();
+}
+
+/// Where there was no memory for it at first there may be later.
+MaybeFailure Connection::follow() {
+  if (isFollowed_) return std::nullopt;
+  auto failure = guarded("Link::setEvents", [&] { link_->setEvents(eventsInto(inbox_, log_)); });
+  isFollowed_ = !failure;
+  return failure;
 }
 
 MaybeFailure Connection::open(const std::function<bool()>& wanted) {
+  if (auto failure = follow()) return failure;
   change(LinkState::opening);
   isOpening_ = true;
   auto failure = wanted() ? callOpen() : Failure(Errc::linkFailed, "the link is not wanted any more");

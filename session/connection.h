@@ -65,6 +65,7 @@ class Connection {
   LinkState state() const { return state_; }
 
  private:
+  MaybeFailure follow();
   MaybeFailure callOpen();
   void lose();
   MaybeFailure findChannels();
@@ -78,7 +79,7 @@ class Connection {
   const OnChange onChange_;
   std::atomic<bool> isOpening_{false};
   std::atomic<LinkState> state_{LinkState::closed};
-  bool isOpen_ = false;
+  bool isOpen_ = false, isFollowed_ = false;
   unsigned endsToCome_ = 0;  // of earlier connections; more than one where each operation makes its own
   std::shared_ptr<Peripheral> peripheral_;
   std::vector<std::pair<Uuid, Found>> found_;

@@ -34,14 +34,14 @@ struct Forgetting {
 
 }  // namespace
 
-Failure interruptionFailure(Errc reason) {
+const char* interruptionText(Errc reason) {
   switch (reason) {
     case Errc::closed:
-      return {reason, "the session was closed"};
+      return "the session was closed";
     case Errc::timedOut:
-      return {reason, "its time was over"};
+      return "its time was over";
     default:
-      return {Errc::cancelled, "it was cancelled"};
+      return "it was cancelled";
   }
 }
 
@@ -57,7 +57,7 @@ void Conversation::begin(const std::shared_ptr<OperationState>& operation, const
   silence_ = limits.silence();
   retries_ = limits.reconnects();
   failedOpenings_ = 0;
-  hadLink_ = false;
+  hadLink_ = hasWritten_ = false;
 }
 
 void Conversation::leaveOperation() {
@@ -175,6 +175,7 @@ MaybeFailure Conversation::send(Exchange& exchange) {
                    "the recorder has no characteristic " + (to ? request.answersOn : request.write));
   }
   inbox_->restartSilence();
+  hasWritten_ = true;
   if (auto failure = connection_->write(request.frame, to)) return failure;
   const auto last = last_.find(answersOn.get());
   exchange.sent(to.get(), ++written_[to.get()], answersOn.get(),

@@ -16,7 +16,8 @@
 namespace kwtsdk::session::detail {
 
 /// Of an operation that was cancelled, closed or timed out.
-Failure interruptionFailure(Errc reason);
+const char* interruptionText(Errc reason);
+inline Failure interruptionFailure(Errc reason) { return {reason, interruptionText(reason)}; }
 
 /// Who takes what no exchange awaits of the recorder's own channel, such as a download its packets.
 class Listener {
@@ -82,6 +83,9 @@ class Conversation {
   /// Whether the last exchange came as far as its write.
   bool wasSent() const { return wasSent_; }
 
+  /// What an operation that is broken off may have done.
+  Effect possibleEffect() const { return hasWritten_ ? Effect::unknown : Effect::none; }
+
   /// The same for an answer that nothing else could be taken for, if it came late.
   Result<Bytes> exchangeLeniently(const Request& request, Duration longest);
 
@@ -137,7 +141,7 @@ class Conversation {
   std::shared_ptr<OperationState> operation_;
   Duration silence_{0};
   unsigned retries_ = 0, failedOpenings_ = 0;
-  bool hadLink_ = false, isDistrusted_ = false, wasSent_ = false;
+  bool hadLink_ = false, isDistrusted_ = false, wasSent_ = false, hasWritten_ = false;
   std::uint64_t linkNumber_ = 0;
 
   std::vector<Exchange*> exchanges_;

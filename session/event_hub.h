@@ -31,12 +31,16 @@ class Hub {
     for (const auto& channel : readers()) channel->push(element);
   }
 
-  void close() KWT_EXCLUDES(mutex_) {
+  void close() noexcept KWT_EXCLUDES(mutex_) {
+    std::vector<std::weak_ptr<Channel<T>>> channels;
     {
       const internal::MutexLock lock(mutex_);
       isClosed_ = true;
+      channels.swap(channels_);
     }
-    for (const auto& channel : readers()) channel->end();
+    for (const auto& known : channels) {
+      if (const auto channel = known.lock()) channel->end();
+    }
   }
 
   bool hasReaders() const { return !readers().empty(); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <new>
 #include <utility>
 
 #include <kwtsdk/session/session.h>
@@ -37,8 +38,17 @@ class Job {
   /// On the worker, with the recorder to itself; ends it.
   virtual void run(Conversation& recorder) = 0;
 
-  /// Ends it unless it has ended. Any thread.
-  virtual void fail(const Failure& failure) = 0;
+  /// Ends it unless it has ended. Any thread. It may lose its text where there is no memory for that.
+  virtual void fail(const Failure& failure) noexcept = 0;
+
+  void failFor(Errc reason, const char* text, Effect effect = Effect::none) noexcept {
+    try {
+      fail({reason, text, effect});
+    } catch (const std::bad_alloc&) {
+      fail({reason, "", effect});
+    }
+  }
+  void interrupted(Errc reason) noexcept { failFor(reason, interruptionText(reason)); }
 
   virtual LetIn* letIn() { return nullptr; }
 

@@ -34,7 +34,7 @@ void OpeningEnd::expire() {
     return;
   }
   connection_->interruptOpening();
-  if (now - since >= longest) return job->fail(interruptionFailure(*reason));
+  if (now - since >= longest) return job->interrupted(*reason);
   alarm_->at(now + step, weak_from_this());
 }
 

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -23,7 +24,13 @@ class OperationJob : public Job {
         body_(std::move(body)) {}
 
   void run(Conversation& recorder) override { conclude(body_(recorder)); }
-  void fail(const Failure& failure) override { conclude(failure); }
+  void fail(const Failure& failure) noexcept override {
+    try {
+      conclude(failure);
+    } catch (const std::bad_alloc&) {
+      conclude(Failure(failure.code(), "", failure.effect()));
+    }
+  }
 
  protected:
   void conclude(Result<T> result) {

@@ -50,12 +50,12 @@ OperationState::~OperationState() = default;
 bool OperationState::wait(const std::optional<Duration>& longest) {
   if (done_) return true;
   if (OnWorker::is(surroundings_.worker)) {
-    std::function<void()> onStuck;
+    std::shared_ptr<const Ends> ends;
     {
       const MutexLock lock(mutex_);
-      onStuck = onStuck_;
+      ends = ends_;
     }
-    if (onStuck) onStuck();
+    if (ends) ends->onStuck();
     if (done_) return true;
   }
   const auto ended = surroundings_.scheduler->semaphore("kwt.session.wait");
@@ -94,9 +94,9 @@ void OperationState::afterEnd(std::function<void()> call) {
 }
 
 void OperationState::begin(std::function<void(Errc)> onInterrupt, std::function<void()> onStuck) {
+  auto ends = std::make_shared<const Ends>(Ends{std::move(onInterrupt), std::move(onStuck)});
   const MutexLock lock(mutex_);
-  onInterrupt_ = std::move(onInterrupt);
-  onStuck_ = std::move(onStuck);
+  ends_.swap(ends);
 }
 
 void OperationState::watch(const Limits& limits, const std::optional<Duration>& timeout) {
@@ -120,26 +120,25 @@ std::optional<Duration> OperationState::deadline() const {
   return deadline_;
 }
 
-void OperationState::interrupt(Errc reason) {
-  std::function<void(Errc)> onInterrupt;
+void OperationState::interrupt(Errc reason) noexcept {
   {
     const MutexLock lock(mutex_);
     if (done_ || interruption_) return;
     interruption_ = reason;
-    onInterrupt = onInterrupt_;
   }
-  if (onInterrupt) onInterrupt(reason);
+  insist();
 }
 
-void OperationState::insist() {
-  std::function<void(Errc)> onInterrupt;
+void OperationState::insist() noexcept {
+  std::shared_ptr<const Ends> ends;
   std::optional<Errc> reason;
   {
     const MutexLock lock(mutex_);
     reason = interruption_;
-    onInterrupt = onInterrupt_;
+    ends = ends_;
   }
-  if (reason && onInterrupt) onInterrupt(*reason);
+  if (!reason || !ends) return;
+  internal::guardedCall(surroundings_.log, "The end of an operation", [&] { ends->onInterrupt(*reason); });
 }
 
 std::optional<Errc> OperationState::interruption() const {
@@ -147,12 +146,12 @@ std::optional<Errc> OperationState::interruption() const {
   return interruption_;
 }
 
-void OperationState::publishEnd() {
-  std::vector<std::function<void()>> callbacks, afterwards;
+void OperationState::publishEnd() noexcept {
+  std::list<std::function<void()>> callbacks;
+  std::vector<std::function<void()>> afterwards;
   std::vector<std::shared_ptr<Semaphore>> waiters;
   std::shared_ptr<StopWatch> stopWatch;
-  std::function<void(Errc)> onInterrupt;
-  std::function<void()> onStuck;
+  std::shared_ptr<const Ends> ends;
   std::optional<Alarm::Ticket> ticket;
   bool isFollowed = false;
   {
@@ -165,15 +164,17 @@ void OperationState::publishEnd() {
     afterwards.swap(afterEnd_);
     waiters.swap(waiters_);
     stopWatch.swap(stopWatch_);
-    onInterrupt.swap(onInterrupt_);
-    onStuck.swap(onStuck_);
+    ends.swap(ends_);
     ticket.swap(ticket_);
     isFollowed = onProgress_ != nullptr;
   }
   if (ticket) surroundings_.alarm->takeBack(*ticket);
-  for (const auto& call : afterwards) call();
-  if (isFollowed) surroundings_.callbacks->post([self = shared_from_this()] { self->callOnProgress(); });
-  for (auto& callback : callbacks) surroundings_.callbacks->post(std::move(callback));
+  using internal::guardedCall;
+  for (const auto& call : afterwards) guardedCall(surroundings_.log, "What follows an operation", call);
+  guardedCall(surroundings_.log, "The last progress report", [&] {
+    if (isFollowed) surroundings_.callbacks->post([self = shared_from_this()] { self->callOnProgress(); });
+  });
+  surroundings_.callbacks->postAll(callbacks);
   for (const auto& waiter : waiters) waiter->signal();
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -73,10 +74,10 @@ class OperationState : public Expiring, public std::enable_shared_from_this<Oper
   std::optional<Duration> deadline() const KWT_EXCLUDES(mutex_);
   Duration began() const { return began_; }
 
-  void interrupt(Errc reason) KWT_EXCLUDES(mutex_);
+  void interrupt(Errc reason) noexcept KWT_EXCLUDES(mutex_);
 
   /// Tells again what it was told: what can end it now could not when it came, or not yet.
-  void insist() KWT_EXCLUDES(mutex_);
+  void insist() noexcept KWT_EXCLUDES(mutex_);
   std::optional<Errc> interruption() const KWT_EXCLUDES(mutex_);
   void expire() override { interrupt(Errc::timedOut); }
 
@@ -94,7 +95,7 @@ class OperationState : public Expiring, public std::enable_shared_from_this<Oper
 
   /// True once.
   bool claimEnd() { return !claimed_.exchange(true); }
-  void publishEnd() KWT_EXCLUDES(mutex_);
+  void publishEnd() noexcept KWT_EXCLUDES(mutex_);
 
  private:
   using OnProgress = std::function<void(const ProgressReport&)>;
@@ -115,13 +116,16 @@ class OperationState : public Expiring, public std::enable_shared_from_this<Oper
   };
 
   mutable internal::Mutex mutex_;
-  std::function<void(Errc)> onInterrupt_ KWT_GUARDED_BY(mutex_);
-  std::function<void()> onStuck_ KWT_GUARDED_BY(mutex_);
+  struct Ends {
+    std::function<void(Errc)> onInterrupt;
+    std::function<void()> onStuck;
+  };
+  std::shared_ptr<const Ends> ends_ KWT_GUARDED_BY(mutex_);
   std::optional<Errc> interruption_ KWT_GUARDED_BY(mutex_);
   std::optional<Duration> deadline_ KWT_GUARDED_BY(mutex_);
   std::optional<Alarm::Ticket> ticket_ KWT_GUARDED_BY(mutex_);
   std::shared_ptr<StopWatch> stopWatch_ KWT_GUARDED_BY(mutex_);
-  std::vector<std::function<void()>> whenDone_ KWT_GUARDED_BY(mutex_);
+  std::list<std::function<void()>> whenDone_ KWT_GUARDED_BY(mutex_);
   std::vector<std::function<void()>> afterEnd_ KWT_GUARDED_BY(mutex_);
   std::vector<std::shared_ptr<Semaphore>> waiters_ KWT_GUARDED_BY(mutex_);
   ProgressReport report_ KWT_GUARDED_BY(mutex_);

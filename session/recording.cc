@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -254,7 +255,13 @@ Result<Recorded> record(Conversation& recorder, Worker& worker, const std::files
   const auto created = RecordingFile::create(file);
   if (!created) return created.error();
   Recording recording(recorder, worker, options, stop, *created);
-  auto failure = recording.run();
+  MaybeFailure failure;
+  try {
+    failure = recording.run();
+  } catch (const std::bad_alloc&) {  // what is in the file stays
+    recorder.endLink();              // with which a recording ends
+    failure = Failure(Errc::noResources, "no memory left", Effect::unknown);
+  }
   if (auto unwritten = (*created)->close(); unwritten && !failure) failure = unwritten;
   const Recorded recorded = recording.recorded(file);
   if (!failure) return recorded;

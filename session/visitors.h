@@ -35,7 +35,9 @@ class Visitors {
 
   Conversation& recorder_;
   Worker& worker_;
-  std::shared_ptr<Job> job_;
+  Job* job() const { return taken_.empty() ? nullptr : taken_.front().get(); }
+
+  Worker::Jobs taken_;  // one at most
   std::optional<Exchange> question_;
   Duration due_{0};
 };

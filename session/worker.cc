@@ -53,6 +53,7 @@ std::shared_ptr<Worker> Worker::create(std::shared_ptr<Link> link, const Options
 
 Worker::Worker(const std::shared_ptr<Link>& link, const Options& options)
     : gone_(options.platform().scheduler->semaphore("kwt.session.gone")),
+      ended_(options.platform().scheduler->semaphore("kwt.session.end")),
       log_(options.platform().log),
       surroundings_{options.platform().scheduler, callbacksFor(options, log_),
                     std::make_shared<Alarm>(options.platform().scheduler, log_), log_, this},
@@ -84,12 +85,12 @@ void Worker::submit(const std::shared_ptr<Job>& job, const std::optional<Duratio
         const auto interruptedJob = weakJob.lock();
         if (!interruptedJob) return;
         if (self) return self->interrupted(interruptedJob, reason);
-        interruptedJob->fail(interruptionFailure(reason));
+        interruptedJob->interrupted(reason);
       },
       [weakJob] {
         const auto stuck = weakJob.lock();
         if (!stuck) return;
-        stuck->fail({Errc::badArgument, "it was waited for on the thread that has to carry it out"});
+        stuck->failFor(Errc::badArgument, "it was waited for on the thread that has to carry it out");
       });
   job->state().watch(job->limits(), timeout);
   {
@@ -97,7 +98,7 @@ void Worker::submit(const std::shared_ptr<Job>& job, const std::optional<Duratio
     if (!isClosed_) queue_.push_back(job);
   }
   if (isClosed()) {
-    job->fail(interruptionFailure(Errc::closed));
+    job->interrupted(Errc::closed);
   } else if (wake() && job->letIn() != nullptr) {
     inbox_->nudge();
   }
@@ -108,44 +109,47 @@ bool Worker::isClosed() const {
   return isClosed_;
 }
 
-bool Worker::async(std::function<void()> work) {
-  return thread_ && guardedCall(log_, "The thread of a session", [&] { thread_->async(std::move(work)); });
-}
-
-bool Worker::wake() {
+bool Worker::wake() noexcept {
   {
     const MutexLock lock(mutex_);
     if (std::exchange(isPumping_, true)) return true;
   }
   if (async([self = shared_from_this()] { self->pump(); })) return true;
-  std::deque<std::shared_ptr<Job>> stranded;  // also those of threads that relied on this one
+  Jobs stranded;  // also those of threads that relied on this one
   {
     const MutexLock lock(mutex_);
     isPumping_ = false;
     stranded.swap(queue_);
   }
-  for (const auto& job : stranded) job->fail({Errc::noResources, "no thread could be started"});
+  for (const auto& job : stranded) job->failFor(Errc::noResources, "no thread or no memory could be had");
   return false;
 }
 
-void Worker::pump() {
+/// Whatever it throws: the thread goes on, with a link made anew.
+template <class Work>
+void Worker::onWorker(const Work& work) noexcept {
   const OnWorker here(this);
   inbox_->attend();
-  kept_->use();
-  while (const auto job = takeNext()) carryOut(*job);
-  rest();
+  if (!guardedCall(log_, "The worker of a session", work)) conversation_.distrustLink();
   inbox_->leave();
 }
 
+void Worker::pump() {
+  onWorker([this] {
+    kept_->use();
+    while (const auto job = takeNext()) carryOut(*job);
+    rest();
+  });
+}
+
 std::shared_ptr<Job> Worker::takeNext() {
-  std::vector<std::shared_ptr<Job>> ended;  // destroyed without the lock
+  Jobs ended;  // destroyed without the lock
+  std::shared_ptr<Job> last;
   const MutexLock lock(mutex_);
-  ended.push_back(std::exchange(running_, nullptr));
+  running_.swap(last);
   while (!queue_.empty()) {
-    auto job = std::move(queue_.front());
-    queue_.pop_front();
-    if (!job->state().done()) return running_ = std::move(job);
-    ended.push_back(std::move(job));
+    ended.splice(ended.end(), queue_, queue_.begin());
+    if (!ended.back()->state().done()) return running_ = ended.back();
   }
   isPumping_ = false;
   return nullptr;
@@ -156,22 +160,22 @@ bool Worker::hasLetIn() const {
   return std::ranges::any_of(queue_, isLetIn);
 }
 
-std::shared_ptr<Job> Worker::takeLetIn() {
+Worker::Jobs Worker::takeLetIn() {
+  Jobs taken;
   const MutexLock lock(mutex_);
   const auto found = std::ranges::find_if(queue_, isLetIn);
-  if (found == queue_.end()) return nullptr;
-  auto job = std::move(*found);
-  queue_.erase(found);
-  return job;
+  if (found != queue_.end()) taken.splice(taken.end(), queue_, found);
+  return taken;
 }
 
-void Worker::putBack(const std::shared_ptr<Job>& letIn) {
+void Worker::putBack(Jobs& letIn) noexcept {
+  const auto job = letIn.front();
   {
     const MutexLock lock(mutex_);
-    queue_.push_front(letIn);
+    queue_.splice(queue_.begin(), letIn);
   }
   // What close() did meanwhile had no effect on it.
-  if (isClosed()) letIn->state().interrupt(Errc::closed);
+  if (isClosed()) job->state().interrupt(Errc::closed);
 }
 
 std::shared_ptr<Job> Worker::findRecording() const {
@@ -182,19 +186,27 @@ std::shared_ptr<Job> Worker::findRecording() const {
   return found == queue_.end() ? nullptr : *found;
 }
 
-void Worker::carryOut(Job& job) {
+void Worker::failForeign(Job& job, const char* what) noexcept {
+  const Effect effect = conversation_.possibleEffect();
+  const bool isTold = guardedCall(log_, "The text of a failure", [&] {
+    job.fail({Errc::linkFailed, std::string("an exception came from outside (") + what + ")", effect});
+  });
+  if (!isTold) job.failFor(Errc::linkFailed, what, effect);
+}
+
+void Worker::carryOut(Job& job) noexcept {
   conversation_.begin(job.sharedState(), job.limits());
   try {
     job.run(conversation_);
   } catch (const std::bad_alloc&) {
     conversation_.distrustLink();
-    job.fail({Errc::noResources, "there was no memory left"});
+    job.failFor(Errc::noResources, "there was no memory left", conversation_.possibleEffect());
   } catch (const std::exception& exception) {
     conversation_.distrustLink();
-    job.fail({Errc::linkFailed, std::string("an exception came from outside (") + exception.what() + ")"});
+    failForeign(job, exception.what());
   } catch (...) {
     conversation_.distrustLink();
-    job.fail({Errc::linkFailed, "an exception of no known kind came from outside"});
+    failForeign(job, "of no known kind");
   }
   conversation_.leaveOperation();
   if (kept_->isNever()) conversation_.endLink();
@@ -211,22 +223,18 @@ void Worker::endIdleLink() {
   async([weak = weak_from_this()] {
     const auto self = weak.lock();
     if (!self || !self->kept_->isOver()) return;
-    const OnWorker here(self.get());
-    self->conversation_.endLink();
+    self->onWorker([&] { self->conversation_.endLink(); });
   });
 }
 
 void Worker::takeUnattended() {
-  const OnWorker here(this);
-  inbox_->attend();
-  conversation_.look();
-  inbox_->leave();
+  onWorker([this] { conversation_.look(); });
 }
 
 // ---- Ends ----
 
 void Worker::interrupted(const std::shared_ptr<Job>& job, Errc reason) {
-  if (!isRunning(*job)) return job->fail(interruptionFailure(reason));
+  if (!isRunning(*job)) return job->interrupted(reason);
   inbox_->nudge();
   openingEnd_->demand(job);
 }
@@ -236,36 +244,37 @@ bool Worker::isRunning(const Job& job) const {
   return running_.get() == &job;
 }
 
-void Worker::close() {
-  std::vector<std::shared_ptr<Job>> jobs;
+void Worker::close() noexcept {
+  Jobs waiting;
+  std::shared_ptr<Job> running;
   {
     const MutexLock lock(mutex_);
     if (std::exchange(isClosed_, true)) return;
-    jobs.assign(queue_.begin(), queue_.end());
-    if (running_) jobs.push_back(running_);
+    waiting.swap(queue_);
+    running = running_;
   }
-  for (const auto& job : jobs) job->state().interrupt(Errc::closed);
+  for (const auto& job : waiting) job->state().interrupt(Errc::closed);
+  if (running) running->state().interrupt(Errc::closed);
   events_.close();
   audio_.close();
   wake();
 }
 
-bool Worker::join() {
+bool Worker::join() noexcept {
   if (OnWorker::is(this) || surroundings_.callbacks->isInside()) return false;
-  const auto reached = surroundings_.scheduler->semaphore("kwt.session.end");
-  if (async([reached] { reached->signal(); })) reached->wait(std::nullopt);
+  if (async([reached = ended_] { reached->signal(); })) ended_->wait(std::nullopt);
   surroundings_.callbacks->finish();
   return true;
 }
 
 // ---- What is known ----
 
-void Worker::publish(const Event& event) {
+void Worker::publish(const Event& event) noexcept {
   if (const auto* const seen = std::get_if<event::BatterySeen>(&event)) {
     const MutexLock lock(mutex_);
     battery_ = seen->level;
   }
-  events_.publish(event);
+  guardedCall(log_, "An event", [&] { events_.publish(event); });
 }
 
 void Worker::noteFirmware(const std::string& version) {
@@ -285,9 +294,9 @@ Session::Snapshot Worker::snapshot() const {
   return snapshot;
 }
 
-void Worker::announce(const OperationState& state, std::error_code error, const Failure* failure) {
+void Worker::announce(const OperationState& state, std::error_code error, const Failure* failure) noexcept {
   if (failure != nullptr) log_.info("%@", failure->text());
-  publish(event::OperationEnded{state.name(), error});
+  guardedCall(log_, "An event", [&] { publish(event::OperationEnded{state.name(), error}); });
 }
 
 }  // namespace kwtsdk::session::detail

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <cstddef>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,24 +45,27 @@ class Worker : public std::enable_shared_from_this<Worker> {
   void nudge() { inbox_->nudge(); }
   bool isClosed() const KWT_EXCLUDES(mutex_);
 
-  void close() KWT_EXCLUDES(mutex_);
+  void close() noexcept KWT_EXCLUDES(mutex_);
 
   /// Waits until the recorder has been left in order and all callbacks have run; false, without waiting,
   /// where this thread is one of them.
-  bool join();
+  bool join() noexcept;
 
   /// Signalled when it is gone, and the link with it.
   std::shared_ptr<Semaphore> gone() const { return gone_.semaphore; }
 
-  void publish(const Event& event) KWT_EXCLUDES(mutex_);
+  /// An event that there is no memory for is lost.
+  void publish(const Event& event) noexcept KWT_EXCLUDES(mutex_);
   void noteFirmware(const std::string& version) KWT_EXCLUDES(mutex_);
 
   // ---- The worker's thread ----
 
+  using Jobs = std::list<std::shared_ptr<Job>>;  // which move from one to the other without memory
+
   /// The next query that waits, for a recording to let in; it is no longer in the queue then.
-  std::shared_ptr<Job> takeLetIn() KWT_EXCLUDES(mutex_);
+  Jobs takeLetIn() KWT_EXCLUDES(mutex_);
   bool hasLetIn() const KWT_EXCLUDES(mutex_);
-  void putBack(const std::shared_ptr<Job>& letIn) KWT_EXCLUDES(mutex_);
+  void putBack(Jobs& letIn) noexcept KWT_EXCLUDES(mutex_);
 
   // ---- Outcomes, which only this class may touch ----
 
@@ -98,7 +101,9 @@ class Worker : public std::enable_shared_from_this<Worker> {
   void conclude(Outcome<T>& outcome, Result<T> result) {
     OperationState& state = stateOf(outcome);
     if (!state.claimEnd()) return;
-    if (!result) result = named(state, std::move(result));
+    internal::guardedCall(log_, "The text of a failure", [&] {
+      if (!result) result = named(state, result);
+    });
     announce(state, result ? std::error_code() : std::error_code(result.error()),
              result ? nullptr : &result.error());
     give(outcome, std::move(result));
@@ -114,7 +119,7 @@ class Worker : public std::enable_shared_from_this<Worker> {
   };
 
   template <class T>
-  static Result<T> named(const OperationState& state, Result<T> result) {
+  static Result<T> named(const OperationState& state, const Result<T>& result) {
     const Failure& error = result.error();
     const bool isSentence = error.text().ends_with('.');
     Failure failure(error.code(), state.name() + ": " + error.text() + (isSentence ? "" : "."),
@@ -124,20 +129,28 @@ class Worker : public std::enable_shared_from_this<Worker> {
   }
 
   static void adopt(Operating& operating, std::shared_ptr<OperationState> state);
-  void announce(const OperationState& state, std::error_code error, const Failure* failure);
+  void announce(const OperationState& state, std::error_code error, const Failure* failure) noexcept;
 
   bool isRunning(const Job& job) const KWT_EXCLUDES(mutex_);
-  bool wake() KWT_EXCLUDES(mutex_);
-  bool async(std::function<void()> work);
+  bool wake() noexcept KWT_EXCLUDES(mutex_);
+  template <class Work>
+  bool async(Work work) noexcept {
+    return thread_ &&
+           internal::guardedCall(log_, "The thread of a session", [&] { thread_->async(std::move(work)); });
+  }
   void pump() KWT_EXCLUDES(mutex_);
   std::shared_ptr<Job> takeNext() KWT_EXCLUDES(mutex_);
-  void carryOut(Job& job);
+  void carryOut(Job& job) noexcept;
+  void failForeign(Job& job, const char* what) noexcept;
+  template <class Work>
+  void onWorker(const Work& work) noexcept;
   void rest() KWT_EXCLUDES(mutex_);
   void endIdleLink();
   void takeUnattended();
   void interrupted(const std::shared_ptr<Job>& job, Errc reason) KWT_EXCLUDES(mutex_);
 
   const Farewell gone_;  // the first member, and so the last to go
+  const std::shared_ptr<Semaphore> ended_;
   const internal::Logger log_;
   Surroundings surroundings_;
   Hub<Event> events_;
@@ -149,7 +162,7 @@ class Worker : public std::enable_shared_from_this<Worker> {
   std::shared_ptr<KeptLink> kept_;
 
   mutable internal::Mutex mutex_;
-  std::deque<std::shared_ptr<Job>> queue_ KWT_GUARDED_BY(mutex_);
+  Jobs queue_ KWT_GUARDED_BY(mutex_);
   std::shared_ptr<Job> running_ KWT_GUARDED_BY(mutex_);
   bool isPumping_ KWT_GUARDED_BY(mutex_) = false;
   bool isClosed_ KWT_GUARDED_BY(mutex_) = false;

@@ -55,7 +55,8 @@ void addOptions(CLI::App& app, Invocation& invocation, Words& words) {
   app.set_version_flag("--version", "kwt " KWT_VERSION, "Print the version and end")->group(kCommonGroup);
   addRecorder(app, invocation);
   app.add_flag("--json", invocation.json, "Print the result as one JSON object; docs/kwt.md has its fields");
-  app.add_option("--progress", words.progress, "auto, none, or json: one object a line")->type_name("HOW");
+  app.add_option("--progress", words.progress, "Where progress goes; json: one object a line")
+      ->type_name("auto|none|json");
   app.add_flag("-q,--quiet", invocation.quiet, "Print errors and what was asked for, nothing else");
   app.add_flag("-v,--verbose", invocation.verbose, "Print what is sent and received");
   app.add_option("--timeout", words.seconds, "End after so many seconds, as Ctrl-C does")

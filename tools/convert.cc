@@ -162,7 +162,7 @@ std::vector<Conversion> conversionsOf(const std::vector<std::string>& inputs, co
   std::error_code ignored;
   const bool isFolder = fs::is_directory(output, ignored);
   require(isFolder || inputs.size() == 1 || output.empty(),
-          "-o has to be a folder for more than one input, which " + output + " is not");
+          "-o has to be a folder that exists for more than one input, which " + output + " is not");
   std::vector<Conversion> conversions;
   std::set<fs::path> outputs;
   for (const std::string& input : inputs) {
@@ -223,7 +223,7 @@ const RegisteredCommand kConvertCommand(
            .isRequired = true},
           {"-o,--output", "FILE|DIR",
            "File or folder to write, - for standard output (default: beside the input)"},
-          {"--to", "FORMAT", "wav or mp3 (default: as the output's name ends, or mp3)"},
+          {"--to", "wav|mp3", "What to make (default: as the output's name ends, or mp3)"},
           {"--bitrate", "KBIT/S", "Of MP3, 8 to 160 (default: 24)"},
           {.name = "--force",
            .valueName = "",

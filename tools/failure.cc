@@ -96,7 +96,7 @@ constexpr std::array<Advice, 9> kAdvice{{
      "/etc/dbus-1/system.d/bluetooth.conf allow send_destination=\"org.bluez\"."},
     {bluez::Problem::serviceNotRunning, "The Bluetooth service, bluetoothd, is not running",
      "Start it with `sudo systemctl start bluetooth` (Debian package bluez), then run the command again."},
-    {bluez::Problem::noAdapter, "This machine has no Bluetooth adapter",
+    {bluez::Problem::noAdapter, "The Bluetooth adapter is missing",
      "Plug one in, then run the command again; `bluetoothctl list` shows those that work."},
     {bluez::Problem::adapterOff, "Bluetooth is off",
      "Switch it on with `bluetoothctl power on`, after `rfkill unblock bluetooth` if that is refused, then "

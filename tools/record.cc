@@ -183,8 +183,8 @@ const RegisteredCommand kRecordCommand(
          {{"-o,--output", "FILE",
            "A new or empty file: .opus (Ogg Opus, the recorder's own packets), .wav, .mp3 or .rec (the "
            "packets alone); - for Ogg Opus to a pipe (default: recording-TIME.opus)"},
-          {"-t,--type", "TYPE",
-           "normal (0, the default), noise-reduced (1), call (2), media (3) or ambient (4)"},
+          {"-t,--type", "normal|noise-reduced|call|media|ambient",
+           "What to record, also as 0 to 4 (default: normal)"},
           {"-d,--duration", "LENGTH", "End it after that long: 90, 10s, 5m, 1h, 1:30 or 1:02:03"}},
      .prepare = prepareRecord});
 

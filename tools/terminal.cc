@@ -97,10 +97,12 @@ void TerminalLine::show(const std::string& text) {
   if (isForPrograms()) return tell({{"text", text}});
   if (!visible()) return;
   shown_ = scheduler_.now();
-  // Asked each time, since terminals are resized. In the last column some already begin the next line.
+  // Asked each time, since terminals are resized. In the last column some already begin the next line, and an
+  // interrupt is shown as ^C behind the text.
   constexpr std::size_t usual = 80;
-  const std::size_t columns = terminalColumns(STDERR_FILENO).value_or(usual);
-  std::cerr << kLineStart << cutToColumns(text, columns - 1) << std::flush;
+  constexpr std::size_t margin = 3;
+  const std::size_t columns = std::max(terminalColumns(STDERR_FILENO).value_or(usual), margin + 1);
+  std::cerr << kLineStart << cutToColumns(text, columns - margin) << std::flush;
 }
 
 void TerminalLine::tell(const Record& record) {
@@ -121,6 +123,7 @@ void ProgressLine::show(const session::ProgressReport& report) {
   if (report.total == 0 || !line_.isDue()) return;
   std::ostringstream line;
   if (report.items > 1) line << report.item << " of " << report.items << ' ';
+  if (report.stage == session::ProgressReport::Stage::verifying) line << "Checking ";
   line << std::setw(3) << report.done * 100 / report.total << " %  "
        << ofBytesText(report.done, report.total);
   if (report.left) {

@@ -50,8 +50,7 @@ void ImageTransfer::uploadCopyOf(const std::optional<Bytes>& image, std::uint64_
                   [&] { copy = image ? std::make_shared<const Bytes>(*image) : nullptr; })) {
     uploadFirmWare(copy, offset, progress, completion);
   } else {
-    const Error error = exceptionError("The image could not be copied; the log says why.");
-    callHost(channel_.log, completion, error, std::nullopt);
+    callHost(channel_.log, completion, noResourcesError(), std::nullopt);
   }
 }
 
@@ -68,19 +67,19 @@ void ImageTransfer::uploadFirmWare(const Image& image, std::uint64_t offset, con
   const auto upload =
       std::make_shared<Upload>(Upload{image, resumeKey(*image), progress, completion, offset, {}, true});
   const auto work = [this, self, upload] { run(*upload); };
-  if (!channel_.queues.async(kSendQueue, work)) end(noThreadError());
+  if (!channel_.queues.async(kSendQueue, work)) end(noResourcesError());
 }
 
 void ImageTransfer::run(Upload& upload) {
-  MaybeError outcome = exceptionError("The transfer of the image failed; the log says why.");
-  guardedCall(channel_.log, "The transfer of an image", [&] {
+  MaybeError outcome;
+  const bool isOver = guardedCall(channel_.log, "The transfer of an image", [&] {
     try {
       outcome = sendAll(upload);
     } catch (const std::out_of_range& tail) {
       outcome = Error("std::out_of_range", 0, {{kDescriptionKey, tail.what()}});
     }
   });
-  callHost(channel_.log, upload.completion, outcome, std::nullopt);
+  callHost(channel_.log, upload.completion, isOver ? outcome : noResourcesError(), std::nullopt);
 }
 
 MaybeError ImageTransfer::sendAll(Upload& upload) {
@@ -143,19 +142,20 @@ void ImageTransfer::updateSendData(const Bytes& packet, const ReplyHandler& comp
 }
 
 void ImageTransfer::updateCheckData(const Bytes& segment, const StepCompletion& completion) {
-  channel_.send(
-      {.type = KWTCmdTypeUpdateCheckData,
-       .writeTo = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
-       .notifyOn = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
-       .frame = wire::checkRequest(segment),
-       .onAnswer =
-           [log = channel_.log, completion](const Answer& answer) {
-             const bool confirmed = answer.reply && answer.reply->starts_with(wire::kSegmentConfirmed);
-             log.info("updateCheckData res:%d", confirmed ? 1 : 0);
-             answer.cleanUp();
-             callHost(log, completion, confirmed ? std::nullopt : MaybeError(checkFailedError()), confirmed);
-           },
-       .logLine = "updateCheckData"});
+  channel_.send({.type = KWTCmdTypeUpdateCheckData,
+                 .writeTo = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                 .notifyOn = wire::CHARACTERISTIC_FOR_OTA_WRITE_AND_NOTIFY,
+                 .frame = wire::checkRequest(segment),
+                 .onAnswer =
+                     [log = channel_.log, completion](const Answer& answer) {
+                       const bool confirmed =
+                           answer.reply && answer.reply->starts_with(wire::kSegmentConfirmed);
+                       const MaybeError outcome = confirmed ? std::nullopt : MaybeError(checkFailedError());
+                       log.info("updateCheckData res:%d", confirmed ? 1 : 0);
+                       answer.cleanUp();
+                       callHost(log, completion, outcome, confirmed);
+                     },
+                 .logLine = "updateCheckData"});
 }
 
 void ImageTransfer::updateBye(const StepCompletion& completion) {
@@ -168,7 +168,7 @@ void ImageTransfer::updateBye(const StepCompletion& completion) {
                    callHost(log, completion, accepted ? std::nullopt : MaybeError(updateByeError()),
                             accepted);
                    answer.cleanUp();
-                   log.info("updateBye response:%@", answer.reply.value_or("(null)"));
+                   log.info("updateBye response:%@", answer.reply ? answer.reply->c_str() : nullptr);
                  }});
 }
 

@@ -22,12 +22,9 @@ constexpr std::uint64_t kOffset = 0;
 void UpdateDriver::updateFirmware(const std::string& imagePath, const Progress& progress,
                                   const ValueCompletion<std::string>& completion) {
   const auto work = [this, owner = channel_.owner(), imagePath, progress, completion] {
-    const auto report = [&](const MaybeError& error) {
-      callHost(channel_.log, completion, error, error ? std::nullopt : std::optional<std::string>("success"));
-    };
-    MaybeError outcome = exceptionError("The update failed; the log says why.");
+    MaybeError outcome;
     std::shared_ptr<Command> done;
-    guardedCall(channel_.log, "An update", [&] {
+    const bool isOver = guardedCall(channel_.log, "An update", [&] {
       auto data = dataOfFile(imagePath);
       if (!data) {
         outcome = unreadableImageError();
@@ -38,11 +35,12 @@ void UpdateDriver::updateFirmware(const std::string& imagePath, const Progress& 
       outcome = install(image, progress);
       if (!outcome) done = finish(*image);
     });
-    report(outcome);
+    const MaybeError& told = isOver ? outcome : noResourcesError();
+    callHost(channel_.log, completion, told, told ? std::nullopt : std::optional<std::string>("success"));
     channel_.giveUp(done);  // nobody answers it
   };
   if (!channel_.queues.async(kAwaitQueue, work)) {
-    callHost(channel_.log, completion, noThreadError(), std::nullopt);
+    callHost(channel_.log, completion, noResourcesError(), std::nullopt);
   }
 }
 

@@ -29,7 +29,9 @@ void UpdateHandshake::step(std::int64_t type, Bytes frame, const StepCompletion&
                        const MaybeError outcome = judge(answer.error, answer.reply);
                        callHost(log, completion, outcome, !outcome);
                        answer.cleanUp();
-                       if (afterwards) afterwards(answer.reply);
+                       guardedCall(log, "The end of a step", [&] {
+                         if (afterwards) afterwards(answer.reply);
+                       });
                      },
                  .clearsPending = true});
 }
@@ -37,7 +39,7 @@ void UpdateHandshake::step(std::int64_t type, Bytes frame, const StepCompletion&
 void UpdateHandshake::updatePrepare(const StepCompletion& completion) {
   step(KWTCmdTypeUpdatePrepare, wire::prepareRequest(), completion,
        [log = channel_.log](const MaybeError& error, const Reply& reply) -> MaybeError {
-         log.info("updatePrepare:%@ error:%@", textOf(reply), description(error));
+         log.info("updatePrepare:%@ error:%@", textOf(reply), error);
          return begins(reply, wire::kPrepared) ? std::nullopt : MaybeError(updatePrepareError());
        });
 }
@@ -47,7 +49,7 @@ void UpdateHandshake::updateSelectionSide(const StepCompletion& completion) {
        [log = channel_.log](const MaybeError&, const Reply& reply) -> MaybeError {
          const MaybeError outcome =
              begins(reply, wire::kSideSelected) ? std::nullopt : MaybeError(updateSelectionError());
-         log.info("updateSelectionSide:%@ error:%@", textOf(reply), description(outcome));
+         log.info("updateSelectionSide:%@ error:%@", textOf(reply), outcome);
          return outcome;
        });
 }
@@ -56,7 +58,7 @@ void UpdateHandshake::updateResumeVerify(std::int64_t segmentSize, std::uint64_t
                                          const StepCompletion& completion) {
   step(KWTCmdTypeUpdateResumeVerify, wire::resumeRequest(segmentSize, offset), completion,
        [log = channel_.log](const MaybeError& error, const Reply& reply) {
-         log.info("updateResumeVerify:%@ error:%@", textOf(reply), description(error));
+         log.info("updateResumeVerify:%@ error:%@", textOf(reply), error);
          return error;
        });
 }

@@ -58,7 +58,7 @@ struct EventForwarder::State {
     std::weak_ptr<Peripheral> peripheral;
   };
   internal::SharedField<std::shared_ptr<const Events>> events;
-  internal::SharedField<std::function<void()>> onDisconnect;
+  internal::SharedField<std::shared_ptr<const std::function<void()>>> onDisconnect;
   internal::SharedField<Attached> attached;
 
   void tell(Event Events::*event, const std::shared_ptr<Peripheral>& peripheral,
@@ -77,7 +77,8 @@ void EventForwarder::setEvents(Event didWrite, Event didUpdate) {
 }
 
 void EventForwarder::setOnDisconnect(std::function<void()> onDisconnect) {
-  state_->onDisconnect.set(std::move(onDisconnect));
+  state_->onDisconnect.set(
+      onDisconnect ? std::make_shared<const std::function<void()>>(std::move(onDisconnect)) : nullptr);
 }
 
 void EventForwarder::attach(const std::shared_ptr<KWTBluetoothHelper>& facade,
@@ -111,7 +112,7 @@ void EventForwarder::didUpdate(const std::shared_ptr<Peripheral>& peripheral,
 }
 
 void EventForwarder::didDisconnect() const {
-  if (const auto onDisconnect = state_->onDisconnect.get()) onDisconnect();
+  if (const auto onDisconnect = state_->onDisconnect.get()) (*onDisconnect)();
 }
 
 }  // namespace kwtsdk::gatt

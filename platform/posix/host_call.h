@@ -15,25 +15,29 @@
 // stops here.
 namespace kwtsdk::internal {
 
-/// The host's log with printf-style lines. A log that throws loses the line and nothing else. A cheap copy.
+/// The host's log with printf-style lines. A log that throws, or no memory for a line, loses the line and
+/// nothing else: clean-ups log, too. A cheap copy.
 class Logger {
  public:
   explicit Logger(std::shared_ptr<Log> log) : log_(std::move(log)) {}
 
-  void debug(std::string_view line) const { write(LogLevel::debug, line); }
-  template <class... Args>
-  void info(std::string_view format, const Args&... args) const {
-    write(LogLevel::info, formatText(format, {FormatArgument(args)...}));
+  void debug(std::string_view line) const noexcept {
+    write(LogLevel::debug, [&] { return line; });
   }
   template <class... Args>
-  void error(std::string_view format, const Args&... args) const {
-    write(LogLevel::error, formatText(format, {FormatArgument(args)...}));
+  void info(std::string_view format, const Args&... args) const noexcept {
+    write(LogLevel::info, [&] { return formatText(format, {FormatArgument(args)...}); });
+  }
+  template <class... Args>
+  void error(std::string_view format, const Args&... args) const noexcept {
+    write(LogLevel::error, [&] { return formatText(format, {FormatArgument(args)...}); });
   }
 
  private:
-  void write(LogLevel level, std::string_view line) const noexcept {
+  template <class Line>
+  void write(LogLevel level, const Line& line) const noexcept {
     try {
-      log_->write(level, line);
+      log_->write(level, line());
     } catch (...) {  // there is no other place to report to
     }
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -10,16 +11,22 @@
 namespace kwtsdk::sim {
 
 /// For programs: the link's end waits for its thread, which may be busy with a delay that the script asks
-/// for, so it ends on a queue that nobody waits for. `onEnd`, unless empty, is called there afterwards.
+/// for, so it ends on a queue that nobody waits for; where no thread can be had for that, it ends here.
+/// `onEnd`, unless empty, is called there afterwards.
 inline std::shared_ptr<SimulatedLink> endingElsewhere(const std::shared_ptr<Scheduler>& scheduler,
                                                       const std::shared_ptr<SimulatedLink>& link,
                                                       std::function<void()> onEnd = nullptr) {
-  return {link.get(), [scheduler, link = link, onEnd = std::move(onEnd)](SimulatedLink*) mutable {
-            const auto queue = scheduler->serialQueue("kwt.sim.release");
-            queue->async([queue, link = std::move(link), onEnd = std::move(onEnd)]() mutable {
-              link.reset();
-              if (onEnd) onEnd();
-            });
+  const auto end = std::make_shared<std::function<void()>>([link = link, onEnd = std::move(onEnd)]() mutable {
+    link.reset();
+    if (onEnd) onEnd();
+  });
+  return {link.get(), [scheduler, end](SimulatedLink*) {
+            try {
+              const auto queue = scheduler->serialQueue("kwt.sim.release");
+              queue->async([queue, end] { (*end)(); });
+            } catch (const std::exception&) {
+              (*end)();
+            }
           }};
 }
 

@@ -1,6 +1,7 @@
 #include "sim/link/link_core.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace kwtsdk::sim {
@@ -24,7 +25,9 @@ LinkCore::LinkCore(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<Recorde
       queue_(*scheduler_, "kwt.sim.link"),
       faults_(std::move(faults)),
       air_(timing, scheduler_->now()),
-      pace_(*scheduler_, Microphone::kPacketDuration) {}
+      pace_(*scheduler_, Microphone::kPacketDuration) {
+  queue_.async([] {});  // where no thread can be had there is no link
+}
 
 PeripheralState LinkCore::state() const {
   const MutexLock lock(mutex_);
@@ -54,13 +57,32 @@ void LinkCore::connect() {
 void LinkCore::disconnect() {
   const auto next = loseLink();
   if (!next) return;
-  // Behind the work that runs now, which may still hand the model a frame of the lost connection.
-  ++pending_;
-  queue_.async([self = shared_from_this(), next] {
-    self->tellModelOf(*next);
-    self->events_.didDisconnect();
-    --self->pending_;
-  });
+  // Behind the work that runs now, which may still hand the model a frame of the lost connection. Without the
+  // memory for that the host finds out when it writes.
+  try {
+    submit([this, next] { tellOfLoss(*next); });
+  } catch (const std::exception&) {
+    return;
+  }
+}
+
+void LinkCore::tellOfLoss(Generation next) noexcept {
+  try {
+    tellModelOf(next);
+    events_.didDisconnect();
+  } catch (...) {
+    return;
+  }
+}
+
+/// Nobody above it could do anything about what the work throws, which is that the machine has no more memory
+/// or threads: it ends the connection.
+void LinkCore::carryOut(const std::function<void()>& work) noexcept {
+  try {
+    return work();
+  } catch (...) {
+    if (const auto next = loseLink()) tellOfLoss(*next);
+  }
 }
 
 void LinkCore::close() {
@@ -87,11 +109,13 @@ void LinkCore::drain() {
 
 void LinkCore::barrier(const std::shared_ptr<Semaphore>& reached) {
   queue_.async([self = shared_from_this(), reached] {
-    if (self->pending_ == 0) {
-      reached->signal();
-    } else {
-      self->barrier(reached);
+    bool isWaiting = self->pending_ != 0;
+    try {
+      if (isWaiting) self->barrier(reached);
+    } catch (const std::exception&) {
+      isWaiting = false;  // rather too early than never
     }
+    if (!isWaiting) reached->signal();
   });
 }
 
@@ -115,15 +139,25 @@ void LinkCore::enqueueNow(std::function<void()> work) {
 }
 
 void LinkCore::enqueue(Generation generation, std::function<void()> work) {
-  ++pending_;
-  queue_.async([self = shared_from_this(), generation, work = std::move(work)] {
-    self->running_ = generation;
-    if (!self->stale()) {
-      self->tellModelOf(generation);
-      work();
-    }
-    --self->pending_;
+  submit([this, generation, work = std::move(work)] {
+    running_ = generation;
+    if (stale()) return;
+    tellModelOf(generation);
+    work();
   });
+}
+
+void LinkCore::submit(std::function<void()> work) {
+  ++pending_;
+  try {
+    queue_.async([self = shared_from_this(), work = std::move(work)] {
+      self->carryOut(work);
+      --self->pending_;
+    });
+  } catch (...) {
+    --pending_;
+    throw;
+  }
 }
 
 /// A host may connect again before the loss has been worked off: the model must learn of it first, and once.

@@ -49,6 +49,7 @@ class LinkCore : public Peripheral, public std::enable_shared_from_this<LinkCore
   CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
   Duration ready() const;
   void enqueueNow(std::function<void()> work);
+  void submit(std::function<void()> work);
   std::optional<Generation> loseLink();
 
   // ---- The link's thread ----
@@ -58,6 +59,8 @@ class LinkCore : public Peripheral, public std::enable_shared_from_this<LinkCore
   void barrier(const std::shared_ptr<Semaphore>& reached);
   bool stale() const;
   void tellModelOf(Generation generation);
+  void tellOfLoss(Generation next) noexcept;
+  void carryOut(const std::function<void()>& work) noexcept;
 
   FaultAction decide(LinkEvent event);
   bool travel(const FaultAction& action, Duration ready, std::size_t transmissions = 1);

@@ -1,6 +1,7 @@
 // What travels over the link, one kind after the other; all of it on the link's thread.
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "sim/link/link_core.h"
@@ -108,7 +109,12 @@ void LinkCore::followRecording() {
   if (pace_.running()) return;
   pace_.start([weak = weak_from_this(), generation = running_] {
     const auto self = weak.lock();
-    if (self) self->enqueue(generation, [core = self.get(), at = self->ready()] { core->startPump(at); });
+    if (!self) return;
+    try {
+      self->enqueue(generation, [core = self.get(), at = self->ready()] { core->startPump(at); });
+    } catch (const std::exception&) {
+      return;  // the next tick makes up for it
+    }
   });
 }
 

@@ -40,7 +40,7 @@ class Pace {
   Pace(Scheduler& scheduler, Duration interval) : scheduler_(scheduler), interval_(interval) {}
 
   /// `onTick` runs on a thread of the timer's, each time a packet becomes due; once more after the stop if it
-  /// is running then.
+  /// is running then. Throws where no timer can be had, and is not running.
   void start(std::function<void()> onTick);
   void stop() { timer_.reset(); }
   bool running() const { return timer_ != nullptr; }

@@ -14,6 +14,7 @@
 #include <kwtsdk/session/adapters.h>
 #include <kwtsdk/sim/microphone.h>
 
+#include "tests/scarcity/scarcity.h"
 #include "tests/session/stored_recording.h"
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
@@ -66,6 +67,7 @@ class WatchedStore : public sim::MemoryStore {
     return id;
   }
   bool deleteFirst() override {
+    const Counting spares(false);
     const std::uint32_t id = firstId();
     if (!removed.contains(id) && !isOnDisk(held.at(id).content)) lost.insert(id);
     const bool deleted = MemoryStore::deleteFirst();
@@ -159,13 +161,14 @@ class TestLink : public session::Link {
 /// A simulated recorder, and what a host has of it.
 struct RecorderScene {
   RecorderScene(const std::shared_ptr<VirtualTimeScheduler>& virtualTime, std::string hostFolder,
-                std::shared_ptr<sim::FaultPlan> plan, sim::LinkTiming timing)
+                std::shared_ptr<sim::FaultPlan> plan, sim::LinkTiming timing,
+                const std::shared_ptr<Scheduler>& used = nullptr)
       : scheduler(*virtualTime),
         store(std::make_shared<WatchedStore>(hostFolder)),
         model(std::make_shared<sim::RecorderModel>(store)),
-        simLink(sim::SimulatedLink::create(virtualTime, model, timing, std::move(plan))),
+        simLink(sim::SimulatedLink::create(used ? used : virtualTime, model, timing, std::move(plan))),
         link(std::make_shared<TestLink>(session::linkOver(simLink))),
-        platform{virtualTime, nullptr, nullptr, log},
+        platform{used ? used : virtualTime, nullptr, nullptr, log},
         path(std::move(hostFolder)) {
     model->setMicrophone(microphone);
   }
@@ -189,8 +192,11 @@ struct RecorderScene {
 /// The same with a Session, for one directed test: faults are added before what they are for.
 struct SessionScene : private TemporaryFolder, RecorderScene {
   explicit SessionScene(const std::shared_ptr<VirtualTimeScheduler>& virtualTime, sim::LinkTiming timing = {},
-                        const std::shared_ptr<CountedFaults>& plan = std::make_shared<CountedFaults>())
-      : RecorderScene(virtualTime, TemporaryFolder::path(), plan, timing), faults(*plan), session(open()) {
+                        const std::shared_ptr<CountedFaults>& plan = std::make_shared<CountedFaults>(),
+                        const std::shared_ptr<Scheduler>& used = nullptr)
+      : RecorderScene(virtualTime, TemporaryFolder::path(), plan, timing, used),
+        faults(*plan),
+        session(open()) {
     model->setFrameFilter([this](sim::Channel, const Bytes& frame) {
       frames.push_back(internal::hexString(frame));
       return !onFrame || onFrame(frames.back());

@@ -106,12 +106,13 @@ struct Outcome {
 /// A facade attached to a simulated recorder; its requests are written down as hex in the order answered.
 struct SimHost {
   explicit SimHost(const std::shared_ptr<Scheduler>& scheduler, sim::LinkTiming timing = {},
-                   std::shared_ptr<sim::FaultPlan> faults = nullptr, std::shared_ptr<Log> other = nullptr)
+                   std::shared_ptr<sim::FaultPlan> faults = nullptr, std::shared_ptr<Log> other = nullptr,
+                   const std::shared_ptr<Scheduler>& ofFacade = nullptr)
       : model(std::make_shared<sim::RecorderModel>(store)),
         link(sim::SimulatedLink::create(scheduler, model, timing, std::move(faults))),
         outcome(*scheduler),
-        helper(KWTBluetoothHelper::create(
-            {scheduler, std::make_shared<NotedSettings>(), nullptr, other ? std::move(other) : log})) {
+        helper(KWTBluetoothHelper::create({ofFacade ? ofFacade : scheduler, std::make_shared<NotedSettings>(),
+                                           nullptr, other ? std::move(other) : log})) {
     model->setBatteryLevel(87);
     model->setVersion({0, 1, 2, 3});
     link->attach(helper);

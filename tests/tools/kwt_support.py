@@ -173,7 +173,8 @@ class Recorder:
 
     def start(self, *arguments, limit=resource.RLIM_INFINITY, env=os.environ, **options):
         def prepare():
-            signal.signal(signal.SIGINT, signal.SIG_DFL)
+            for number in (signal.SIGINT, signal.SIGHUP):  # ignored in background jobs and below nohup
+                signal.signal(number, signal.SIG_DFL)
             resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
 
         command = [*([] if arguments[0] in ("convert", "scan") else self.options()), *arguments]
