@@ -95,18 +95,18 @@ void Client::readProperties(sdbus::Message& signal) {
   const std::string path = signal.getPath();
   Reader reader(signal);
   const std::string interface(reader.text());
-  if (interface == kCharacteristic) return readValue(signal, path);
   {
     const internal::MutexLock lock(mutex_);
     if (!objects_.isWanted(path)) return;
-    objects_.change(path, interface, reader);
-    objects_.invalidate(path, interface, reader);
+    if (interface != kCharacteristic) {
+      objects_.change(path, interface, reader);
+      objects_.invalidate(path, interface, reader);
+    }
   }
-  changed();
+  interface == kCharacteristic ? readValue(reader, path) : changed();
 }
 
-void Client::readValue(sdbus::Message& signal, const std::string& path) const {
-  Reader reader(signal);
+void Client::readValue(Reader& reader, const std::string& path) const {
   reader.each("{sv}", [&] {
     const bool isValue = reader.text() == "Value";
     reader.variant([&](std::string_view type) {
