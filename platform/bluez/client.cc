@@ -53,10 +53,11 @@ void Client::load() {
        [this](sdbus::MethodReply& reply) {
          Reader reader(reply);
          const internal::MutexLock lock(mutex_);
-         objects_.clear();
+         Objects& objects = objects_;  // Clang does not see that the lock is held inside each()
+         objects.clear();
          reader.each("{oa{sa{sv}}}", [&] {
            const std::string path(reader.path());
-           objects_.add(path, reader);
+           objects.add(path, reader);
          });
        });
 }
