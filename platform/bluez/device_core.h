@@ -76,6 +76,7 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
     const Attempt attempt;
     std::set<const Characteristic*> offering;  // a descriptor for their notifications
     std::map<const Characteristic*, Way> on;   // at BlueZ, as long as the link lives
+    std::set<const Characteristic*> hidden;    // switched off by the host
     gatt::OperationQueue operations;
     std::shared_ptr<Notifications> notifications;
   };

@@ -76,7 +76,8 @@ void DeviceCore::send(Connection& connection, const Operation& operation) {
     case Operation::Kind::subscribe:
       return subscribe(connection, operation);
     case Operation::Kind::unsubscribe:
-      return connection.operations.finished(std::nullopt);  // BlueZ goes on; what it tells is hidden
+      connection.hidden.insert(operation.target.get());  // BlueZ goes on
+      return connection.operations.finished(std::nullopt);
     default:
       return write(connection, operation);
   }
@@ -98,7 +99,11 @@ void DeviceCore::write(Connection& connection, const Operation& operation) {
 /// give one, because another program has it or the bus forbids it, they come over the bus.
 void DeviceCore::subscribe(Connection& connection, const Operation& operation) {
   const auto target = std::static_pointer_cast<BluezCharacteristic>(operation.target);  // one of ours()
-  if (connection.on.contains(target.get())) return connection.operations.finished(std::nullopt);
+  const bool wasHidden = connection.hidden.erase(target.get()) != 0;
+  if (connection.on.contains(target.get())) {
+    if (wasHidden) connection.notifications->drop(target);  // no answer to what is asked from now on
+    return connection.operations.finished(std::nullopt);
+  }
   if (!connection.offering.contains(target.get())) return startNotify(connection, target);
   const auto descriptor = std::make_shared<internal::Descriptor>();
   connection.client->start(
@@ -195,6 +200,8 @@ void DeviceCore::descriptorEnded(Attempt attempt) {
 }
 
 void DeviceCore::lose(const Error& reason) {
+  // What the recorder told before, such as the answer after which it restarts, may still be in a descriptor.
+  if (const auto connection = connection_) connection->notifications->finish();
   {
     const internal::MutexLock lock(mutex_);
     if (state_ != PeripheralState::connected) return;  // disconnect() came first, and has posted its own end

@@ -34,6 +34,16 @@ void Notifications::release() {
   tell(waiting_.size());
 }
 
+void Notifications::drop(const Target& target) {
+  receiveAll();
+  std::erase_if(waiting_, [&](const auto& value) { return value.first == target; });
+}
+
+void Notifications::finish() {
+  receiveAll();
+  if (!isHolding_) tell(waiting_.size());
+}
+
 void Notifications::end() {
   streams_.clear();
   waiting_.clear();

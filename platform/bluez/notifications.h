@@ -35,6 +35,12 @@ class Notifications : public Loop::Source {
   /// After the outcome of that write was told: tells what was held.
   void release();
 
+  /// Forgets what has come of it until now.
+  void drop(const Target& target);
+
+  /// The link is lost: tells what has come, but for what is held.
+  void finish();
+
   /// Closes all and forgets what is held.
   void end();
 

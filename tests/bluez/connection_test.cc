@@ -1,3 +1,5 @@
+#include <ranges>
+
 #include "tests/bluez/host.h"
 
 namespace kwtsdk::testing {
@@ -56,6 +58,29 @@ TEST(BluezConnection, AWriteWaitsForItsSubscriptionWhichIsKept) {
   EXPECT_TRUE(host.journal->await("onDisconnect"));
   const auto end = host.journal->take();
   EXPECT_EQ(std::ranges::count(end, "StopNotify C92A"), FakeBluez::isAcquirable() ? 0 : 1);
+}
+
+// What came while it was off waits for an event to return, and is no answer to what is asked then.
+TEST(BluezConnection, WhatCameWhileItWasOffIsNotTold) {
+  if (!FakeBluez::isAcquirable()) GTEST_SKIP() << "Over the bus it may";
+  Host host;
+  ASSERT_EQ(nameOf(host.device->connect()), "ok");
+  host.device->setEvents([&](auto&&...) { host.journal->add("didWrite"); },
+                         [&, first = true](auto&&...) mutable {
+                           host.journal->add("didUpdate");
+                           if (!std::exchange(first, false)) return;
+                           host.setNotify(false);
+                           host.bluez.obey("notify C92A");
+                           host.setNotify(true);
+                           host.setNotify(true);
+                           host.write();
+                         });
+  host.setNotify(true);
+  host.write();
+  const Lines round{"WriteValue CA2A", "WriteValue answered", "didWrite", "didUpdate"};
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(host.journal->await("didUpdate"));
+  const auto lines = host.happened();
+  EXPECT_TRUE(std::ranges::equal(lines | std::views::drop(lines.size() - round.size()), round));
 }
 
 // The acknowledgement, which comes another way, stays behind; the host sees the order on the air.

@@ -50,6 +50,23 @@ TEST(BluezLoss, FailsWhatIsQueuedAndIsFollowedByAnotherConnection) {
   EXPECT_TRUE(host.journal->await("didWrite " + nameOf(Problem::connectionLost)));
 }
 
+// Both wait for an event to return; the values were there first.
+TEST(BluezLoss, IsToldBehindTheValuesBeforeIt) {
+  Host host;
+  ASSERT_EQ(nameOf(host.device->connect()), "ok");
+  host.device->setEvents(nullptr, [&, first = true](auto&&...) mutable {
+    if (std::exchange(first, false)) {
+      for (int i = 0; i < 99; ++i) host.bluez.obey("notify C92A");
+      host.bluez.obey("lose");
+    }
+    host.journal->add("didUpdate");
+  });
+  host.setNotify(true);
+  host.write();
+  EXPECT_TRUE(host.journal->await("onDisconnect"));
+  EXPECT_EQ(std::ranges::count(host.journal->take(), "didUpdate"), 100);
+}
+
 // Nothing comes after the end of the device, and BlueZ is told.
 TEST(BluezRelease, AtAnyMoment) {
   const std::vector<std::tuple<std::string, std::string, bool>> cases{

@@ -61,6 +61,7 @@ class FakeBluez {
   ///   mtu N | lack UUID-PART            of its characteristics
   ///   refuse METHOD ERROR | hold METHOD | release METHOD
   ///   lose | hang up                    the connection, only the descriptors
+  ///   notify UUID-PART                  the recorder tells something unasked
   /// "Ack" as METHOD: the answers to writes that the recorder has carried out.
   void obey(const std::string& commands) {
     std::istringstream lines(commands);
@@ -99,6 +100,11 @@ class FakeBluez {
       lose();
     } else if (verb == "hang") {
       for (auto& gatt : gatts_) gatt.stream.reset();
+    } else if (verb == "notify") {
+      for (const auto& gatt : gatts_) {
+        if (gatt.source->UUID().toString().find(object) != std::string::npos)
+          tellOf(gatt.source, Bytes{1}, false);
+      }
     } else if (verb == "hold" || verb == "refuse") {
       state_[object] = verb == "hold" ? verb : error;
     } else if (verb == "release") {
