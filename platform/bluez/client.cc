@@ -33,6 +33,7 @@ Client::Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const st
       loop_(loop),
       events_(std::move(events)),
       woken_(scheduler->semaphore("kwt.bluez.wait")),
+      device_(device),
       objects_(device),
       bus_(scheduler, {[this](sdbus::Message& signal) { onSignal(signal); },
                        [this] { end("bluetoothd ended"); }, [this] { end("the system bus ended"); }}) {}
@@ -52,13 +53,13 @@ void Client::load() {
   call({"/", kObjectManager, "GetManagedObjects"}, noArguments, kPrompt, Problem::busFailure,
        [this](sdbus::MethodReply& reply) {
          Reader reader(reply);
-         const internal::MutexLock lock(mutex_);
-         Objects& objects = objects_;  // Clang does not see that the lock is held inside each()
-         objects.clear();
+         Objects loaded(device_);
          reader.each("{oa{sa{sv}}}", [&] {
            const std::string path(reader.path());
-           objects.add(path, reader);
+           loaded.add(path, reader);
          });
+         const internal::MutexLock lock(mutex_);
+         objects_ = std::move(loaded);
        });
 }
 

@@ -100,6 +100,7 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   Loop& loop_;
   const Events events_;
   const std::shared_ptr<Semaphore> woken_;
+  const std::string device_;
   mutable internal::Mutex mutex_;
   Objects objects_ KWT_GUARDED_BY(mutex_);
   MaybeError gone_ KWT_GUARDED_BY(mutex_);
