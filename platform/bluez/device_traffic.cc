@@ -153,7 +153,10 @@ void DeviceCore::valueChanged(Attempt attempt, const std::string& path, const By
   const auto connection = connection_;
   if (!connection || connection->attempt != attempt) return;
   for (const auto& characteristic : characteristics()) {
-    if (characteristic->path() == path) tell(*connection, characteristic, value);
+    if (characteristic->path() != path) continue;
+    const auto on = connection->on.find(characteristic.get());
+    const bool isRead = on != connection->on.end() && on->second == Way::descriptor;  // by another program
+    if (!isRead) tell(*connection, characteristic, value);
   }
 }
 

@@ -83,7 +83,7 @@ void Notifications::receiveAll() {
 
 /// False: there is nothing more for now.
 bool Notifications::receive(Stream& stream) {
-  constexpr std::size_t longest = 512;  // Bluetooth Core standard, Volume 3, Part F
+  constexpr std::size_t longest = 514;  // BlueZ's largest ATT MTU, 517, less 3
   constexpr std::size_t mostWaiting = 1U << 16U;
   std::array<std::uint8_t, longest> value;
   const int descriptor = stream.descriptor.get();

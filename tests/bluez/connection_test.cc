@@ -70,8 +70,9 @@ TEST(BluezConnection, WhatCameWhileItWasOffIsNotTold) {
                            host.journal->add("didUpdate");
                            if (!std::exchange(first, false)) return;
                            host.setNotify(false);
-                           host.bluez.obey("notify C92A");
+                           host.bluez.obey("notify C92A 20");
                            host.setNotify(true);
+                           host.bluez.obey("read C92A");
                            host.setNotify(true);
                            host.write();
                          });

@@ -54,9 +54,11 @@ TEST(BluezLoss, FailsWhatIsQueuedAndIsFollowedByAnotherConnection) {
 TEST(BluezLoss, IsToldBehindTheValuesBeforeIt) {
   Host host;
   ASSERT_EQ(nameOf(host.device->connect()), "ok");
-  host.device->setEvents(nullptr, [&, first = true](auto&&...) mutable {
+  std::size_t longest = 0;  // 514 with the largest ATT MTU
+  host.device->setEvents(nullptr, [&, first = true](auto&&, const auto& source, auto&&) mutable {
+    longest = std::max(longest, source->value()->size());
     if (std::exchange(first, false)) {
-      for (int i = 0; i < 99; ++i) host.bluez.obey("notify C92A");
+      for (int i = 0; i < 99; ++i) host.bluez.obey("notify C92A 514");
       host.bluez.obey("lose");
     }
     host.journal->add("didUpdate");
@@ -65,6 +67,7 @@ TEST(BluezLoss, IsToldBehindTheValuesBeforeIt) {
   host.write();
   EXPECT_TRUE(host.journal->await("onDisconnect"));
   EXPECT_EQ(std::ranges::count(host.journal->take(), "didUpdate"), 100);
+  EXPECT_EQ(longest, 514U);
 }
 
 // Nothing comes after the end of the device, and BlueZ is told.

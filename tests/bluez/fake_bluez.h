@@ -61,7 +61,8 @@ class FakeBluez {
   ///   mtu N | lack UUID-PART            of its characteristics
   ///   refuse METHOD ERROR | hold METHOD | release METHOD
   ///   lose | hang up                    the connection, only the descriptors
-  ///   notify UUID-PART                  the recorder tells something unasked
+  ///   notify UUID-PART SIZE             the recorder tells something unasked
+  ///   read UUID-PART                    another program has read it
   /// "Ack" as METHOD: the answers to writes that the recorder has carried out.
   void obey(const std::string& commands) {
     std::istringstream lines(commands);
@@ -100,10 +101,10 @@ class FakeBluez {
       lose();
     } else if (verb == "hang") {
       for (auto& gatt : gatts_) gatt.stream.reset();
-    } else if (verb == "notify") {
+    } else if (verb == "notify" || verb == "read") {
       for (const auto& gatt : gatts_) {
-        if (gatt.source->UUID().toString().find(object) != std::string::npos)
-          tellOf(gatt.source, Bytes{1}, false);
+        if (gatt.source->UUID().toString().find(object) == std::string::npos) continue;
+        verb == "notify" ? tellOf(gatt.source, Bytes(std::stoul(error)), false) : tellValue(gatt, {});
       }
     } else if (verb == "hold" || verb == "refuse") {
       state_[object] = verb == "hold" ? verb : error;
@@ -329,8 +330,11 @@ class FakeBluez {
     if (gatt->stream.isValid()) {  // where BlueZ drops what there is no room for, this one waits
       ::send(gatt->stream.get(), value->data(), value->size(), MSG_NOSIGNAL);
     } else {
-      FakeBus::tell(gatt->object, bluez::kCharacteristic, {{"Value", sdbus::Variant(*value)}});
+      tellValue(*gatt, *value);
     }
+  }
+  static void tellValue(const Gatt& gatt, const Bytes& value) {
+    FakeBus::tell(gatt.object, bluez::kCharacteristic, {{"Value", sdbus::Variant(value)}});
   }
 
   std::shared_ptr<sim::SimulatedLink> link_;
