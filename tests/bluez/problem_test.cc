@@ -89,7 +89,7 @@ TEST(BluezProblems, OfABusThatHangs) {
   EXPECT_EQ(nameOf(host.device->connect()), "ok");
 }
 
-// BlueZ is still busy with the write, so the link is ended; what else was asked for fails as well.
+// BlueZ is still busy with the write, so the link is ended.
 TEST(BluezProblems, OfAWriteThatIsNeverAnswered) {
   Host host;
   const auto clock = std::make_shared<MovedScheduler>();
@@ -102,10 +102,10 @@ TEST(BluezProblems, OfAWriteThatIsNeverAnswered) {
   clock->move(39s);
   host.setNotify(true);  // has it look at the clock
   EXPECT_EQ(nameOf(host.device->connect()), "ok");
-  host.journal->take();
+  EXPECT_EQ(std::ranges::count(host.journal->take(), "didWrite problem 9"), 0);
   clock->move(2s);
-  host.write();
-  for (const auto* const line : {"didWrite problem 9", "didWrite problem 9", "onDisconnect"})
+  host.setNotify(true);
+  for (const auto* const line : {"didWrite problem 9", "onDisconnect"})
     EXPECT_TRUE(host.journal->await(line));
   host.bluez.obey("release WriteValue");
   EXPECT_EQ(nameOf(host.device->connect()), "ok");
