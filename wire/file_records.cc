@@ -70,10 +70,10 @@ std::optional<Date> KWTFileTime::toDate() const {
 
 // With strptime and mktime alone a February 31 would be March 3.
 std::optional<Date> KWTFileTime::instant() const {
-  constexpr int century = 2000, firstYearOfTm = 1900;
+  constexpr int century = 2000, lastOfCentury = 99, firstYearOfTm = 1900;
   const std::chrono::year_month_day date(std::chrono::year(century + year_), std::chrono::month(month_),
                                          std::chrono::day(day_));
-  if (!date.ok() || hour_ > 23 || minute_ > 59 || second_ > 59) return std::nullopt;
+  if (year_ > lastOfCentury || !date.ok() || hour_ > 23 || minute_ > 59 || second_ > 59) return std::nullopt;
   std::tm fields{};
   fields.tm_year = century + year_ - firstYearOfTm;
   fields.tm_mon = month_ - 1;

@@ -32,8 +32,9 @@ class KWTSDK_EXPORT KWTFileTime {
   /// year 24 is that of antiquity; instant() is what people mean.
   std::optional<Date> toDate() const;
 
-  /// The instant at which the recorder's wall clock showed these fields: years count from 2000, the zone is
-  /// this machine's, with daylight-saving time as on that date. None when no calendar has such a time.
+  /// The instant at which the recorder's wall clock showed these fields: years count from 2000 to
+  /// 2099, the zone is this machine's, with daylight-saving time as on that date. None when no calendar has
+  /// such a time.
   std::optional<Date> instant() const;
 
   std::uint8_t year() const { return year_; }

@@ -1,10 +1,15 @@
 #include "platform/opus/converted_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 
 namespace kwtsdk::internal {
 
@@ -35,11 +40,41 @@ fs::path targetOf(const std::string& path, const InputFile& input) {
   return target;
 }
 
+constexpr char kTemporaryName[] = ".kwtsdk-";
+
+/// What a conversion writes it holds locked, and the system ends that with the process, whatever becomes of
+/// its number. One that has just been made is not locked yet, and some file systems know no locks: hence also
+/// the number, and a day's time for one that another process has by now.
+bool isLeft(int descriptor, pid_t maker) {
+  constexpr std::time_t day = 24 * 3600;
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || status.st_uid != ::geteuid())
+    return false;
+  const bool isGone = ::kill(maker, 0) != 0 && errno == ESRCH;
+  return (isGone || status.st_mtime < std::time(nullptr) - day) &&
+         ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+}
+
+/// Removes what conversions into this folder left that were killed.
+void removeLeft(const fs::path& folder) {
+  std::error_code ignored;
+  for (fs::directory_iterator entry(folder.empty() ? "." : folder, ignored), end; !ignored && entry != end;
+       entry.increment(ignored)) {
+    const std::string name = entry->path().filename();
+    if (!name.starts_with(kTemporaryName)) continue;
+    const auto maker = static_cast<pid_t>(std::strtol(name.c_str() + sizeof kTemporaryName - 1, nullptr, 10));
+    if (maker <= 0 || maker == ::getpid()) continue;
+    const Descriptor left(::open(entry->path().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (left.get() >= 0 && isLeft(left.get(), maker)) ::unlink(entry->path().c_str());
+  }
+}
+
 }  // namespace
 
 ConvertedFile::ConvertedFile(const std::string& path, const InputFile& input)
     : path_(path), target_(targetOf(path, input)) {
   buffer_.reserve(kBufferSize);
+  removeLeft(target_.parent_path());
   createTemporary();
 }
 
@@ -51,11 +86,14 @@ void ConvertedFile::createTemporary() {
   // A crashed program with this process number may have left some.
   constexpr int attempts = 10000;
   for (int attempt = 0; attempt < attempts; ++attempt) {
-    const std::string name = ".kwtsdk-" + std::to_string(::getpid()) + "-" + std::to_string(attempt);
+    const std::string name = kTemporaryName + std::to_string(::getpid()) + "-" + std::to_string(attempt);
     // Named before there is a file, which would be left when memory runs out.
     temporary_ = target_.parent_path() / name;
     descriptor_ = Descriptor(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (descriptor_.get() >= 0) return;
+    if (descriptor_.get() >= 0) {
+      ::flock(descriptor_.get(), LOCK_EX | LOCK_NB);
+      return;
+    }
     if (errno != EEXIST) break;
   }
   throw unwritable(path_, systemReason());

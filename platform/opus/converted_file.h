@@ -15,7 +15,8 @@
 namespace kwtsdk::internal {
 
 /// The file that a conversion makes: written under another name in the same folder and renamed when it is
-/// complete. Everything throws ConversionFailure; what is not published leaves nothing behind.
+/// complete. Everything throws ConversionFailure; what is not published leaves nothing behind, and what a
+/// killed process left in the folder goes.
 class ConvertedFile : public ByteSink {
  public:
   /// The path must not be the input's, nor anything that is no regular file.

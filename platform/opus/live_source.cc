@@ -12,6 +12,9 @@ namespace {
 
 constexpr std::size_t kLongestPacketFrames = kLiveSampleRate / 1000 * 120;
 
+/// At a stretch. Records without a packet have four bytes, and would become a thousand times as much silence.
+constexpr std::size_t kMostConcealed = kLiveSampleRate;
+
 class LiveSource : public AudioSource {
  public:
   LiveSource(InputFile& file, LivePacketReader::Kind kind);
@@ -32,7 +35,8 @@ class LiveSource : public AudioSource {
 
   LivePacketReader packets_;
   std::unique_ptr<OpusDecoder, Release> decoder_;
-  int lastFrames_ = 0;  // of the last good packet; 0: none yet
+  int lastFrames_ = 0;         // of the last good packet; 0: none yet
+  std::size_t concealed_ = 0;  // frames since then
   bool afterGap_ = false;
   std::uint64_t damaged_ = 0;
 };
@@ -69,6 +73,7 @@ std::size_t LiveSource::takePacket(std::span<const std::uint8_t> packet, std::sp
                                         rest.data(), static_cast<int>(kLongestPacketFrames), 0);
   if (decoded > 0) {
     lastFrames_ = decoded;
+    concealed_ = 0;
     return frames + static_cast<std::size_t>(decoded);
   }
   ++damaged_;
@@ -77,9 +82,11 @@ std::size_t LiveSource::takePacket(std::span<const std::uint8_t> packet, std::sp
 
 // Before the first good packet there is nothing to go on from.
 std::size_t LiveSource::conceal(int frames, std::span<std::int16_t> room) {
-  if (lastFrames_ == 0) return 0;
+  if (lastFrames_ == 0 || concealed_ >= kMostConcealed) return 0;
   const int concealed = opus_decode(decoder_.get(), nullptr, 0, room.data(), frames, 0);
-  return concealed > 0 ? static_cast<std::size_t>(concealed) : 0;
+  if (concealed <= 0) return 0;
+  concealed_ += static_cast<std::size_t>(concealed);
+  return static_cast<std::size_t>(concealed);
 }
 
 int LiveSource::framesOf(std::span<const std::uint8_t> packet) const {

@@ -63,12 +63,17 @@ bool isFileFrame(const Bytes& frame, FileCode code, std::size_t payloadSize) {
          crc32(std::span(frame).subspan(2, crcAt - 2)) == little32(frame, crcAt);
 }
 
-/// Year since 2000, month, day, hour, minute, second.
+/// Year since 2000, month, day, hour, minute, second; all FF in another century than this one.
 void putTime(std::span<std::uint8_t> bytes, std::chrono::local_seconds time) {
   const auto day = std::chrono::floor<std::chrono::days>(time);
   const std::chrono::year_month_day date(day);
   const std::chrono::hh_mm_ss clock(time - day);
-  bytes[0] = static_cast<std::uint8_t>(std::clamp(static_cast<int>(date.year()) - 2000, 0, 254));
+  const int year = static_cast<int>(date.year()) - 2000;
+  if (year < 0 || year > 99) {
+    std::ranges::fill(bytes.first(6), std::uint8_t{0xFF});
+    return;
+  }
+  bytes[0] = static_cast<std::uint8_t>(year);
   bytes[1] = static_cast<std::uint8_t>(static_cast<unsigned>(date.month()));
   bytes[2] = static_cast<std::uint8_t>(static_cast<unsigned>(date.day()));
   bytes[3] = static_cast<std::uint8_t>(clock.hours().count());

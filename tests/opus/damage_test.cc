@@ -17,6 +17,12 @@ std::string flipped(std::string bytes, std::size_t at, int bits) {
   return bytes;
 }
 
+std::string many(const std::string& record, std::size_t times) {
+  std::string all;
+  while (times-- > 0) all += record;
+  return all;
+}
+
 TEST(DamagedLiveRecording, KeepsItsGoodPacketsAndTheirTime) {
   const TemporaryFolder folder;
   const auto r = liveRecords(50);
@@ -34,6 +40,7 @@ TEST(DamagedLiveRecording, KeepsItsGoodPacketsAndTheirTime) {
       {"no mark", with(r, 10, flipped(r[10], 0, kMark[0])), 50, 1},
       {"empty packet", with(r, 10, empty), 50, 1},
       {"packet of no frames", with(r, 10, noFrames), 50, 1},
+      {"empty packets for hours", with(r, 10, r[10] + many(empty, 100000) + r[10]), 101, 100000},
       {"first packet bad", with(r, 0, noFrames), 49, 1},
       {"packets bad here and there", with(r, 20, r[20] + empty + r[20] + noFrames), 53, 2}};
   for (const auto& [name, content, packets, damaged] : cases) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -65,6 +67,37 @@ TEST_F(Output, StaysAsItWasWhenTheConversionIsGivenUp) {
     EXPECT_EQ(contentOf(folder.file("out")) == "old", status != ConversionResult::kConverted);
     EXPECT_EQ(namesIn(folder.path()), (Names{"in", "out"}));
   }
+}
+
+TEST_F(Output, RemovesWhatKilledConversionsLeftAndNothingElse) {
+  const auto name = [&](pid_t maker) { return folder.file(".kwtsdk-" + std::to_string(maker) + "-0"); };
+  int told[2]{};
+  ASSERT_EQ(::pipe(told), 0);
+  const pid_t living = ::fork();
+  if (living == 0) {  // in the middle of a conversion
+    const kwtsdk::internal::InputFile input(folder.file("in"));
+    const kwtsdk::internal::ConvertedFile file(folder.file("out"), input);
+    ::write(told[1], "", 1);
+    for (;;) ::pause();
+  }
+  char byte = 0;
+  ASSERT_EQ(::read(told[0], &byte, 1), 1);
+  const pid_t gone = ::fork();
+  if (gone == 0) ::_exit(0);
+  ::waitpid(gone, nullptr, 0);
+  writeFile(name(gone), "left");
+  writeFile(name(1), "another process has the number");
+  fs::create_symlink("in", folder.file(".kwtsdk-" + std::to_string(gone) + "-1"));
+  const Names others{"in", "out", fs::path(name(living)).filename(), fs::path(name(1)).filename(),
+                     ".kwtsdk-" + std::to_string(gone) + "-1"};
+  EXPECT_EQ(toWav("out").status, 0);
+  EXPECT_EQ(namesIn(folder.path()), others);
+
+  fs::last_write_time(name(1), fs::file_time_type::clock::now() - std::chrono::hours(25));
+  ::kill(living, SIGKILL);
+  ::waitpid(living, nullptr, 0);
+  EXPECT_EQ(toWav("out").status, 0);
+  EXPECT_EQ(namesIn(folder.path()), (Names{"in", "out", ".kwtsdk-" + std::to_string(gone) + "-1"}));
 }
 
 TEST_F(Output, IsNoWavFileBeyondWhatItsHeaderCanSay) {
