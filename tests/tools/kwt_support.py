@@ -178,7 +178,10 @@ class Recorder:
             resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
 
         command = [*([] if arguments[0] in ("convert", "scan") else self.options()), *arguments]
-        return start_tool(*command, cwd=self.home, preexec_fn=prepare, env={**env, "TZ": "UTC0"}, **options)
+        env = {**env, "TZ": "UTC0"}
+        if limit != resource.RLIM_INFINITY:
+            env["LLVM_PROFILE_FILE"] = "/dev/null"  # which would be cut as well, and is shared
+        return start_tool(*command, cwd=self.home, preexec_fn=prepare, env=env, **options)
 
     def run(self, *arguments, **options):
         return finish(self.start(*arguments, **options))
