@@ -55,7 +55,7 @@ if(TARGET kwtsdk_sim_sound)
 endif()
 
 if(TARGET kwtsdk_bluez)
-  kwtsdk_install_library(kwtsdk_bluez bluez kwtsdk/bluez "BlueZ adapter for kwtsdk hosts" "kwtsdk" "sdbus-c++")
+  kwtsdk_install_library(kwtsdk_bluez bluez kwtsdk/bluez "BlueZ adapter for kwtsdk hosts" "kwtsdk" "sdbus-c++ libsystemd")
 endif()
 if(TARGET kwtsdk_opus)
   kwtsdk_install_library(kwtsdk_opus opus kwtsdk/opus "Opus conversion for kwtsdk hosts" "kwtsdk" "ogg opus"

@@ -27,7 +27,10 @@ if(KWTSDK_BUILD_OPUS)
 endif()
 if(KWTSDK_BUILD_BLUEZ)
   find_package(sdbus-c++ QUIET)
-  kwtsdk_need(KWTSDK_BUILD_BLUEZ sdbus-c++ libsdbus-c++-dev sdbus-c++_FOUND)
+  find_library(KWTSDK_SYSTEMD_LIBRARY systemd)
+  find_path(KWTSDK_SYSTEMD_INCLUDE_DIR systemd/sd-bus.h)
+  kwtsdk_need(KWTSDK_BUILD_BLUEZ "sdbus-c++ or libsystemd" "libsdbus-c++-dev libsystemd-dev" sdbus-c++_FOUND
+              KWTSDK_SYSTEMD_LIBRARY KWTSDK_SYSTEMD_INCLUDE_DIR)
 endif()
 
 # Sample recordings and microphones, for the tools and for tests: they need an Opus encoder, the simulated recorder does

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <systemd/sd-bus.h>
+
+#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -7,6 +10,7 @@
 
 #include <kwtsdk/scheduler.h>
 
+#include "platform/bluez/loop.h"
 #include "platform/bluez/sdbus.h"
 #include "platform/threads/mutex.h"
 
@@ -14,20 +18,20 @@ namespace kwtsdk::bluez {
 
 inline constexpr const char* kBluezName = "org.bluez";
 
-/// A connection to the system bus with a thread of its own, and what it tells of BlueZ.
+/// A connection to the system bus, and what it tells of BlueZ.
 class Bus {
  public:
-  /// All on the bus's thread; they must not wait for a thread that makes a call, and must not throw.
+  /// All on the loop's thread; they must not throw.
   struct Events {
     OnSignal onSignal;
     std::function<void()> onServiceEnd;  // bluetoothd ended, or another took its place
     std::function<void()> onBusEnd;
   };
 
-  /// Throws sdbus::Error.
-  Bus(Scheduler& scheduler, Events events);
+  /// Throws BluezError; also when the bus does not answer in time.
+  Bus(const std::shared_ptr<Scheduler>& scheduler, Events events);
 
-  /// Waits for an event that is running. Calls without an answer get none.
+  /// Calls without an answer get none. Not while process() runs.
   ~Bus();
   Bus(const Bus&) = delete;
   Bus& operator=(const Bus&) = delete;
@@ -37,23 +41,35 @@ class Bus {
     const char* interface;
     const char* name;
   };
-  using Arguments = std::function<void(sdbus::MethodCall& call)>;
+  using Arguments = std::function<void(sd_bus_message* call)>;
   using Answer = OnReply;
 
-  /// Sends a call to BlueZ and returns; the answer comes on the bus's thread, at the latest after `timeout`.
-  /// Throws sdbus::Error when it cannot be sent. Any thread.
-  void call(const Method& method, const Arguments& arguments, Duration timeout, Answer onAnswer);
+  /// Sends a call to BlueZ and returns; the answer, if any, comes on the loop's thread. Throws sdbus::Error
+  /// or BluezError when it cannot be sent. Any thread.
+  void call(const Method& method, const Arguments& arguments, Answer onAnswer);
+
+  /// Whether something is left to send, for which the loop has to wait. Any thread.
+  bool hasUnsent() const;
+
+  // ---- The loop's thread ----
+
+  void prepare(Loop::Source::Wait& wait);
+  void process(bool isReady);
 
  private:
-  sdbus::IProxy& proxyAt(const std::string& path);
+  using Connection = std::shared_ptr<sdbus::IConnection>;
+
+  void listenOn(sdbus::IConnection& connection);
   void onOwnerChanged(sdbus::Message& signal);
-  void run() noexcept;
+  void end();
+  sdbus::IProxy& proxyAt(const std::string& path);
 
   const Events events_;
-  const std::unique_ptr<sdbus::IConnection> connection_;
+  const Connection connection_;
+  bool isMore_ = true;  // may have come already, with the answers to what was asked while it was opened
+  std::atomic<bool> isEnded_ = false;
   internal::Mutex mutex_;
   std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_ KWT_GUARDED_BY(mutex_);
-  std::shared_ptr<SerialQueue> thread_;
 };
 
 }  // namespace kwtsdk::bluez

@@ -1,41 +1,75 @@
 #include "platform/bluez/client.h"
 
 #include <algorithm>
-#include <map>
+#include <exception>
+#include <string_view>
 #include <utility>
+#include <vector>
+
+#include "platform/bluez/message.h"
 
 namespace kwtsdk::bluez {
 namespace {
 
 constexpr Duration kForever = std::chrono::hours(24 * 365);
 
-std::unique_ptr<Bus> opened(Scheduler& scheduler, Bus::Events events) {
-  try {
-    return std::make_unique<Bus>(scheduler, std::move(events));
-  } catch (const sdbus::Error& failure) {
-    throw BluezError(openingErrorOf(failure));
-  }
+Error lateError(Duration limit) {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit).count();
+  return errorOf(Problem::connectionLost, "BlueZ did not answer within " + std::to_string(seconds) + " s");
 }
 
 }  // namespace
 
-Client::Client(Scheduler& scheduler, Events events)
-    : scheduler_(scheduler),
-      events_(std::move(events)),
-      woken_(scheduler.semaphore("kwt.bluez.wait")),
-      bus_(opened(scheduler,
-                  {[this](sdbus::Message& signal) { onSignal(signal); }, [this] { end("bluetoothd ended"); },
-                   [this] { end("the system bus ended"); }})) {}
+std::shared_ptr<Client> Client::open(const std::shared_ptr<Scheduler>& scheduler, Loop& loop,
+                                     const std::string& device, Events events) {
+  std::shared_ptr<Client> client(new Client(scheduler, loop, device, std::move(events)));
+  loop.add(client);
+  return client;
+}
 
-Client::~Client() = default;
+Client::Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const std::string& device,
+               Events events)
+    : scheduler_(scheduler),
+      loop_(loop),
+      events_(std::move(events)),
+      woken_(scheduler->semaphore("kwt.bluez.wait")),
+      objects_(device),
+      bus_(scheduler, {[this](sdbus::Message& signal) { onSignal(signal); },
+                       [this] { end("bluetoothd ended"); }, [this] { end("the system bus ended"); }}) {}
+
+void Client::prepare(Wait& wait) {
+  bus_.prepare(wait);
+  const internal::MutexLock lock(mutex_);
+  for (const auto& [number, started] : started_) wait.due = std::min(wait.due, started.due);
+}
+
+void Client::handle(std::span<const pollfd> polled) {
+  bus_.process(!polled.empty() && polled.front().revents != 0);
+  endLate();
+}
 
 void Client::load() {
   call({"/", kObjectManager, "GetManagedObjects"}, noArguments, kPrompt, Problem::busFailure,
        [this](sdbus::MethodReply& reply) {
-         std::map<sdbus::ObjectPath, Objects::Added> all;
-         reply >> all;
+         Reader reader(reply);
          const internal::MutexLock lock(mutex_);
-         objects_.replaceBy(all);
+         objects_.clear();
+         reader.each("{oa{sa{sv}}}", [&] {
+           const std::string path(reader.path());
+           objects_.add(path, reader);
+         });
+       });
+}
+
+void Client::refresh(const std::string& path, const char* interface) {
+  const auto ofInterface = [&](sd_bus_message* call) {
+    expectGood(sd_bus_message_append(call, "s", interface));
+  };
+  call({path, kProperties, "GetAll"}, ofInterface, kPrompt, Problem::busFailure,
+       [this, path, interface](sdbus::MethodReply& reply) {
+         Reader reader(reply);
+         const internal::MutexLock lock(mutex_);
+         objects_.change(path, interface, reader);
        });
 }
 
@@ -45,41 +79,43 @@ void Client::onSignal(sdbus::Message& signal) {
     const std::string member = signal.getMemberName();
     if (member == "PropertiesChanged") return readProperties(signal);
     if (member != "InterfacesAdded" && member != "InterfacesRemoved") return;
-    sdbus::ObjectPath path;
-    signal >> path;
-    if (member == "InterfacesAdded") {
-      Objects::Added interfaces;
-      signal >> interfaces;
+    Reader reader(signal);
+    const std::string path(reader.path());
+    {
       const internal::MutexLock lock(mutex_);
-      objects_.add(path, interfaces);
-    } else {
-      std::vector<std::string> interfaces;
-      signal >> interfaces;
-      const internal::MutexLock lock(mutex_);
-      objects_.remove(path, interfaces);
+      if (!objects_.isWanted(path)) return;
+      member == "InterfacesAdded" ? objects_.add(path, reader) : objects_.remove(path, reader);
     }
     changed();
-  } catch (const sdbus::Error&) {
+  } catch (const BluezError&) {
   }
 }
 
 void Client::readProperties(sdbus::Message& signal) {
-  std::string interface;
-  std::map<std::string, sdbus::Variant> values;
-  std::vector<std::string> invalidated;
-  signal >> interface >> values >> invalidated;
   const std::string path = signal.getPath();
-  if (interface == kCharacteristic) {
-    const auto value = values.find("Value");
-    if (value != values.end()) events_.onValue(path, value->second.get<Bytes>());
-  }
+  Reader reader(signal);
+  const std::string interface(reader.text());
+  if (interface == kCharacteristic) return readValue(signal, path);
   {
     const internal::MutexLock lock(mutex_);
-    objects_.change(path, interface, values, invalidated);
+    if (!objects_.isWanted(path)) return;
+    objects_.change(path, interface, reader);
+    objects_.invalidate(path, interface, reader);
   }
-  const auto connected = values.find("Connected");
-  const bool ended = interface == kDevice && connected != values.end() && !connected->second.get<bool>();
-  if (interface != kCharacteristic) changed(ended ? path : "");
+  changed();
+}
+
+void Client::readValue(sdbus::Message& signal, const std::string& path) const {
+  Reader reader(signal);
+  reader.each("{sv}", [&] {
+    const bool isValue = reader.text() == "Value";
+    reader.variant([&](std::string_view type) {
+      if (!isValue || type != "ay") return false;
+      const auto bytes = reader.bytes();
+      events_.onValue(path, {bytes.begin(), bytes.end()});
+      return true;
+    });
+  });
 }
 
 void Client::end(const char* reason) {
@@ -91,9 +127,9 @@ void Client::end(const char* reason) {
   changed();
 }
 
-void Client::changed(const std::string& ended) {
+void Client::changed() {
   wake();
-  events_.onChange(ended);
+  events_.onChange();
 }
 
 void Client::wake() {
@@ -105,7 +141,7 @@ void Client::wake() {
 }
 
 bool Client::waitFor(const std::function<bool(const Objects&)>& condition, Duration timeout) {
-  const Duration end = scheduler_.now() + std::min(timeout, kForever);
+  const Duration end = scheduler_->now() + std::min(timeout, kForever);
   while (true) {
     {
       const internal::MutexLock lock(mutex_);
@@ -114,7 +150,7 @@ bool Client::waitFor(const std::function<bool(const Objects&)>& condition, Durat
       if (condition(objects_)) return true;
       waiting_ = true;
     }
-    const Duration left = end - scheduler_.now();
+    const Duration left = end - scheduler_->now();
     if (left <= Duration::zero() || !woken_->wait(left)) return false;
   }
 }
@@ -133,46 +169,84 @@ bool Client::resume() {
 }
 
 void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,
-                  const std::function<void(sdbus::MethodReply&)>& read) {
+                  const Read& read) {
   struct Answer {
     bool given = false;
     MaybeError error;
   };
   const auto answer = std::make_shared<Answer>();
-  // The bus's own limit comes later: who waits here has to be the first, to say what was late.
-  send(method, arguments, std::min(timeout, kForever) + kPrompt,
-       [this, answer, read](sdbus::MethodReply& reply, const sdbus::Error* error) {
-         MaybeError outcome = error == nullptr ? MaybeError() : errorOf(*error);
-         try {
-           if (!outcome && read) read(reply);
-         } catch (const sdbus::Error& unreadable) {
-           outcome = errorOf(Problem::busFailure, unreadable.what());
-         }
-         {
-           const internal::MutexLock lock(mutex_);
-           *answer = {true, outcome};
-         }
-         wake();
-       });
+  const auto take = [this, answer, read](sdbus::MethodReply& reply, const sdbus::Error* error) {
+    MaybeError outcome = error == nullptr ? MaybeError() : errorOf(*error);
+    try {
+      if (!outcome && read) read(reply);
+    } catch (const BluezError& unreadable) {
+      outcome = unreadable.error();
+    }
+    {
+      const internal::MutexLock lock(mutex_);
+      *answer = {true, outcome};
+    }
+    wake();
+  };
+  send(method, arguments, take);
   if (!waitFor([&](const Objects&) { return answer->given; }, timeout)) throw BluezError(late);
   if (answer->error) throw BluezError(*answer->error);
 }
 
-void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout,
-                   const std::function<void(const MaybeError&)>& onDone) noexcept {
+void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Done onDone,
+                   Read read) noexcept {
+  std::uint64_t number = 0;
+  {
+    const internal::MutexLock lock(mutex_);
+    number = ++lastNumber_;
+    started_.emplace(number, Started{timeout, scheduler_->now() + timeout, std::move(onDone)});
+  }
+  const auto take = [this, number, read = std::move(read)](sdbus::MethodReply& reply,
+                                                           const sdbus::Error* error) {
+    MaybeError outcome = error == nullptr ? MaybeError() : errorOf(*error);
+    try {
+      if (!outcome && read) read(reply);
+    } catch (const BluezError& unreadable) {
+      outcome = unreadable.error();
+    }
+    finish(number, outcome);
+  };
   try {
-    send(method, arguments, timeout, [onDone](sdbus::MethodReply&, const sdbus::Error* error) {
-      onDone(error == nullptr ? MaybeError() : errorOf(*error));
-    });
+    send(method, arguments, take);
   } catch (const BluezError& failure) {
-    onDone(failure.error());
+    loop_.post([self = shared_from_this(), number, error = failure.error()] { self->finish(number, error); });
   }
 }
 
-void Client::send(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout,
-                  Bus::Answer onAnswer) {
+void Client::finish(std::uint64_t number, const MaybeError& error) {
+  Done onDone;
+  {
+    const internal::MutexLock lock(mutex_);
+    const auto found = started_.find(number);
+    if (found == started_.end()) return;  // it was given up
+    onDone = std::move(found->second.onDone);
+    started_.erase(found);
+  }
+  onDone(error);
+}
+
+void Client::endLate() {
+  std::vector<std::pair<std::uint64_t, Duration>> late;
+  {
+    const internal::MutexLock lock(mutex_);
+    if (started_.empty()) return;
+    const Duration now = scheduler_->now();
+    for (const auto& [number, started] : started_) {
+      if (started.due <= now) late.emplace_back(number, started.limit);
+    }
+  }
+  for (const auto& [number, limit] : late) finish(number, lateError(limit));
+}
+
+void Client::send(const Bus::Method& method, const Bus::Arguments& arguments, Bus::Answer onAnswer) {
   try {
-    bus_->call(method, arguments, timeout, std::move(onAnswer));
+    bus_.call(method, arguments, std::move(onAnswer));
+    if (!loop_.isCurrent() && bus_.hasUnsent()) loop_.wake();
   } catch (const sdbus::Error& failure) {
     throw BluezError(errorOf(failure));
   }
@@ -184,8 +258,8 @@ MaybeError Client::gone() const {
 }
 
 Discovery::Discovery(Client& client, std::string adapter) : client_(client), adapter_(std::move(adapter)) {
-  const auto lowEnergy = [](sdbus::MethodCall& call) {
-    call << std::map<std::string, sdbus::Variant>{{"Transport", sdbus::Variant(std::string("le"))}};
+  const auto lowEnergy = [](sd_bus_message* call) {
+    expectGood(sd_bus_message_append(call, "a{sv}", 1, "Transport", "s", "le"));
   };
   client_.call({adapter_, kAdapter, "SetDiscoveryFilter"}, lowEnergy, kPrompt, Problem::busFailure);
   client_.call({adapter_, kAdapter, "StartDiscovery"}, noArguments, kPrompt, Problem::busFailure);

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #include <kwtsdk/bytes.h>
@@ -11,6 +14,7 @@
 
 #include "platform/bluez/bluez_error.h"
 #include "platform/bluez/bus.h"
+#include "platform/bluez/loop.h"
 #include "platform/bluez/objects.h"
 #include "platform/threads/mutex.h"
 
@@ -20,25 +24,24 @@ namespace kwtsdk::bluez {
 inline constexpr Duration kPrompt = std::chrono::seconds(5);
 
 /// BlueZ as one connection to the system bus shows it: its objects, kept up to date, and calls to them. What
-/// waits here is one thread at a time.
-class Client {
+/// waits here is one thread at a time, and not the loop's.
+class Client : public Loop::Source, public std::enable_shared_from_this<Client> {
  public:
-  /// On the bus's thread: they must not wait for a thread that is in here, and must not throw.
+  /// On the loop's thread: they must not throw.
   struct Events {
     std::function<void(const std::string& path, Bytes value)> onValue;  // of a characteristic
-    std::function<void(const std::string& ended)> onChange;             // of objects, or gone()
+    std::function<void()> onChange;                                     // of objects, or gone()
   };
 
-  /// Opens the bus. Throws BluezError.
-  Client(Scheduler& scheduler, Events events);
+  /// Opens the bus; `device` is the only one whose objects are looked at, empty: all. Throws BluezError.
+  static std::shared_ptr<Client> open(const std::shared_ptr<Scheduler>& scheduler, Loop& loop,
+                                      const std::string& device, Events events);
 
-  /// Waits for an event that is running on the bus's thread.
-  ~Client();
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-
-  /// Asks BlueZ for all its objects. Throws BluezError.
+  /// Asks BlueZ for its objects. Throws BluezError.
   void load();
+
+  /// Asks for the properties of one object. Throws BluezError.
+  void refresh(const std::string& path, const char* interface);
 
   /// A look at the objects. Any thread.
   template <class Look>
@@ -58,27 +61,43 @@ class Client {
   bool resume();
 
   /// Calls and waits for the answer. Throws BluezError: the answer, or `late` when there is none in time.
-  /// `read`, on the bus's thread, takes what was answered.
+  /// `read`, on the loop's thread, takes what was answered.
+  using Read = std::function<void(sdbus::MethodReply&)>;
   void call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,
-            const std::function<void(sdbus::MethodReply&)>& read = nullptr);
+            const Read& read = nullptr);
 
-  /// Calls; `onDone` comes on the bus's thread, or inside the call when it cannot be sent. Any thread.
-  void start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout,
-             const std::function<void(const MaybeError&)>& onDone) noexcept;
+  /// Calls; `onDone` comes on the loop's thread, never inside the call, at the latest after `timeout`; before
+  /// a good one `read` has taken what was answered. Any thread.
+  using Done = std::function<void(const MaybeError&)>;
+  void start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Done onDone,
+             Read read = nullptr) noexcept;
 
   /// Why BlueZ cannot be reached any more. Any thread.
   MaybeError gone() const;
 
+  void prepare(Wait& wait) override;
+  void handle(std::span<const pollfd> polled) override;
+
  private:
-  void send(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout,
-            Bus::Answer onAnswer);
+  struct Started {
+    Duration limit, due;
+    Done onDone;
+  };
+
+  Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const std::string& device, Events events);
+
+  void send(const Bus::Method& method, const Bus::Arguments& arguments, Bus::Answer onAnswer);
+  void finish(std::uint64_t number, const MaybeError& error);
+  void endLate();
   void onSignal(sdbus::Message& signal);
   void readProperties(sdbus::Message& signal);
+  void readValue(sdbus::Message& signal, const std::string& path) const;
   void end(const char* reason);
-  void changed(const std::string& ended = {});
+  void changed();
   void wake();
 
-  Scheduler& scheduler_;
+  const std::shared_ptr<Scheduler> scheduler_;
+  Loop& loop_;
   const Events events_;
   const std::shared_ptr<Semaphore> woken_;
   mutable internal::Mutex mutex_;
@@ -86,11 +105,13 @@ class Client {
   MaybeError gone_ KWT_GUARDED_BY(mutex_);
   bool cancelled_ KWT_GUARDED_BY(mutex_) = false;
   bool waiting_ KWT_GUARDED_BY(mutex_) = false;
-  std::unique_ptr<Bus> bus_;  // last, so that its thread ends first
+  std::uint64_t lastNumber_ KWT_GUARDED_BY(mutex_) = 0;
+  std::map<std::uint64_t, Started> started_ KWT_GUARDED_BY(mutex_);  // without an answer
+  Bus bus_;                                                          // last, so that its answers end first
 };
 
 /// Arguments of a call that has none.
-inline void noArguments(sdbus::MethodCall&) {}
+inline void noArguments(sd_bus_message*) {}
 
 /// Lets an adapter listen for Low Energy devices, for the length of its life.
 class Discovery {

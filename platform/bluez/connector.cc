@@ -40,8 +40,7 @@ bool Departures::await(Scheduler& scheduler, const std::string& address, Duratio
 void Connector::run(const Adopt& adopt) {
   client_.load();
   adapter_ = client_.look([&](const Objects& objects) { return objects.usableAdapter(adapterName_); });
-  const std::string device = find();
-  if (!takeOver(device, adopt)) establish(device, adopt);
+  establish(find(), adopt);
 }
 
 void Connector::step(ConnectStep step) const {
@@ -63,21 +62,10 @@ std::string Connector::find() {
   return device;
 }
 
-/// Uses a connection that is there already, another program's. False: there is none, or it ended meanwhile.
-/// One that a killed host or bluetoothd left behind ends some seconds later; then a new one can be made.
-bool Connector::takeOver(const std::string& device, const Adopt& adopt) {
-  if (!isConnected(device)) return false;
-  try {
-    establish(device, adopt);
-    return true;
-  } catch (const BluezError& failure) {
-    if (failure.error() != errorOf(Problem::connectionLost, address_)) throw;
-    return false;
-  }
-}
-
 void Connector::establish(const std::string& device, const Adopt& adopt) {
   try {
+    step(ConnectStep::connecting);
+    if (isConnected(device)) endInherited(device);
     connect(device);
     adopt(discover(device));
   } catch (...) {
@@ -86,11 +74,21 @@ void Connector::establish(const std::string& device, const Adopt& adopt) {
   }
 }
 
+/// One that is there already is another program's, or was left behind by one that was killed. What that has
+/// begun goes on over it, such as the packets of a download, among which no answer would be found.
+void Connector::endInherited(const std::string& device) {
+  const auto refusal = attempted([&] {
+    client_.call({device, kDevice, "Disconnect"}, noArguments, options_.connecting, Problem::noConnection);
+  });
+  if (refusal && refusal->domain() == kDomain) throw BluezError(*refusal);
+  // BlueZ refuses when it has ended meanwhile.
+  const auto isOver = [&](const Objects& objects) { return !objects.isTrue(device, kDevice, "Connected"); };
+  if (!client_.waitFor(isOver, kPrompt))
+    throw BluezError(Problem::noConnection, "BlueZ has not ended the connection before");
+}
+
 void Connector::connect(const std::string& device) {
-  step(ConnectStep::connecting);
-  connected_ = isConnected(device);
-  if (connected_) return;
-  // Looked up on the bus's thread, as the answer arrives: a loss may follow before this thread runs again,
+  // Looked up on the loop's thread, as the answer arrives: a loss may follow before this thread runs again,
   // and would then look like a connection that BlueZ has not announced yet. Shared, since the answer may come
   // after this has given up.
   const auto connected = std::make_shared<bool>(false);
@@ -102,7 +100,7 @@ void Connector::connect(const std::string& device) {
   connected_ = *connected;
   // BlueZ 5.66 sets Connected, but never announces it, when its data channel is there before the controller
   // has told of the connection.
-  client_.load();
+  if (!connected_) client_.refresh(device, kDevice);
 }
 
 ConnectedDevice Connector::discover(const std::string& device) {
@@ -115,13 +113,24 @@ ConnectedDevice Connector::discover(const std::string& device) {
     return connected_ && objects.isTrue(device, kDevice, "ServicesResolved");
   };
   if (!client_.waitFor(resolved, options_.discovering)) throw BluezError(Problem::noServices, address_);
-  client_.load();  // for the ATT MTU, which BlueZ does not announce
-  auto characteristics =
-      client_.look([&](const Objects& objects) { return objects.characteristicsOf(device); });
+  auto characteristics = askForCharacteristics(device);
   // A lost connection takes them along: that there are none means something only while it is there.
   if (!client_.look(resolved)) throw BluezError(Problem::connectionLost, address_);
   if (characteristics.empty()) throw BluezError(Problem::noServices, address_);
   return {device, std::move(characteristics)};
+}
+
+/// BlueZ announces them, but perhaps only after ServicesResolved: before the next answer. It does not
+/// announce the ATT MTU.
+std::vector<Objects::Characteristic> Connector::askForCharacteristics(const std::string& device) {
+  const auto known = [&] {
+    return client_.look([&](const Objects& objects) { return objects.characteristicsOf(device); });
+  };
+  client_.refresh(device, kDevice);
+  if (known().empty()) client_.load();
+  const auto characteristics = known();
+  if (!characteristics.empty()) client_.refresh(characteristics.front().path, kCharacteristic);
+  return known();
 }
 
 /// Waits for the answer: until then the device may count as connected, and the next attempt would take that

@@ -56,10 +56,11 @@ class Connector {
 
  private:
   std::string find();
-  bool takeOver(const std::string& device, const Adopt& adopt);
   void establish(const std::string& device, const Adopt& adopt);
+  void endInherited(const std::string& device);
   void connect(const std::string& device);
   ConnectedDevice discover(const std::string& device);
+  std::vector<Objects::Characteristic> askForCharacteristics(const std::string& device);
   void giveUp(const std::string& device);
   bool isConnected(const std::string& device) const;
   void step(ConnectStep step) const;

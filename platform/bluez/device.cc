@@ -69,10 +69,11 @@ DeviceCore::DeviceCore(std::shared_ptr<Scheduler> scheduler, std::string address
       address_(std::move(address)),
       adapter_(std::move(adapter)),
       connecting_(scheduler_->recursiveLock("kwt.bluez.connect")),
-      queue_(*scheduler_, "kwt.bluez"),
-      longestWrite_(kSmallestMtu - kAttHead) {}
+      longestWrite_(kSmallestMtu - kAttHead),
+      loop_(scheduler_, "kwt.bluez") {}
 
 MaybeError DeviceCore::connect(const ConnectOptions& options) {
+  if (loop_.isCurrent()) return errorOf(Problem::badArgument, "connect() inside an event");
   const std::unique_lock one(*connecting_);
   if (const auto complaint = complaintAbout(options)) return complaint;
   awaitEvents();
@@ -89,6 +90,7 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
 MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
   if (state() == PeripheralState::connecting)  // the lock lets the same thread in again
     return errorOf(Problem::badArgument, "connect() while it is connecting, on the same thread");
+  if (isClosed()) return errorOf(Problem::cancelled, "the device has been released");
   if (!Device::isAddress(address_))
     return errorOf(Problem::badArgument, "\"" + address_ + "\" is no Bluetooth address");
   if (std::min({options.searching, options.connecting, options.discovering}) < Duration::zero())
@@ -101,8 +103,8 @@ MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
 /// than the limit.
 void DeviceCore::awaitEvents() {
   const auto told = scheduler_->semaphore("kwt.bluez.told");
-  for (int i = 0; i < 2 && !queue_.isCurrent(); ++i) {
-    queue_.async([told] { told->signal(); });
+  for (int i = 0; i < 2; ++i) {
+    loop_.post([told] { told->signal(); });
     if (!told->wait(kLeaveLimit)) return;
   }
 }
@@ -137,36 +139,50 @@ void DeviceCore::establish(const ConnectOptions& options) {
 
 MaybeError DeviceCore::endAttempt(const MaybeError& error) {
   std::shared_ptr<Client> client;  // outlives the lock
-  bool cancelled = false;
+  bool cancelled = false, closed = false;
   {
     const internal::MutexLock lock(mutex_);
     client = std::exchange(attempting_, nullptr);
     cancelled = std::exchange(cancelled_, false);
+    closed = closed_;
     if (error) state_ = PeripheralState::disconnected;
   }
   if (cancelled) departures_->end(address_);
+  if (closed) finish();
   return error;
 }
 
 std::shared_ptr<Client> DeviceCore::clientOf(Attempt attempt) {
-  const auto onValue = [post = poster(), attempt](const std::string& path, Bytes value) {
-    post([attempt, path, value = std::move(value)](DeviceCore& core) {
-      core.valueChanged(attempt, path, value);
-    });
+  const auto onValue = [run = whileThere(), attempt](const std::string& path, const Bytes& value) {
+    run([&](DeviceCore& core) { core.valueChanged(attempt, path, value); });
   };
-  const auto onChange = [post = poster(), attempt](const std::string& ended) {
-    post([attempt, ended](DeviceCore& core) { core.check(attempt, ended); });
+  const auto onChange = [run = whileThere(), attempt] {
+    run([&](DeviceCore& core) { core.check(attempt); });
   };
-  return std::make_shared<Client>(*scheduler_, Client::Events{onValue, onChange});
+  std::string device = "dev_" + address_;  // as BlueZ's path has it
+  std::ranges::replace(device, ':', '_');
+  return Client::open(scheduler_, loop_, device, {onValue, onChange});
 }
 
-DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> client, std::string device,
+DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> client, const std::string& device,
                                                    Attempt attempt) {
   const auto start = [this](const gatt::Operation& operation) { send(*connection_, operation); };
-  const auto report = [this](const gatt::OperationQueue::Target& target, const MaybeError& error) {
+  const auto report = [this, attempt](const gatt::OperationQueue::Target& target, const MaybeError& error) {
     events_.didWrite(shared_from_this(), target, error);
+    if (connection_ && connection_->attempt == attempt) connection_->notifications->release();
   };
-  return std::make_shared<Connection>(std::move(client), std::move(device), attempt, start, report);
+  auto connection = std::make_shared<Connection>(std::move(client), device, attempt, start, report);
+  const auto onValue = [run = whileThere(), attempt](const auto& source, const Bytes& value) {
+    run([&](DeviceCore& core) {
+      const auto current = core.connection_;
+      if (current && current->attempt == attempt) core.tell(*current, source, value);
+    });
+  };
+  const auto onEnd = [run = whileThere(), attempt] {
+    run([&](DeviceCore& core) { core.descriptorEnded(attempt); });
+  };
+  connection->notifications = std::make_shared<Notifications>(Notifications::Events{onValue, onEnd});
+  return connection;
 }
 
 /// From here on the connection is the events' thread's.
@@ -180,12 +196,14 @@ void DeviceCore::adopt(const std::shared_ptr<Client>& client, Attempt attempt,
     const auto same = std::ranges::find_if(characteristics_, [&](const auto& old) { return old->is(each); });
     characteristics.push_back(same == characteristics_.end() ? std::make_shared<BluezCharacteristic>(each)
                                                              : *same);
+    if (each.offersDescriptor) connection->offering.insert(characteristics.back().get());
   }
   characteristics_ = std::move(characteristics);
   longestWrite_ = longestWriteIn(device.characteristics);
   state_ = PeripheralState::connected;
   post([connection](DeviceCore& core) {
     core.connection_ = connection;
+    core.loop_.add(connection->notifications);
     core.check(connection->attempt);  // for what happened meanwhile
   });
 }
@@ -206,13 +224,14 @@ void DeviceCore::close() {
   events_.setEvents(nullptr, nullptr);
   events_.setOnDisconnect(nullptr);
   disconnect();
-  if (!queue_.isCurrent()) {
-    if (isLeaving()) awaitDepartures();
-    return finish();
-  }
   {
     const internal::MutexLock lock(mutex_);
     closed_ = true;
+    if (state_ == PeripheralState::connecting) return;  // whoever connects still needs the loop
+  }
+  if (!loop_.isCurrent()) {
+    if (isLeaving()) awaitDepartures();
+    return finish();
   }
   self_ = shared_from_this();
   // Behind what has been posted, such as a connection that is to be taken over and left.
@@ -220,7 +239,7 @@ void DeviceCore::close() {
 }
 
 void DeviceCore::finish() {
-  queue_.close();
+  loop_.close();
   const auto self = std::move(self_);  // outlives the lock
   connection_.reset();
   auto before = PeripheralState::disconnected;
@@ -234,6 +253,11 @@ void DeviceCore::finish() {
 PeripheralState DeviceCore::state() const {
   const internal::MutexLock lock(mutex_);
   return closed_ ? PeripheralState::disconnected : state_;
+}
+
+bool DeviceCore::isClosed() const {
+  const internal::MutexLock lock(mutex_);
+  return closed_;
 }
 
 bool DeviceCore::isLeaving() const {

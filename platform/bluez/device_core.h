@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,7 +14,8 @@
 
 #include "platform/bluez/client.h"
 #include "platform/bluez/connector.h"
-#include "platform/gatt/closable_queue.h"
+#include "platform/bluez/loop.h"
+#include "platform/bluez/notifications.h"
 #include "platform/threads/mutex.h"
 
 namespace kwtsdk::bluez {
@@ -37,9 +40,8 @@ class BluezCharacteristic : public gatt::ValueCharacteristic {
 };
 
 /// One device and its connections, and the peripheral that the library knows. What happens in a connection
-/// happens on the events' thread, to which BlueZ's signals and answers are passed on, each bound to the
-/// number of the attempt it belongs to: the bus's own thread never waits for a host, and a host that writes
-/// never waits for the bus.
+/// happens on one thread, the loop's: BlueZ's signals and answers, each bound to the number of the attempt it
+/// belongs to, and what hosts ask for, who never wait for it.
 class DeviceCore : public Peripheral, public std::enable_shared_from_this<DeviceCore> {
  public:
   using CharacteristicPtr = std::shared_ptr<BluezCharacteristic>;
@@ -63,15 +65,19 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
 
  private:
   using Attempt = std::uint64_t;
+  enum class Way { descriptor, bus };  // of notifications
   struct Connection {
     template <class Send, class Report>
     Connection(std::shared_ptr<Client> its, std::string path, Attempt number, Send send, Report report)
         : client(std::move(its)), device(std::move(path)), attempt(number), operations(send, report) {}
 
-    std::shared_ptr<Client> client;
-    std::string device;
-    Attempt attempt;
+    const std::shared_ptr<Client> client;
+    const std::string device;
+    const Attempt attempt;
+    std::set<const Characteristic*> offering;  // a descriptor for their notifications
+    std::map<const Characteristic*, Way> on;   // at BlueZ, as long as the link lives
     gatt::OperationQueue operations;
+    std::shared_ptr<Notifications> notifications;
   };
   using ConnectionPtr = std::shared_ptr<Connection>;
 
@@ -82,8 +88,9 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
   MaybeError endAttempt(const MaybeError& error);
   std::shared_ptr<Client> clientOf(Attempt attempt);
   void adopt(const std::shared_ptr<Client>& client, Attempt attempt, const ConnectedDevice& device);
-  ConnectionPtr connectionOf(std::shared_ptr<Client> client, std::string device, Attempt attempt);
+  ConnectionPtr connectionOf(std::shared_ptr<Client> client, const std::string& device, Attempt attempt);
   bool isLeaving() const;
+  bool isClosed() const;
   bool awaitDepartures() const { return departures_->await(*scheduler_, address_, kLeaveLimit); }
   void finish();
   CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
@@ -91,7 +98,7 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
   /// Work for the events' thread, while the core is there.
   using Work = std::function<void(DeviceCore&)>;
   void post(Work work);
-  std::function<void(Work)> poster();  // for those that may outlive it
+  std::function<void(const Work&)> whileThere();  // does it at once, for those that may outlive the core
   void postOperation(gatt::Operation::Kind kind, const std::shared_ptr<Characteristic>& target,
                      const Bytes& value);
 
@@ -99,11 +106,18 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
 
   void add(gatt::Operation operation, const std::shared_ptr<Characteristic>& asked);
   void send(Connection& connection, const gatt::Operation& operation);
+  void write(Connection& connection, const gatt::Operation& operation);
+  void subscribe(Connection& connection, const gatt::Operation& operation);
+  void startNotify(Connection& connection, const CharacteristicPtr& target);
+  void subscribed(Attempt attempt, const CharacteristicPtr& target, Way way, const MaybeError& error);
   void answered(Attempt attempt, const MaybeError& error);
   void valueChanged(Attempt attempt, const std::string& path, const Bytes& value);
-  void check(Attempt attempt, const std::string& ended = {});
+  void tell(Connection& connection, const std::shared_ptr<Characteristic>& source, const Bytes& value);
+  void check(Attempt attempt);
+  void descriptorEnded(Attempt attempt);
   void lose(const Error& reason);
   void leave(Attempt attempt);
+  void endSubscriptions(Connection& connection);
   void left(Attempt attempt);
   void finishWhenLeft();
 
@@ -111,7 +125,6 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
   const std::string address_, adapter_;
   const std::shared_ptr<RecursiveLock> connecting_;  // by one thread at a time
   const std::shared_ptr<Departures> departures_ = Departures::ofThisProcess();
-  internal::ClosableQueue queue_;
   gatt::EventForwarder events_;
 
   mutable internal::Mutex mutex_;
@@ -126,6 +139,8 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
   // Only on the events' thread, and when that has ended. Whoever calls out holds it: an event may end it.
   ConnectionPtr connection_;
   std::shared_ptr<DeviceCore> self_;  // once closed by an event, until BlueZ has ended the connection
+
+  Loop loop_;  // last, so that its thread ends first
 };
 
 }  // namespace kwtsdk::bluez

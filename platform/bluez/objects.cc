@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 #include <utility>
 
 #include "platform/bluez/bluez_error.h"
@@ -44,48 +45,72 @@ bool isBelow(const std::string& path, const std::string& parent) {
   return path.size() > parent.size() && path.starts_with(parent) && path[parent.size()] == '/';
 }
 
+using Value = std::variant<bool, std::int16_t, std::uint16_t, std::string, std::vector<std::string>>;
+
+constexpr std::array<std::string_view, 11> kNeeded{
+    "Powered", "Address",          "Name",  "UUIDs", "RSSI",          "Connected",
+    "UUID",    "ServicesResolved", "Flags", "MTU",   "NotifyAcquired"};
+
+/// None for a type that no needed property has.
+std::optional<Value> valueOf(Reader& reader, std::string_view type) {
+  if (type == "b") return reader.truth();
+  if (type == "n") return reader.int16();
+  if (type == "q") return reader.uint16();
+  if (type == "s") return std::string(reader.text());
+  if (type != "as") return std::nullopt;
+  std::vector<std::string> texts;
+  reader.each("s", [&] { texts.emplace_back(reader.text()); });
+  return texts;
+}
+
 }  // namespace
 
-std::optional<Objects::Value> Objects::valueOf(const sdbus::Variant& value) {
-  const std::string type = value.peekValueType();
-  if (type == "b") return value.get<bool>();
-  if (type == "n") return value.get<std::int16_t>();
-  if (type == "q") return value.get<std::uint16_t>();
-  if (type == "s") return value.get<std::string>();
-  if (type == "as") return value.get<std::vector<std::string>>();
-  return std::nullopt;
+bool Objects::isWanted(const std::string& path) const {
+  const auto device = path.find("/dev_");
+  if (device_.empty() || device == std::string::npos) return true;
+  const std::string_view rest = std::string_view(path).substr(device + 1);
+  return rest.starts_with(device_) && (rest.size() == device_.size() || rest[device_.size()] == '/');
 }
 
-void Objects::set(Interface& interface, const std::map<std::string, sdbus::Variant>& values) {
-  for (const auto& [name, variant] : values) {
-    if (auto value = valueOf(variant)) interface.insert_or_assign(name, std::move(*value));
-  }
+void Objects::set(Interface& interface, Reader& values) {
+  values.each("{sv}", [&] {
+    const std::string_view name = values.text();
+    if (std::ranges::find(kNeeded, name) == kNeeded.end()) return values.skip("v");
+    values.variant([&](std::string_view type) {
+      auto value = valueOf(values, type);
+      if (value) interface.insert_or_assign(std::string(name), std::move(*value));
+      return value.has_value();
+    });
+  });
 }
 
-void Objects::replaceBy(const std::map<sdbus::ObjectPath, Added>& all) {
-  objects_.clear();
-  for (const auto& [path, interfaces] : all) add(path, interfaces);
+void Objects::add(const std::string& path, Reader& interfaces) {
+  if (!isWanted(path)) return interfaces.skip("a{sa{sv}}");
+  interfaces.each("{sa{sv}}", [&] {
+    const std::string name(interfaces.text());
+    if (name != kAdapter && name != kDevice && name != kCharacteristic) return interfaces.skip("a{sv}");
+    set(objects_[path][name], interfaces);
+  });
 }
 
-void Objects::add(const std::string& path, const Added& interfaces) {
-  for (const auto& [name, values] : interfaces) set(objects_[path][name], values);
-}
-
-void Objects::remove(const std::string& path, const std::vector<std::string>& interfaces) {
+void Objects::remove(const std::string& path, Reader& interfaces) {
   const auto object = objects_.find(path);
   if (object == objects_.end()) return;
-  for (const auto& name : interfaces) object->second.erase(name);
+  interfaces.each("s", [&] { object->second.erase(std::string(interfaces.text())); });
   if (object->second.empty()) objects_.erase(object);
 }
 
-void Objects::change(const std::string& path, const std::string& interface,
-                     const std::map<std::string, sdbus::Variant>& changed,
-                     const std::vector<std::string>& invalidated) {
+void Objects::change(const std::string& path, const std::string& interface, Reader& values) {
+  const auto object = objects_.find(path);
+  if (object == objects_.end()) return values.skip("a{sv}");
+  set(object->second[interface], values);
+}
+
+void Objects::invalidate(const std::string& path, const std::string& interface, Reader& names) {
   const auto object = objects_.find(path);
   if (object == objects_.end()) return;
   auto& properties = object->second[interface];
-  set(properties, changed);
-  for (const auto& name : invalidated) properties.erase(name);
+  names.each("s", [&] { properties.erase(std::string(names.text())); });
 }
 
 const Objects::Interface* Objects::find(const std::string& path, const char* interface) const {
@@ -145,9 +170,10 @@ std::vector<Objects::Characteristic> Objects::characteristicsOf(const std::strin
     if (found == nullptr) continue;
     const auto uuid = Uuid::fromString(valueIn<std::string>(*found, "UUID", {}));
     if (!uuid) continue;
-    characteristics.push_back({path, *uuid,
-                               propertiesOf(valueIn<std::vector<std::string>>(*found, "Flags", {})),
-                               valueIn<std::uint16_t>(*found, "MTU", 0)});
+    characteristics.push_back(
+        {path, *uuid, propertiesOf(valueIn<std::vector<std::string>>(*found, "Flags", {})),
+         valueIn<std::uint16_t>(*found, "MTU", 0),
+         found->contains("NotifyAcquired") && !valueIn(*found, "NotifyAcquired", true)});
   }
   return characteristics;
 }

@@ -1,17 +1,18 @@
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include <kwtsdk/bluez/scanner.h>
 #include <kwtsdk/peripheral.h>
 #include <kwtsdk/uuid.h>
+
+#include "platform/bluez/message.h"
 
 namespace kwtsdk::bluez {
 
@@ -21,18 +22,20 @@ inline constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
 inline constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 inline constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
 
-/// BlueZ's objects by path, as far as the adapter needs them. Values are copies: those of sdbus-c++ share
-/// their message. One thread at a time.
+/// BlueZ's objects by path, as far as the adapter needs them. One thread at a time.
 class Objects {
  public:
-  using Added = std::map<std::string, std::map<std::string, sdbus::Variant>>;  // by interface
+  /// `device` as BlueZ's paths have it, "dev_00_1A_7D_DA_71_13": what belongs to other devices is skipped, as
+  /// costly as it is to read. Empty: nothing is.
+  explicit Objects(std::string device) : device_(std::move(device)) {}
 
-  void replaceBy(const std::map<sdbus::ObjectPath, Added>& all);
-  void add(const std::string& path, const Added& interfaces);
-  void remove(const std::string& path, const std::vector<std::string>& interfaces);
-  void change(const std::string& path, const std::string& interface,
-              const std::map<std::string, sdbus::Variant>& changed,
-              const std::vector<std::string>& invalidated);
+  bool isWanted(const std::string& path) const;
+
+  // From messages of BlueZ. They throw BluezError.
+  void add(const std::string& path, Reader& interfaces);
+  void remove(const std::string& path, Reader& interfaces);
+  void change(const std::string& path, const std::string& interface, Reader& values);
+  void invalidate(const std::string& path, const std::string& interface, Reader& names);
   void clear() { objects_.clear(); }
 
   /// The path of the adapter of that name, or, for an empty one, of the first that has power. Throws
@@ -55,7 +58,8 @@ class Objects {
     std::string path;
     Uuid uuid;
     std::uint32_t properties;
-    std::size_t mtu;  // of the connection; 0 when not told
+    std::size_t mtu;        // of the connection; 0 when not told
+    bool offersDescriptor;  // for its notifications
   };
   std::vector<Characteristic> characteristicsOf(const std::string& device) const;
 
@@ -63,10 +67,10 @@ class Objects {
   using Value = std::variant<bool, std::int16_t, std::uint16_t, std::string, std::vector<std::string>>;
   using Interface = std::map<std::string, Value>;
 
-  static std::optional<Value> valueOf(const sdbus::Variant& value);
-  static void set(Interface& interface, const std::map<std::string, sdbus::Variant>& values);
+  static void set(Interface& interface, Reader& values);
   const Interface* find(const std::string& path, const char* interface) const;
 
+  std::string device_;
   std::map<std::string, std::map<std::string, Interface>> objects_;
 };
 

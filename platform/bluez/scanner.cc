@@ -50,8 +50,8 @@ class Scanner::Impl {
 
 void Scanner::Impl::listen(Duration time, const ScanFilter& filter, std::vector<FoundDevice>& found) {
   if (time < Duration::zero()) throw BluezError(Problem::badArgument, "a scan of less than no time");
-  const auto client =
-      std::make_shared<Client>(*scheduler_, Client::Events{[](auto&&, auto&&) {}, [](auto&&) {}});
+  Loop loop(scheduler_, "kwt.bluez.scan");
+  const auto client = Client::open(scheduler_, loop, {}, {[](auto&&, auto&&) {}, [] {}});
   announce(client);
   client->load();
   const std::string adapter =

@@ -2,7 +2,6 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -15,6 +14,9 @@ namespace kwtsdk::bluez {
 
 using OnSignal = std::function<void(sdbus::Message& signal)>;
 using OnReply = std::function<void(sdbus::MethodReply& reply, const sdbus::Error* error)>;
+
+// How long a call may take is the adapter's to say, on the scheduler's clock.
+inline constexpr std::uint64_t kNoLimit = UINT64_MAX;
 
 #if __has_include(<sdbus-c++/VTableItems.h>)  // since 2
 
@@ -31,14 +33,15 @@ inline sdbus::MethodCall newCall(sdbus::IProxy& proxy, const char* interface, co
   return proxy.createMethodCall(sdbus::InterfaceName(interface), sdbus::MethodName(method));
 }
 
-inline void send(sdbus::IProxy& proxy, const sdbus::MethodCall& call, std::chrono::microseconds timeout,
-                 OnReply onReply) {
+inline void send(sdbus::IProxy& proxy, const sdbus::MethodCall& call, OnReply onReply) {
   const auto pass = [onReply = std::move(onReply)](sdbus::MethodReply reply,
                                                    std::optional<sdbus::Error> error) {
     onReply(reply, error ? &*error : nullptr);
   };
-  proxy.callMethodAsync(call, pass, static_cast<std::uint64_t>(timeout.count()));
+  proxy.callMethodAsync(call, pass, kNoLimit);
 }
+
+inline bool processNext(sdbus::IConnection& connection) { return connection.processPendingEvent(); }
 
 #else
 
@@ -55,10 +58,11 @@ inline sdbus::MethodCall newCall(sdbus::IProxy& proxy, const char* interface, co
   return proxy.createMethodCall(interface, method);
 }
 
-inline void send(sdbus::IProxy& proxy, const sdbus::MethodCall& call, std::chrono::microseconds timeout,
-                 OnReply onReply) {
-  proxy.callMethod(call, std::move(onReply), static_cast<std::uint64_t>(timeout.count()));
+inline void send(sdbus::IProxy& proxy, const sdbus::MethodCall& call, OnReply onReply) {
+  proxy.callMethod(call, std::move(onReply), kNoLimit);
 }
+
+inline bool processNext(sdbus::IConnection& connection) { return connection.processPendingRequest(); }
 
 #endif
 

@@ -18,13 +18,16 @@ void OperationQueue::add(Operation operation) {
   if (!running_) startNext();
 }
 
+/// One that is finished inside `send` is followed by the next here, however many there are.
 void OperationQueue::startNext() {
+  if (std::exchange(starting_, true)) return;
   while (!running_ && !waiting_.empty()) {
     Operation next = std::move(waiting_.front());
     waiting_.pop_front();
     if (begin(next)) running_ = next;
     if (running_) send_(next);
   }
+  starting_ = false;
 }
 
 /// False: it has failed already.

@@ -1,8 +1,15 @@
 #pragma once
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cerrno>
+#include <cstdlib>
 #include <sstream>
+#include <string_view>
+#include <system_error>
 
 #include <kwtsdk/sim/simulated_link.h>
 
@@ -16,9 +23,10 @@ inline constexpr const char* kRecorderAddress = "AA:BB:CC:DD:EE:FF";
 
 /// A fake bluetoothd on the system bus with the adapter hci0 and a simulated recorder in reach. As BlueZ
 /// does, it knows a device after a discovery heard it, refuses a second operation on the same characteristic
-/// while one is under way, and passes notifications on between StartNotify and StopNotify. The journal gets
-/// "METHOD" or "METHOD UUID" when a call comes and "METHOD answered"; "overlap" for a GATT operation that
-/// comes while another is under way.
+/// while one is under way, and passes notifications on between StartNotify and StopNotify, or through the
+/// descriptor that AcquireNotify gave, which KWT_NOTIFY=bus in the environment takes away. The journal gets
+/// "METHOD" or "METHOD UUID" when a call comes and "METHOD answered", "notified UUID"; "overlap" for a GATT
+/// operation that comes while another is under way.
 class FakeBluez {
  public:
   /// Not started yet. Nobody else may hold the link when this ends.
@@ -52,10 +60,17 @@ class FakeBluez {
   ///   resolve on|off                    its services become known, after a connection
   ///   mtu N | lack UUID-PART            of its characteristics
   ///   refuse METHOD ERROR | hold METHOD | release METHOD
-  ///   lose                              the connection
+  ///   lose | hang up                    the connection, only the descriptors
+  /// "Ack" as METHOD: the answers to writes that the recorder has carried out.
   void obey(const std::string& commands) {
     std::istringstream lines(commands);
     for (std::string line; std::getline(lines, line, ';');) bus_.run([&] { obeyOne(line); });
+  }
+
+  /// Whether notifications come through descriptors.
+  static bool isAcquirable() {
+    const char* const way = std::getenv("KWT_NOTIFY");
+    return way == nullptr || std::string_view(way) != "bus";
   }
 
  private:
@@ -69,6 +84,7 @@ class FakeBluez {
     Object object = nullptr;
     CallPtr running = nullptr;
     bool notifying = false;
+    sdbus::UnixFd stream = {};
   };
 
   void obeyOne(const std::string& command) {
@@ -81,6 +97,8 @@ class FakeBluez {
       if (bus_.isStarted()) bus_.end([this] { forget(); });
     } else if (verb == "lose") {
       lose();
+    } else if (verb == "hang") {
+      for (auto& gatt : gatts_) gatt.stream.reset();
     } else if (verb == "hold" || verb == "refuse") {
       state_[object] = verb == "hold" ? verb : error;
     } else if (verb == "release") {
@@ -104,6 +122,9 @@ class FakeBluez {
     resolve();
     const auto free =
         std::stable_partition(held_.begin(), held_.end(), [&](const CallPtr& call) { return isHeld(*call); });
+    if (state_["Ack"] != "hold") {
+      for (const auto& [call, error] : std::exchange(late_, {})) acknowledge(call, error);
+    }
     const std::vector<CallPtr> released(free, held_.end());  // whose work may fail what is still held
     held_.erase(free, held_.end());
     for (const auto& call : released) work(call);
@@ -113,6 +134,7 @@ class FakeBluez {
     for (auto* const object : {&recorder_, &stranger_, &adapter_}) *object = nullptr;
     gatts_.clear();
     held_.clear();
+    late_.clear();
     discovering_ = connected_ = resolved_ = false;
     link_->disconnect();
   }
@@ -139,9 +161,10 @@ class FakeBluez {
     if (method == "Connect") return connect(call);
     if (method == "Disconnect") lose(), failHeld();
     if (method == "StartDiscovery" || method == "StopDiscovery") discover(method == "StartDiscovery");
-    if (method == "StartNotify" || method == "StopNotify") {
+    if (method.ends_with("Notify")) {
       Gatt& gatt = *gattAt(call->path);
-      gatt.notifying = method == "StartNotify";
+      gatt.notifying = method != "StopNotify";
+      if (method == "AcquireNotify") openStream(gatt, *call);
       link_->peripheral()->setNotifyValue(gatt.notifying, gatt.source);
     }
     if (method == "WriteValue") {
@@ -152,12 +175,24 @@ class FakeBluez {
     answer(call);
   }
 
+  static void openStream(Gatt& gatt, FakeBus::Call& call) {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
+      throw std::system_error(errno, std::generic_category(), "socketpair");
+    gatt.stream.reset(ends[0], sdbus::adopt_fd);
+    call.descriptor.reset(ends[1], sdbus::adopt_fd);
+  }
+
   void answer(const CallPtr& call, const std::string& error = {}) {
     for (auto& gatt : gatts_) {
       if (gatt.running == call) gatt.running = nullptr;
     }
+    journal_->add(call->method + " answered");  // before the host learns of it
     FakeBus::answer(*call, error);
-    journal_->add(call->method + " answered");
+    call->descriptor.reset();
+  }
+  void acknowledge(const CallPtr& call, const std::string& error) {
+    answer(call, error.empty() ? state_["Ack"] : error);
   }
 
   bool isHeld(const FakeBus::Call& call) {
@@ -238,6 +273,7 @@ class FakeBluez {
     link_->disconnect();
     resolved_ = false;
     failHeld();
+    late_.clear();
     for (const auto& gatt : gatts_) {
       if (gatt.running) answer(CallPtr(gatt.running), kFailed);
     }
@@ -261,6 +297,10 @@ class FakeBluez {
     add("MTU", static_cast<std::uint16_t>(std::stoul(state_["mtu"])));
     bus_.addMethods<Bytes, FakeBus::Properties>(gatt.object, bluez::kCharacteristic, {"WriteValue"});
     bus_.addMethods(gatt.object, bluez::kCharacteristic, {"StartNotify", "StopNotify"});
+    if (isAcquirable()) {
+      add("NotifyAcquired", false);
+      bus_.addAcquireNotify(gatt.object, bluez::kCharacteristic, 247);
+    }
     FakeBus::publish(gatt.object);
     gatts_.push_back(std::move(gatt));
   }
@@ -274,9 +314,17 @@ class FakeBluez {
   void tellOf(const std::shared_ptr<Characteristic>& source, const std::optional<Bytes>& value, bool failed) {
     const auto gatt = std::ranges::find(gatts_, source, &Gatt::source);
     if (gatt == gatts_.end()) return;
-    if (!value && gatt->running) answer(CallPtr(gatt->running), failed ? kFailed : "");
-    if (value && gatt->notifying)
+    if (!value && gatt->running) {
+      const std::pair<CallPtr, std::string> outcome(gatt->running, failed ? kFailed : "");
+      state_["Ack"] == "hold" ? late_.push_back(outcome) : acknowledge(outcome.first, outcome.second);
+    }
+    if (!value || !gatt->notifying) return;
+    journal_->add("notified " + gatt->source->UUID().toString().substr(4, 4));
+    if (gatt->stream.isValid()) {  // where BlueZ drops what there is no room for, this one waits
+      ::send(gatt->stream.get(), value->data(), value->size(), MSG_NOSIGNAL);
+    } else {
       FakeBus::tell(gatt->object, bluez::kCharacteristic, {{"Value", sdbus::Variant(*value)}});
+    }
   }
 
   std::shared_ptr<sim::SimulatedLink> link_;
@@ -288,7 +336,8 @@ class FakeBluez {
   std::atomic<bool> power_{false}, connected_{false}, resolved_{false};  // properties
   bool discovering_ = false;
   std::vector<CallPtr> held_;
-  Object adapter_, stranger_, recorder_;  // the stranger is known from earlier and not heard now
+  std::vector<std::pair<CallPtr, std::string>> late_;  // and their errors
+  Object adapter_, stranger_, recorder_;               // the stranger is known from earlier and not heard now
   std::vector<Gatt> gatts_;
   FakeBus bus_;  // last, so that its thread ends first
 };

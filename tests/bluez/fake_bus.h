@@ -22,9 +22,11 @@ class FakeBus {
   struct Call {
     Connection connection;
     std::string method, path;
-    sdbus::Result<> result;
+    std::function<void(const Call&)> returnResults = {};
+    std::function<void(const sdbus::Error&)> returnError = {};
     Bytes value = {};  // of writes
     bool request = false;
+    sdbus::UnixFd descriptor = {};  // to return
   };
   using CallPtr = std::shared_ptr<Call>;
 
@@ -71,19 +73,26 @@ class FakeBus {
     for (const char* const method : methods) {
       auto take = [this, method, connection = std::weak_ptr(connection_), path = object->getObjectPath()](
                       sdbus::Result<>&& result, const Arguments&... arguments) {
-        const auto call = std::make_shared<Call>(Call{connection.lock(), method, path, std::move(result)});
+        const auto call = callOf({connection.lock(), method, path}, std::move(result),
+                                 [](auto& its, auto&) { its.returnResults(); });
         read(*call, arguments...);
-        post([this, call] {
-          if (call->connection == connection_) onCall_(call);
-        });
+        pass(call);
       };
       object->registerMethod(method).onInterface(interface).implementedAs(std::move(take));
     }
   }
+  void addAcquireNotify(const Object& object, const char* interface, std::uint16_t mtu) {
+    using Result = sdbus::Result<sdbus::UnixFd, std::uint16_t>;
+    auto take = [this, mtu, connection = std::weak_ptr(connection_), path = object->getObjectPath()](
+                    Result&& result, const Properties&) {
+      pass(callOf({connection.lock(), "AcquireNotify", path}, std::move(result),
+                  [mtu](auto& its, const Call& call) { its.returnResults(call.descriptor, mtu); }));
+    };
+    object->registerMethod("AcquireNotify").onInterface(interface).implementedAs(std::move(take));
+  }
 
   static void answer(Call& call, const std::string& error) {
-    error.empty() ? call.result.returnResults()
-                  : call.result.returnError(sdbus::Error(error, "as the test asks"));
+    error.empty() ? call.returnResults(call) : call.returnError(sdbus::Error(error, "as the test asks"));
   }
 
   static void publish(const Object& object) {
@@ -107,6 +116,19 @@ class FakeBus {
       work();
     } catch (const sdbus::Error&) {  // the bus has ended
     }
+  }
+
+  template <class Result, class Return>
+  static CallPtr callOf(Call call, Result&& result, Return returnResults) {
+    const auto shared = std::make_shared<std::decay_t<Result>>(std::forward<Result>(result));
+    call.returnResults = [shared, returnResults](const Call& its) { returnResults(*shared, its); };
+    call.returnError = [shared](const sdbus::Error& error) { shared->returnError(error); };
+    return std::make_shared<Call>(std::move(call));
+  }
+  void pass(const CallPtr& call) {
+    post([this, call] {
+      if (call->connection == connection_) onCall_(call);
+    });
   }
 
   static void read(Call&, const auto&...) {}

@@ -15,6 +15,8 @@ using bluez::ConnectStep;
 using bluez::Device;
 using bluez::Problem;
 
+using Lines = std::vector<std::string>;
+
 inline std::string nameOf(const MaybeError& error) {
   if (!error) return "ok";
   return error->domain() == bluez::kDomain ? "problem " + std::to_string(error->code()) : error->domain();
@@ -52,6 +54,12 @@ struct Host {
       EXPECT_TRUE(journal->await(line));
       work();
     });
+  }
+  /// What the journal has, but for what the recorder told of itself.
+  Lines happened() const {
+    Lines lines = journal->take();
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("notified"); });
+    return lines;
   }
   void setNotify(bool on) { device->peripheral()->setNotifyValue(on, characteristic("C92A")); }
 

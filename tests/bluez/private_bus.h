@@ -38,6 +38,8 @@ class PrivateBus {
       throw std::runtime_error("dbus-daemon does not start: install the package dbus");
   }
 
+  void hang(bool on) const { ::kill(process_, on ? SIGSTOP : SIGCONT); }
+
   /// Kill it.
   void end() {
     if (output_ == nullptr) return;

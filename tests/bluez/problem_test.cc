@@ -1,4 +1,5 @@
 #include "tests/bluez/host.h"
+#include "tests/bluez/moved_scheduler.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -75,6 +76,41 @@ TEST(BluezProblems, OfTheBus) {
   check(host, Problem::busFailure);
   ::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere/socket", 1);
   check(host, Problem::busUnreachable);
+}
+
+// The D-Bus library would wait for 90 s.
+TEST(BluezProblems, OfABusThatHangs) {
+  Host host;
+  const auto clock = std::make_shared<MovedScheduler>();
+  host.bus.hang(true);
+  EXPECT_EQ(nameOf(bluez::Scanner::create(clock)->scan(1ms).error), nameOf(Problem::busFailure));
+  EXPECT_EQ(nameOf(Device::create(clock, kRecorderAddress)->connect()), nameOf(Problem::busFailure));
+  host.bus.hang(false);
+  EXPECT_EQ(nameOf(host.device->connect()), "ok");
+}
+
+// BlueZ is still busy with the write, so the link is ended; what else was asked for fails as well.
+TEST(BluezProblems, OfAWriteThatIsNeverAnswered) {
+  Host host;
+  const auto clock = std::make_shared<MovedScheduler>();
+  host.device = Device::create(clock, kRecorderAddress);
+  host.listen();
+  ASSERT_EQ(nameOf(host.device->connect()), "ok");
+  host.bluez.obey("hold WriteValue");
+  host.write();
+  EXPECT_TRUE(host.journal->await("WriteValue CA2A"));
+  clock->move(39s);
+  host.setNotify(true);  // has it look at the clock
+  EXPECT_EQ(nameOf(host.device->connect()), "ok");
+  host.journal->take();
+  clock->move(2s);
+  host.write();
+  for (const auto* const line : {"didWrite problem 9", "didWrite problem 9", "onDisconnect"})
+    EXPECT_TRUE(host.journal->await(line));
+  host.bluez.obey("release WriteValue");
+  EXPECT_EQ(nameOf(host.device->connect()), "ok");
+  host.write();
+  EXPECT_TRUE(host.journal->await("didWrite ok"));
 }
 
 }  // namespace

@@ -110,7 +110,7 @@ class DeviceTest(CommandTest, KwtTestCase):
 
     def test_interrupts(self):
         """While the fake does not answer a call."""
-        for call, command in (("Connect", "info"), ("StartNotify C92A", "info"), ("WriteValue CA2A", "info"),
+        for call, command in (("Connect", "info"), ("AcquireNotify C92A", "info"), ("WriteValue CA2A", "info"),
                               ("WriteValue 9E07", "pull"), ("WriteValue CA2A", "record -o f.rec")):
             with self.subTest(call=call, command=command):
                 station = Station(self, command="hold " + call)

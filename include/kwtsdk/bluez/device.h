@@ -34,7 +34,8 @@ struct ConnectOptions {
 /// Every event arrives on one thread ("kwt.bluez"), in the order in which BlueZ told. Writes and
 /// subscriptions are sent one by one, in the order asked, the next when BlueZ has answered the one before. A
 /// write after a refused subscription is not sent and reports the subscription's error, since its answer
-/// would never arrive. A link that is lost, by distance, by a removed adapter or by an end of
+/// would never arrive. A characteristic that was switched on stays on at BlueZ until the link ends; switched
+/// off, it is no longer reported. A link that is lost, by distance, by a removed adapter or by an end of
 /// bluetoothd, fails what was queued and leaves the peripheral disconnected; connect() brings the same
 /// objects back.
 ///
@@ -57,9 +58,9 @@ class KWTSDK_EXPORT Device {
   Device& operator=(const Device&) = delete;
 
   /// Finds the device, connects, waits until its characteristics are known. Blocks as long as the options
-  /// say, up to a minute more when BlueZ or an event is slow, and up to 90 s, the D-Bus library's own limit,
-  /// where the bus itself hangs. Not inside an event or onStep. Connected already: nothing happens. A
-  /// connection that another program made is shared; a failure ends it. Errors: Problem busUnreachable,
+  /// say, and up to a minute more when BlueZ, the bus or an event is slow. Not inside an event or onStep:
+  /// badArgument. Connected already: nothing happens. A connection that another Device or program made, or
+  /// left behind, is ended first: what was begun on it would go on. Errors: Problem busUnreachable,
   /// notPermitted, serviceNotRunning, noAdapter, adapterOff, deviceNotFound, noConnection, noServices,
   /// connectionLost, cancelled, badArgument, busFailure; or BlueZ's own.
   MaybeError connect(const ConnectOptions& options = {});

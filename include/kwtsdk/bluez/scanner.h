@@ -41,11 +41,10 @@ class KWTSDK_EXPORT Scanner {
   Scanner(const Scanner&) = delete;
   Scanner& operator=(const Scanner&) = delete;
 
-  /// Listens that long, or until stop(), and blocks meanwhile (up to 20 s more when BlueZ is slow, and up to
-  /// 90 s, the D-Bus library's own limit, where the bus itself hangs). One scan at a time. Not on a thread
-  /// that forwards events. Every error can come with devices that were found before it. Errors:
-  /// Problem busUnreachable, notPermitted, serviceNotRunning, noAdapter, adapterOff, badArgument (a negative
-  /// time), connectionLost, busFailure; or BlueZ's own.
+  /// Listens that long, or until stop(), and blocks meanwhile, up to 30 s more when BlueZ or the bus is slow.
+  /// One scan at a time. Not on a thread that forwards events. Every error can come with devices that were
+  /// found before it. Errors: Problem busUnreachable, notPermitted, serviceNotRunning, noAdapter, adapterOff,
+  /// badArgument (a negative time), connectionLost, busFailure; or BlueZ's own.
   ScanResult scan(Duration time, const ScanFilter& filter = {});
 
   /// Ends the scan that runs; with none running, the next one ends as soon as it begins. Any thread, never

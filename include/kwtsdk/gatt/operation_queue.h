@@ -61,6 +61,7 @@ class KWTSDK_EXPORT OperationQueue {
   Target refused_;      // the last subscription that was refused: the next write
   MaybeError refusal_;  // fails with this
   bool ended_ = false;
+  bool starting_ = false;
 };
 
 }  // namespace kwtsdk::gatt

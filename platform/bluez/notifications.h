@@ -1,0 +1,60 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include <kwtsdk/bytes.h>
+#include <kwtsdk/peripheral.h>
+
+#include "platform/bluez/loop.h"
+#include "platform/posix/files.h"
+
+namespace kwtsdk::bluez {
+
+/// The notifications of one connection that come through descriptors of BlueZ. The answers to writes come
+/// over the bus, which is slower: a notification would overtake the acknowledgement that it follows on the
+/// air. So what comes while a write is under way is held until that is answered. The loop's thread.
+class Notifications : public Loop::Source {
+ public:
+  using Target = std::shared_ptr<Characteristic>;
+  struct Events {
+    std::function<void(const Target&, Bytes)> onValue;
+    std::function<void()> onEnd;  // BlueZ has closed a descriptor: there is no link any more
+  };
+  explicit Notifications(Events events) : events_(std::move(events)) {}
+
+  void add(Target target, internal::Descriptor descriptor);
+
+  /// Before a write is sent: tells what has come until now, and holds what comes from now on.
+  void hold();
+
+  /// After the outcome of that write was told: tells what was held.
+  void release();
+
+  /// Closes all and forgets what is held.
+  void end();
+
+  void prepare(Wait& wait) override;
+  void handle(std::span<const pollfd> polled) override;
+
+ private:
+  struct Stream {
+    Target target;
+    internal::Descriptor descriptor;
+  };
+
+  void tell(std::size_t most);
+  void receiveAll();
+  bool receive(Stream& stream);
+
+  const Events events_;
+  std::vector<Stream> streams_;
+  bool isHolding_ = false;
+  std::deque<std::pair<Target, Bytes>> waiting_;
+};
+
+}  // namespace kwtsdk::bluez
