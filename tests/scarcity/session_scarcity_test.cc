@@ -23,7 +23,7 @@ std::vector<NamedOperation> operationsAndMore() {
                  }});
   all.push_back({"recordAndBattery", [](SessionScene& scene, const Limits& limits) {
                    const auto recording =
-                       scene.session->record(scene.file("live"), RecordOptions().length(500ms), limits);
+                       scene.session->record(scene.file("live"), RecordOptions().length(100ms), limits);
                    const auto level = scene.session->battery(limits).wait();
                    EXPECT_TRUE(!level || *level == 80) << *level;
                    const auto recorded = recording.wait();
@@ -31,6 +31,15 @@ std::vector<NamedOperation> operationsAndMore() {
                    const std::string content = contentOf(scene.file("live"));
                    EXPECT_TRUE(!recorded || NumberedMicrophone::file(0, 1000).starts_with(content));
                    return codeOf(recorded);
+                 }});
+  all.push_back({"throwingClose", [](SessionScene& scene, const Limits& limits) {
+                   scene.link->onClose = [link = scene.simLink] {
+                     link->disconnect();
+                     throw std::bad_alloc();
+                   };
+                   scene.session = nullptr;
+                   scene.session = scene.open(Options().keepLink(0s));
+                   return codeOf(scene.session->battery(limits).wait());
                  }});
   return all;
 }
@@ -40,6 +49,7 @@ std::uint64_t runWith(const Scarcity& scarcity, const NamedOperation& operation)
   play<ScarceScene>([&](ScarceScene& scene) {
     scene.damaged = scarcity.at != 0;
     bool isHeard = false;
+    const std::weak_ptr<Session> first = scene.session;
     const auto events = scene.session->events();
     events.forEach([&isHeard](const session::Event&) { isHeard = true; });
     scarcity.begin(operation.name);
@@ -51,7 +61,7 @@ std::uint64_t runWith(const Scarcity& scarcity, const NamedOperation& operation)
       code = make_error_code(Errc::noResources);
     }
     requests = Scarcity::end();
-    const bool isSame = scene.session && operation.name != std::string("create");
+    const bool isSame = !first.expired();
     if (!scene.session) scene.session = scene.open();
     const auto link = scene.session->snapshot().link;
     const bool isOpen =
