@@ -1,5 +1,6 @@
 #include "platform/opus/converted_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -10,6 +11,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
+#include <string_view>
 
 namespace kwtsdk::internal {
 
@@ -57,15 +60,17 @@ bool isLeft(int descriptor, pid_t maker) {
 
 /// Removes what conversions into this folder left that were killed.
 void removeLeft(const fs::path& folder) {
-  std::error_code ignored;
-  for (fs::directory_iterator entry(folder.empty() ? "." : folder, ignored), end; !ignored && entry != end;
-       entry.increment(ignored)) {
-    const std::string name = entry->path().filename();
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.empty() ? "." : folder.c_str()),
+                                                    ::closedir);
+  if (!entries) return;
+  const int directory = ::dirfd(entries.get());
+  while (const dirent* const entry = ::readdir(entries.get())) {
+    const std::string_view name = static_cast<const char*>(entry->d_name);
     if (!name.starts_with(kTemporaryName)) continue;
-    const auto maker = static_cast<pid_t>(std::strtol(name.c_str() + sizeof kTemporaryName - 1, nullptr, 10));
+    const auto maker = static_cast<pid_t>(std::strtol(name.data() + sizeof kTemporaryName - 1, nullptr, 10));
     if (maker <= 0 || maker == ::getpid()) continue;
-    const Descriptor left(::open(entry->path().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (left.get() >= 0 && isLeft(left.get(), maker)) ::unlink(entry->path().c_str());
+    const Descriptor left(::openat(directory, name.data(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (left.get() >= 0 && isLeft(left.get(), maker)) ::unlinkat(directory, name.data(), 0);
   }
 }
 
@@ -87,11 +92,11 @@ void ConvertedFile::createTemporary() {
   constexpr int attempts = 10000;
   for (int attempt = 0; attempt < attempts; ++attempt) {
     const std::string name = kTemporaryName + std::to_string(::getpid()) + "-" + std::to_string(attempt);
-    const fs::path candidate = target_.parent_path() / name;
-    descriptor_ = Descriptor(::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    // Named before there is a file, which would be left when memory runs out.
+    temporary_ = target_.parent_path() / name;
+    descriptor_ = Descriptor(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (descriptor_.get() >= 0) {
       ::flock(descriptor_.get(), LOCK_EX | LOCK_NB);
-      temporary_ = candidate;
       return;
     }
     if (errno != EEXIST) break;
