@@ -6,15 +6,17 @@
 
 namespace kwtsdk::testing {
 
-/// Real threads, and a clock that the test moves; waits for the bus's opening take a thousandth of their
-/// time.
+/// Real threads, and a clock that the test moves. One that is hasty waits a thousandth of the time for the
+/// bus to open.
 class MovedScheduler : public Scheduler {
  public:
+  explicit MovedScheduler(bool isHasty = false) : isHasty_(isHasty) {}
+
   void move(Duration by) { moved_ = moved_.load() + by; }
 
   Duration now() const override { return real_->now() + moved_.load(); }
   std::shared_ptr<Semaphore> semaphore(const std::string& name) override {
-    if (name == "kwt.bluez.open") return std::make_shared<Hasty>(real_->semaphore(name));
+    if (isHasty_ && name == "kwt.bluez.open") return std::make_shared<Hasty>(real_->semaphore(name));
     return real_->semaphore(name);
   }
   std::shared_ptr<SerialQueue> serialQueue(const std::string& label) override {
@@ -37,6 +39,7 @@ class MovedScheduler : public Scheduler {
     const std::shared_ptr<Semaphore> real;
   };
 
+  const bool isHasty_;
   const std::shared_ptr<Scheduler> real_ = threadScheduler();
   std::atomic<Duration> moved_ = Duration::zero();
 };
