@@ -1,5 +1,6 @@
 #include "platform/opus/converted_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -10,6 +11,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
+#include <string_view>
 
 namespace kwtsdk::internal {
 
@@ -55,17 +58,21 @@ bool isLeft(int descriptor, pid_t maker) {
          ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
 }
 
-/// Removes what conversions into this folder left that were killed.
+/// Removes what conversions into this folder left that were killed. Without std::filesystem, whose iterator
+/// ends the process when memory runs out.
 void removeLeft(const fs::path& folder) {
-  std::error_code ignored;
-  for (fs::directory_iterator entry(folder.empty() ? "." : folder, ignored), end; !ignored && entry != end;
-       entry.increment(ignored)) {
-    const std::string name = entry->path().filename();
+  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.empty() ? "." : folder.c_str()),
+                                                 ::closedir);
+  while (const dirent* const entry = open ? ::readdir(open.get()) : nullptr) {
+    const std::string_view name(entry->d_name);
     if (!name.starts_with(kTemporaryName)) continue;
-    const auto maker = static_cast<pid_t>(std::strtol(name.c_str() + sizeof kTemporaryName - 1, nullptr, 10));
+    const auto maker =
+        static_cast<pid_t>(std::strtol(entry->d_name + sizeof kTemporaryName - 1, nullptr, 10));
     if (maker <= 0 || maker == ::getpid()) continue;
-    const Descriptor left(::open(entry->path().c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (left.get() >= 0 && isLeft(left.get(), maker)) ::unlink(entry->path().c_str());
+    const int descriptor = ::dirfd(open.get());
+    const Descriptor left(
+        ::openat(descriptor, entry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (left.get() >= 0 && isLeft(left.get(), maker)) ::unlinkat(descriptor, entry->d_name, 0);
   }
 }
 
