@@ -7,6 +7,8 @@
 #include <chrono>
 #include <exception>
 #include <iostream>
+#include <new>
+#include <system_error>
 
 #include "tools/command_line.h"
 #include "tools/interrupt.h"
@@ -35,6 +37,16 @@ Failure inTime(const Failure& failure, const Invocation& invocation, const Inter
           failure.hint()};
 }
 
+Failure failureOf(const std::exception& exception) {
+  constexpr const char* hint = "End other programs, then run the command again.";
+  if (dynamic_cast<const std::bad_alloc*>(&exception) != nullptr)
+    return {ToolError::other, "There is no memory left.", hint};
+  const auto* const system = dynamic_cast<const std::system_error*>(&exception);
+  if (system != nullptr && system->code() == std::errc::resource_unavailable_try_again)
+    return {ToolError::other, "No thread could be started.", hint};
+  return {ToolError::other, exception.what(), ""};
+}
+
 int run(const Invocation& invocation) {
   const auto scheduler = threadScheduler();
   Interrupt interrupt(*scheduler);
@@ -52,7 +64,7 @@ int run(const Invocation& invocation) {
   } catch (const Failure& failure) {
     output.fail(inTime(failure, invocation, interrupt));
   } catch (const std::exception& exception) {
-    output.fail({ToolError::other, exception.what(), ""});
+    output.fail(failureOf(exception));
   }
   return output.finish();
 }
@@ -84,7 +96,9 @@ int main(int argc, char** argv) {
   try {
     return kwtsdk::tool::runTool(argc, argv);
   } catch (const std::exception& exception) {
-    std::cerr << "kwt: " << exception.what() << '\n';
+    const auto failure = kwtsdk::tool::failureOf(exception);
+    std::cerr << "kwt: " << failure.what() << '\n';
+    if (!failure.hint().empty()) std::cerr << "kwt: " << failure.hint() << '\n';
     return 1;
   }
 }

@@ -72,8 +72,10 @@ EventForwarder::EventForwarder() : state_(std::make_unique<State>()) {}
 EventForwarder::~EventForwarder() = default;
 
 void EventForwarder::setEvents(Event didWrite, Event didUpdate) {
+  const bool isAny = didWrite || didUpdate;  // taking them back is part of a link's end, which must not fail
   state_->events.set(
-      std::make_shared<const State::Events>(State::Events{std::move(didWrite), std::move(didUpdate)}));
+      isAny ? std::make_shared<const State::Events>(State::Events{std::move(didWrite), std::move(didUpdate)})
+            : nullptr);
 }
 
 void EventForwarder::setOnDisconnect(std::function<void()> onDisconnect) {

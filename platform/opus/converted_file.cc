@@ -58,21 +58,19 @@ bool isLeft(int descriptor, pid_t maker) {
          ::flock(descriptor, LOCK_EX | LOCK_NB) == 0;
 }
 
-/// Removes what conversions into this folder left that were killed. Without std::filesystem, whose iterator
-/// ends the process when memory runs out.
+/// Removes what conversions into this folder left that were killed.
 void removeLeft(const fs::path& folder) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.empty() ? "." : folder.c_str()),
-                                                 ::closedir);
-  while (const dirent* const entry = open ? ::readdir(open.get()) : nullptr) {
-    const std::string_view name(entry->d_name);
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.empty() ? "." : folder.c_str()),
+                                                    ::closedir);
+  if (!entries) return;
+  const int directory = ::dirfd(entries.get());
+  while (const dirent* const entry = ::readdir(entries.get())) {
+    const std::string_view name = static_cast<const char*>(entry->d_name);
     if (!name.starts_with(kTemporaryName)) continue;
-    const auto maker =
-        static_cast<pid_t>(std::strtol(entry->d_name + sizeof kTemporaryName - 1, nullptr, 10));
+    const auto maker = static_cast<pid_t>(std::strtol(name.data() + sizeof kTemporaryName - 1, nullptr, 10));
     if (maker <= 0 || maker == ::getpid()) continue;
-    const int descriptor = ::dirfd(open.get());
-    const Descriptor left(
-        ::openat(descriptor, entry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (left.get() >= 0 && isLeft(left.get(), maker)) ::unlinkat(descriptor, entry->d_name, 0);
+    const Descriptor left(::openat(directory, name.data(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (left.get() >= 0 && isLeft(left.get(), maker)) ::unlinkat(directory, name.data(), 0);
   }
 }
 

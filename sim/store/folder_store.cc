@@ -1,12 +1,16 @@
+#include <dirent.h>
 #include <kwtsdk/sim/folder_store.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <ctime>
 #include <fstream>
+#include <memory>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "sim/model/wire.h"
@@ -45,10 +49,10 @@ bool isOggOpusFile(const fs::path& path) {
          head.substr(pageHeaderSize + segments).starts_with(identification);
 }
 
-bool isRecording(const fs::directory_entry& entry) {
+bool isRecording(const fs::path& path) {
   std::error_code ignored;
-  return entry.symlink_status(ignored).type() == fs::file_type::regular &&
-         !entry.path().filename().string().starts_with('.') && isOggOpusFile(entry.path());
+  return fs::symlink_status(path, ignored).type() == fs::file_type::regular &&
+         !path.filename().string().starts_with('.') && isOggOpusFile(path);
 }
 
 struct stat statusOf(const fs::path& path) {
@@ -66,16 +70,18 @@ RecordingInfo infoOf(const fs::path& path, const struct stat& status) {
   return {*blocks, localTime(status.st_mtime), 0};
 }
 
+/// Not with a directory_iterator, whose steps end the process where there is no memory for them.
 std::vector<fs::path> recordingsIn(const fs::path& folder) {
-  std::error_code failure;
   std::vector<fs::path> paths;
-  for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end;
-       entry.increment(failure)) {
-    if (isRecording(*entry)) paths.push_back(entry->path());
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
+  for (const dirent* entry = nullptr; entries && (entry = ::readdir(entries.get())) != nullptr;) {
+    fs::path path = folder / static_cast<const char*>(entry->d_name);
+    if (isRecording(path)) paths.push_back(std::move(path));
   }
-  if (failure) {
+  if (!entries) {
     throw std::runtime_error("the recorder's folder " + folder.string() + " cannot be read (" +
-                             failure.message() + "): name an existing folder that you may read");
+                             std::system_category().message(errno) +
+                             "): name an existing folder that you may read");
   }
   std::ranges::sort(paths);
   return paths;

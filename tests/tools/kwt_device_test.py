@@ -22,8 +22,8 @@ LAST, MTU = QUERIES + packets_of(BLOCK), wire("kDownloadHeadSize") + DATA + 3
 class Station(Recorder):
     """A recorder in reach of a Bluetooth adapter, with a system bus and a bluetoothd of its own."""
 
-    def __init__(self, case, script="", command="", sizes=(BLOCK, BLOCK)):
-        super().__init__(case, *sizes, script=script)
+    def __init__(self, case, script="", command="", sizes=(BLOCK, BLOCK), contents=()):
+        super().__init__(case, *sizes, script=script, contents=contents)
         folder = self.home.parent
         (folder / "conf").write_text(CONFIGURATION.format(folder=folder))
         self.bus = {**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={folder}/socket"}

@@ -171,14 +171,15 @@ class Recorder:
         file = self.store / "device" / "firmware.bin"
         return file.read_bytes() if file.exists() else None
 
-    def start(self, *arguments, limit=resource.RLIM_INFINITY, env=os.environ, **options):
+    def start(self, *arguments, limit=resource.RLIM_INFINITY, limits={}, shim={}, env=os.environ, **options):
         def prepare():
             for number in (signal.SIGINT, signal.SIGHUP):  # ignored in background jobs and below nohup
                 signal.signal(number, signal.SIG_DFL)
-            resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+            for kind, most in {resource.RLIMIT_FSIZE: limit, **limits}.items():
+                resource.setrlimit(kind, (most, most))
 
         command = [*([] if arguments[0] in ("convert", "scan") else self.options()), *arguments]
-        env = {**env, "TZ": "UTC0"}
+        env = {**env, **shim, "TZ": "UTC0"}
         if limit != resource.RLIM_INFINITY:
             env["LLVM_PROFILE_FILE"] = "/dev/null"  # which would be cut as well, and is shared
         return start_tool(*command, cwd=self.home, preexec_fn=prepare, env=env, **options)
