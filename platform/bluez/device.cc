@@ -91,6 +91,7 @@ MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
   if (state() == PeripheralState::connecting)  // the lock lets the same thread in again
     return errorOf(Problem::badArgument, "connect() while it is connecting, on the same thread");
   if (isClosed()) return errorOf(Problem::cancelled, "the device has been released");
+  if (!loop_.isRunning()) return errorOf(Problem::busFailure, "no thread could be started for it");
   if (!Device::isAddress(address_))
     return errorOf(Problem::badArgument, "\"" + address_ + "\" is no Bluetooth address");
   if (std::min({options.searching, options.connecting, options.discovering}) < Duration::zero())

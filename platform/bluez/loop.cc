@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <exception>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -75,7 +77,14 @@ class Loop::State {
 
   void run() {
     currentLoop = this;
-    while (work()) wait();
+    for (bool goesOn = true; goesOn;) {
+      try {
+        goesOn = work();
+        if (goesOn) wait();
+      } catch (const std::bad_alloc&) {
+        continue;
+      }
+    }
     currentLoop = nullptr;
   }
 
@@ -158,8 +167,19 @@ class Loop::State {
 };
 
 Loop::Loop(const std::shared_ptr<Scheduler>& scheduler, const std::string& label)
-    : state_(std::make_shared<State>(scheduler)), thread_(scheduler->serialQueue(label)) {
-  thread_->async([state = state_] { state->run(); });
+    : state_(std::make_shared<State>(scheduler)) {
+  try {
+    auto thread = scheduler->serialQueue(label);
+    thread->async([state = state_] { state->run(); });
+    thread_ = std::move(thread);
+  } catch (const std::exception&) {
+    state_->close();
+  }
+}
+
+bool Loop::isRunning() const {
+  const internal::MutexLock lock(mutex_);
+  return thread_ != nullptr;
 }
 
 Loop::~Loop() { close(); }

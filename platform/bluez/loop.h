@@ -36,6 +36,7 @@ class Loop {
     virtual void handle(std::span<const pollfd> polled) = 0;
   };
 
+  /// Where no thread can be had it does not run, and nothing that is posted is done.
   Loop(const std::shared_ptr<Scheduler>& scheduler, const std::string& label);
   ~Loop();  // close()
   Loop(const Loop&) = delete;
@@ -43,7 +44,9 @@ class Loop {
 
   // ---- Any thread ----
 
-  /// Work must not throw. Dropped once closed.
+  bool isRunning() const KWT_EXCLUDES(mutex_);
+
+  /// What work throws, which is that there is no memory left, is lost. Dropped once closed.
   using Work = std::function<void()>;
   void post(Work work);
 
@@ -63,7 +66,7 @@ class Loop {
   // Shared with the thread, whose own work may be the end of the loop.
   class State;
   const std::shared_ptr<State> state_;
-  internal::Mutex mutex_;
+  mutable internal::Mutex mutex_;
   std::shared_ptr<SerialQueue> thread_ KWT_GUARDED_BY(mutex_);
 };
 

@@ -270,9 +270,8 @@ def rehearse():
 
 
 rehearse()
-rounds = [(fault, Recorder if fault == "memory" else place, command, number)  # sdbus-c++'s own thread has no way out
-          for start, fault in enumerate(FAULTS) for number in range(ROUNDS)
-          for place, command in [COMMANDS[(number + start) % len(COMMANDS)]]]
+rounds = [(fault, *COMMANDS[(number + start) % len(COMMANDS)], number)
+          for start, fault in enumerate(FAULTS) for number in range(ROUNDS)]
 named = {f"{fault} {place.__name__} {command.__name__} {number}": (fault, place, command, number)
          for fault, place, command, number in rounds}
 if ONE:
