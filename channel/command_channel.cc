@@ -59,6 +59,8 @@ std::shared_ptr<Command> CommandChannel::send(const std::shared_ptr<Command>& co
       break;
     case Outcome::Kind::outOfMemory:
       dispatcher.clear(command);
+      if (command->plan.stream)
+        endStream(command->plan.stream);  // which may have begun, without its watchdog
       dispatcher.refuse(command, noResourcesError(), outcome.inItsWay);
       break;
     case Outcome::Kind::unwanted:

@@ -16,7 +16,7 @@ using Table = std::array<std::array<std::uint32_t, 256>, kWord>;
 
 // Entry [n][byte] is the CRC of a byte n places before a word's last one, with `after` zero bytes behind the
 // word.
-constexpr Table makeTable(std::size_t after) {
+consteval Table makeTable(std::size_t after) {
   std::array<std::uint32_t, 256> single{};
   for (std::uint32_t byte = 0; byte < single.size(); ++byte) {
     std::uint32_t crc = byte;

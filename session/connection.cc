@@ -20,17 +20,18 @@ constexpr std::array<const char*, 3> kWritten{wire::CHARACTERISTIC_FOR_COMMUNICA
 
 Link::Events eventsInto(const std::shared_ptr<Inbox>& inbox, const internal::Logger& log) {
   using Kind = Sign::Kind;
-  const auto put = [inbox, log](Sign sign) {
-    internal::guardedCall(log, "The inbox", [&] { inbox->put(std::move(sign)); });
+  const auto put = [inbox, log](const auto& sign) {
+    if (!internal::guardedCall(log, "The inbox", [&] { inbox->put(sign()); })) inbox->miss();
   };
   Link::Events events;
   events.didWrite = [put](const auto&, const auto& to, const MaybeError& error) {
-    put({Kind::acknowledged, to.get(), {}, error});
+    put([&] { return Sign{Kind::acknowledged, to.get(), {}, error}; });
   };
   events.didUpdate = [put](const auto&, const auto& from, const MaybeError& error) {
-    if (from && !error) put({Kind::notified, from.get(), from->value().value_or(Bytes{}), {}});
+    if (!from || error) return;
+    put([&] { return Sign{Kind::notified, from.get(), from->value().value_or(Bytes{}), {}}; });
   };
-  events.didDisconnect = [put] { put({Kind::lost}); };
+  events.didDisconnect = [put] { put([] { return Sign{Kind::lost}; }); };
   return events;
 }
 
@@ -53,6 +54,30 @@ MaybeFailure Connection::follow() {
 MaybeFailure Connection::open(const std::function<bool()>& wanted) {
   if (auto failure = follow()) return failure;
   change(LinkState::opening);
+  const auto giveUp = [this](const MaybeError& cause) {
+    isOpening_ = false;
+    ++endsToCome_;
+    callClose();
+    change(LinkState::closed, cause);
+  };
+  MaybeFailure failure;
+  try {
+    failure = make(wanted);
+  } catch (...) {  // no memory; the link may be open
+    giveUp(std::nullopt);
+    throw;
+  }
+  if (failure) {
+    giveUp(failure->cause());
+    return failure;
+  }
+  isOpen_ = true;
+  inbox_->restartSilence();
+  change(LinkState::open);
+  return std::nullopt;
+}
+
+MaybeFailure Connection::make(const std::function<bool()>& wanted) {
   isOpening_ = true;
   auto failure = wanted() ? callOpen() : Failure(Errc::linkFailed, "the link is not wanted any more");
   isOpening_ = false;
@@ -62,16 +87,7 @@ MaybeFailure Connection::open(const std::function<bool()>& wanted) {
     failure = guarded("Peripheral::maximumWriteValueLengthForType", [&] { tooSmall = checkPacketSize(); });
     if (!failure) failure = tooSmall;
   }
-  if (failure) {
-    ++endsToCome_;
-    guarded("Link::close", [&] { link_->close(); });
-    change(LinkState::closed, failure->cause());
-    return failure;
-  }
-  isOpen_ = true;
-  inbox_->restartSilence();
-  change(LinkState::open);
-  return std::nullopt;
+  return failure;
 }
 
 MaybeFailure Connection::callOpen() {
@@ -126,7 +142,7 @@ void Connection::close() {
   if (!isOpen_) return;
   ++endsToCome_;
   isOpen_ = false;
-  guarded("Link::close", [&] { link_->close(); });
+  callClose();
   change(LinkState::closed);
 }
 
@@ -179,7 +195,12 @@ std::size_t Connection::longestWrite() const {
 }
 
 void Connection::interruptOpening() {
-  if (isOpening_) guarded("Link::close", [&] { link_->close(); });
+  if (isOpening_) callClose();
+}
+
+/// Part of clean-ups: what it throws is not even made a Failure of, which takes memory.
+void Connection::callClose() {
+  internal::guardedCall(log_, "Link::close", [this] { link_->close(); });
 }
 
 void Connection::change(LinkState state, const MaybeError& error) {

@@ -66,7 +66,9 @@ class Connection {
 
  private:
   MaybeFailure follow();
+  MaybeFailure make(const std::function<bool()>& wanted);
   MaybeFailure callOpen();
+  void callClose();
   void lose();
   MaybeFailure findChannels();
   MaybeFailure checkPacketSize() const;

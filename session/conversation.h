@@ -118,6 +118,9 @@ class Conversation {
   bool isLinkDistrusted() const { return isDistrusted_; }
   bool isLinkLost() const { return !connection_->isOpen(); }
 
+  /// How much of what the link told there was no memory for.
+  std::uint64_t missedSigns() const { return inbox_->missed(); }
+
   void setListener(Listener* listener) { listener_ = listener; }
 
   /// For so long only a lost link and silence end a wait, but not for long after the operation's time.

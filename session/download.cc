@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <string>
 
 #include "session/assembly.h"
 #include "session/confirmation.h"
@@ -17,6 +18,12 @@ namespace {
 
 namespace fs = std::filesystem;
 using Stage = ProgressReport::Stage;
+
+/// What path's own "/" does, which in libstdc++ 12 may crash where there is no memory for it.
+fs::path inside(const fs::path& folder, const std::string& name) {
+  const std::string& begin = folder.native();
+  return begin.empty() || begin.ends_with('/') ? begin + name : begin + '/' + name;
+}
 
 Saved savedAs(const RecordingInfo& recording, const fs::path& file) {
   Saved saved;
@@ -135,7 +142,7 @@ class Harvesting {
     const auto first = recorder_.persist([&] { return askFirst(recorder_, recording.id); });
     if (!first) return first.error();
     const auto saved =
-        saveAndDelete(recorder_, *first, folder_ / fileName(options_.name(), *first), options_.keep());
+        saveAndDelete(recorder_, *first, inside(folder_, fileName(options_.name(), *first)), options_.keep());
     if (const Saved* const achieved = saved.achieved()) {
       harvest_.saved.push_back(*achieved);
       harvest_.left.erase(harvest_.left.begin());

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -38,6 +40,9 @@ class Inbox {
   // ---- Any thread ----
 
   void put(Sign sign) KWT_EXCLUDES(mutex_);
+
+  /// There was no memory for one.
+  void miss() { ++missed_; }
   void nudge() KWT_EXCLUDES(mutex_);
 
   /// Called when something comes that nobody waits for nor is about to take: once until unattended() is
@@ -61,6 +66,7 @@ class Inbox {
   /// When the link last told something.
   Duration lastSign() const KWT_EXCLUDES(mutex_);
   void restartSilence() KWT_EXCLUDES(mutex_);
+  std::uint64_t missed() const { return missed_; }
 
   void attend() KWT_EXCLUDES(mutex_);
   void leave() KWT_EXCLUDES(mutex_);
@@ -72,6 +78,7 @@ class Inbox {
   const std::shared_ptr<Scheduler> scheduler_;
   const std::shared_ptr<Semaphore> arrived_;
   std::function<void()> onUnattended_;
+  std::atomic<std::uint64_t> missed_{0};
   mutable internal::Mutex mutex_;
   Signs signs_ KWT_GUARDED_BY(mutex_);
   std::size_t enough_ KWT_GUARDED_BY(mutex_) = 1;

@@ -70,7 +70,10 @@ class QueryJob : public OperationJob<T>, public LetIn {
   const Request* next() const override {
     return step_ < query_.steps.size() ? &query_.steps[step_].request : nullptr;
   }
-  void take(const Bytes& answer) override { query_.steps[step_++].take(answer, value_); }
+  void take(const Bytes& answer) override {
+    query_.steps[step_].take(answer, value_);
+    ++step_;  // only now: without memory for the answer it is asked again
+  }
   void succeed() override { this->conclude(value_); }
 
  private:

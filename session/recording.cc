@@ -42,14 +42,11 @@ class Recording : public Listener {
     return failure;
   }
 
-  Recorded recorded(const std::filesystem::path& file) const {
-    Recorded recorded;
-    recorded.file = file;
+  void describe(Recorded& recorded) const {
     recorded.end = end_.value_or(RecordingEnd::stopped);
     recorded.bytes = file_->size();
     recorded.packets = packets_;
     recorded.length = kSoundOfPacket * static_cast<Duration::rep>(packets_);
-    return recorded;
   }
 
   bool take(const Sign& sign) override;
@@ -254,19 +251,25 @@ Result<Recorded> record(Conversation& recorder, Worker& worker, const std::files
                         const RecordOptions& options, const StopWish& stop) {
   const auto created = RecordingFile::create(file);
   if (!created) return created.error();
+  Recorded recorded;  // all that takes memory of it, before there is sound
+  recorded.file = file;
   Recording recording(recorder, worker, options, stop, *created);
+  const std::uint64_t missedBefore = recorder.missedSigns();
   MaybeFailure failure;
   try {
     failure = recording.run();
+    if (!failure && recorder.missedSigns() != missedBefore) {
+      failure = Failure(Errc::noResources, "there was no memory for all of the sound", Effect::unknown);
+    }
   } catch (const std::bad_alloc&) {  // what is in the file stays
     recorder.endLink();              // with which a recording ends
     failure = Failure(Errc::noResources, "no memory left", Effect::unknown);
   }
   if (auto unwritten = (*created)->close(); unwritten && !failure) failure = unwritten;
-  const Recorded recorded = recording.recorded(file);
+  recording.describe(recorded);
   if (!failure) return recorded;
-  if (recorded.bytes == 0) return *failure;
-  return {*failure, recorded};
+  if (recorded.bytes == 0) return std::move(*failure);
+  return {std::move(*failure), std::move(recorded)};
 }
 
 }  // namespace kwtsdk::session::detail

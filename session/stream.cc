@@ -78,9 +78,15 @@ void Channel<T>::postNext() {
     const MutexLock lock(mutex_);
     if (!forEach_ || elements_.empty() || std::exchange(isPosted_, true)) return;
   }
-  surroundings_.callbacks->post([weak = this->weak_from_this()] {
-    if (const auto self = weak.lock()) self->callBack();
-  });
+  try {
+    surroundings_.callbacks->post([weak = this->weak_from_this()] {
+      if (const auto self = weak.lock()) self->callBack();
+    });
+  } catch (...) {  // the next element may have the memory
+    const MutexLock lock(mutex_);
+    isPosted_ = false;
+    throw;
+  }
 }
 
 template <class T>

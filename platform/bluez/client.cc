@@ -33,6 +33,7 @@ Client::Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const st
       loop_(loop),
       events_(std::move(events)),
       woken_(scheduler->semaphore("kwt.bluez.wait")),
+      device_(device),
       objects_(device),
       bus_(scheduler, {[this](sdbus::Message& signal) { onSignal(signal); },
                        [this] { end("bluetoothd ended"); }, [this] { end("the system bus ended"); }}) {}
@@ -52,12 +53,13 @@ void Client::load() {
   call({"/", kObjectManager, "GetManagedObjects"}, noArguments, kPrompt, Problem::busFailure,
        [this](sdbus::MethodReply& reply) {
          Reader reader(reply);
-         const internal::MutexLock lock(mutex_);
-         objects_.clear();
+         Objects loaded(device_);
          reader.each("{oa{sa{sv}}}", [&] {
            const std::string path(reader.path());
-           objects_.add(path, reader);
+           loaded.add(path, reader);
          });
+         const internal::MutexLock lock(mutex_);
+         objects_ = std::move(loaded);
        });
 }
 
@@ -95,18 +97,18 @@ void Client::readProperties(sdbus::Message& signal) {
   const std::string path = signal.getPath();
   Reader reader(signal);
   const std::string interface(reader.text());
-  if (interface == kCharacteristic) return readValue(signal, path);
   {
     const internal::MutexLock lock(mutex_);
     if (!objects_.isWanted(path)) return;
-    objects_.change(path, interface, reader);
-    objects_.invalidate(path, interface, reader);
+    if (interface != kCharacteristic) {
+      objects_.change(path, interface, reader);
+      objects_.invalidate(path, interface, reader);
+    }
   }
-  changed();
+  interface == kCharacteristic ? readValue(reader, path) : changed();
 }
 
-void Client::readValue(sdbus::Message& signal, const std::string& path) const {
-  Reader reader(signal);
+void Client::readValue(Reader& reader, const std::string& path) const {
   reader.each("{sv}", [&] {
     const bool isValue = reader.text() == "Value";
     reader.variant([&](std::string_view type) {

@@ -91,7 +91,7 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   void endLate();
   void onSignal(sdbus::Message& signal);
   void readProperties(sdbus::Message& signal);
-  void readValue(sdbus::Message& signal, const std::string& path) const;
+  void readValue(Reader& reader, const std::string& path) const;
   void end(const char* reason);
   void changed();
   void wake();
@@ -100,6 +100,7 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   Loop& loop_;
   const Events events_;
   const std::shared_ptr<Semaphore> woken_;
+  const std::string device_;
   mutable internal::Mutex mutex_;
   Objects objects_ KWT_GUARDED_BY(mutex_);
   MaybeError gone_ KWT_GUARDED_BY(mutex_);

@@ -76,6 +76,7 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
   if (loop_.isCurrent()) return errorOf(Problem::badArgument, "connect() inside an event");
   const std::unique_lock one(*connecting_);
   if (const auto complaint = complaintAbout(options)) return complaint;
+  if (const auto failure = attempted([this] { loop_.start(); })) return failure;
   awaitEvents();
   auto before = PeripheralState::disconnecting;
   while (before == PeripheralState::disconnecting) {
@@ -91,7 +92,6 @@ MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
   if (state() == PeripheralState::connecting)  // the lock lets the same thread in again
     return errorOf(Problem::badArgument, "connect() while it is connecting, on the same thread");
   if (isClosed()) return errorOf(Problem::cancelled, "the device has been released");
-  if (!loop_.isRunning()) return errorOf(Problem::busFailure, "no thread could be started for it");
   if (!Device::isAddress(address_))
     return errorOf(Problem::badArgument, "\"" + address_ + "\" is no Bluetooth address");
   if (std::min({options.searching, options.connecting, options.discovering}) < Duration::zero())
@@ -145,7 +145,7 @@ MaybeError DeviceCore::endAttempt(const MaybeError& error) {
     const internal::MutexLock lock(mutex_);
     client = std::exchange(attempting_, nullptr);
     cancelled = std::exchange(cancelled_, false);
-    closed = closed_;
+    closed = closed_ && error;  // one that was made is ended by close()
     if (error) state_ = PeripheralState::disconnected;
   }
   if (cancelled) departures_->end(address_);

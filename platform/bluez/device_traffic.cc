@@ -108,7 +108,8 @@ void DeviceCore::subscribe(Connection& connection, const Operation& operation) {
         run([&](DeviceCore& core) {
           const auto current = core.connection_;
           if (!current || current->attempt != attempt) return;
-          if (error && !isProblem(*error, Problem::connectionLost)) return core.startNotify(*current, target);
+          const bool isRefused = error && !isProblem(*error, Problem::connectionLost);
+          if (isRefused && !core.isLeaving()) return core.startNotify(*current, target);
           if (!error) current->notifications->add(target, std::move(*descriptor));
           core.subscribed(attempt, target, Way::descriptor, error);
         });
@@ -180,7 +181,11 @@ void DeviceCore::descriptorEnded(Attempt attempt) {
   if (!connection || connection->attempt != attempt) return;
   connection->client->start(
       {connection->device, kProperties, "GetAll"},
-      [](sd_bus_message* call) { expectGood(sd_bus_message_append(call, "s", kDevice)); }, kPrompt,
+      [](sd_bus_message* call) {
+        expectGood(sd_bus_message_set_auto_start(call, 0));  // bluetoothd may have ended
+        expectGood(sd_bus_message_append(call, "s", kDevice));
+      },
+      kPrompt,
       [run = whileThere(), attempt](const MaybeError&) {
         run([&](DeviceCore& core) {
           if (core.connection_ && core.connection_->attempt == attempt)

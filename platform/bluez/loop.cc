@@ -9,11 +9,13 @@
 #include <cstdint>
 #include <deque>
 #include <exception>
+#include <mutex>
 #include <new>
 #include <system_error>
 #include <utility>
 
 #include "platform/posix/files.h"
+#include "platform/threads/mutex.h"
 
 namespace kwtsdk::bluez {
 namespace {
@@ -32,8 +34,11 @@ int millisecondsUntil(Duration due, Duration now) {
 class Loop::State {
  public:
   explicit State(std::shared_ptr<Scheduler> scheduler)
-      : scheduler_(std::move(scheduler)), wakeUp_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (wakeUp_.get() < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+      : scheduler_(std::move(scheduler)), wakeUp_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+  /// Throws when it could not be made.
+  void expectWhole() const {
+    if (wakeUp_.get() < 0) throw std::system_error(EMFILE, std::generic_category(), "eventfd");
   }
 
   void post(Work work) {
@@ -81,7 +86,7 @@ class Loop::State {
       try {
         goesOn = work();
         if (goesOn) wait();
-      } catch (const std::bad_alloc&) {
+      } catch (const std::bad_alloc&) {  // what needed the memory is lost, and not the thread
         continue;
       }
     }
@@ -166,25 +171,31 @@ class Loop::State {
   bool closed_ KWT_GUARDED_BY(mutex_) = false;
 };
 
-Loop::Loop(const std::shared_ptr<Scheduler>& scheduler, const std::string& label)
-    : state_(std::make_shared<State>(scheduler)) {
-  try {
-    auto thread = scheduler->serialQueue(label);
-    thread->async([state = state_] { state->run(); });
-    thread_ = std::move(thread);
-  } catch (const std::exception&) {
-    state_->close();
-  }
-}
-
-bool Loop::isRunning() const {
-  const internal::MutexLock lock(mutex_);
-  return thread_ != nullptr;
-}
+Loop::Loop(std::shared_ptr<Scheduler> scheduler, std::string label)
+    : scheduler_(std::move(scheduler)),
+      label_(std::move(label)),
+      state_(std::make_shared<State>(scheduler_)),
+      starting_(scheduler_->recursiveLock(label_)) {}
 
 Loop::~Loop() { close(); }
 
-void Loop::post(Work work) { state_->post(std::move(work)); }
+void Loop::start() {
+  const std::unique_lock lock(*starting_);
+  if (thread_ || isClosed_) return;
+  state_->expectWhole();
+  auto thread = scheduler_->serialQueue(label_);
+  thread->async([state = state_] { state->run(); });
+  thread_ = std::move(thread);
+}
+
+void Loop::post(Work work) {
+  state_->post(std::move(work));
+  try {
+    start();
+  } catch (const std::exception&) {  // whoever connects learns of it
+  }
+}
+
 void Loop::add(const std::shared_ptr<Source>& source) { state_->add(source); }
 void Loop::wake() { state_->wake(); }
 bool Loop::isCurrent() const { return state_->isCurrent(); }
@@ -192,7 +203,8 @@ bool Loop::isCurrent() const { return state_->isCurrent(); }
 void Loop::close() {
   state_->close();
   std::shared_ptr<SerialQueue> ended;  // outlives the lock: its end waits for the thread
-  const internal::MutexLock lock(mutex_);
+  const std::unique_lock lock(*starting_);
+  isClosed_ = true;
   ended = std::exchange(thread_, nullptr);
 }
 

@@ -11,8 +11,6 @@
 
 #include <kwtsdk/scheduler.h>
 
-#include "platform/threads/mutex.h"
-
 namespace kwtsdk::bluez {
 
 /// The adapter's thread: it waits for the bus, for descriptors and for what others leave behind for it, and
@@ -36,17 +34,17 @@ class Loop {
     virtual void handle(std::span<const pollfd> polled) = 0;
   };
 
-  /// Where no thread can be had it does not run, and nothing that is posted is done.
-  Loop(const std::shared_ptr<Scheduler>& scheduler, const std::string& label);
+  Loop(std::shared_ptr<Scheduler> scheduler, std::string label);
   ~Loop();  // close()
   Loop(const Loop&) = delete;
   Loop& operator=(const Loop&) = delete;
 
   // ---- Any thread ----
 
-  bool isRunning() const KWT_EXCLUDES(mutex_);
+  /// Starts the thread, unless it runs. Throws when there is none to be had.
+  void start();
 
-  /// What work throws, which is that there is no memory left, is lost. Dropped once closed.
+  /// Work must not throw. Dropped once closed. Starts the thread, or leaves the work behind for it.
   using Work = std::function<void()>;
   void post(Work work);
 
@@ -65,9 +63,12 @@ class Loop {
  private:
   // Shared with the thread, whose own work may be the end of the loop.
   class State;
+  const std::shared_ptr<Scheduler> scheduler_;
+  const std::string label_;
   const std::shared_ptr<State> state_;
-  mutable internal::Mutex mutex_;
-  std::shared_ptr<SerialQueue> thread_ KWT_GUARDED_BY(mutex_);
+  const std::shared_ptr<RecursiveLock> starting_;  // held across a call of the scheduler
+  std::shared_ptr<SerialQueue> thread_;
+  bool isClosed_ = false;
 };
 
 }  // namespace kwtsdk::bluez

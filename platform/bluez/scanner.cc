@@ -51,7 +51,7 @@ class Scanner::Impl {
 void Scanner::Impl::listen(Duration time, const ScanFilter& filter, std::vector<FoundDevice>& found) {
   if (time < Duration::zero()) throw BluezError(Problem::badArgument, "a scan of less than no time");
   Loop loop(scheduler_, "kwt.bluez.scan");
-  if (!loop.isRunning()) throw BluezError(Problem::busFailure, "no thread could be started for it");
+  loop.start();
   const auto client = Client::open(scheduler_, loop, {}, {[](auto&&, auto&&) {}, [] {}});
   announce(client);
   client->load();

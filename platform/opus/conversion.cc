@@ -83,11 +83,11 @@ ConversionResult convert(const std::string& input, const std::string& output,
     run(input, output, request, result);
     return result;
   } catch (const std::bad_alloc&) {
-    result.text = "The memory is not enough for a conversion: end other programs, then convert again.";
+    result.text = told("The memory is not enough for a conversion: end other programs, then convert again.");
   } catch (const std::exception& failure) {
-    result.text = failure.what();
+    result.text = told(failure.what());
   } catch (...) {
-    result.text = "The progress function threw: convert again without it.";
+    result.text = told("The progress function threw: convert again without it.");
   }
   result.status = ConversionResult::kFailed;
   return result;

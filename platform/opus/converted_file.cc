@@ -92,11 +92,11 @@ void ConvertedFile::createTemporary() {
   constexpr int attempts = 10000;
   for (int attempt = 0; attempt < attempts; ++attempt) {
     const std::string name = kTemporaryName + std::to_string(::getpid()) + "-" + std::to_string(attempt);
-    const fs::path candidate = target_.parent_path() / name;
-    descriptor_ = Descriptor(::open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    // Named before there is a file, which would be left when memory runs out.
+    temporary_ = target_.parent_path() / name;
+    descriptor_ = Descriptor(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (descriptor_.get() >= 0) {
       ::flock(descriptor_.get(), LOCK_EX | LOCK_NB);
-      temporary_ = candidate;
       return;
     }
     if (errno != EEXIST) break;

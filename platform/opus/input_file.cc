@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <new>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -73,6 +74,14 @@ bool isLiveRecording(std::span<const std::uint8_t> head) {
 ConversionFailure unwritable(const std::string& path, const std::string& reason) {
   return ConversionFailure(path + " cannot be written (" + reason +
                            "): check the folder, its permissions and its free space, or name another file.");
+}
+
+std::string told(std::string_view text) noexcept {
+  try {
+    return std::string(text);
+  } catch (const std::bad_alloc&) {
+    return "No memory left.";  // as long as a string holds by itself
+  }
 }
 
 std::string systemReason() { return std::generic_category().message(errno); }

@@ -8,6 +8,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include <kwtsdk/opus/conversion.h>
 
@@ -23,6 +24,9 @@ class ConversionFailure : public std::runtime_error {
 
 /// The output at `path`, for a reason such as the system's.
 ConversionFailure unwritable(const std::string& path, const std::string& reason);
+
+/// The text itself, or words that need no memory where there is none left for it.
+std::string told(std::string_view text) noexcept;
 
 /// The system's words for errno.
 std::string systemReason();

@@ -99,17 +99,23 @@ struct LiveConversion::State {
   /// The file is opened with the first one, since constructors should not fail.
   template <class Step>
   std::optional<std::string> attempt(Step step) noexcept {
-    if (failure) return failure;
+    if (!failure) failure = failureOf(step);
+    return failure ? std::optional(told(*failure)) : std::nullopt;
+  }
+
+  template <class Step>
+  std::optional<std::string> failureOf(Step step) noexcept {
     try {
       open();
       step();
       output.flush();
+      return std::nullopt;
     } catch (const std::bad_alloc&) {
-      failure = "The memory is not enough to convert the recording: end other programs, then record again.";
+      return told(
+          "The memory is not enough to convert the recording: end other programs, then record again.");
     } catch (const std::exception& exception) {
-      failure = exception.what();
+      return told(exception.what());
     }
-    return failure;
   }
 
   const std::string packets;

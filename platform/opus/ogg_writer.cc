@@ -29,15 +29,16 @@ int samplesOfPacket(std::span<const std::uint8_t> packet) {
 
 }  // namespace
 
+OggWriter::Stream::Stream() : ogg_stream_state{} {
+  if (ogg_stream_init(this, static_cast<int>(std::random_device()())) != 0) throw std::bad_alloc();
+}
+
 OggWriter::OggWriter(ByteSink& file) : file_(file) {
-  if (ogg_stream_init(&stream_, static_cast<int>(std::random_device()())) != 0) throw std::bad_alloc();
   for (const auto header : {kOpusHead, kOpusTags}) {
     add(bytesOf(header), false);
     settle();
   }
 }
-
-OggWriter::~OggWriter() { ogg_stream_clear(&stream_); }
 
 void OggWriter::write(std::span<const std::uint8_t> packet) {
   const bool isPacket = samplesOfPacket(packet) > 0;

@@ -15,9 +15,6 @@ class OggWriter {
  public:
   /// Writes the headers.
   explicit OggWriter(ByteSink& file);
-  ~OggWriter();
-  OggWriter(const OggWriter&) = delete;
-  OggWriter& operator=(const OggWriter&) = delete;
 
   /// What is no packet stands for a lost one, which the player then conceals.
   void write(std::span<const std::uint8_t> packet);
@@ -27,10 +24,18 @@ class OggWriter {
   void finish();
 
  private:
+  /// An object of its own, which goes also when the headers cannot be written.
+  struct Stream : ogg_stream_state {
+    Stream();
+    ~Stream() { ogg_stream_clear(this); }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+  };
+
   void add(std::span<const std::uint8_t> packet, bool isLast);
 
   ByteSink& file_;
-  ogg_stream_state stream_{};
+  Stream stream_;
   std::vector<std::uint8_t> held_;  // back, since only the last packet ends the stream
   std::int64_t position_ = 0, number_ = 0;
 };

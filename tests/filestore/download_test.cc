@@ -26,6 +26,7 @@ struct Download : VirtualHost {
       EXPECT_GE(done, last.first);
       last = {done, total};
       ++progresses;
+      if (onProgress) onProgress();
     };
     helper->downloadFirstFlashFile(path, note, outcome.completion());
   }
@@ -44,6 +45,7 @@ struct Download : VirtualHost {
   std::string path = folder.file("f");
   std::pair<std::uint64_t, std::uint64_t> last;
   int progresses = 0;
+  std::function<void()> onProgress;
 };
 
 TEST(Download, BringsTheFirstFileAndDeletesItThere) {
@@ -104,6 +106,7 @@ TEST(Download, SaysOnceWhyItFailed) {
     EXPECT_EQ(d.store->count(), recordings);
     EXPECT_FALSE(d.helper->writeDataBlock());
     EXPECT_EQ(d.content().size(), have);
+    EXPECT_EQ(d.progresses, 0) << "of what has failed";
   });
 }
 
@@ -126,6 +129,22 @@ TEST(Download, ThatStallsEndsSilentlyAndContinuesLater) {
     d.last = {};
     EXPECT_EQ(d.ended(), "ok");
     EXPECT_EQ(d.content().substr(0, kBlock), stored(recording, 1));
+  });
+}
+
+TEST(Download, LeavesARecordingAloneThatBeganWithItsLastPacket) {
+  play<Download>([](auto& d) {
+    d.store->add(recordingOf(5));
+    Outcome recording(d.scheduler);
+    d.onProgress = [&] {
+      if (d.last.first < kBlock || d.progresses > 1 + static_cast<int>(kBlock / kPacket)) return;
+      d.helper->setCompletionBlock(nullptr);
+      d.helper->startRecordWithType(0, d.folder.file("r"), recording.completion());
+    };
+    d.start();
+    EXPECT_EQ(recording.ended(), "ok");
+    EXPECT_EQ(d.progresses, 1 + static_cast<int>(kBlock / kPacket));
+    EXPECT_TRUE(d.outcome.calls == 0 && d.store->count() == 1 && d.helper->writeDataBlock());
   });
 }
 

@@ -170,7 +170,12 @@ std::shared_ptr<Scheduler> scarceScheduler(std::shared_ptr<Scheduler> real) {
 
 }  // namespace kwtsdk::testing
 
-// Instead of the standard library's, whose other forms call these.
+// Instead of the standard library's, whose other forms call these; AddressSanitizer's do not.
 void* operator new(std::size_t size) { return kwtsdk::testing::allocate(size == 0 ? 1 : size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept try {
+  return ::operator new(size);
+} catch (const std::bad_alloc&) {
+  return nullptr;
+}
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

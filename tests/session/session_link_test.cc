@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/session/session_host.h"
+#include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -54,6 +55,20 @@ TEST(SessionTransact, HasTheRecorderToItself) {
     pausing.cancel();
     EXPECT_EQ(codeOf(pausing.wait()), Errc::cancelled);
     EXPECT_LE(scene.now() - begin, 1100ms);
+  });
+}
+
+TEST(SessionTransact, AnAnswerComesOnItsOwnCharacteristicAlone) {
+  play<SlowScene>([](SlowScene& scene) {
+    const auto both = transact(scene, [](Transaction& recorder) -> Result<Done> {
+      const auto any = [](const Bytes&) { return true; };
+      const auto started = recorder.exchange(wire::startRecordRequest(0), wire::CHARACTERISTIC_WRITE,
+                                             wire::CHARACTERISTIC_NOTIFY, any);
+      EXPECT_EQ(started.value().size(), 8U);
+      for (int i = 0; i < 9; ++i) EXPECT_EQ(levelOf(recorder, any).value().size(), 32U) << "this is sound";
+      return Done{};
+    });
+    EXPECT_TRUE(both.wait());
   });
 }
 

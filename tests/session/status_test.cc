@@ -72,6 +72,20 @@ TEST(SessionMatching, AnAnswerThatComesTwiceIsNotTheValueOfTheNextQueryOfItsKind
   }
 }
 
+TEST(SessionMatching, AnotherFramesAcknowledgementIsNotItsOwn) {
+  play<SlowScene>([](SlowScene& scene) {
+    const auto recording = scene.session->record(scene.file("r"));
+    scene.scheduler.sleep(1s);
+    const std::uint64_t next = scene.faults.count(LinkEvent::acknowledgement) + 1;
+    scene.faults.add(LinkEvent::acknowledgement, next, {Fault::drop, {}});
+    const auto level = scene.session->battery();
+    EXPECT_FALSE(level.waitFor(200ms));
+    EXPECT_TRUE(scene.session->stopRecording().wait() && recording.wait());
+    EXPECT_EQ(level.wait().value_or(0), 80U);
+    EXPECT_EQ(scene.framesLike("99ec"), 2U) << "it was asked again";
+  });
+}
+
 // Frames that look like answers to something else, or like nothing: none of them may become a value.
 TEST(SessionMatching, OnlyTheRightFrameIsAnAnswer) {
   const auto statusReply = [](std::uint8_t first, std::uint8_t asked, std::size_t size) {

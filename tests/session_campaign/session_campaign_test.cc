@@ -6,6 +6,7 @@
 #include <kwtsdk/sim/seed.h>
 
 #include "tests/session_campaign/host.h"
+#include "tests/support/repeat.h"
 
 namespace kwtsdk::session_campaign {
 namespace {
@@ -96,8 +97,7 @@ void runScenario(std::uint64_t seed) {
   Diary diary{*scheduler};
   scheduler->setTimeLimit(2h);
   scheduler->setDeadlockHandler([&](const std::string&) {
-    std::fprintf(stderr, "seed %llu, %s: it never ends\n%s", static_cast<unsigned long long>(seed),
-                 profile.name, diary.text.c_str());
+    std::fprintf(stderr, "%sIt never ends: %s", diary.text.c_str(), testing::repeating(seed).c_str());
   });
   scheduler->run([&] {
     Random random(seed);
@@ -132,7 +132,8 @@ void runScenario(std::uint64_t seed) {
     session = nullptr;
     for (unsigned i = 0; i < scene.awaited; ++i) scene.endings->wait(std::nullopt);
     scene.checkLost();
-    if (::testing::Test::HasFailure()) ADD_FAILURE() << "What happened:\n" << diary.text;
+    if (::testing::Test::HasFailure())
+      ADD_FAILURE() << "What happened, " << profile.name << ":\n" << diary.text << testing::repeating(seed);
   });
   empty(hostFolder());
 }
@@ -146,10 +147,7 @@ TEST_P(SessionCampaign, EveryOperationEndsInTimeAndNothingIsLost) {
   const std::uint64_t first = sim::seedFromEnvironment(1 + GetParam());
   for (std::uint64_t seed = first; seed <= (one ? first : seeds); seed += parts()) {
     runScenario(seed);
-    if (HasFailure()) {
-      FAIL() << "part " << GetParam() << ", " << kProfiles.at(seed % kProfiles.size()).name
-             << ": repeat with KWTSDK_SEED=" << seed;
-    }
+    if (HasFailure()) return;
   }
 }
 

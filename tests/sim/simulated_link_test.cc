@@ -131,6 +131,9 @@ notification 1 disconnect: ack lost;subscription 1 drop: ack ack;subscription 1 
   }
   Host delayed({.connectionInterval = 10ms, .packetsPerInterval = 2}, "write 1 delay 25ms");
   EXPECT_EQ(delayed.eventsOf("count count"), " ack@30 ack@40");
+  Host losing({}, "acknowledgement 1 duplicate");
+  losing.onEvent = [&](const std::string&) { losing.link->disconnect(); };
+  EXPECT_EQ(losing.eventsOf("on count"), " ack lost") << "nothing arrives behind the loss";
 }
 
 TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {

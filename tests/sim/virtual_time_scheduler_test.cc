@@ -68,7 +68,7 @@ TEST(VirtualTimeScheduler, SignalAndTimeOutAtOneInstantHappenInEitherOrder) {
 TEST(VirtualTimeScheduler, TimerKeepsItsPaceUntilCancelledOrDestroyed) {
   // The fire that cancels, destroys or lasts, the first being 1, and when the timer fires.
   const std::tuple<std::size_t, std::size_t, std::size_t, std::vector<Duration>> cases[]{
-      {0, 0, 0, {2s, 5s, 8s}}, {2, 0, 0, {2s, 5s}}, {0, 1, 0, {2s}}, {0, 0, 1, {2s, 9s}}};
+      {0, 0, 0, {2s, 5s, 8s, 11s}}, {2, 0, 0, {2s, 5s}}, {0, 1, 0, {2s}}, {0, 0, 1, {2s, 9s, 11s}}};
   for (const auto& test : cases) {
     outcomesOf([&](VirtualTimeScheduler& v) {
       std::vector<Duration> fires;
@@ -82,7 +82,7 @@ TEST(VirtualTimeScheduler, TimerKeepsItsPaceUntilCancelledOrDestroyed) {
           if (fires.size() == std::get<1>(test)) timer.reset();
           if (fires.size() == std::get<2>(test)) v.sleep(7s);
         });
-        v.sleep(10s);
+        v.sleep(11500ms);
         if (timer) timer->cancel();
       });
       EXPECT_EQ(fires, std::get<3>(test));
@@ -90,6 +90,21 @@ TEST(VirtualTimeScheduler, TimerKeepsItsPaceUntilCancelledOrDestroyed) {
       return 0;
     });
   }
+}
+
+TEST(VirtualTimeScheduler, TimersLatenessDoesNotAddUp) {
+  outcomesOf([](VirtualTimeScheduler& v) {
+    int fires = 0;
+    v.run([&] {
+      const auto timer = v.repeatingTimer(2s, 3s, 2s, [&] {
+        const Duration late = v.now() - (2s + 3s * fires++);
+        EXPECT_TRUE(late >= 0s && late <= 2s) << fires;
+      });
+      v.sleep(60s);
+      timer->cancel();
+    });
+    return fires;
+  });
 }
 
 TEST(VirtualTimeScheduler, DestroyedQueueDropsWhatHasNotBegun) {

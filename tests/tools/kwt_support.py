@@ -179,7 +179,10 @@ class Recorder:
                 resource.setrlimit(kind, (most, most))
 
         command = [*([] if arguments[0] in ("convert", "scan") else self.options()), *arguments]
-        return start_tool(*command, cwd=self.home, preexec_fn=prepare, env={**env, **shim, "TZ": "UTC0"}, **options)
+        env = {**env, **shim, "TZ": "UTC0"}
+        if limit != resource.RLIM_INFINITY:
+            env["LLVM_PROFILE_FILE"] = "/dev/null"  # which would be cut as well, and is shared
+        return start_tool(*command, cwd=self.home, preexec_fn=prepare, env=env, **options)
 
     def run(self, *arguments, **options):
         return finish(self.start(*arguments, **options))
