@@ -209,7 +209,9 @@ void Connection::change(LinkState state, const MaybeError& error) {
 
 MaybeFailure Connection::guarded(const char* what, const std::function<void()>& call) {
   if (internal::guardedCall(log_, what, call)) return std::nullopt;
-  return Failure(Errc::linkFailed, std::string(what) + " threw an exception");
+  std::string text;  // none where there is no memory for it
+  internal::guardedCall(log_, what, [&] { text = std::string(what) + " threw an exception"; });
+  return Failure(Errc::linkFailed, std::move(text));
 }
 
 }  // namespace kwtsdk::session::detail

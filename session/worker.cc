@@ -44,7 +44,7 @@ std::shared_ptr<Worker> Worker::create(std::shared_ptr<Link> link, const Options
         if (!thread) return;
         guardedCall(log, "The thread of a session", [&] {
           thread->async([weak] {
-            if (const auto self = weak.lock()) self->takeUnattended();
+            if (const auto self = weak.lock()) self->onWorker([&] { self->conversation_.look(); });
           });
         });
       });
@@ -187,6 +187,7 @@ std::shared_ptr<Job> Worker::findRecording() const {
 }
 
 void Worker::failForeign(Job& job, const char* what) noexcept {
+  conversation_.distrustLink();
   const Effect effect = conversation_.possibleEffect();
   const bool isTold = guardedCall(log_, "The text of a failure", [&] {
     job.fail({Errc::linkFailed, std::string("an exception came from outside (") + what + ")", effect});
@@ -202,10 +203,8 @@ void Worker::carryOut(Job& job) noexcept {
     conversation_.distrustLink();
     job.failFor(Errc::noResources, "there was no memory left", conversation_.possibleEffect());
   } catch (const std::exception& exception) {
-    conversation_.distrustLink();
     failForeign(job, exception.what());
   } catch (...) {
-    conversation_.distrustLink();
     failForeign(job, "of no known kind");
   }
   conversation_.leaveOperation();
@@ -225,10 +224,6 @@ void Worker::endIdleLink() {
     if (!self || !self->kept_->isOver()) return;
     self->onWorker([&] { self->conversation_.endLink(); });
   });
-}
-
-void Worker::takeUnattended() {
-  onWorker([this] { conversation_.look(); });
 }
 
 // ---- Ends ----

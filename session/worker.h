@@ -146,7 +146,6 @@ class Worker : public std::enable_shared_from_this<Worker> {
   void onWorker(const Work& work) noexcept;
   void rest() KWT_EXCLUDES(mutex_);
   void endIdleLink();
-  void takeUnattended();
   void interrupted(const std::shared_ptr<Job>& job, Errc reason) KWT_EXCLUDES(mutex_);
 
   const Farewell gone_;  // the first member, and so the last to go

@@ -94,7 +94,7 @@ void Bus::prepare(Loop::Source::Wait& wait) {
     const auto data = connection_->getEventLoopPollData();
     wait.polled.push_back({data.fd, data.events, 0});
     if (isMore_) wait.due = Duration::min();
-  } catch (const sdbus::Error&) {
+  } catch (const std::exception&) {  // the bus's, or no memory: what came cannot be told from what did not
     end();
   }
 }
@@ -106,7 +106,7 @@ void Bus::process(bool isReady) {
   try {
     isMore_ = true;
     for (int i = 0; i < most && isMore_; ++i) isMore_ = processNext(*connection_);
-  } catch (const sdbus::Error&) {
+  } catch (const std::exception&) {
     end();
   }
 }

@@ -10,6 +10,7 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -81,7 +82,14 @@ class Loop::State {
 
   void run() {
     currentLoop = this;
-    while (work()) wait();
+    for (bool goesOn = true; goesOn;) {
+      try {
+        goesOn = work();
+        if (goesOn) wait();
+      } catch (const std::bad_alloc&) {  // what needed the memory is lost, and not the thread
+        continue;
+      }
+    }
     currentLoop = nullptr;
   }
 

@@ -215,7 +215,7 @@ void soakInRealTime(double seconds) {
               static_cast<double>(microphone->made) * bytes / seconds / 1e3,
               static_cast<unsigned long long>(inOrder), queries);
   require(inOrder == microphone->made, "packets were lost");
-  require(static_cast<double>(microphone->made) * bytes >= 0.98 * bytesPerSecond * seconds,
+  require(static_cast<double>(microphone->made) * bytes >= 0.98 * bytesPerSecond * (seconds - 1),
           "the rate was not reached");
   requireFlat(early, late);
 }

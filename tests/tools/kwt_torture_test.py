@@ -270,7 +270,7 @@ def rehearse():
 
 
 rehearse()
-rounds = [(fault, Recorder if fault == "memory" else place, command, number)  # sdbus-c++'s own thread has no way out
+rounds = [(fault, Recorder if fault == "memory" else place, command, number)  # the libraries below the adapter end without
           for start, fault in enumerate(FAULTS) for number in range(ROUNDS)
           for place, command in [COMMANDS[(number + start) % len(COMMANDS)]]]
 named = {f"{fault} {place.__name__} {command.__name__} {number}": (fault, place, command, number)
