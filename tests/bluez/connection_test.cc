@@ -60,7 +60,6 @@ TEST(BluezConnection, AWriteWaitsForItsSubscriptionWhichIsKept) {
 
 // What came while it was off waits for an event to return, and is no answer to what is asked then.
 TEST(BluezConnection, WhatCameWhileItWasOffIsNotTold) {
-  if (!FakeBluez::isAcquirable()) GTEST_SKIP() << "Over the bus it may";
   Host host;
   ASSERT_EQ(nameOf(host.device->connect()), "ok");
   host.device->setEvents([&](auto&&...) { host.journal->add("didWrite"); },
