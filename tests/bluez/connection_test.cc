@@ -58,7 +58,7 @@ TEST(BluezConnection, AWriteWaitsForItsSubscriptionWhichIsKept) {
   EXPECT_EQ(std::ranges::count(end, "StopNotify C92A"), FakeBluez::isAcquirable() ? 0 : 1);
 }
 
-// What came while it was off waits for an event to return, and is no answer to what is asked then.
+// Through a descriptor: it waits for an event to return, and is no answer to what is asked then.
 TEST(BluezConnection, WhatCameWhileItWasOffIsNotTold) {
   Host host;
   ASSERT_EQ(nameOf(host.device->connect()), "ok");

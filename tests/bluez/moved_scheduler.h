@@ -6,17 +6,17 @@
 
 namespace kwtsdk::testing {
 
-/// Real threads, and a clock that the test moves.
+/// Real threads, and a clock that the test moves. One that is hasty waits a thousandth of the time for the
+/// bus to open.
 class MovedScheduler : public Scheduler {
  public:
-  /// Waits for the bus's opening take that part of their time: not for a bus that answers.
-  explicit MovedScheduler(int openingPart = 1) : openingPart_(openingPart) {}
+  explicit MovedScheduler(bool isHasty = false) : isHasty_(isHasty) {}
 
   void move(Duration by) { moved_ = moved_.load() + by; }
 
   Duration now() const override { return real_->now() + moved_.load(); }
   std::shared_ptr<Semaphore> semaphore(const std::string& name) override {
-    if (name == "kwt.bluez.open") return std::make_shared<Hasty>(real_->semaphore(name), openingPart_);
+    if (isHasty_ && name == "kwt.bluez.open") return std::make_shared<Hasty>(real_->semaphore(name));
     return real_->semaphore(name);
   }
   std::shared_ptr<SerialQueue> serialQueue(const std::string& label) override {
@@ -33,14 +33,13 @@ class MovedScheduler : public Scheduler {
 
  private:
   struct Hasty : Semaphore {
-    Hasty(std::shared_ptr<Semaphore> its, int itsPart) : real(std::move(its)), part(itsPart) {}
+    explicit Hasty(std::shared_ptr<Semaphore> its) : real(std::move(its)) {}
     void signal() override { real->signal(); }
-    bool wait(std::optional<Duration> timeout) override { return real->wait(*timeout / part); }
+    bool wait(std::optional<Duration> timeout) override { return real->wait(*timeout / 1000); }
     const std::shared_ptr<Semaphore> real;
-    const int part;
   };
 
-  const int openingPart_;
+  const bool isHasty_;
   const std::shared_ptr<Scheduler> real_ = threadScheduler();
   std::atomic<Duration> moved_ = Duration::zero();
 };
