@@ -31,7 +31,7 @@ TEST(BluezConnection, AWriteWaitsForItsSubscriptionWhichIsKept) {
   ASSERT_EQ(nameOf(host.device->connect({.onStep = [&](ConnectStep step) { steps.push_back(step); }})), "ok");
   EXPECT_EQ(steps, (std::vector{ConnectStep::searching, ConnectStep::connecting, ConnectStep::discovering}));
   EXPECT_EQ(host.device->peripheral()->maximumWriteValueLengthForType(WriteType::withResponse), 244U);
-  const std::string on = FakeBluez::isAcquirable() ? "AcquireNotify" : "StartNotify";
+  const std::string on = isAcquirable() ? "AcquireNotify" : "StartNotify";
   host.bluez.obey("hold " + on);
   host.journal->take();
   host.setNotify(true);
@@ -55,7 +55,7 @@ TEST(BluezConnection, AWriteWaitsForItsSubscriptionWhichIsKept) {
   host.device->disconnect();
   EXPECT_TRUE(host.journal->await("onDisconnect"));
   const auto end = host.journal->take();
-  EXPECT_EQ(std::ranges::count(end, "StopNotify C92A"), FakeBluez::isAcquirable() ? 0 : 1);
+  EXPECT_EQ(std::ranges::count(end, "StopNotify C92A"), isAcquirable() ? 0 : 1);
 }
 
 // Through a descriptor: it waits for an event to return, and is no answer to what is asked then.

@@ -8,7 +8,7 @@ TEST(BluezLoss, FailsWhatIsQueuedAndIsFollowedByAnotherConnection) {
   std::vector<std::pair<std::string, std::string>> cases{
       {"lose", "start"}, {"power off", "power on"}, {"adapter off", "adapter on"},
       {"end", "start"},  {"bus", "end;start"},      {"disconnect", "start"}};
-  if (FakeBluez::isAcquirable()) cases.emplace_back("hang up", "start");
+  if (isAcquirable()) cases.emplace_back("hang up", "start");
   for (const auto& [loss, repair] : cases) {
     SCOPED_TRACE(loss);
     ASSERT_EQ(nameOf(host.device->connect()), "ok");

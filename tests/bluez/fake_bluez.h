@@ -1,20 +1,13 @@
 #pragma once
 
-#include <sys/socket.h>
-
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <cerrno>
-#include <cstdlib>
 #include <sstream>
-#include <string_view>
-#include <system_error>
 
 #include <kwtsdk/sim/simulated_link.h>
 
 #include "sim/model/wire.h"
-#include "tests/bluez/fake_bus.h"
+#include "tests/bluez/fake_gatt.h"
 #include "tests/bluez/journal.h"
 
 namespace kwtsdk::testing {
@@ -69,25 +62,11 @@ class FakeBluez {
     for (std::string line; std::getline(lines, line, ';');) bus_.run([&] { obeyOne(line); });
   }
 
-  /// Whether notifications come through descriptors.
-  static bool isAcquirable() {
-    const char* const way = std::getenv("KWT_NOTIFY");
-    return way == nullptr || std::string_view(way) != "bus";
-  }
-
  private:
   static constexpr const char *kAdapterPath = "/org/bluez/hci0", *kFailed = "org.bluez.Error.Failed";
 
   using Object = FakeBus::Object;
   using CallPtr = FakeBus::CallPtr;
-  struct Gatt {
-    std::string path;
-    std::shared_ptr<Characteristic> source;
-    Object object = nullptr;
-    CallPtr running = nullptr;
-    bool notifying = false;
-    sdbus::UnixFd stream = {};
-  };
 
   void obeyOne(const std::string& command) {
     std::istringstream words(command);
@@ -103,8 +82,8 @@ class FakeBluez {
       for (auto& gatt : gatts_) gatt.stream.reset();
     } else if (verb == "notify" || verb == "read") {
       for (const auto& gatt : gatts_) {
-        if (gatt.source->UUID().toString().find(object) == std::string::npos) continue;
-        verb == "notify" ? tellOf(gatt.source, Bytes(std::stoul(error)), false) : tellValue(gatt, {});
+        if (gatt.id().find(object) == std::string::npos) continue;
+        verb == "notify" ? tellOf(gatt.source, Bytes(std::stoul(error)), false) : gatt.show({});
       }
     } else if (verb == "hold" || verb == "refuse") {
       state_[object] = verb == "hold" ? verb : error;
@@ -149,13 +128,13 @@ class FakeBluez {
   void take(const CallPtr& call) {
     std::string line = call->method;
     if (call->path.find("/char") != std::string::npos) {
-      Gatt* const gatt = gattAt(call->path);
+      FakeGatt* const gatt = gattAt(call->path);
       if (gatt == nullptr) return answer(call, "org.freedesktop.DBus.Error.UnknownObject");  // just withdrawn
-      if (std::ranges::any_of(gatts_, [](const Gatt& each) { return each.running != nullptr; }))
+      if (std::ranges::any_of(gatts_, [](const FakeGatt& each) { return each.running != nullptr; }))
         journal_->add("overlap");
       if (gatt->running) return answer(call, "org.bluez.Error.InProgress");
       gatt->running = call;
-      line += " " + gatt->source->UUID().toString().substr(4, 4);
+      line += " " + gatt->id().substr(4, 4);
     }
     journal_->add(line);
     if (isHeld(*call)) return held_.push_back(call);
@@ -169,9 +148,9 @@ class FakeBluez {
     if (method == "Disconnect") lose(), failHeld();
     if (method == "StartDiscovery" || method == "StopDiscovery") discover(method == "StartDiscovery");
     if (method.ends_with("Notify")) {
-      Gatt& gatt = *gattAt(call->path);
+      FakeGatt& gatt = *gattAt(call->path);
       gatt.notifying = method != "StopNotify";
-      if (method == "AcquireNotify") openStream(gatt, *call);
+      if (method == "AcquireNotify") gatt.openStream(*call);
       link_->peripheral()->setNotifyValue(gatt.notifying, gatt.source);
     }
     if (method == "WriteValue") {
@@ -180,14 +159,6 @@ class FakeBluez {
       if (call->request) return;  // the link tells when to answer
     }
     answer(call);
-  }
-
-  static void openStream(Gatt& gatt, FakeBus::Call& call) {
-    std::array<int, 2> ends{};
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
-      throw std::system_error(errno, std::generic_category(), "socketpair");
-    gatt.stream.reset(ends[0], sdbus::adopt_fd);
-    call.descriptor.reset(ends[1], sdbus::adopt_fd);
   }
 
   void answer(const CallPtr& call, const std::string& error = {}) {
@@ -269,7 +240,10 @@ class FakeBluez {
   void resolve() {
     if (!connected_ || state_["resolve"] != "on" || resolved_) return;
     for (const auto& source : link_->characteristics()) {
-      if (source->UUID().toString().find(state_["lack"]) == std::string::npos) addGatt(source);
+      if (source->UUID().toString().find(state_["lack"]) != std::string::npos) continue;
+      gatts_.emplace_back(bus_,
+                          recorder_->getObjectPath() + "/service0001/char" + std::to_string(gatts_.size()),
+                          source, static_cast<std::uint16_t>(std::stoul(state_["mtu"])));
     }
     resolved_ = true;
     FakeBus::tell(recorder_, bluez::kDevice, {{"ServicesResolved", sdbus::Variant(true)}});
@@ -290,51 +264,22 @@ class FakeBluez {
     gatts_.clear();
   }
 
-  void addGatt(const std::shared_ptr<Characteristic>& source) {
-    Gatt gatt{recorder_->getObjectPath() + "/service0001/char" + std::to_string(gatts_.size()), source};
-    gatt.object = bus_.object(gatt.path);
-    const auto add = [&](const char* name, auto value) {
-      FakeBus::addProperty(gatt.object, bluez::kCharacteristic, name, [value] { return value; });
-    };
-    std::vector<std::string> flags;
-    if ((source->properties() & characteristic_property::write) != 0) flags.emplace_back("write");
-    if ((source->properties() & characteristic_property::notify) != 0) flags.emplace_back("notify");
-    add("UUID", source->UUID().toString());
-    add("Flags", flags);
-    add("MTU", static_cast<std::uint16_t>(std::stoul(state_["mtu"])));
-    bus_.addMethods<Bytes, FakeBus::Properties>(gatt.object, bluez::kCharacteristic, {"WriteValue"});
-    bus_.addMethods(gatt.object, bluez::kCharacteristic, {"StartNotify", "StopNotify"});
-    if (isAcquirable()) {
-      add("NotifyAcquired", false);
-      bus_.addAcquireNotify(gatt.object, bluez::kCharacteristic, 247);
-    }
-    FakeBus::publish(gatt.object);
-    gatts_.push_back(std::move(gatt));
-  }
-
-  Gatt* gattAt(const std::string& path) {
-    const auto found = std::ranges::find(gatts_, path, &Gatt::path);
+  FakeGatt* gattAt(const std::string& path) {
+    const auto found = std::ranges::find(gatts_, path, &FakeGatt::path);
     return found == gatts_.end() ? nullptr : &*found;
   }
 
   /// What the link has told: a value, or the outcome of a write.
   void tellOf(const std::shared_ptr<Characteristic>& source, const std::optional<Bytes>& value, bool failed) {
-    const auto gatt = std::ranges::find(gatts_, source, &Gatt::source);
+    const auto gatt = std::ranges::find(gatts_, source, &FakeGatt::source);
     if (gatt == gatts_.end()) return;
     if (!value && gatt->running) {
       const std::pair<CallPtr, std::string> outcome(gatt->running, failed ? kFailed : "");
       state_["Ack"] == "hold" ? late_.push_back(outcome) : acknowledge(outcome.first, outcome.second);
     }
     if (!value || !gatt->notifying) return;
-    journal_->add("notified " + gatt->source->UUID().toString().substr(4, 4));
-    if (gatt->stream.isValid()) {  // where BlueZ drops what there is no room for, this one waits
-      ::send(gatt->stream.get(), value->data(), value->size(), MSG_NOSIGNAL);
-    } else {
-      tellValue(*gatt, *value);
-    }
-  }
-  static void tellValue(const Gatt& gatt, const Bytes& value) {
-    FakeBus::tell(gatt.object, bluez::kCharacteristic, {{"Value", sdbus::Variant(value)}});
+    journal_->add("notified " + gatt->id().substr(4, 4));
+    gatt->pass(*value);
   }
 
   std::shared_ptr<sim::SimulatedLink> link_;
@@ -348,7 +293,7 @@ class FakeBluez {
   std::vector<CallPtr> held_;
   std::vector<std::pair<CallPtr, std::string>> late_;  // and their errors
   Object adapter_, stranger_, recorder_;               // the stranger is known from earlier and not heard now
-  std::vector<Gatt> gatts_;
+  std::vector<FakeGatt> gatts_;
   FakeBus bus_;  // last, so that its thread ends first
 };
 

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
+
+#include "tests/bluez/fake_bus.h"
+
+namespace kwtsdk::testing {
+
+/// Whether notifications come through descriptors.
+inline bool isAcquirable() {
+  const char* const way = std::getenv("KWT_NOTIFY");
+  return way == nullptr || std::string_view(way) != "bus";
+}
+
+/// A characteristic of the recorder as BlueZ shows it, and what passes on its notifications.
+struct FakeGatt {
+  using CallPtr = FakeBus::CallPtr;
+
+  FakeGatt(FakeBus& bus, std::string itsPath, std::shared_ptr<Characteristic> its, std::uint16_t mtu)
+      : path(std::move(itsPath)), source(std::move(its)), object(bus.object(path)) {
+    std::vector<std::string> flags;
+    if ((source->properties() & characteristic_property::write) != 0) flags.emplace_back("write");
+    if ((source->properties() & characteristic_property::notify) != 0) flags.emplace_back("notify");
+    add("UUID", source->UUID().toString());
+    add("Flags", flags);
+    add("MTU", mtu);
+    bus.addMethods<Bytes, FakeBus::Properties>(object, bluez::kCharacteristic, {"WriteValue"});
+    bus.addMethods(object, bluez::kCharacteristic, {"StartNotify", "StopNotify"});
+    if (isAcquirable()) {
+      add("NotifyAcquired", false);
+      bus.addAcquireNotify(object, bluez::kCharacteristic, mtu);
+    }
+    FakeBus::publish(object);
+  }
+
+  std::string id() const { return source->UUID().toString(); }
+
+  /// The call's answer has the descriptor's other end.
+  void openStream(FakeBus::Call& call) {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
+      throw std::system_error(errno, std::generic_category(), "socketpair");
+    stream.reset(ends[0], sdbus::adopt_fd);
+    call.descriptor.reset(ends[1], sdbus::adopt_fd);
+  }
+
+  void pass(const Bytes& value) const {
+    if (!stream.isValid()) return show(value);
+    // Where BlueZ drops what there is no room for, this one waits.
+    ::send(stream.get(), value.data(), value.size(), MSG_NOSIGNAL);
+  }
+  void show(const Bytes& value) const {
+    FakeBus::tell(object, bluez::kCharacteristic, {{"Value", sdbus::Variant(value)}});
+  }
+
+  std::string path;
+  std::shared_ptr<Characteristic> source;
+  FakeBus::Object object;
+  CallPtr running = nullptr;
+  bool notifying = false;
+  sdbus::UnixFd stream = {};
+
+ private:
+  template <class T>
+  void add(const char* name, T value) {
+    FakeBus::addProperty(object, bluez::kCharacteristic, name, [value] { return value; });
+  }
+};
+
+}  // namespace kwtsdk::testing
