@@ -9,7 +9,8 @@ import time
 import unittest
 
 from air_support import ADDRESS, KWT_RECORDER, NAME, AirRecorder, BluetoothService
-from kwt_support import BLOCK, DATA, KwtTestCase, Terminal, finish, image, tool, wire
+from kwt_support import KwtTestCase, Terminal, finish, tool
+from recorders import BLOCK, DATA, image, wire
 
 SEGMENT = wire("kSegmentSize")
 ROUNDS = int(os.environ["KWT_ROUNDS"])

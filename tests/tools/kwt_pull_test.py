@@ -1,14 +1,12 @@
 """All recordings in one command, into pipes and while a recorder comes and goes: kwt_pull_test.py KWT [ARGUMENT...]"""
 
-import contextlib
 import json
 import os
-import shlex
 import signal
-import subprocess
 import unittest
 
-from kwt_support import BLOCK, QUERIES, CommandTest, KwtTestCase, Recorder, Terminal, finish, packets_of, sound
+from kwt_support import QUERIES, CommandTest, KwtTestCase, Recorder, Terminal, finish, packets_of, sound
+from recorders import BLOCK, MADE
 
 SECONDS = (6, 7, 8, 9, 10)  # of one block, and of two
 TIMING = "latency 2ms\ninterval 7.5ms\npackets 30\n"
@@ -65,7 +63,7 @@ class PullTest(CommandTest, KwtTestCase):
         self.assertGreater(saved[0]["continuedAt"], 30000)
         self.assertEqual(self.mp3_files(recorder), self.mp3_files(whole))
         self.assertEqual({int(path.stat().st_mtime) for path in (recorder.home / "in").iterdir()},
-                         {1715938200 + number for number in range(5)})
+                         {MADE + number for number in range(5)})
         self.assertEqual(recorder.names(), [])
         self.check(recorder.run(*line), 0, "holds no recordings")
 
@@ -100,24 +98,15 @@ class PullTest(CommandTest, KwtTestCase):
         process.send_signal(signal.SIGINT)  # while it waits for the reader
         self.check(finish(process), 1, "Interrupted after ", f" of {4 * BLOCK} bytes")
         os.close(reader)
-        ours, theirs = os.openpty()
-        self.check(recorder.run("pull", "-o", "-", stdout=theirs), 2, "is a terminal")
-        os.close(theirs)
-        os.close(ours)
+        self.check(Terminal(recorder, "pull", "-o", "-", prints=True).finish(), 2, "is a terminal")
         self.assertEqual((recorder.files(), len(recorder.names())), ([], 2))
 
     def test_question(self):
         recorder = Recorder(self, BLOCK, BLOCK)
         for typed, status, words, left in (("\n", 1, "nothing was done", 2), ("y\n", 0, "Deleted recording 1", 1)):
-            ours, theirs = os.openpty()
-            terminal = Terminal(recorder, "rm", stdin=theirs)
-            terminal.wait_for(b"[y/N]", 1)
-            self.assertIn(b"recording 1 (32768 bytes, made 2024-05-17 09:30:00)", terminal.shown)
-            os.write(ours, typed.encode())
-            self.check(terminal.finish(), status, words)
+            terminal = Terminal(recorder, "rm", types=typed)
+            self.check(terminal.finish(), status, "[y/N]", "recording 1 (32768 bytes, made 2024-05-17 09:30:00)", words)
             self.assertEqual(len(recorder.names()), left)
-            os.close(theirs)
-            os.close(ours)
 
     def test_watch(self):
         recorder = Recorder(self, BLOCK, BLOCK)

@@ -3,15 +3,16 @@
 import contextlib
 import json
 import os
-import random
 import signal
 import subprocess
 import unittest
 import wave
 
-from kwt_support import AUDIO, BLOCK, CommandTest, KwtTestCase, Recorder, Terminal, finish, packets_in
+from kwt_support import CommandTest, KwtTestCase, Recorder, Terminal, finish
+from recorders import AUDIO, BLOCK, packets_in
 
 PER_SECOND = 50  # packets of sound
+SILENCE = PER_SECOND * (AUDIO + bytes([3, 0, 0xB8, 0xFF, 0xFE]))
 
 
 def length_of(file):
@@ -53,11 +54,10 @@ class RecordingTest(CommandTest, KwtTestCase):
         recorder = Recorder(self, script=script)
         return recorder, Terminal(recorder, "record", "-o", "f.rec")
 
-    def recorded(self, recorder, whole=True):
+    def recorded(self, recorder):
         """The number of packets in the file, which converts."""
         count, rest = packets_in((recorder.home / "f.rec").read_bytes())
-        if whole:
-            self.assertEqual(rest, 0)
+        self.assertEqual(rest, 0)
         code, out, err = recorder.run("convert", "f.rec", "f.wav", "--json")
         self.assertEqual((code, err), (0, ""), out)
         with wave.open(str(recorder.home / "f.wav")) as sound:
@@ -83,18 +83,7 @@ class RecordingTest(CommandTest, KwtTestCase):
         self.assertGreater(self.recorded(recorder), 0)
 
     def test_killed_host(self):
-        """Whatever had arrived is in the file, but for the packet that was being written."""
-        seed = random.randrange(2**32)
-        moments = random.Random(seed)
-        running = sorted(((moments.randint(1, 12), *self.on_terminal(f"latency {moments.randrange(40)}ms"))
-                          for _ in range(20)), key=lambda one: one[0])
-        contents = []
-        for updates, recorder, terminal in running:
-            self.check(terminal.end(b"dBFS", updates, signal.SIGKILL), -signal.SIGKILL)
-            with self.subTest(seed=seed, updates=updates):
-                self.assertGreater(self.recorded(recorder, whole=False), 0)
-            contents.append((recorder.home / "f.rec").read_bytes())
-        longest = max(contents, key=len)
+        """What is named for a player plays as far as it had got."""
         for name in ("f.opus", "f.wav", "f.mp3"):
             recorder = Recorder(self)
             process = recorder.start("record", "-o", name)
@@ -104,8 +93,6 @@ class RecordingTest(CommandTest, KwtTestCase):
             finish(process)
             self.assertEqual(recorder.files(), [name])
             self.assertGreater(length_of(recorder.home / name), 0.08)
-        for content in contents:  # the microphone hears the same each time
-            self.assertTrue(longest.startswith(content), f"seed {seed}")
 
     def test_pipe(self):
         """Sound comes while it is recorded, and nothing else with it."""
@@ -128,10 +115,7 @@ class RecordingTest(CommandTest, KwtTestCase):
                 (recorder.home / "live.opus").write_bytes(content + rest)
                 self.assertEqual(length_of(recorder.home / "live.opus"), json.loads(err)["seconds"])
         self.assertEqual(recorder.files(), ["live.opus"])
-        ours, theirs = os.openpty()
-        self.check(finish(recorder.start("record", "-o", "-", stdout=theirs)), 2, "terminal", "| ffplay -")
-        os.close(theirs)
-        os.close(ours)
+        self.check(Terminal(recorder, "record", "-o", "-", prints=True).finish(), 2, "terminal", "| ffplay -")
 
 
 class ConversionTest(KwtTestCase):
@@ -163,9 +147,8 @@ class ConversionTest(KwtTestCase):
 
     def test_several_and_pipes(self):
         recorder = Recorder(self)
-        silence = AUDIO + bytes([3, 0, 0xB8, 0xFF, 0xFE])  # 20 ms
         for name in ("a.rec", "b.rec"):
-            (recorder.home / name).write_bytes(silence * PER_SECOND)
+            (recorder.home / name).write_bytes(SILENCE)
         (recorder.home / "d").mkdir()
         for arguments, status, words in (
                 ("a.rec b.rec -o d", 0, ("to d/a.mp3 (1.00 s", "to d/b.mp3")),
@@ -188,7 +171,7 @@ class ConversionTest(KwtTestCase):
         player = recorder.home / "ffplay"
         player.write_text('#!/bin/sh\nfor file; do :; done\ncp "$file" heard\nexec sleep "$SLEEP"\n')
         player.chmod(0o700)
-        (recorder.home / "a.rec").write_bytes((AUDIO + bytes([3, 0, 0xB8, 0xFF, 0xFE])) * PER_SECOND)
+        (recorder.home / "a.rec").write_bytes(SILENCE)
         env = {**os.environ, "PATH": f"{recorder.home}:/usr/bin:/bin", "TMPDIR": str(recorder.home), "SLEEP": "0"}
         for what, status, words, heard in (
                 ("a.rec", 0, (), b"RIFF"), ("1", 0, (), recorder.contents[0]), ("2", 1, ("gives out no other",), b""),
@@ -209,8 +192,7 @@ class ConversionTest(KwtTestCase):
 
     def test_interruption(self):
         recorder = Recorder(self)
-        silence = AUDIO + bytes([3, 0, 0xB8, 0xFF, 0xFE])  # 20 ms
-        (recorder.home / "f.rec").write_bytes(silence * 1000000)
+        (recorder.home / "f.rec").write_bytes(SILENCE * 20000)
         result = Terminal(recorder, "convert", "f.rec", "f.mp3").end(b"%", 2, signal.SIGINT)
         self.check(result, 1, "Interrupted: nothing was written")
         self.assertEqual(recorder.files(), ["f.rec"])

@@ -12,55 +12,18 @@ import signal
 import struct
 import subprocess
 import sys
-import tempfile
 import termios
 import types
 import unittest
-import zlib
+
+from recorders import DATA, RecorderFolder, ogg_page
 
 KWT = os.path.abspath(sys.argv.pop(1))
-HEADERS = "".join(path.read_text() for path in pathlib.Path(__file__).parents[2].glob("wire/*.h"))
-
-
-def wire(name):
-    """What the library's headers say of the recorder's protocol: a number, or bytes."""
-    text, number = re.search(rf'\b{name} = (?:"(\w+)"|(\d+))', HEADERS).groups()
-    return int(number) if number else bytes.fromhex(text)
-
-
-BLOCK, DATA, AUDIO = wire("kBlockSize"), wire("kDownloadDataSize"), wire("kAudioPacket")
 QUERIES = 2  # whose answers come before a download's packets
 
 
 def packets_of(size):
     return -(-size // DATA)
-
-
-def ogg_crc(page):
-    """As zlib's, with every byte's bits the other way round."""
-    return (zlib.crc32(page.translate(REVERSED), 0xFFFFFFFF) ^ 0xFFFFFFFF).to_bytes(4, "big").translate(REVERSED)
-
-
-REVERSED = bytes(int(f"{byte:08b}"[::-1], 2) for byte in range(256))
-
-
-def ogg_page(number, flags, packets, granule=0):
-    lacing = b"".join(bytes([*[255] * (len(packet) // 255), len(packet) % 255]) for packet in packets)
-    head = b"OggS\0" + bytes([flags]) + granule.to_bytes(8, "little") + bytes(4) + number.to_bytes(4, "little")
-    rest = bytes([len(lacing)]) + lacing + b"".join(packets)
-    return head + ogg_crc(head + bytes(4) + rest) + rest
-
-
-def opus(size, seed):
-    """Whole Ogg pages of noise, which begin as Ogg Opus does, with so many bytes."""
-    noise, pages = random.Random(seed), []
-    while size:
-        length = size if size <= 5000 else 4000
-        payload = noise.randbytes(length - 27 - -(-(length - 27) // 256))
-        payload = payload if pages else b"OpusHead" + payload[8:]
-        pages.append(ogg_page(len(pages), (0 if pages else 2) + (4 if length == size else 0), [payload]))
-        size -= length
-    return b"".join(pages)
 
 
 def sound(seconds, seed):
@@ -72,17 +35,6 @@ def sound(seconds, seed):
         packets = [b"\xb8" + noise.randbytes(99) for _ in range(50)]  # of 20 ms
         pages.append(ogg_page(second + 1, 4 if second == seconds else 0, packets, 48000 * second))
     return b"".join(pages)
-
-
-def packets_in(content):
-    """The number of whole packets, and the bytes of one that is not whole. Each is as long as the first."""
-    if content[:2] != AUDIO:
-        raise AssertionError(content[:8].hex())
-    return divmod(len(content), 4 + int.from_bytes(content[2:4], "little"))
-
-
-def image(size, version=(2, 5, 1)):
-    return random.Random(size).randbytes(size - 4) + bytes(version) + b"\x07"
 
 
 def documented():
@@ -136,40 +88,10 @@ def tool(*arguments, **options):
     return finish(start_tool(*arguments, **options))
 
 
-class Recorder:
-    """A simulated recorder's folder, and a folder beside it that kwt runs in."""
-
-    def __init__(self, case, *sizes, script="", contents=()):
-        temporary = tempfile.TemporaryDirectory()
-        case.addCleanup(temporary.cleanup)
-        self.home = pathlib.Path(temporary.name) / "home"
-        self.store = self.home.parent / "store"
-        (self.store / "device").mkdir(parents=True)
-        self.home.mkdir()
-        self.contents = [*(opus(size, seed) for seed, size in enumerate(sizes)), *contents]
-        for number, content in enumerate(self.contents):
-            path = self.store / f"{number}.opus"
-            path.write_bytes(content)
-            os.utime(path, (1715938200 + number, 1715938200 + number))
-        self.script(script)
-
-    def script(self, text):
-        (self.store / "device" / "script").write_text(text)
-
+class Recorder(RecorderFolder):
     def options(self):
         """How kwt is told of the recorder."""
         return ["--sim", str(self.store)]
-
-    def names(self):
-        return sorted(path.name for path in self.store.glob("*.opus"))
-
-    def files(self):
-        """What kwt has left where it ran."""
-        return sorted(path.name for path in self.home.iterdir())
-
-    def firmware(self):
-        file = self.store / "device" / "firmware.bin"
-        return file.read_bytes() if file.exists() else None
 
     def start(self, *arguments, limit=resource.RLIM_INFINITY, limits={}, shim={}, env=os.environ, **options):
         def prepare():
@@ -189,15 +111,17 @@ class Recorder:
 
 
 class Terminal:
-    """A terminal as the standard error of a recorder's command."""
+    """A terminal as the standard error of a recorder's command, and its input or output too if asked to."""
 
-    def __init__(self, recorder, *arguments, columns=80, types=None, **options):
+    def __init__(self, recorder, *arguments, columns=80, types=None, prints=False, **options):
         self.ours, theirs = os.openpty()
         fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack("4H", 25, columns, 0, 0))
         options.setdefault("env", {**os.environ, "TERM": "xterm"})
         if types is not None:
             os.write(self.ours, types.encode())
             options["stdin"] = theirs
+        if prints:
+            options["stdout"] = theirs
         self.process = recorder.start(*arguments, stderr=theirs, **options)
         os.close(theirs)
         self.shown = b""

@@ -11,8 +11,8 @@ import signal
 import tempfile
 import unittest
 
-from kwt_support import (BLOCK, QUERIES, CommandTest, KwtTestCase, Recorder, Terminal, finish, image, packets_of,
-                         start_tool, tool)
+from kwt_support import QUERIES, CommandTest, KwtTestCase, Recorder, Terminal, finish, packets_of, start_tool, tool
+from recorders import BLOCK, image
 
 WRONG_USAGE = ("", "--sim . dance", "--sim . tour", "--sim . pull -o ''", "--sim '' info", "--sim . update",
                "--sim . list more", "--sim . record -o f.ogg", "--sim . record -o f.rec -t 5",

@@ -18,7 +18,8 @@ import subprocess
 import sys
 
 from kwt_device_test import FAKE_BLUEZ, Station
-from kwt_support import AUDIO, BLOCK, KWT, Recorder, finish, image, opus, packets_in, packets_of, sound
+from kwt_support import KWT, Recorder, finish, packets_of, sound
+from recorders import BLOCK, image, packets_in
 
 SHIM = os.path.abspath(sys.argv[1])
 ROUNDS = int(sys.argv[2]) if len(sys.argv) > 2 else 20
@@ -107,10 +108,7 @@ class Record(Command):
 
     def done(self, recorder):
         content = (recorder.home / "f.rec").read_bytes()
-        assert content, "no sound"
-        while content:
-            assert content[:2] == AUDIO and len(content) >= 4 + content[2], "ends in the middle of a packet"
-            content = content[4 + int.from_bytes(content[2:4], "little"):]
+        assert content and packets_in(content)[1] == 0, "no sound, or half a packet"
 
     def again(self, recorder):
         (recorder.home / "f.rec").unlink(missing_ok=True)
@@ -222,9 +220,7 @@ def torment(fault, place, kind, number):
     event = fault == "cut" and command.frames and moments.choice(sorted(command.frames.items()))
     script = TIMING + (f"{event[0]} {moments.randint(1, event[1])} disconnect\n" if event else "")
     with contextlib.ExitStack() as stack:
-        stack.addCleanup = stack.callback
-        case = stack if place is Recorder else Case(stack)
-        recorder = make(case, place, command, script)
+        recorder = make(stack, place, command, script)
         (code, out, err), deaths = FAULTS[fault](recorder, command, moments)
         if ONE:
             print(code, out, err, recorder.files(), recorder.names(), command.files(recorder).keys(), sep="\n")
@@ -243,14 +239,9 @@ def torment(fault, place, kind, number):
     return "killed" if code < 0 else "failed" if code else "done"
 
 
-class Case:
-    def __init__(self, stack):
-        self.addCleanup = stack.callback
-
-
-def make(case, place, command, script):
-    recorder = place(case, script, sizes=command.sizes, contents=command.contents) if place is Station else \
-        Recorder(case, *command.sizes, script=script, contents=command.contents)
+def make(stack, place, command, script):
+    stack.addCleanup = stack.callback
+    recorder = place(stack, *command.sizes, script=script, contents=command.contents)
     for name, content in command.inputs.items():
         (recorder.home / name).write_bytes(content)
     return recorder
@@ -260,7 +251,6 @@ def rehearse():
     """What the commands make when nothing happens."""
     for command in (PullAll, Convert):
         with contextlib.ExitStack() as stack:
-            stack.addCleanup = stack.callback
             recorder = make(stack, Recorder, command, "")
             status, out, err = recorder.run(*command.arguments)
             assert status == 0, out + err

@@ -5,7 +5,8 @@ import os
 import signal
 import unittest
 
-from kwt_support import CommandTest, KwtTestCase, Recorder, Terminal, image, wire
+from kwt_support import CommandTest, KwtTestCase, Recorder, Terminal
+from recorders import image, wire
 
 SEGMENT, SMALLEST, FLOOR = wire("kSegmentSize"), wire("kSmallestPacket"), wire("kPacketFloor")
 SIZE = 3 * SEGMENT
