@@ -42,12 +42,15 @@ void replies(Input& input) {
 }
 
 void requests(Input& input) {
+  const auto flipped = [](Bytes frame) { return frame.back() ^= 1, frame; };
   using Kind = sim::wire::FileRequest::Kind;
   const std::uint32_t id = number(input), offset = number(input);
   const auto isRead = [&](const Bytes& frame, Kind kind, std::uint32_t from) {
     const auto read = sim::wire::readFileRequest(frame);
     require(read && read->kind == kind && read->id == id && read->offset == from,
             "the recorder reads a request");
+    for (const Bytes& damaged : {Bytes(frame.begin(), frame.end() - 1), flipped(frame)})
+      require(!sim::wire::readFileRequest(damaged), "and none that is damaged");
   };
   isRead(wire::infoRequest(id), Kind::info, 0);
   isRead(wire::deleteRequest(id), Kind::deletion, 0);

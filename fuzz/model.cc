@@ -1,5 +1,6 @@
 // Frames of any content into the recorder's model, with a store that now and then cannot be read.
 
+#include <functional>
 #include <memory>
 #include <stdexcept>
 
@@ -36,35 +37,22 @@ class UnsureStore : public sim::MemoryStore {
 Bytes frame(Input& input) {
   static const Bytes image(300, 7);
   const auto id = static_cast<std::int64_t>(input.below(4));
-  switch (input.below(16)) {
-    case 0:
-      return wire::infoRequest(id);
-    case 1:
-      return wire::deleteRequest(id);
-    case 2:
-    case 3:
-      return wire::downloadRequest(id, input.byte() * 200U);
-    case 4:
-      return wire::startRecordRequest(static_cast<std::int64_t>(input.below(5)));
-    case 5:
-      return wire::prepareRequest();
-    case 6:
-      return wire::selectionRequest();
-    case 7:
-      return wire::resumeRequest(8192, 0);
-    case 8:
-      return wire::beginRequest(image);
-    case 9:
-      return wire::configRequest(*wire::identityOf(image));
-    case 10:
-      return wire::dataRequest(input.chance(2) ? image : input.bytes());
-    case 11:
-      return wire::checkRequest(input.chance(2) ? Bytes() : image);
-    case 12:
-      return input.chance(2) ? wire::doneRequest() : wire::byeRequest();
-    default:
-      return input.bytes();
-  }
+  const std::function<Bytes()> kinds[]{
+      [&] { return wire::infoRequest(id); },
+      [&] { return wire::deleteRequest(id); },
+      [&] { return wire::downloadRequest(id, input.byte() * 200U); },
+      [&] { return wire::downloadRequest(id, input.byte() * 200U); },
+      [&] { return wire::startRecordRequest(static_cast<std::int64_t>(input.below(5))); },
+      [] { return wire::prepareRequest(); },
+      [] { return wire::selectionRequest(); },
+      [] { return wire::resumeRequest(8192, 0); },
+      [] { return wire::beginRequest(image); },
+      [] { return wire::configRequest(*wire::identityOf(image)); },
+      [&] { return wire::dataRequest(input.chance(2) ? image : input.bytes()); },
+      [&] { return wire::checkRequest(input.chance(2) ? Bytes() : image); },
+      [&] { return input.chance(2) ? wire::doneRequest() : wire::byeRequest(); }};
+  const std::size_t kind = input.below(16);
+  return kind < std::size(kinds) ? kinds[kind]() : input.bytes();
 }
 
 /// What the recorder may send for one download: the bytes from the offset on, each of them once.
@@ -77,6 +65,8 @@ class Expected {
     const std::uint64_t size = index < store.count() ? sim::RecordingStore::kBlockSize : 0;
     left_ = size - std::min<std::uint64_t>(size, read->offset);
     ends_ = 1;
+    isOpen_ = index < store.count();
+    isCut_ = false;
   }
   void take(const sim::Notification& sent) {
     if (sent.channel != Channel::recorder || sent.value.size() != wire::kDownloadPacketSize) return;
@@ -85,11 +75,19 @@ class Expected {
       return require(ends_-- == 1, "one end marker at most");
     require(packet.valid <= left_, "no byte of a recording is sent that was not asked for");
     left_ -= packet.valid;
+    isCut_ = packet.valid < sim::wire::kPacketData;
+  }
+  void givenUp() { isOpen_ = false; }
+  /// When nothing is sent any more: a host takes a packet that is not full for the last.
+  void ended(bool isMarked) const {
+    require(!isOpen_ || (left_ == 0 && (ends_ == 0) == (isMarked || !isCut_)),
+            "all is sent, and marked where it has to be");
   }
 
  private:
   std::uint64_t left_ = 0;
   int ends_ = 0;
+  bool isOpen_ = false, isCut_ = false;
 };
 
 void send(sim::RecorderModel& model, std::size_t most, Expected& expected) {
@@ -102,7 +100,8 @@ const Target modelTarget("model", [](Input& input) {
   const auto store = std::make_shared<UnsureStore>();
   sim::RecorderModel model(store);
   Expected expected;
-  model.setAlwaysEndMarker(input.chance(2));
+  const bool isMarked = input.chance(2);
+  model.setAlwaysEndMarker(isMarked);
   while (!input.empty()) {
     switch (input.below(12)) {
       case 0:
@@ -113,6 +112,7 @@ const Target modelTarget("model", [](Input& input) {
         break;
       case 2:
         model.linkLost();
+        expected.givenUp();
         require(!model.streaming() && !model.recording(), "nothing outlives the link");
         break;
       case 3:
@@ -135,11 +135,13 @@ const Target modelTarget("model", [](Input& input) {
                 "an answer fits a notification");
       }
     }
+    if (store->fails) expected.givenUp();
   }
   store->fails = false;
   const std::size_t mostPackets = sim::RecordingStore::kBlockSize / sim::wire::kPacketData + 500;
   send(model, mostPackets, expected);
   require(!model.streaming(), "a stream ends");
+  expected.ended(isMarked);
 });
 
 }  // namespace

@@ -2,9 +2,7 @@
 
 #include <numeric>
 
-#include "codec/crc32.h"
 #include "codec/error_codes.h"
-#include "sim/model/wire.h"
 #include "tests/support/sim_host.h"
 
 namespace kwtsdk {
@@ -42,14 +40,6 @@ TEST(ByteSlice, KeepsItsBounds) {
   EXPECT_EQ(subDataWithRange(data, 4, 0), Bytes{});
   EXPECT_EQ(subDataWithRange(data, 3, 2), std::nullopt);
   EXPECT_EQ(subDataWithRange(data, ~0ULL, 2), std::nullopt);  // the sum of both wraps to 1
-}
-
-TEST(Crc32, IsTheStandardsAndTheSimulatorsForEveryLength) {
-  EXPECT_EQ(internal::crc32Value(internal::toData("313233343536373839")), 0xCBF43926U);  // of "123456789"
-  for (std::size_t length = 0; length < 100; ++length) {
-    const Bytes data = testing::recordingOf(length);
-    EXPECT_EQ(internal::crc32Value(data), sim::wire::crc32(data)) << length;
-  }
 }
 
 TEST(Errors, TextsAreFilledLikePrintf) {

@@ -13,26 +13,6 @@ namespace {
 using namespace testing;
 using namespace std::string_literals;
 
-TEST(Conversion, GivesTheSoundOfALiveRecordingAsTheDecoderDoes) {
-  const TemporaryFolder folder;
-  const auto records = liveRecords(60);
-  const auto result = wavOf(folder, joined(records));
-  ASSERT_TRUE(result.status == 0 && result.source == Source::liveRecording && result.damagedPackets == 0);
-
-  const std::unique_ptr<OpusDecoder, void (*)(OpusDecoder*)> decoder(opus_decoder_create(16000, 1, nullptr),
-                                                                     opus_decoder_destroy);
-  std::string sound;
-  std::vector<std::int16_t> samples(kPacketFrames);
-  for (const std::string& record : records) {
-    const auto* const packet = reinterpret_cast<const unsigned char*>(record.data()) + 4;
-    ASSERT_EQ(kPacketFrames, opus_decode(decoder.get(), packet, static_cast<opus_int32>(record.size() - 4),
-                                         samples.data(), kPacketFrames, 0));
-    sound.append(reinterpret_cast<const char*>(samples.data()), 2 * samples.size());
-  }
-  const std::string wav = contentOf(folder.file("out"));
-  EXPECT_TRUE(isWav(wav, 16000, 60 * kPacketFrames) && wav.ends_with(sound));
-}
-
 TEST(Conversion, CarriesTitleAndTimeOverButNotThroughTheFacade) {
   const TemporaryFolder folder;
   auto pages = pagesOf(oggOpus(50));
