@@ -1,5 +1,6 @@
 // Frames of any content into the recorder's model, with a store that now and then cannot be read.
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -102,39 +103,30 @@ const Target modelTarget("model", [](Input& input) {
   Expected expected;
   const bool isMarked = input.chance(2);
   model.setAlwaysEndMarker(isMarked);
-  while (!input.empty()) {
-    switch (input.below(12)) {
-      case 0:
-        model.pressKey();
-        break;
-      case 1:
-        model.setInCall(input.chance(2));
-        break;
-      case 2:
+  const std::function<void()> events[]{
+      [&] { model.pressKey(); },
+      [&] { model.setInCall(input.chance(2)); },
+      [&] {
         model.linkLost();
         expected.givenUp();
         require(!model.streaming() && !model.recording(), "nothing outlives the link");
-        break;
-      case 3:
-        store->fails = input.chance(2);
-        break;
-      case 4:
-      case 5:
+      },
+      [&] { store->fails = input.chance(2); },
+      [&] {
         if (model.recording()) model.recordPacket();
-        break;
-      case 6:
-      case 7:
-        send(model, input.byte() * 4U, expected);
-        break;
-      default: {
+      },
+      [&] { send(model, input.byte() * 4U, expected); },
+      [&] {
         const Bytes written = frame(input);
         const auto channel = static_cast<Channel>(input.below(3));
         if (channel == Channel::recorder) expected.asked(*store, written);
         const auto answer = model.write(channel, written);
         require(!answer || answer->size() <= sim::LinkTiming::kGreatestMtu - 3,
                 "an answer fits a notification");
-      }
-    }
+      }};
+  static constexpr std::array kOften{0, 1, 2, 3, 4, 4, 5, 5, 6, 6, 6, 6};
+  while (!input.empty()) {
+    events[kOften.at(input.below(kOften.size()))]();
     if (store->fails) expected.givenUp();
   }
   store->fails = false;

@@ -30,15 +30,18 @@ notification 650 duplicate
 
 
 class Recorder(RecorderFolder):
-    """A recorder whose recordings a program fetches into the folder that it runs in."""
+    """A recorder whose recordings a program fetches into the folder that it runs in, over BlueZ where that is asked for."""
 
-    def __init__(self, case, script, sizes=(2 * BLOCK - 1000, BLOCK, BLOCK - 1)):
+    def __init__(self, case, script, sizes=(2 * BLOCK - 1000, BLOCK, BLOCK - 1), over_bluez=False):
         super().__init__(case, *sizes, script=script)
-        self.case = case
+        self.case, self.reached_by, self.bus = case, self.store, os.environ
+        if over_bluez:
+            self.open_bus(case, PROGRAMS["fake-bluez"])
+            self.reached_by = ADDRESS
 
-    def start(self, program, *arguments, env=os.environ):
-        return subprocess.Popen([PROGRAMS[program], *map(str, arguments)], text=True, cwd=self.home,
-                                env={**env, "TZ": "UTC0"}, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+    def start(self, program, *arguments):
+        return subprocess.Popen([PROGRAMS[program], self.reached_by, *arguments], text=True, cwd=self.home,
+                                env={**self.bus, "TZ": "UTC0"}, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE)
 
     def check_saved(self, output):
@@ -51,17 +54,6 @@ class Recorder(RecorderFolder):
             self.case.assertIn(str(saved), output.splitlines())
             self.case.assertEqual(int(saved.stat().st_mtime), MADE + number)
             self.case.assertTrue(saved.read_bytes() == content.ljust(-(-len(content) // BLOCK) * BLOCK, b"\0"), name)
-
-
-class Station(Recorder):
-    """One in reach of BlueZ."""
-
-    def __init__(self, case, script, **options):
-        super().__init__(case, script, **options)
-        self.open_bus(case, PROGRAMS["fake-bluez"])
-
-    def start(self, program, *arguments):
-        return super().start(program, ADDRESS, *arguments, env=self.bus)
 
 
 class ExampleTest(unittest.TestCase):
@@ -78,14 +70,14 @@ class ExampleTest(unittest.TestCase):
 class SimulatedLinkTest(ExampleTest):
     def test_own_bluetooth(self):
         recorder = Recorder(self, BROKEN)
-        recorder.check_saved(self.finish(recorder.start("own_bluetooth", recorder.store, recorder.home)))
+        recorder.check_saved(self.finish(recorder.start("own_bluetooth", recorder.home)))
 
     def test_event_loop(self):
         """On a loaded machine a run may have to wait for a processor; a library that blocks holds up each of them."""
         longest = []
         while len(longest) < 20 and min(longest, default=LONGEST) >= LONGEST:
             recorder = Recorder(self, BROKEN, sizes=(BLOCK, BLOCK))
-            output = self.finish(recorder.start("event_loop", recorder.store, recorder.home))
+            output = self.finish(recorder.start("event_loop", recorder.home))
             recorder.check_saved(output)
             longest.append(float(output.split("at most ")[1].split(" ms")[0]))
         self.assertLess(min(longest), LONGEST, longest)
@@ -94,12 +86,12 @@ class SimulatedLinkTest(ExampleTest):
 @unittest.skipUnless("harvest" in PROGRAMS, "no adapter for BlueZ")
 class BluezTest(ExampleTest):
     def test_harvest(self):
-        station = Station(self, BROKEN)
+        station = Recorder(self, BROKEN, over_bluez=True)
         station.check_saved(self.finish(station.start("harvest", station.home)))
 
     def test_memo(self):
         """Two, since each takes ten seconds: one whose link is lost, one that is whole."""
-        broken, whole = Station(self, "notification 200 disconnect"), Station(self, "")
+        broken, whole = (Recorder(self, script, over_bluez=True) for script in ("notification 200 disconnect", ""))
         memos = [(station, station.start("memo", "memo.rec")) for station in (broken, whole)]
         for station, process in memos:
             with self.subTest(whole=station is whole):
@@ -114,8 +106,8 @@ class BluezTest(ExampleTest):
             # Long enough that the cancellation comes before its end.
             firmware = image(200000 if cancelled else 20000)
             with self.subTest(cancelled=cancelled):
-                station = Station(self, "interval 15ms\nnotification 8 disconnect\nwrite 90 disconnect\n"
-                                  if not cancelled else "interval 15ms", sizes=())
+                faults = "" if cancelled else "notification 8 disconnect\nwrite 90 disconnect\n"
+                station = Recorder(self, "interval 15ms\n" + faults, sizes=(), over_bluez=True)
                 (station.home / "image.bin").write_bytes(firmware)
                 process = station.start("install", "image.bin")
                 if cancelled:

@@ -16,7 +16,7 @@ import termios
 import types
 import unittest
 
-from recorders import DATA, RecorderFolder, ogg_page
+from recorders import BLOCK, DATA, RecorderFolder, ogg_page
 
 KWT = os.path.abspath(sys.argv.pop(1))
 QUERIES = 2  # whose answers come before a download's packets
@@ -155,6 +155,12 @@ class KwtTestCase(unittest.TestCase):
         self.assertEqual(code, status, text)
         for word in words:
             self.assertIn(word, text)
+
+    def assert_pulled(self, recorder, name, number=0):
+        content = recorder.contents[number]
+        stored, pulled = content + bytes(-len(content) % BLOCK), (recorder.home / name).read_bytes()
+        differing = next((at for at, pair in enumerate(zip(stored, pulled)) if pair[0] != pair[1]), None)
+        self.assertEqual((differing, len(pulled)), (None, len(stored)), name)
 
 
 class CommandTest:

@@ -66,10 +66,6 @@ class KwtTest(CommandTest, KwtTestCase):
             self.assertEqual(recorder.names(), ["0.opus", "1.opus"])
             self.assert_resumes(recorder)
 
-    def assert_pulled(self, recorder, name):
-        content = recorder.contents[0]
-        self.assertEqual((recorder.home / name).read_bytes(), content + bytes(-len(content) % BLOCK))
-
     def assert_resumes(self, recorder):
         """The same command again, now without faults, ends with the whole recording."""
         recorder.script("")

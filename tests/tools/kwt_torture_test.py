@@ -45,6 +45,11 @@ class Command:
     def done(self, recorder):
         """What is true when it has succeeded."""
 
+    def again(self, recorder):
+        """What is run then, and comes to its end."""
+        yield self.arguments
+        self.done(recorder)
+
 
 class Pull(Command):
     arguments, seconds, largest = ("pull", *NAMED), 0.3, SIZES[0]
@@ -92,10 +97,6 @@ class PullAll(Command):
         assert (len(list(self.saved(recorder))), recorder.names()) == (3, []), (sorted(self.files(recorder)), recorder.names())
         assert not (recorder.home / "in" / ".kwt-pull").exists()
 
-    def again(self, recorder):
-        yield self.arguments
-        self.done(recorder)
-
 
 class Record(Command):
     arguments, seconds, largest = ("record", "-o", "f.rec", "-d", "0.3"), 0.6, 2000
@@ -112,8 +113,7 @@ class Record(Command):
 
     def again(self, recorder):
         (recorder.home / "f.rec").unlink(missing_ok=True)
-        yield self.arguments
-        self.done(recorder)
+        yield from super().again(recorder)
 
 
 class Convert(Command):
@@ -129,10 +129,6 @@ class Convert(Command):
     def done(self, recorder):
         assert self.files(recorder) == self.expected, sorted(self.files(recorder))
 
-    def again(self, recorder):
-        yield self.arguments
-        self.done(recorder)
-
 
 class Update(Command):
     arguments, seconds, largest, inputs = ("update", "fw"), 1, len(IMAGE), {"fw": IMAGE}
@@ -143,10 +139,6 @@ class Update(Command):
 
     def done(self, recorder):
         assert recorder.firmware() == IMAGE
-
-    def again(self, recorder):
-        yield self.arguments
-        self.done(recorder)
 
 
 def run(recorder, command, *signals, **options):
