@@ -87,15 +87,6 @@ struct Host {
   std::function<void(const std::string&)> onEvent;
 };
 
-template <class Body>
-void forManySeeds(Body body) {
-  const std::uint64_t first = seedFromEnvironment(1);
-  for (std::uint64_t seed = first; seed < first + 200; ++seed) {
-    SCOPED_TRACE("repeat with KWTSDK_SEED=" + std::to_string(seed));
-    body(seed, VirtualTimeScheduler::create(seed));
-  }
-}
-
 TEST(SimulatedLink, KeepsToSubscriptionsAndTiming) {
   const LinkTiming slots{.connectionInterval = 10ms, .packetsPerInterval = 2}, late{.latency = 5ms};
   const std::tuple<LinkTiming, std::string, std::string> cases[]{
@@ -137,7 +128,10 @@ notification 1 disconnect: ack lost;subscription 1 drop: ack ack;subscription 1 
 }
 
 TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
-  forManySeeds([](std::uint64_t seed, const auto& scheduler) {
+  const std::uint64_t first = seedFromEnvironment(1);
+  for (std::uint64_t seed = first; seed < first + 200; ++seed) {
+    SCOPED_TRACE("repeat with KWTSDK_SEED=" + std::to_string(seed));
+    const auto scheduler = VirtualTimeScheduler::create(seed);
     Host host({.latency = seed % 2 * 1ms},
               "write 2 drop\nnotification 3 delay 1ms\nnotification 400 disconnect", scheduler);
     bool released = false;
@@ -165,7 +159,7 @@ TEST(SimulatedLink, CanBeReleasedAtAnyMoment) {
       EXPECT_EQ(peripheral->state(), PeripheralState::disconnected);
     });
     EXPECT_FALSE(host.model->streaming() || host.model->recording());
-  });
+  }
 }
 
 }  // namespace
