@@ -20,12 +20,14 @@ class Opening {
 
   static Connection run(Scheduler& scheduler, std::function<void(sdbus::IConnection&)> listen) {
     const auto opening = std::make_shared<Opening>(scheduler);
-    auto thread = scheduler.serialQueue("kwt.bluez.open");
-    SerialQueue& started = *thread;
-    started.async([opening, listen = std::move(listen), thread = std::move(thread)] {
-      opening->open(listen);
-      opening->done_->signal();
-    });
+    {
+      // Also held here until it has taken the work, at whose end it may go.
+      const auto thread = scheduler.serialQueue("kwt.bluez.open");
+      thread->async([opening, listen = std::move(listen), thread] {
+        opening->open(listen);
+        opening->done_->signal();
+      });
+    }
     if (!opening->done_->wait(kOpeningLimit))
       throw BluezError(Problem::busFailure, "it did not answer within 10 s");
     const internal::MutexLock lock(opening->mutex_);
