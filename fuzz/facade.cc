@@ -6,7 +6,7 @@
 
 #include "fuzz/host_file.h"
 #include "fuzz/input.h"
-#include "tests/support/sim_host.h"
+#include "tests/support/facade_operations.h"
 
 namespace kwtsdk::fuzz {
 namespace {
@@ -87,26 +87,8 @@ class Facade : testing::FakeHost {
     const std::string& file = hostFile("facade", 5000);
     static const Bytes image(8192 + 300, 7);
     const auto id = static_cast<std::int64_t>(input_.below(4));
-    const std::function<void()> forms[]{
-        [&] { helper->getPower(completion()); },
-        [&] { helper->getFirmwareVersion(completion()); },
-        [&] { helper->getCapacity(completion()); },
-        [&] { helper->getFileNumAndFirstId(completion()); },
-        [&] { helper->getFileInfo(id, completion()); },
-        [&] { helper->getFlashFileList(completion(true)); },
-        [&] {
-          helper->downloadFirstFlashFile(
-              file, [](auto...) {}, completion());
-        },
-        [&] { helper->notifyDownloadSuccess(completion()); },
-        [&] { helper->deleteFile(id, completion()); },
-        [&] { helper->deleteFirstFlashFile(completion()); },
-        [&] { helper->startRecordWithType(id, file, completion()); },
-        [&] { helper->stopRecord(completion()); },
-        [&] {
-          helper->updateFirmware(
-              file, [](auto...) {}, completion(true));
-        },
+    const auto& forms = testing::completionForms();
+    const std::function<void()> steps[]{
         [&] {
           helper->uploadFirmWare(
               image, 8192, [](auto...) {}, completion(true));
@@ -120,22 +102,20 @@ class Facade : testing::FakeHost {
         [&] { helper->updateBye(completion()); },
         [&] { helper->updateDone(); },
         [&] { helper->sendCommand(input_.bytes(), wire::CHARACTERISTIC_WRITE, id, [](auto&...) {}); }};
-    forms[input_.below(std::size(forms))]();
+    const std::size_t which = input_.below(forms.size() + std::size(steps));
+    if (which >= forms.size()) return steps[which - forms.size()]();
+    forms[which].begin(*helper, {completion(forms[which].isAlwaysReported)}, file, id);
   }
 
   void block() {
-    const std::function<void()> forms[]{[this] { helper->getPower(); },
-                                        [this] { helper->getFirmwareVersion(); },
-                                        [this] { helper->getCapacity(); },
-                                        [this] { helper->getFileInfo(10); },
-                                        [this] { helper->notifyDownloadSuccess(); },
-                                        [this] { helper->updateSendData(Bytes(100), [](auto&...) {}); }};
-    const std::size_t which = input_.below(std::size(forms));
+    // The inputs know these five, and a packet of an update, which has no limit.
+    const std::size_t which = input_.below(6);
     ++open_;
-    scheduler_.spawn("blocking", [this, form = forms[which], isLimited = which + 1 < std::size(forms)] {
+    scheduler_.spawn("blocking", [this, which] {
       const Duration began = scheduler_.now();
-      form();
-      require(!isLimited || scheduler_.now() - began <= 5s, "a blocking form keeps its limit");
+      if (which == 5) helper->updateSendData(Bytes(100), [](auto&...) {});
+      if (which < 5) testing::blockingForms()[which].call(*helper);
+      require(which == 5 || scheduler_.now() - began <= 5s, "a blocking form keeps its limit");
       --open_;
     });
   }

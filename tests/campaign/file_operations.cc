@@ -17,7 +17,8 @@ constexpr Duration kPacket = sim::Microphone::kPacketDuration;
 void HostThread::download() {
   const Clearing clearing(*this);
   if (scene_.store.count() != 0 && random_.below(4) != 0) {
-    Bytes begin(kBlock - wire::kDownloadDataSize * random_.below(12));
+    const std::uint64_t within = random_.below(2) == 0 ? 0 : random_.below(wire::kDownloadDataSize);
+    Bytes begin(kBlock - wire::kDownloadDataSize * random_.below(12) - within);
     scene_.store.read(0, 0, begin);
     testing::writeFile(scene_.path, std::string(begin.begin(), begin.end()));
   }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/facade_operations.h"
+
 namespace kwtsdk::campaign {
 
 void HostThread::Report::take(sim::VirtualTimeScheduler& scheduler, const MaybeError& given, bool isRight) {
@@ -62,40 +64,32 @@ void HostThread::await(const Shared& report) {
 }
 
 void HostThread::completionForm() {
-  KWTBluetoothHelper& helper = scene_.helper;
-  const auto some = [](auto right) { return [right](auto&, auto& value) { return value && right(*value); }; };
-  const auto text = [&](const char* begin) {
-    return some([begin](auto& value) { return value.starts_with(begin); });
-  };
-  const auto counted = [&store = scene_.store](auto& info) { return info.Num == store.count(); };
-  const std::pair<const char*, std::function<void(const Shared&)>> forms[]{
-      {"power", [&](auto& r) { helper.getPower(into(r, [](auto&, auto level) { return level == 87; })); }},
-      {"version", [&](auto& r) { helper.getFirmwareVersion(into(r, text("1.2.3"))); }},
-      {"capacity",
-       [&](auto& r) { helper.getCapacity(into(r, some([](auto& c) { return c.size() == 2; }))); }},
-      {"count", [&](auto& r) { helper.getFileNumAndFirstId(into(r, some(counted))); }},
-      {"info", [&](auto& r) { helper.getFileInfo(9, into(r, some([](auto& h) { return !h.exist(); }))); }},
-      {"notice", [&](auto& r) { helper.notifyDownloadSuccess(into(r, text("1382"))); }},
-      {"deletion", [&](auto& r) { helper.deleteFile(9, into(r, some([](auto& c) { return c[0] != 0; }))); }}};
-  const auto& [name, form] = forms[random_.below(std::size(forms))];
+  const std::string count = std::to_string(scene_.store.count());
+  const std::pair<const char*, std::string> answers[]{{"power", "87"},
+                                                      {"version", "1.2.3"},
+                                                      {"capacity", "536870912,"},
+                                                      {"count", count + ","},
+                                                      {"info", "missing"},
+                                                      {"notice", "1382"},
+                                                      {"deletion", count == "0" ? "4," : "2,"}};
+  const auto& [name, answer] = answers[random_.below(std::size(answers))];
   const auto report = begin(name);
-  form(report);
+  const auto isAnswer = [begin = answer](auto&, auto& text) { return text.starts_with(begin); };
+  testing::completionForm(name).begin(scene_.helper, {into(report, isAnswer)}, scene_.path, 9);
   await(report);
 }
 
 void HostThread::blockingForm() {
   const Clearing clearing(*this);
-  KWTBluetoothHelper& helper = scene_.helper;
   scene_.diary.add("host " + std::to_string(number_) + " begins: blocking form");
   const Duration start = scene_.scheduler.now();
-  const std::function<bool()> forms[]{[&] { return helper.getPower() == 87; },
-                                      [&] { return helper.getFirmwareVersion() == "1.2.3"; },
-                                      [&] { return helper.getCapacity().has_value(); },
-                                      [&] { return helper.getFileNumAndFirstId().has_value(); },
-                                      [&] { return helper.getFileInfo(10).has_value(); },
-                                      [&] { return helper.notifyDownloadSuccess(); }};
-  const bool right = forms[random_.below(std::size(forms))]();
-  EXPECT_LE(scene_.scheduler.now() - start, 5s) << "a blocking form ran over its time-out";
+  const auto& forms = testing::blockingForms();
+  const std::size_t which = random_.below(forms.size());
+  const std::string value = forms[which].call(scene_.helper);
+  static const testing::Lines kBegins{"87", "1.2.3", "536870912,", "", "1", ""};
+  const bool right = value != "none" && value.starts_with(kBegins.at(which));
+  EXPECT_LE(scene_.scheduler.now() - start, forms[which].timeOut)
+      << forms[which].name << " ran over its time-out";
   // It returns only when its command has left nothing behind.
   const bool pending = scene_.helper.completionBlock() != nullptr,
              subscribed = scene_.peripheral.subscribed();

@@ -68,21 +68,6 @@ TEST(Download, BringsTheFirstFileAndDeletesItThere) {
   });
 }
 
-TEST(Download, ContinuesAtTheSizeOfTheFile) {
-  // Offsets inside a packet, at the last packet and at the very end.
-  playEach<Download>(std::array<std::uint64_t, 4>{1, kPacket * 200, kBlock - 1, kBlock},
-                     [](auto& d, auto have) {
-                       const Bytes recording = recordingOf(30000);
-                       d.store->add(recording);
-                       writeFile(d.path, stored(recording, 1).substr(0, have));
-                       d.model->setAlwaysEndMarker(true);  // behind the last packet: it has to do nothing
-                       EXPECT_EQ(d.ended(), "ok") << have;
-                       EXPECT_EQ(d.log->count("Delete fileId(10)"), 1);
-                       EXPECT_EQ(d.content().substr(0, kBlock), stored(recording, 1));
-                       EXPECT_EQ(d.store->count(), 0U);
-                     });
-}
-
 TEST(Download, SaysOnceWhyItFailed) {
   const std::tuple<std::string, std::size_t, std::size_t, const char*> cases[]{
       {"none", 0, 0, "1005 文件ID获取失败"},  // the command whose reply is spoilt

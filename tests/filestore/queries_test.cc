@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/support/sim_host.h"
+#include "tests/support/facade_operations.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -10,34 +10,27 @@ Bytes hex(const char* text) { return internal::toData(text); }
 // Each operation's outcome when the reply is another's, without a connection, and while a command is pending.
 TEST(Operations, WhatEachFailureReports) {
   const std::string lost = "1001 蓝牙断开连接", busy = "1002 已有操作在进行中", none = "1005 文件ID获取失败";
-  const std::string lostNone = lost + " none", busyNone = busy + " none", noneNone = none + " none";
+  const auto no = [](const std::string& error) { return error + " none"; };
   const std::pair<std::string, Lines> cases[]{
       {"ok",
-       {"ok 0", "ok ", "ok none", noneNone, "ok none", "ok 0102030405060708", "ok none", noneNone, "ok",
-        none}},
-      {lost, {"ok 0", "ok ", lostNone, noneNone, lostNone, lostNone, lostNone, noneNone, lost, none}},
+       {"ok 0", "ok ", "ok none", no(none), "ok none", no(none), none + " ", "ok 0102030405060708", "ok none",
+        "ok "}},
+      {lost,
+       {"ok 0", "ok ", no(lost), no(none), no(lost), no(none), none + " ", no(lost), no(lost), lost + " "}},
       {busy,
-       {busy + " 0", busyNone, busyNone, busyNone, busyNone, busyNone, busyNone, busyNone, busy, busy}}};
+       {busy + " 0", no(busy), no(busy), no(busy), no(busy), no(busy), busy + " ", no(busy), no(busy),
+        busy + " "}}};
   playEach<VirtualHost>(cases, [&](auto& host, auto& state, auto& expected) {
     KWTBluetoothHelper& helper = *host.helper;
     host.setReplies([](const auto&, const auto&) { return hex("0102030405060708"); });
     if (state == lost) host.link->disconnect();
     Lines outcomes;
-    const auto note = into(outcomes);
-    const std::function<void()> operations[]{
-        [&] { helper.getPower(note); },
-        [&] { helper.getFirmwareVersion(note); },
-        [&] { helper.getCapacity(note); },
-        [&] { helper.getFileNumAndFirstId(note); },
-        [&] { helper.getFileInfo(1, note); },
-        [&] { helper.notifyDownloadSuccess(note); },
-        [&] { helper.deleteFile(1, note); },
-        [&] { helper.getFlashFileList(note); },
-        [&] { helper.deleteFirstFlashFile(note); },
-        [&] { helper.downloadFirstFlashFile("/nowhere", nullptr, note); }};
-    for (const auto& operation : operations) {
+    const AnyCompletion note{[&](const MaybeError& error, const std::string& value) {
+      outcomes.push_back(shown(error) + " " + value);
+    }};
+    for (std::size_t i = 0; i < expected.size(); ++i) {
       if (state == busy) helper.setCompletionBlock([](const MaybeError&, const auto&) {});
-      operation();
+      completionForms().at(i).begin(helper, note, "/nowhere", 1);
       host.scheduler.sleep(100ms);
     }
     EXPECT_EQ(outcomes, expected);

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/scarcity/scarcity.h"
-#include "tests/support/sim_host.h"
+#include "tests/support/facade_operations.h"
 #include "tests/support/temporary_folder.h"
 
 namespace kwtsdk::testing {
@@ -39,20 +39,10 @@ struct ScarceHost : private TemporaryFolder, SimHost {
   }
   using TemporaryFolder::path;
   std::string file() const { return path() + "/file"; }
-  /// The host's own part of it is spared.
-  auto told() {
-    return [take = outcome.completion()](const auto&... values) {
-      const Counting spared(false);
-      take(values...);
-    };
-  }
-  std::string ended(Duration limit) {
+  std::string ended(const CompletionForm& form) {
+    form.begin(*helper, {outcome.completion()}, file(), 1);
     const Counting spared(false);
-    return outcome.ended(limit);
-  }
-  void pause(Duration time) {
-    const Counting spared(false);
-    scheduler.sleep(time);
+    return outcome.ended(60s);
   }
 
   VirtualTimeScheduler& scheduler;
@@ -64,53 +54,17 @@ struct FacadeOperation {
   std::function<std::string(ScarceHost&)> run;
 };
 
-const std::vector<FacadeOperation>& everyFacadeOperation() {
-  static const std::vector<FacadeOperation> all{
-      {"power", [](ScarceHost& host) { return shown(host.helper->getPower()); }},
-      {"version", [](ScarceHost& host) { return shown(host.helper->getFirmwareVersion()); }},
-      {"capacity", [](ScarceHost& host) { return shown(host.helper->getCapacity()); }},
-      {"count", [](ScarceHost& host) { return shown(host.helper->getFileNumAndFirstId()); }},
-      {"info", [](ScarceHost& host) { return shown(host.helper->getFileInfo(1)); }},
-      {"notice", [](ScarceHost& host) { return shown(host.helper->notifyDownloadSuccess()); }},
-      {"powerCompletion",
-       [](ScarceHost& host) {
-         host.helper->getPower(host.told());
-         return host.ended(10s);
-       }},
-      {"list",
-       [](ScarceHost& host) {
-         host.helper->getFlashFileList(host.told());
-         return host.ended(60s);
-       }},
-      {"download",
-       [](ScarceHost& host) {
-         host.helper->downloadFirstFlashFile(host.file(), nullptr, host.told());
-         return host.ended(60s);
-       }},
-      {"remove",
-       [](ScarceHost& host) {
-         host.helper->deleteFirstFlashFile(host.told());
-         return host.ended(60s);
-       }},
-      {"record",
-       [](ScarceHost& host) {
-         host.helper->startRecordWithType(0, host.file(), host.told());
-         return host.ended(10s);
-       }},
-      {"stop",
-       [](ScarceHost& host) {
-         host.helper->startRecordWithType(0, host.file(), host.told());
-         if (const auto started = host.ended(10s); started != "ok") return started;
-         host.helper->stopRecord(host.told());
-         return host.ended(10s);
-       }},
-      {"update",
-       [](ScarceHost& host) {
-         writeFile(host.file(), text(recordingOf(3016)));
-         host.helper->updateFirmware(host.file(), nullptr, host.told());
-         return host.ended(60s);
-       }},
-  };
+std::vector<FacadeOperation> everyFacadeOperation() {
+  std::vector<FacadeOperation> all;
+  for (const BlockingForm& form : blockingForms())
+    all.push_back({form.name, [&form](ScarceHost& host) { return form.call(*host.helper); }});
+  for (const CompletionForm& form : completionForms()) {
+    all.push_back({form.name, [&form](ScarceHost& host) {
+                     if (form.name != "stop"s) return host.ended(form);
+                     const std::string started = host.ended(completionForm("record"));
+                     return started == "ok" ? host.ended(form) : started;
+                   }});
+  }
   return all;
 }
 
@@ -118,6 +72,7 @@ std::uint64_t runFacade(const Scarcity& scarcity, const FacadeOperation& operati
   std::uint64_t requests = 0;
   play<ScarceHost>([&](ScarceHost& host) {
     host.store->add(recordingOf(32768));
+    if (operation.name == "update"s) writeFile(host.file(), recordingOf(3016));
     scarcity.begin(operation.name);
     std::string ended;
     try {
@@ -128,7 +83,7 @@ std::uint64_t runFacade(const Scarcity& scarcity, const FacadeOperation& operati
     }
     requests = Scarcity::end();
     EXPECT_TRUE(scarcity.isLasting || ended != "not ended");
-    if (operation.name != std::string("download")) {  // which the watchdog ends, at the latest
+    if (operation.name != "download"s) {  // which the watchdog ends, at the latest
       host.helper->setCompletionBlock(nullptr);
       host.helper->setWriteDataBlock(nullptr);
     }

@@ -30,16 +30,11 @@ TEST(SessionDownload, HealsWhatIsLostDoubledOrDamaged) {
   const sim::FaultAction drop{Fault::drop, {}}, twice{Fault::duplicate, {}}, cut{Fault::disconnect, {}};
   std::vector<std::pair<std::string, Damage>> table{
       {"nothing", {}},
-      {"a packet is lost", {{100, drop}}},
-      {"the first packet is lost", {{3, drop}}},
-      {"a packet comes twice", {{50, twice}}},
       {"one lost and one twice", {{50, twice}, {70, drop}}},
       {"one twice, one lost, in one page", {{50, twice}, {52, drop}}},
       {"its flags are damaged", {{3, damageAt(17)}}},
       {"the first is damaged twice", {{3, damageAt(12)}, {394, damageAt(13)}}},
       {"in the filler", {{390, damageAt(40)}}},
-      {"the last but one is lost", {{391, drop}}},
-      {"the last is lost", {{393, drop}}},
       {"lost, then the link too", {{100, drop}, {200, cut}}},
       {"over two links", {{100, cut}, {200, damageAt(20)}, {300, cut}}}};
   Damage silence;
@@ -123,22 +118,6 @@ TEST(SessionDownload, ContinuesInTheNextSessionFromTheLastPageThatChecks) {
       expectSaved(scene, saved, storedRecording(2));
       EXPECT_TRUE(saved && saved->checked && (saved->resumedAt > 0) == (change != "empty"));
       EXPECT_EQ(scene.framesLike("0382"), 1U) << "asked once, from where it ended";
-    });
-  }
-}
-
-// The same size and, what is more, the same file name: only id and time tell them apart.
-TEST(SessionDownload, NeverContinuesAnotherRecordingOfTheSameSize) {
-  for (const char* const created : {"2024-05-17 09:30:00", "2024-05-18 10:00:00"}) {
-    playEach<SessionScene>(std::array{Content::ogg, Content::noOgg}, [&](SessionScene& scene, Content kind) {
-      scene.store->removed.insert(scene.store->put(storedRecording(1, 1, kind)));
-      cutShort(scene, 200);
-      scene.store->deleteFirst();
-      const Bytes& second = storedRecording(1, 2, kind);
-      scene.store->put(second, created);
-      const auto saved = download(scene).wait();
-      expectSaved(scene, saved, second);
-      EXPECT_EQ(saved->resumedAt, 0U);
     });
   }
 }

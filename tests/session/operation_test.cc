@@ -9,33 +9,6 @@
 namespace kwtsdk::testing {
 namespace {
 
-// ---- Cancelling ----
-
-TEST(SessionOperation, CancelledWhenQueuedOrRunningOrDoneItEndsAtOnce) {
-  for (const NamedOperation& operation : everyOperation()) {
-    const Duration longest =
-        operation.name == std::string("record") ? 1s : 100ms;  // which it leaves in order
-    playEach<SlowScene>(
-        std::array{-1ms, 0ms, 1ms, 20ms, 70ms, 200ms, 450ms}, [&](SlowScene& scene, auto after) {
-          SCOPED_TRACE(operation.name + (" after " + std::to_string(after.count())));
-          std::stop_source stop;
-          if (after < 0ms) stop.request_stop();
-          Duration asked{0};
-          scene.scheduler.spawn("cancel", [&] {
-            scene.scheduler.sleep(after);
-            asked = scene.now();
-            stop.request_stop();
-          });
-          const auto code = operation.run(scene, stop.get_token());
-          EXPECT_TRUE((code == kOk && after >= 0ms) || code == Errc::cancelled) << code.message();
-          EXPECT_TRUE(code == kOk || scene.now() - asked <= longest);
-          EXPECT_TRUE(after >= 0ms || scene.frames.empty()) << "requested before";
-          EXPECT_TRUE(scene.session->battery().wait()) << "the next is not concerned";
-          scene.scheduler.sleep(450ms);  // until whoever cancels is gone
-        });
-  }
-}
-
 TEST(SessionOperation, CancelledWhileTheLinkIsBeingMadeItEndsAtOnce) {
   for (const NamedOperation& operation : everyOperation()) {
     const std::pair<bool, bool> table[]{{false, false}, {false, true}, {true, false}, {true, true}};
@@ -66,6 +39,10 @@ TEST(SessionOperation, CancelledWhileTheLinkIsBeingMadeItEndsAtOnce) {
 
 TEST(SessionOperation, AQueuedOneEndsByItsOwnTimeAndLeavesTheQueueInOrder) {
   play<SlowScene>([](SlowScene& scene) {
+    std::stop_source requested;
+    requested.request_stop();
+    EXPECT_EQ(codeOf(scene.session->battery(requested.get_token()).wait()), Errc::cancelled);
+    EXPECT_TRUE(scene.frames.empty());
     scene.store->put(storedRecording(3));
     Lines order;
     const auto noted = [&](const char* name, const auto& operation) {
@@ -91,38 +68,6 @@ TEST(SessionOperation, AQueuedOneEndsByItsOwnTimeAndLeavesTheQueueInOrder) {
     scene.session = nullptr;
     EXPECT_EQ(order, (Lines{"given up failed", "late failed", "download", "first", "last"}));
   });
-}
-
-// ---- The end of a session ----
-
-TEST(SessionEnd, ClosedAtAnyMomentEveryOperationEnds) {
-  for (const NamedOperation& operation : everyOperation()) {
-    for (const Duration after : {0ms, 5ms, 30ms, 130ms, 290ms, 480ms, 700ms}) {
-      playEach<SlowScene>(std::array{false, true}, [&](SlowScene& scene, bool drops) {
-        SCOPED_TRACE(operation.name + (" closed after " + std::to_string(after.count() / 1'000'000)));
-        const auto ended = scene.scheduler.semaphore("ended");
-        const auto session = scene.session;
-        std::error_code code;
-        scene.scheduler.spawn("host", [&, ended] {
-          code = operation.run(scene, {});
-          ended->signal();
-        });
-        const auto behind = session->battery();
-        scene.scheduler.sleep(after);
-        const Duration begin = scene.now();
-        session->close();
-        EXPECT_TRUE(session->stopRecording().done()) << "asked of a session that is closed";
-        if (drops && after > 0ms) scene.session = nullptr;
-        ended->wait(std::nullopt);
-        EXPECT_TRUE(code == kOk || code == Errc::closed) << code.message();
-        EXPECT_LE(scene.now() - begin, 6s);
-        EXPECT_TRUE(codeOf(behind.wait()) == kOk || codeOf(behind.wait()) == Errc::closed);
-        EXPECT_EQ(codeOf(session->battery().wait()), Errc::closed);
-        EXPECT_EQ(codeOf(session->stopRecording().wait()), Errc::closed);
-        EXPECT_FALSE(scene.model->recording());
-      });
-    }
-  }
 }
 
 // ---- Callbacks ----

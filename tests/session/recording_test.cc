@@ -182,47 +182,6 @@ TEST(SessionRecording, ALateAnswerToALetInQueryIsNotTheValueOfTheNext) {
 
 // ---- Stops ----
 
-// A stop would start a recorder that does not record.
-TEST(SessionRecording, NoStopIsSentToARecorderThatDoesNotRecord) {
-  for (std::uint64_t seed = 1; seed < 200; ++seed) {
-    const auto body = [seed](SlowScene& scene) {
-      EXPECT_TRUE(scene.session->stopRecording().wait());
-      EXPECT_EQ(scene.frames, Lines());
-      // The key and the stop at about the same time.
-      scene.model->setKeyAfter(Duration(1ms) * (900 + seed));
-      const auto recording = record(scene);
-      scene.scheduler.sleep(1s);
-      EXPECT_TRUE(scene.session->stopRecording().wait());
-      EXPECT_TRUE(scene.session->stopRecording().wait());
-      expectWhole(scene, recording.wait());
-      scene.scheduler.sleep(5s);
-      EXPECT_EQ(scene.microphone->made.size(), 1U) << "seed " << seed;
-      EXPECT_LE(scene.framesLike("0081"), 1U);
-    };
-    play<SlowScene>(body, seed);
-  }
-}
-
-TEST(SessionRecording, CancelledItLeavesARecorderThatDoesNotRecordAndAFileOfWhatCame) {
-  for (const Duration after : {0ms, 1ms, 40ms, 100ms, 150ms, 1000ms, 2100ms}) {
-    playEach<SlowScene>(std::array{false, true}, [after](SlowScene& scene, bool slow) {
-      // The answer to the start is on its way when the recording is cancelled.
-      if (slow) scene.faults.add(LinkEvent::notification, 1, {Fault::delay, 2s});
-      auto recording = record(scene);
-      scene.scheduler.sleep(after);
-      recording.cancel();
-      const Duration begin = scene.now();
-      const auto recorded = recording.wait();
-      EXPECT_EQ(codeOf(recorded), Errc::cancelled);
-      EXPECT_LE(scene.now() - begin, 5s);
-      EXPECT_FALSE(scene.model->recording());
-      EXPECT_LE(scene.microphone->made.size(), 1U);
-      if (recorded.partial() != nullptr && !scene.microphone->made.empty()) expectWhole(scene, recorded);
-      EXPECT_TRUE(scene.session->battery().wait()) << "the next is not concerned";
-    });
-  }
-}
-
 // Otherwise it would go on for as long as an idle link is kept.
 TEST(SessionRecording, WithoutAnAnswerToItsStartOrStopItEndsWithTheLink) {
   for (const std::string why : {"its length", "stopped", "cancelled", "refused"}) {

@@ -50,16 +50,6 @@ TEST(SessionQueries, CostOneWriteAndOneNotificationOnceTheLinkIsThere) {
 
 // ---- Whose answer is it? ----
 
-TEST(SessionMatching, ALateAnswerIsNotTheValueOfTheNextQueryOfItsKind) {
-  play<SessionScene>([](SessionScene& scene) {
-    scene.faults.add(LinkEvent::notification, 1, {Fault::delay, 7s});
-    EXPECT_EQ(codeOf(scene.session->battery(Limits().timeout(2s)).wait()), Errc::timedOut);
-    scene.model->setBatteryLevel(20);
-    EXPECT_EQ(scene.session->battery().wait().value_or(0), 20U);
-    EXPECT_EQ(scene.link->opens, 2U);
-  });
-}
-
 TEST(SessionMatching, AnAnswerThatComesTwiceIsNotTheValueOfTheNextQueryOfItsKind) {
   for (std::uint64_t seed = 1; seed < 100; ++seed) {
     const auto body = [seed](SessionScene& scene) {

@@ -76,36 +76,6 @@ TEST(SessionUpdate, AStepThatIsRefusedOrSilentEndsItAndLeavesTheFirmware) {
   }
 }
 
-// At every frame, and a moment after it.
-TEST(SessionUpdate, CancelledBeforeTheImageWasAcceptedItHasNoEffect) {
-  for (std::size_t number = 1; number < 55; ++number) {
-    playEach<SlowScene>(std::array{0ms, 40ms}, [number](SlowScene& scene, Duration after) {
-      std::stop_source stop;
-      Duration asked{0};
-      scene.onFrame = [&](const std::string&) {
-        if (scene.frames.size() != number) return true;
-        scene.scheduler.spawn("cancel", [&, after] {
-          scene.scheduler.sleep(after);
-          asked = scene.now();
-          stop.request_stop();
-        });
-        return true;
-      };
-      const auto installed = install(scene, firmwareImage(8535), stop.get_token()).wait();
-      const bool there = scene.model->installedImage().has_value();
-      const Duration lasted = scene.now() - asked;
-      scene.scheduler.sleep(50ms);  // until whoever cancels is gone
-      SCOPED_TRACE("frame " + std::to_string(number));
-      EXPECT_TRUE(!installed || there);
-      if (installed) return;
-      EXPECT_EQ(codeOf(installed), Errc::cancelled);
-      EXPECT_EQ(installed.error().effect() == Effect::none, !there);
-      EXPECT_LE(lasted, there ? 5100ms : 100ms);
-      EXPECT_TRUE(scene.session->battery().wait());
-    });
-  }
-}
-
 TEST(SessionUpdate, ARecorderThatRestartsIsAskedOverANewLink) {
   play<SessionScene>([](SessionScene& scene) {
     scene.onFrame = [&](const std::string& frame) {

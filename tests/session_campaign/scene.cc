@@ -56,6 +56,8 @@ void Scene::checkEnd(const Asked& operation, const std::error_code& code) const 
     inTime(both, both == *closed ? 16s : Duration(100ms), "the session was closed");
   }
 
+  EXPECT_TRUE(!closed || operation.began <= *closed || code) << operation.name << " of a closed session";
+
   const bool linkTrouble = faults->any() || cut;
   const auto expected = [&](Errc reason, bool there) {
     EXPECT_TRUE(there || code != reason) << operation.name << " ended without a reason: " << code.message();

@@ -132,6 +132,9 @@ void runScenario(std::uint64_t seed) {
     session = nullptr;
     for (unsigned i = 0; i < scene.awaited; ++i) scene.endings->wait(std::nullopt);
     scene.checkLost();
+    if (!scene.faults->since(sim::Fault::duplicate, Duration(0))) {  // of a stop, which then starts
+      EXPECT_LE(scene.microphone->made.size(), scene.recordings) << "a stop has started a recorder";
+    }
     if (::testing::Test::HasFailure())
       ADD_FAILURE() << "What happened, " << profile.name << ":\n" << diary.text << testing::repeating(seed);
   });

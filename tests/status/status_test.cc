@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/support/facade_operations.h"
 #include "tests/support/played_host.h"
 
 namespace kwtsdk::testing {
@@ -9,16 +10,14 @@ TEST(Blocking, SilenceEndsAfterTheTimeOutAndFreesTheFacade) {
   play<VirtualHost>([](auto& host) {
     KWTBluetoothHelper& helper = *host.helper;
     host.setReplies([](const auto&, const auto&) { return std::nullopt; });
-    const std::pair<Duration, std::function<bool()>> calls[]{
-        {5s, [&] { return helper.getPower() == -1; }}, {5s, [&] { return !helper.getFirmwareVersion(); }},
-        {5s, [&] { return !helper.getCapacity(); }},   {5s, [&] { return !helper.getFileNumAndFirstId(); }},
-        {5s, [&] { return !helper.getFileInfo(10); }}, {2s, [&] { return helper.notifyDownloadSuccess(); }}};
-    for (const auto& [timeOut, call] : calls) {
+    Lines values;
+    for (const BlockingForm& form : blockingForms()) {
       const Duration start = host.scheduler.now();
-      EXPECT_TRUE(call()) << start / 1s;
-      EXPECT_EQ(host.scheduler.now() - start, timeOut);
+      values.push_back(form.call(helper));
+      EXPECT_EQ(host.scheduler.now() - start, form.timeOut) << form.name;
       EXPECT_FALSE(helper.completionBlock());
     }
+    EXPECT_EQ(values, (Lines{"-1", "none", "none", "none", "1", "none"}));
   });
 }
 

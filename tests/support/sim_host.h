@@ -46,6 +46,10 @@ std::string shown(const T& value) {
     return value;
   else if constexpr (std::same_as<T, ByteCounts>)
     return shown(value.at(0)) + "," + shown(value.at(1));
+  else if constexpr (std::same_as<T, FlashInfo>)
+    return shown(value.Num) + "," + shown(value.FirstID);
+  else if constexpr (std::same_as<T, KWTFileHeader>)
+    return value.exist() ? "some" : "missing";
   else
     return "some";
 }
