@@ -43,8 +43,6 @@ class Hub {
     }
   }
 
-  bool hasReaders() const { return !readers().empty(); }
-
  private:
   using Readers = std::vector<std::shared_ptr<Channel<T>>>;
 

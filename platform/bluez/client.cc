@@ -18,6 +18,17 @@ Error lateError(Duration limit) {
   return errorOf(Problem::connectionLost, "BlueZ did not answer within " + std::to_string(seconds) + " s");
 }
 
+/// What came of a call, whose good answer `read` has taken.
+MaybeError outcomeOf(sdbus::MethodReply& reply, const sdbus::Error* error, const Client::Read& read) {
+  if (error != nullptr) return errorOf(*error);
+  try {
+    if (read) read(reply);
+  } catch (const BluezError& unreadable) {
+    return unreadable.error();
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::shared_ptr<Client> Client::open(const std::shared_ptr<Scheduler>& scheduler, Loop& loop,
@@ -178,12 +189,7 @@ void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Du
   };
   const auto answer = std::make_shared<Answer>();
   const auto take = [this, answer, read](sdbus::MethodReply& reply, const sdbus::Error* error) {
-    MaybeError outcome = error == nullptr ? MaybeError() : errorOf(*error);
-    try {
-      if (!outcome && read) read(reply);
-    } catch (const BluezError& unreadable) {
-      outcome = unreadable.error();
-    }
+    const MaybeError outcome = outcomeOf(reply, error, read);
     {
       const internal::MutexLock lock(mutex_);
       *answer = {true, outcome};
@@ -205,13 +211,7 @@ void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, D
   }
   const auto take = [this, number, read = std::move(read)](sdbus::MethodReply& reply,
                                                            const sdbus::Error* error) {
-    MaybeError outcome = error == nullptr ? MaybeError() : errorOf(*error);
-    try {
-      if (!outcome && read) read(reply);
-    } catch (const BluezError& unreadable) {
-      outcome = unreadable.error();
-    }
-    finish(number, outcome);
+    finish(number, outcomeOf(reply, error, read));
   };
   try {
     send(method, arguments, take);

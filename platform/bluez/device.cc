@@ -170,13 +170,12 @@ DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> clien
   const auto start = [this](const gatt::Operation& operation) { send(*connection_, operation); };
   const auto report = [this, attempt](const gatt::OperationQueue::Target& target, const MaybeError& error) {
     events_.didWrite(shared_from_this(), target, error);
-    if (connection_ && connection_->attempt == attempt) connection_->notifications->release();
+    if (const auto current = connectionIn(attempt)) current->notifications->release();
   };
   auto connection = std::make_shared<Connection>(std::move(client), device, attempt, start, report);
   const auto onValue = [run = whileThere(), attempt](const auto& source, const Bytes& value) {
     run([&](DeviceCore& core) {
-      const auto current = core.connection_;
-      if (current && current->attempt == attempt) core.tell(*current, source, value);
+      if (const auto current = core.connectionIn(attempt)) core.tell(*current, source, value);
     });
   };
   const auto onEnd = [run = whileThere(), attempt] {

@@ -105,6 +105,10 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
 
   // ---- The events' thread ----
 
+  /// The connection that this attempt has made, while it is there.
+  ConnectionPtr connectionIn(Attempt attempt) const {
+    return connection_ && connection_->attempt == attempt ? connection_ : nullptr;
+  }
   void add(gatt::Operation operation, const std::shared_ptr<Characteristic>& asked);
   void send(Connection& connection, const gatt::Operation& operation);
   void write(Connection& connection, const gatt::Operation& operation);

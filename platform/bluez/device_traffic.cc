@@ -111,8 +111,8 @@ void DeviceCore::subscribe(Connection& connection, const Operation& operation) {
       [](sd_bus_message* call) { expectGood(sd_bus_message_append(call, "a{sv}", 0)); }, kGattLimit,
       [run = whileThere(), attempt = connection.attempt, target, descriptor](const MaybeError& error) {
         run([&](DeviceCore& core) {
-          const auto current = core.connection_;
-          if (!current || current->attempt != attempt) return;
+          const auto current = core.connectionIn(attempt);
+          if (!current) return;
           const bool isRefused = error && !isProblem(*error, Problem::connectionLost);
           if (isRefused && !core.isLeaving()) return core.startNotify(*current, target);
           if (!error) current->notifications->add(target, std::move(*descriptor));
@@ -135,23 +135,23 @@ void DeviceCore::startNotify(Connection& connection, const CharacteristicPtr& ta
 
 void DeviceCore::subscribed(Attempt attempt, const CharacteristicPtr& target, Way way,
                             const MaybeError& error) {
-  const auto connection = connection_;
-  if (!connection || connection->attempt != attempt) return;
+  const auto connection = connectionIn(attempt);
+  if (!connection) return;
   if (!error) connection->on.emplace(target.get(), way);
   answered(attempt, error);
 }
 
 void DeviceCore::answered(Attempt attempt, const MaybeError& error) {
-  const auto connection = connection_;
-  if (!connection || connection->attempt != attempt) return;
+  const auto connection = connectionIn(attempt);
+  if (!connection) return;
   // No answer at all: BlueZ is still busy with it, and would refuse the next as InProgress.
   if (error && isProblem(*error, Problem::connectionLost)) disconnect();
   connection->operations.finished(error);
 }
 
 void DeviceCore::valueChanged(Attempt attempt, const std::string& path, const Bytes& value) {
-  const auto connection = connection_;
-  if (!connection || connection->attempt != attempt) return;
+  const auto connection = connectionIn(attempt);
+  if (!connection) return;
   for (const auto& characteristic : characteristics()) {
     if (characteristic->path() != path) continue;
     const auto on = connection->on.find(characteristic.get());
@@ -169,8 +169,8 @@ void DeviceCore::tell(Connection& connection, const std::shared_ptr<Characterist
 
 /// After anything has changed: whether the connection is still there.
 void DeviceCore::check(Attempt attempt) {
-  const auto connection = connection_;
-  if (!connection || connection->attempt != attempt) return;
+  const auto connection = connectionIn(attempt);
+  if (!connection) return;
   const MaybeError gone = connection->client->gone();
   if (isLeaving()) {
     if (gone) left(attempt);  // nobody is going to answer
@@ -185,8 +185,8 @@ void DeviceCore::check(Attempt attempt) {
 /// on its way over the bus: it comes before the answer to any call. BlueZ is not told to end the link, which
 /// by now may be another program's.
 void DeviceCore::descriptorEnded(Attempt attempt) {
-  const auto connection = connection_;
-  if (!connection || connection->attempt != attempt) return;
+  const auto connection = connectionIn(attempt);
+  if (!connection) return;
   connection->client->start(
       {connection->device, kProperties, "GetAll"},
       [](sd_bus_message* call) {
@@ -196,8 +196,7 @@ void DeviceCore::descriptorEnded(Attempt attempt) {
       kPrompt,
       [run = whileThere(), attempt](const MaybeError&) {
         run([&](DeviceCore& core) {
-          if (core.connection_ && core.connection_->attempt == attempt)
-            core.lose(errorOf(Problem::connectionLost, core.address_));
+          if (core.connectionIn(attempt)) core.lose(errorOf(Problem::connectionLost, core.address_));
         });
       });
 }
@@ -218,8 +217,8 @@ void DeviceCore::lose(const Error& reason) {
 }
 
 void DeviceCore::leave(Attempt attempt) {
-  const auto connection = connection_;
-  if (!connection || connection->attempt != attempt) return;  // lost meanwhile
+  const auto connection = connectionIn(attempt);
+  if (!connection) return;  // lost meanwhile
   if (connection->client->gone()) return left(attempt);
   connection->operations.end(errorOf(Problem::connectionLost));
   endSubscriptions(*connection);
@@ -244,7 +243,7 @@ void DeviceCore::endSubscriptions(Connection& connection) {
 void DeviceCore::left(Attempt attempt) {
   {
     const internal::MutexLock lock(mutex_);
-    if (state_ != PeripheralState::disconnecting || !connection_ || connection_->attempt != attempt) return;
+    if (state_ != PeripheralState::disconnecting || !connectionIn(attempt)) return;
     state_ = PeripheralState::disconnected;
     post([](DeviceCore& core) { core.events_.didDisconnect(); });
   }
