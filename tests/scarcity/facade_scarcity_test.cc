@@ -97,11 +97,7 @@ std::uint64_t runFacade(const Scarcity& scarcity, const FacadeOperation& operati
 
 class FacadeScarcity : public ::testing::TestWithParam<Scarcity> {};
 TEST_P(FacadeScarcity, EndsWellOrSaysSo) { atEachRequest(GetParam(), everyFacadeOperation(), runFacade); }
-INSTANTIATE_TEST_SUITE_P(All, FacadeScarcity,
-                         ::testing::Values(Scarcity{Scarcity::Of::memory, 0, false},
-                                           Scarcity{Scarcity::Of::memory, 0, true},
-                                           Scarcity{Scarcity::Of::threads, 0, false},
-                                           Scarcity{Scarcity::Of::threads, 0, true}));
+INSTANTIATE_TEST_SUITE_P(All, FacadeScarcity, everyScarcity());
 
 }  // namespace
 }  // namespace kwtsdk::testing

@@ -41,6 +41,13 @@ class Counting {
   const bool before_;
 };
 
+/// What each suite is instantiated with.
+inline auto everyScarcity() {
+  using Of = Scarcity::Of;
+  return ::testing::Values(Scarcity{Of::memory, 0, false}, Scarcity{Of::memory, 0, true},
+                           Scarcity{Of::threads, 0, false}, Scarcity{Of::threads, 0, true});
+}
+
 /// Runs each operation of the table with one refusal at each request that it makes; of those in the middle of
 /// a long one, which are alike, some. KWTSDK_EVERY=1 in the environment: all of them. `run` gives the number
 /// of requests.

@@ -84,11 +84,7 @@ std::uint64_t runWith(const Scarcity& scarcity, const NamedOperation& operation)
 
 class SessionScarcity : public ::testing::TestWithParam<Scarcity> {};
 TEST_P(SessionScarcity, EndsWellOrSaysSo) { atEachRequest(GetParam(), operationsAndMore(), runWith); }
-INSTANTIATE_TEST_SUITE_P(All, SessionScarcity,
-                         ::testing::Values(Scarcity{Scarcity::Of::memory, 0, false},
-                                           Scarcity{Scarcity::Of::memory, 0, true},
-                                           Scarcity{Scarcity::Of::threads, 0, false},
-                                           Scarcity{Scarcity::Of::threads, 0, true}));
+INSTANTIATE_TEST_SUITE_P(All, SessionScarcity, everyScarcity());
 
 }  // namespace
 }  // namespace kwtsdk::testing

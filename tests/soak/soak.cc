@@ -18,6 +18,7 @@
 #include <kwtsdk/sim/seeded_faults.h>
 
 #include "tests/session/every_operation.h"
+#include "tests/support/forwarding_scheduler.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -124,8 +125,7 @@ void soakVirtually(double seconds) {
     }
     std::printf(
         "%.1f h: %llu notifications, %.1f MB downloaded, %u recordings, %u updates, %u queries; %u links "
-        "lost, "
-        "%u of recordings, updates and queries ended with a failure\n",
+        "lost, %u of recordings, updates and queries ended with a failure\n",
         std::chrono::duration<double>(scheduler->now()).count() / 3600,
         static_cast<unsigned long long>(day.plan->count(LinkEvent::notification)),
         static_cast<double>(day.bytes) / 1e6, day.recordings, day.updates, day.queries, day.plan->losses,
@@ -135,22 +135,17 @@ void soakVirtually(double seconds) {
 }
 
 /// A clock that is so many times as fast.
-class FastScheduler : public Scheduler {
+class FastScheduler : public ForwardingScheduler {
  public:
-  FastScheduler(std::shared_ptr<Scheduler> real, double factor) : real_(std::move(real)), factor_(factor) {}
-  std::shared_ptr<SerialQueue> serialQueue(const std::string& label) override {
-    return real_->serialQueue(label);
-  }
-  std::shared_ptr<Semaphore> semaphore(const std::string& name) override { return real_->semaphore(name); }
-  std::shared_ptr<RecursiveLock> recursiveLock(const std::string& name) override {
-    return real_->recursiveLock(name);
-  }
+  FastScheduler(std::shared_ptr<Scheduler> real, double factor)
+      : ForwardingScheduler(std::move(real)), factor_(factor) {}
+
   std::shared_ptr<Timer> repeatingTimer(Duration first, Duration interval, Duration leeway,
                                         std::function<void()> onFire) override {
-    return real_->repeatingTimer(real(first), real(interval), leeway, std::move(onFire));
+    return ForwardingScheduler::repeatingTimer(real(first), real(interval), leeway, std::move(onFire));
   }
-  void sleep(Duration duration) override { real_->sleep(real(duration)); }
-  Duration now() const override { return scaled(real_->now(), factor_); }
+  void sleep(Duration duration) override { ForwardingScheduler::sleep(real(duration)); }
+  Duration now() const override { return scaled(ForwardingScheduler::now(), factor_); }
 
  private:
   static Duration scaled(Duration time, double by) {
@@ -158,7 +153,6 @@ class FastScheduler : public Scheduler {
   }
   Duration real(Duration time) const { return scaled(time, 1 / factor_); }
 
-  const std::shared_ptr<Scheduler> real_;
   const double factor_;
 };
 
