@@ -61,6 +61,11 @@ struct Host {
     std::erase_if(lines, [](const std::string& line) { return line.starts_with("notified"); });
     return lines;
   }
+  void ask() {
+    setNotify(true);
+    write();
+    EXPECT_TRUE(journal->await("didUpdate"));
+  }
   void setNotify(bool on) { device->peripheral()->setNotifyValue(on, characteristic("C92A")); }
 
   PrivateBus bus;
@@ -70,8 +75,6 @@ struct Host {
       std::make_shared<sim::RecorderModel>(std::make_shared<sim::MemoryStore>());
   FakeBluez bluez{*scheduler, sim::SimulatedLink::create(scheduler, model), journal};
   std::shared_ptr<Device> device = Device::create(scheduler, "aa:bb:cc:dd:ee:ff");
-  std::shared_ptr<KWTBluetoothHelper> helper = KWTBluetoothHelper::create(
-      {scheduler, std::make_shared<NotedSettings>(), nullptr, std::make_shared<LineLog>()});
   std::shared_ptr<SerialQueue> other = scheduler->serialQueue("other");
 };
 

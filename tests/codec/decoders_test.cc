@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/time_zone.h"
 #include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
@@ -12,11 +11,6 @@ namespace {
 // A file info reply with the given fields, the bytes nobody reads set to EE.
 std::string infoReply(const std::string& presence, const std::string& blocks, const std::string& time) {
   return "02822400" + presence + "eeee" + blocks + std::string(32, 'e') + time + "07" + "eeeeeeeeee";
-}
-
-void setZone(const char* zone) {
-  ::setenv("TZ", zone, 1);
-  ::tzset();
 }
 
 TEST(Decoders, ReadTheirFieldsAndNothingElse) {
@@ -112,7 +106,7 @@ TEST(Records, DatesAreLocalStandardTime) {
   EXPECT_EQ(at("2023-2-31 0:0:0"), at("2023-3-3 0:0:0"));
   EXPECT_EQ(at("2023-13-1 0:0:0"), std::nullopt);
   const auto summer = at("2024-7-1 12:0:0");
-  setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+  setZone(kBerlin);
   EXPECT_EQ(at("2024-7-1 12:0:0"), *summer - std::chrono::hours(1));  // daylight saving would make it two
   setZone("UTC");
   EXPECT_EQ(KWTFileTime::fileTimeWithYear(256 + 24, 5, 17, 9, 30, 0).year(), 24);

@@ -11,18 +11,6 @@
 namespace kwtsdk::testing {
 namespace {
 
-TEST(Files, WritingNeverTruncates) {
-  const TemporaryFolder folder;
-  const std::string path = folder.file("f");
-  writeFile(path, "0123456789");
-  EXPECT_TRUE(getFileHandleForWrite(path)->write("abcd", 4));
-  EXPECT_EQ(contentOf(path), "abcd456789");
-  EXPECT_TRUE(getFileHandleForAppend(path)->write("xy", 2));
-  EXPECT_EQ(contentOf(path), "abcd456789xy");
-  EXPECT_TRUE(getFileHandleForAppend(folder.file("new"))->write("z", 1));
-  EXPECT_EQ(contentOf(folder.file("new")), "z");
-}
-
 TEST(Files, WhatCannotBeOpenedIsNone) {
   const TemporaryFolder folder;
   ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);

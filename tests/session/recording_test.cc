@@ -86,24 +86,6 @@ TEST(SessionRecording, AnAmbientOneBeginsRightBehindOneThatTheKeyEnded) {
 
 // ---- Packets, answers and their order ----
 
-// Some recorders send audio behind their answer to a stop; it belongs to the recording.
-TEST(SessionRecording, AudioBehindTheAnswerToAStopIsInTheFile) {
-  play<SessionScene>([](SessionScene& scene) {
-    std::vector<Bytes> held;
-    scene.link->onUpdate = [&](const Bytes& value) {
-      std::vector<Bytes> arrives{value};
-      if (value.at(0) == 0x50) held.insert(held.begin(), std::exchange(arrives, {}).front());
-      for (const std::size_t keep = value.at(0) == 0x00 ? 0 : 3; held.size() > keep; held.pop_back())
-        arrives.push_back(held.back());
-      return arrives;
-    };
-    const auto recording = record(scene);
-    scene.scheduler.sleep(1s);
-    scene.session->stopRecording().wait().value();
-    expectWhole(scene, recording.wait());
-  });
-}
-
 // What is late of one recording must neither begin nor end the next, which then would be left running.
 TEST(SessionRecording, TheLateEndOfTheOneBeforeIsNotItsOwn) {
   play<SessionScene>([](SessionScene& scene) {
@@ -206,34 +188,6 @@ TEST(SessionRecording, WithoutAnAnswerToItsStartOrStopItEndsWithTheLink) {
                   NumberedMicrophone::file(0, achieved ? achieved->packets : 0));
     });
   }
-}
-
-// A start that is answered late has its limit too.
-TEST(SessionRecording, EndsNoLaterThanItsTimeAndWhatAStopTakes) {
-  for (const Duration delay : {0s, 3s, 6s, 9s, 20s}) {
-    playEach<SessionScene>(std::array{false, true}, [delay](SessionScene& scene, bool isStopped) {
-      scene.faults.add(LinkEvent::notification, 1, {Fault::delay, delay});
-      scene.onFrame = [&](const std::string& frame) { return isStopped || !frame.starts_with("0081"); };
-      const auto recorded = scene.session->record(scene.file("live"), {}, Limits().timeout(1s)).wait();
-      EXPECT_EQ(codeOf(recorded), Errc::timedOut);
-      EXPECT_LE(scene.now(), 7s) << delay.count();
-      scene.scheduler.sleep(20s);
-      EXPECT_FALSE(scene.model->recording());
-    });
-  }
-}
-
-TEST(SessionRecording, AFullDiskEndsItAndTellsWhatIsInTheFile) {
-  playEach<SessionScene>(std::array<rlim_t, 4>{0, 1, 8, 100}, [](SessionScene& scene, rlim_t size) {
-    const FullDisk full(size);
-    const auto recorded = record(scene, 5s).wait();
-    EXPECT_EQ(codeOf(recorded), Errc::fileUnusable);
-    EXPECT_FALSE(scene.model->recording());
-    const std::string content = contentOf(scene.file("live"));
-    EXPECT_TRUE(NumberedMicrophone::file(0, 100).starts_with(content));
-    EXPECT_TRUE(recorded.partial() == nullptr || recorded.partial()->bytes == content.size());
-    EXPECT_TRUE(scene.session->battery().wait());
-  });
 }
 
 }  // namespace

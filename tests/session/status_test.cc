@@ -145,23 +145,6 @@ TEST(SessionTrouble, ALinkThatCannotBeMadeOrIsLostAtOnceIsTriedAsOftenAsAsked) {
   }
 }
 
-TEST(SessionTrouble, WhatTheStackSaysIsTheCause) {
-  play<SessionScene>([](SessionScene& scene) {
-    const auto causeOfNone = [&] {
-      const auto level = scene.session->battery(Limits().reconnects(0)).wait();
-      EXPECT_EQ(codeOf(level), Errc::linkFailed);
-      return level ? std::nullopt : level.error().cause();
-    };
-    scene.simLink->disconnect();
-    scene.link->onOpen = [] { return Error("host.bluetooth", 7, {}); };
-    EXPECT_EQ(causeOfNone(), Error("host.bluetooth", 7, {}));
-    scene.link->onOpen = nullptr;
-    scene.faults.add(LinkEvent::write, 1, {Fault::refuse, {}});
-    EXPECT_TRUE(causeOfNone());
-    EXPECT_TRUE(scene.session->battery().wait()) << "the next one is not concerned";
-  });
-}
-
 TEST(SessionTrouble, WhatIsNoRecorderIsNamedSo) {
   for (const NamedOperation& operation : everyOperation()) {
     play<SessionScene>([&](SessionScene& scene) {
