@@ -15,8 +15,6 @@ using bluez::ConnectStep;
 using bluez::Device;
 using bluez::Problem;
 
-using Lines = std::vector<std::string>;
-
 inline std::string nameOf(const MaybeError& error) {
   if (!error) return "ok";
   return error->domain() == bluez::kDomain ? "problem " + std::to_string(error->code()) : error->domain();

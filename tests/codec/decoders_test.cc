@@ -60,21 +60,21 @@ TEST(Decoders, ReadTheirFieldsAndNothingElse) {
 TEST(Decoders, CheckTheRepliesThatHaveAPattern) {
   const std::string zeros(36, '0'), rest(22, '0'), status = "99ec" + zeros + "03" + rest,
                                                    begun = "8142455354" + std::string(11, '0');
-  // 9101 is the partition selection's answer, under the number of the preparation's.
-  const std::tuple<std::int64_t, std::string, bool> cases[]{{1, status, true},
-                                                            {1, status.substr(0, 62), false},
-                                                            {1, "99ec" + zeros + "04" + rest, false},
-                                                            {11, "9801", true},
-                                                            {11, "980", false},
-                                                            {11, "9101", false},
-                                                            {13, begun + "0", true},
-                                                            {13, begun, false},
-                                                            {14, "8700", true},
-                                                            {16, "8401", false},
-                                                            {17, "8401", true},
-                                                            {19, "", true}};
-  for (const auto& [type, reply, valid] : cases)
-    EXPECT_EQ(KWTCmdResponse::responseWithCmdType(type, nullptr).isValidResponse(reply), valid) << reply;
+  // Those that are right and those that are not. 9101 is the partition selection's answer, under the number
+  // of the preparation's.
+  const std::tuple<std::int64_t, Lines, Lines> cases[]{
+      {1, {status}, {status.substr(0, 62), "99ec" + zeros + "04" + rest}},
+      {11, {"9801"}, {"980", "9101"}},
+      {13, {begun + "0"}, {begun}},
+      {14, {"8700"}, {}},
+      {16, {}, {"8401"}},
+      {17, {"8401"}, {}},
+      {19, {""}, {}}};
+  for (const auto& [type, right, wrong] : cases) {
+    const auto response = KWTCmdResponse::responseWithCmdType(type, nullptr);
+    for (const std::string& reply : right) EXPECT_TRUE(response.isValidResponse(reply)) << reply;
+    for (const std::string& reply : wrong) EXPECT_FALSE(response.isValidResponse(reply)) << reply;
+  }
 }
 
 TEST(Records, FileInfo) {

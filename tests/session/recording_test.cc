@@ -71,17 +71,14 @@ TEST(SessionRecording, OfEachTypeBeginsUnlessACallSaysNo) {
 
 // A recorder that has just ended one by itself takes that frame for a stop which crossed its end.
 TEST(SessionRecording, AnAmbientOneBeginsRightBehindOneThatTheKeyEnded) {
-  for (std::uint64_t seed = 1; seed < 50; ++seed) {
-    const auto body = [](SessionScene& scene) {
-      scene.model->setKeyAfter(200ms);
-      const auto first = record(scene);
-      const auto second =
-          scene.session->record(scene.file("b"), RecordOptions().type(RecordingType::ambient).length(100ms));
-      EXPECT_EQ(first.wait()->end, RecordingEnd::key);
-      expectWhole(scene, second.wait(), 1);
-    };
-    play<SessionScene>(body, seed);
-  }
+  playSeeds<SessionScene>(50, [](SessionScene& scene, auto) {
+    scene.model->setKeyAfter(200ms);
+    const auto first = record(scene);
+    const auto second =
+        scene.session->record(scene.file("b"), RecordOptions().type(RecordingType::ambient).length(100ms));
+    EXPECT_EQ(first.wait()->end, RecordingEnd::key);
+    expectWhole(scene, second.wait(), 1);
+  });
 }
 
 // ---- Packets, answers and their order ----

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/session/session_host.h"
-#include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -36,15 +35,6 @@ struct Frames : session::Work {
   const Body body;
 };
 
-/// The battery's, or what the predicate takes for it.
-Result<Bytes> levelOf(
-    Transaction& recorder, const std::function<bool(const Bytes&)>& isAnswer = [](const Bytes& value) {
-      return value.size() == 32;
-    }) {
-  return recorder.exchange(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"), "CA2A", "C92A",
-                           isAnswer);
-}
-
 session::Operation<Done> transact(SessionScene& scene, Frames::Body body) {
   return scene.session->transact(std::make_shared<Frames>(std::move(body)));
 }
@@ -59,20 +49,6 @@ TEST(SessionTransact, PausesAsLongAsAskedAndGivesItsOwnResult) {
   });
 }
 
-TEST(SessionTransact, AnAnswerComesOnItsOwnCharacteristicAlone) {
-  play<SlowScene>([](SlowScene& scene) {
-    const auto both = transact(scene, [](Transaction& recorder) -> Result<Done> {
-      const auto any = [](const Bytes&) { return true; };
-      const auto started = recorder.exchange(wire::startRecordRequest(0), wire::CHARACTERISTIC_WRITE,
-                                             wire::CHARACTERISTIC_NOTIFY, any);
-      EXPECT_EQ(started.value().size(), 8U);
-      for (int i = 0; i < 9; ++i) EXPECT_EQ(levelOf(recorder, any).value().size(), 32U) << "this is sound";
-      return Done{};
-    });
-    EXPECT_TRUE(both.wait());
-  });
-}
-
 // The answer to the first comes while the second waits for its own, or the first one's predicate throws.
 TEST(SessionTransact, AnExchangeThatFailedHasNoPartInTheNext) {
   playEach<SessionScene>(std::array{true, false}, [](SessionScene& scene, bool throws) {
@@ -83,17 +59,17 @@ TEST(SessionTransact, AnExchangeThatFailedHasNoPartInTheNext) {
     });
     if (!throws) scene.faults.add(LinkEvent::notification, 1, {Fault::delay, 10500ms});
     const auto asking = transact(scene, [&](Transaction& recorder) -> Result<Done> {
-      const auto first = [&] {
-        return levelOf(recorder, [&](const Bytes&) -> bool {
-          return throws ? throw std::runtime_error("of the host") : true;
-        });
+      const auto level = [&](const std::function<bool(const Bytes&)>& isAnswer) {
+        return recorder.exchange(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"), "CA2A",
+                                 "C92A", isAnswer);
       };
       if (throws) {
-        EXPECT_THROW(static_cast<void>(first()), std::runtime_error);
+        const auto isAnswer = [](const Bytes&) -> bool { throw std::runtime_error("of the host"); };
+        EXPECT_THROW(static_cast<void>(level(isAnswer)), std::runtime_error);
       } else {
-        EXPECT_EQ(codeOf(first()), Errc::stalled);
+        EXPECT_EQ(codeOf(level([](const Bytes&) { return true; })), Errc::stalled);
       }
-      EXPECT_EQ(levelOf(recorder).value().back(), 2);
+      EXPECT_EQ(level([](const Bytes&) { return true; }).value().back(), 2);
       return Done{};
     });
     EXPECT_TRUE(asking.wait());

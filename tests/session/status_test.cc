@@ -51,15 +51,12 @@ TEST(SessionQueries, CostOneWriteAndOneNotificationOnceTheLinkIsThere) {
 // ---- Whose answer is it? ----
 
 TEST(SessionMatching, AnAnswerThatComesTwiceIsNotTheValueOfTheNextQueryOfItsKind) {
-  for (std::uint64_t seed = 1; seed < 100; ++seed) {
-    const auto body = [seed](SessionScene& scene) {
-      scene.faults.add(seed % 2 == 0 ? LinkEvent::write : LinkEvent::notification, 1, {Fault::duplicate, {}});
-      scene.session->battery().wait().value();
-      scene.model->setBatteryLevel(20);
-      EXPECT_EQ(scene.session->battery().wait().value_or(0), 20U) << "seed " << seed;
-    };
-    play<SessionScene>(body, seed);
-  }
+  playSeeds<SessionScene>(100, [](SessionScene& scene, auto seed) {
+    scene.faults.add(seed % 2 == 0 ? LinkEvent::write : LinkEvent::notification, 1, {Fault::duplicate, {}});
+    scene.session->battery().wait().value();
+    scene.model->setBatteryLevel(20);
+    EXPECT_EQ(scene.session->battery().wait().value_or(0), 20U) << "seed " << seed;
+  });
 }
 
 TEST(SessionMatching, AnotherFramesAcknowledgementIsNotItsOwn) {

@@ -50,31 +50,28 @@ TEST(SessionStreams, TellEachEventOnceInItsOrder) {
 }
 
 TEST(SessionStreams, LoseNothingToANextThatWasCancelled) {
-  for (std::uint64_t seed = 1; seed < 100; ++seed) {
-    const auto body = [seed](SessionScene& scene) {
-      scene.session->connect().wait().value();
-      const auto events = scene.session->events();
-      std::size_t heard = 0;
-      const auto queried = scene.scheduler.semaphore("queried");
-      scene.scheduler.spawn("host", [&, queried] {
-        for (int i = 0; i < 20; ++i) static_cast<void>(scene.session->battery().wait());
-        queried->signal();
-      });
-      for (int i = 0; i < 30; ++i) {
-        const auto next = events.next();
-        scene.scheduler.preemptionPoint();
-        next.cancel();
-        const auto given = next.wait();
-        EXPECT_TRUE(given || given.error() == Errc::cancelled);
-        if (given && *given) ++heard;
-      }
-      queried->wait(std::nullopt);
-      scene.session->close();
-      EXPECT_EQ(heard + allOf(events).size(), 40U)
-          << "seed " << seed << ": a battery and an end for each query";
-    };
-    play<SessionScene>(body, seed);
-  }
+  playSeeds<SessionScene>(100, [](SessionScene& scene, auto seed) {
+    scene.session->connect().wait().value();
+    const auto events = scene.session->events();
+    std::size_t heard = 0;
+    const auto queried = scene.scheduler.semaphore("queried");
+    scene.scheduler.spawn("host", [&, queried] {
+      for (int i = 0; i < 20; ++i) static_cast<void>(scene.session->battery().wait());
+      queried->signal();
+    });
+    for (int i = 0; i < 30; ++i) {
+      const auto next = events.next();
+      scene.scheduler.preemptionPoint();
+      next.cancel();
+      const auto given = next.wait();
+      EXPECT_TRUE(given || given.error() == Errc::cancelled);
+      if (given && *given) ++heard;
+    }
+    queried->wait(std::nullopt);
+    scene.session->close();
+    EXPECT_EQ(heard + allOf(events).size(), 40U)
+        << "seed " << seed << ": a battery and an end for each query";
+  });
 }
 
 TEST(SessionStreams, WaitNoLongerThanAskedAndEndWithTheSession) {

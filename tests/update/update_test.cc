@@ -28,17 +28,13 @@ struct Update : PlayedHost {
     return sizes;
   }
   std::uint64_t record() const { return settings->read(key).value_or(0); }
-  void install() {
-    const auto note = [this](std::uint64_t done, std::uint64_t total) { progress = {done, total}; };
-    helper->updateFirmware(path, note, outcome.completion());
-  }
-
   /// Installs an image of that size.
   void run(std::size_t size) {
     const Bytes image = recordingOf(size);
     key = "KWTKey_" + std::to_string(internal::crc32Value(image));
     writeFile(path, image);
-    install();
+    const auto note = [this](std::uint64_t done, std::uint64_t total) { progress = {done, total}; };
+    helper->updateFirmware(path, note, outcome.completion());
     outcome.wait(1h);
     scheduler.sleep(10ms);
   }
@@ -110,7 +106,7 @@ TEST(Update, EveryFailureIsReportedAndLeavesTheRecord) {
     EXPECT_EQ(u.peripheral->calls.back() == "off 7777", reply != nullptr) << frame;
   });
   play<Update>([](auto& u) {  // there is no file
-    u.install();
+    u.helper->updateFirmware(u.path, nullptr, u.outcome.completion());
     EXPECT_EQ(u.outcome.ended(), "1011 读取固件文件失败");
     u.helper->uploadFirmWare(std::nullopt, 0, nullptr, u.outcome.completion());
     EXPECT_EQ(u.outcome.ended(), "1011 固件更新失败-空数据");
