@@ -187,5 +187,19 @@ TEST(SessionRecording, WithoutAnAnswerToItsStartOrStopItEndsWithTheLink) {
   }
 }
 
+// Also of the sound that comes behind a stop.
+TEST(SessionRecording, AFullDiskIsTold) {
+  for (rlim_t size = 300; size < 420; size += 4) {
+    play<SlowScene>([size](SlowScene& scene) {
+      std::optional<FullDisk> full(size);
+      const auto recorded = record(scene, 1s).wait();
+      full.reset();
+      if (recorded) return expectWhole(scene, recorded);
+      EXPECT_EQ(codeOf(recorded), Errc::fileUnusable);
+      EXPECT_EQ(contentOf(scene.file("live")).size(), size);
+    });
+  }
+}
+
 }  // namespace
 }  // namespace kwtsdk::testing
