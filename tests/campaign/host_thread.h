@@ -10,8 +10,8 @@ inline bool succeeds(const MaybeError& error) { return !error; }
 /// One thread of a host: a few random operations, each checked against what it has to report.
 class HostThread {
  public:
-  HostThread(Scene& scene, std::size_t number, std::uint64_t seed)
-      : scene_(scene), number_(number), random_(seed) {}
+  HostThread(Scene& scene, std::size_t number, const Choices& choices)
+      : scene_(scene), number_(number), random_(choices) {}
 
   void run();
 
@@ -79,7 +79,7 @@ class HostThread {
 
   Scene& scene_;
   const std::size_t number_;
-  Random random_;
+  Choices random_;
 };
 
 }  // namespace kwtsdk::campaign
