@@ -17,8 +17,8 @@ class Meddler {
   Meddler(Scene& scene, const testing::Choices& choices) : scene_(scene), choices_(choices) {}
 
   void run() {
-    for (auto left = choices_.below(12); left > 0; --left) {
-      scene_.scheduler.sleep(Duration(5ms) * choices_.below(256));
+    for (auto left = choices_.below(60); left > 0; --left) {
+      scene_.scheduler.sleep(Duration(choices_.below(8) == 0 ? 10ms : 100us) * choices_.below(256));
       ++scene_.ledger.faults;
       meddle();
     }
@@ -33,13 +33,9 @@ class Meddler {
   }
 
  private:
-  static void callKept(const std::shared_ptr<ReplyHandler>& kept) {
-    if (kept && *kept) (*kept)(std::nullopt, "00");
-  }
   auto completion() {
-    return [calls = std::make_shared<int>(0), kept = std::weak_ptr(kept_)](const auto&...) {
+    return [calls = std::make_shared<int>(0)](const auto&...) {
       require(++*calls == 1, "a completion is called once");
-      callKept(kept.lock());  // which may be the very command that is being completed
     };
   }
 
@@ -47,8 +43,10 @@ class Meddler {
     KWTBluetoothHelper& helper = scene_.helper;
     static const Bytes image(8192 + 300, 7);
     const std::function<void()> acts[]{
-        [&] { kept_ = std::make_shared<ReplyHandler>(helper.completionBlock()); },
-        [&] { callKept(kept_); },
+        [&] { kept_ = helper.completionBlock(); },
+        [&] {
+          if (const auto kept = kept_) kept(std::nullopt, "00");
+        },
         [&] { helper.setCompletionBlock(nullptr); },
         [&] { helper.setWriteDataBlock(nullptr); },
         [&] { helper.setRecordFileHandle(nullptr); },
@@ -86,7 +84,7 @@ class Meddler {
   Scene& scene_;
   testing::Choices choices_;
   const std::shared_ptr<int> uploads_ = std::make_shared<int>(0);  // under way
-  std::shared_ptr<ReplyHandler> kept_;                             // the library's, read at some moment
+  ReplyHandler kept_;                                              // the library's, read at some moment
 };
 
 void meddle(Scene& scene, testing::Choices choices) {
@@ -100,6 +98,13 @@ void meddle(Scene& scene, testing::Choices choices) {
       std::dynamic_pointer_cast<gatt::ValueCharacteristic>(of)->setValue(value);
       tell(from, of, error);
     }
+  };
+  // Of the very command that is being completed, for one.
+  scene.onReport = [&scene, choices]() mutable {
+    const auto pending = choices.below(4) == 0 ? scene.helper.completionBlock() : nullptr;
+    if (!pending) return;
+    ++scene.ledger.faults;
+    pending(std::nullopt, "00");
   };
   scene.link.setEvents(scene.helper.didWriteValueForCharacteristicBlock(), damage);
   Meddler(scene, choices).run();

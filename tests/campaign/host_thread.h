@@ -72,8 +72,9 @@ class HostThread {
   /// A completion of any kind, which `right` judges by what it gets.
   template <class Right>
   auto into(const Shared& report, Right right) {
-    return [&scheduler = scene_.scheduler, report, right](const MaybeError& error, const auto&... value) {
-      report->take(scheduler, error, right(error, value...));
+    return [&scene = scene_, report, right](const MaybeError& error, const auto&... value) {
+      report->take(scene.scheduler, error, right(error, value...));
+      if (scene.onReport) scene.onReport();
     };
   }
 

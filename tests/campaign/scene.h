@@ -163,6 +163,7 @@ struct Scene {
   std::string path;
   sim::VirtualTimeScheduler& scheduler = diary.scheduler;
   Ledger& ledger = diary.ledger;
+  std::function<void()> onReport{};  // what a completion does besides
 };
 
 }  // namespace kwtsdk::campaign
