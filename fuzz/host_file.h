@@ -12,11 +12,4 @@ inline const testing::TemporaryFolder& hostFolder() {
   return folder;
 }
 
-/// A file in it that holds so many bytes.
-inline std::string hostFile(const std::string& name, std::size_t size) {
-  const std::string path = hostFolder().file(name);
-  testing::writeFile(path, Bytes(size, 3));
-  return path;
-}
-
 }  // namespace kwtsdk::fuzz

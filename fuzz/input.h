@@ -9,6 +9,8 @@
 
 #include <kwtsdk/bytes.h>
 
+#include "tests/support/choices.h"
+
 namespace kwtsdk::fuzz {
 
 /// One input, read as decisions. Behind its end everything is 0, so that every prefix of an input is one.
@@ -34,6 +36,12 @@ class Input {
     return {taken.begin(), taken.end()};
   }
   Bytes rest() { return take(left_.size()); }
+
+  /// The first two bytes are a seed, the others decide as long as there are any.
+  testing::Choices choices() {
+    const std::uint64_t seed = byte() * 256U;
+    return testing::Choices(seed + byte(), &left_);
+  }
   std::string text() {
     const Bytes all = rest();
     return {all.begin(), all.end()};

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "fuzz/input.h"
 
 namespace kwtsdk::fuzz {
@@ -15,6 +17,11 @@ namespace {
 std::vector<const Target*>& targets() {
   static std::vector<const Target*> all;
   return all;
+}
+
+void take(const Target& target, Input input) {
+  target.body(input);
+  require(!::testing::Test::HasFailure(), "what a campaign expects");
 }
 
 }  // namespace
@@ -28,8 +35,7 @@ Target::Target(const char* itsName, void (*itsBody)(Input&)) : name(itsName), bo
 #ifdef KWT_FUZZ_ALONE
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  kwtsdk::fuzz::Input input({data, size});
-  kwtsdk::fuzz::targets().front()->body(input);
+  kwtsdk::fuzz::take(*kwtsdk::fuzz::targets().front(), kwtsdk::fuzz::Input({data, size}));
   return 0;
 }
 
@@ -45,8 +51,7 @@ int main(int count, char** words) {
       const Bytes bytes{std::istreambuf_iterator<char>(in), {}};
       // What fails ends the process.
       std::fprintf(stderr, "repeat with: scripts/fuzz %s %s\n", target->name, file.path().c_str());
-      fuzz::Input input(bytes);
-      target->body(input);
+      fuzz::take(*target, fuzz::Input(bytes));
       ++taken;
     }
   }

@@ -10,8 +10,8 @@ inline bool succeeds(const MaybeError& error) { return !error; }
 /// One thread of a host: a few random operations, each checked against what it has to report.
 class HostThread {
  public:
-  HostThread(Scene& scene, std::size_t number, std::uint64_t seed)
-      : scene_(scene), number_(number), random_(seed) {}
+  HostThread(Scene& scene, std::size_t number, const Choices& choices)
+      : scene_(scene), number_(number), random_(choices) {}
 
   void run();
 
@@ -72,14 +72,15 @@ class HostThread {
   /// A completion of any kind, which `right` judges by what it gets.
   template <class Right>
   auto into(const Shared& report, Right right) {
-    return [&scheduler = scene_.scheduler, report, right](const MaybeError& error, const auto&... value) {
-      report->take(scheduler, error, right(error, value...));
+    return [&scene = scene_, report, right](const MaybeError& error, const auto&... value) {
+      report->take(scene.scheduler, error, right(error, value...));
+      if (scene.onReport) scene.onReport();
     };
   }
 
   Scene& scene_;
   const std::size_t number_;
-  Random random_;
+  Choices random_;
 };
 
 }  // namespace kwtsdk::campaign

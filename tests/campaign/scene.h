@@ -5,13 +5,13 @@
 
 #include <kwtsdk/gatt/peripheral.h>
 
-#include "sim/virtual_time/random.h"
+#include "tests/support/choices.h"
 #include "tests/support/sim_host.h"
 
 namespace kwtsdk::campaign {
 
 using namespace std::literals;
-using sim::Random;
+using testing::Choices;
 
 /// What happened in a scenario that may rightly cost an operation its report: the required behaviour itself
 /// loses a command when a blocking form of another thread ends, the watchdog fires, or the link misbehaves.
@@ -63,8 +63,8 @@ struct Profile {
 /// meet at one instant.
 class DiaryFaults : public sim::FaultPlan {
  public:
-  DiaryFaults(std::uint64_t seed, Trouble trouble, Diary& diary)
-      : random_(seed), trouble_(trouble), diary_(diary) {}
+  DiaryFaults(const Choices& choices, Trouble trouble, Diary& diary)
+      : random_(choices), trouble_(trouble), diary_(diary) {}
 
   sim::FaultAction next(sim::LinkEvent event) override {
     if (trouble_ < Trouble::delays || left_ == 0 || random_.below(12) != 0) return {};
@@ -89,7 +89,7 @@ class DiaryFaults : public sim::FaultPlan {
             .position = random_.below(40)};
   }
 
-  Random random_;
+  Choices random_;
   Trouble trouble_;
   Diary& diary_;
   int left_ = 3;
@@ -100,12 +100,12 @@ class DiaryFaults : public sim::FaultPlan {
 class MeddlingPeripheral : public gatt::ForwardingPeripheral {
  public:
   MeddlingPeripheral(std::shared_ptr<Peripheral> peripheral, Diary& diary, KWTBluetoothHelper& helper,
-                     const Profile& profile, std::uint64_t seed)
+                     const Profile& profile, const Choices& choices)
       : ForwardingPeripheral(std::move(peripheral)),
         diary_(diary),
         helper_(helper),
         clears_(profile.trouble == Trouble::clears),
-        random_(seed) {}
+        random_(choices) {}
 
   void writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& to, WriteType type) override {
     wrap();  // no answer can have come yet
@@ -147,7 +147,7 @@ class MeddlingPeripheral : public gatt::ForwardingPeripheral {
   Diary& diary_;
   KWTBluetoothHelper& helper_;
   const bool clears_;
-  Random random_;
+  Choices random_;
   std::unordered_map<Uuid, bool> on_;
 };
 
@@ -163,6 +163,7 @@ struct Scene {
   std::string path;
   sim::VirtualTimeScheduler& scheduler = diary.scheduler;
   Ledger& ledger = diary.ledger;
+  std::function<void()> onReport{};  // what a completion does besides
 };
 
 }  // namespace kwtsdk::campaign

@@ -9,8 +9,8 @@ inline constexpr Duration kQueryLimit = 30s, kListLimit = 2min;
 /// One thread of a host: random operations with random limits, each followed to its end.
 class Host {
  public:
-  Host(Scene& scene, std::shared_ptr<Session> session, std::uint64_t seed)
-      : scene_(scene), session_(std::move(session)), random_(seed) {}
+  Host(Scene& scene, std::shared_ptr<Session> session, const Choices& choices)
+      : scene_(scene), session_(std::move(session)), random_(choices) {}
 
   void run();
 
@@ -49,7 +49,7 @@ class Host {
 
   Scene& scene_;
   std::shared_ptr<Session> session_;
-  Random random_;
+  Choices random_;
 };
 
 template <class T>

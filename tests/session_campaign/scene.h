@@ -7,8 +7,8 @@
 
 #include <kwtsdk/sim/seeded_faults.h>
 
-#include "sim/virtual_time/random.h"
 #include "tests/session/session_host.h"
+#include "tests/support/choices.h"
 
 namespace kwtsdk::session_campaign {
 
@@ -19,7 +19,7 @@ using session::Limits;
 using session::Operation;
 using session::Result;
 using session::Session;
-using sim::Random;
+using testing::Choices;
 
 struct Profile {
   const char* name;
@@ -39,8 +39,8 @@ struct Diary {
 /// limit meet at one instant.
 class NotedFaults : public sim::FaultPlan {
  public:
-  NotedFaults(std::uint64_t seed, const Profile& profile, Diary& diary)
-      : seeded_(seed, profile.rates), random_(seed + 1), diary_(diary) {
+  NotedFaults(const Profile& profile, const Choices& choices, Diary& diary)
+      : seeded_(choices.seed(), profile.rates), random_(choices.with(choices.seed() + 1)), diary_(diary) {
     static constexpr std::array<std::uint64_t, 4> kRarities{6, 40, 200, 1000};
     rarity_ = kRarities.at(random_.below(kRarities.size()));
     left_ = 1 + random_.below(12);
@@ -73,7 +73,7 @@ class NotedFaults : public sim::FaultPlan {
 
  private:
   sim::SeededFaults seeded_;
-  Random random_;
+  Choices random_;
   Diary& diary_;
   std::uint64_t rarity_ = 0, left_ = 0;
   std::array<std::optional<Duration>, 7> last_{};
@@ -103,7 +103,7 @@ struct Moment {
 /// What the host threads of one scenario share.
 struct Scene : testing::RecorderScene {
   Scene(const std::shared_ptr<sim::VirtualTimeScheduler>& virtualTime, const std::string& folder,
-        const Profile& chosen, Diary& kept);
+        const Profile& chosen, const Choices& choices, Diary& kept);
 
   bool past(const std::function<bool(const Moment&)>& was, Duration since) const;
   void remember();
@@ -112,7 +112,8 @@ struct Scene : testing::RecorderScene {
   void checkLost() const;
 
   /// Nothing that can change a byte or a number happened since then.
-  bool undamaged(Duration since) const { return !faults->since(sim::Fault::corrupt, since); }
+  bool undamaged(Duration since) const { return !isHostile && !faults->since(sim::Fault::corrupt, since); }
+  bool linkTrouble() const { return isHostile || cut || faults->any(); }
 
   Diary& diary;
   std::shared_ptr<NotedFaults> faults;
@@ -125,8 +126,9 @@ struct Scene : testing::RecorderScene {
   std::shared_ptr<Semaphore> endings;
   unsigned awaited = 0;  // signals of `endings`
   std::optional<Duration> closed;
-  bool cut = false;    // the link, by the host
-  bool letGo = false;  // of the session, by one of the hosts
+  bool cut = false;        // the link, by the host
+  bool letGo = false;      // of the session, by one of the hosts
+  bool isHostile = false;  // bytes that no recorder sends, a disk that fails: what was checked is right
   unsigned files = 0, recordings = 0;
 
  private:

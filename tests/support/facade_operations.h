@@ -24,33 +24,29 @@ struct AnyCompletion {
 
 struct CompletionForm {
   const char* name;
-  bool isAlwaysReported;  // also when the recorder is silent
   std::function<void(KWTBluetoothHelper&, const AnyCompletion&, const std::string& file, std::int64_t number)>
       begin;
 };
 
-/// Each that a host calls alone; the steps of an update are not among them. The inputs of fuzz/corpus/facade
-/// mean them by their place.
+/// Each that a host calls alone; the steps of an update are not among them.
 inline const std::vector<CompletionForm>& completionForms() {
   const auto noProgress = [](auto...) {};
   static const std::vector<CompletionForm> all{
-      {"power", false, [](auto& helper, auto& end, auto&, auto) { helper.getPower(end); }},
-      {"version", false, [](auto& helper, auto& end, auto&, auto) { helper.getFirmwareVersion(end); }},
-      {"capacity", false, [](auto& helper, auto& end, auto&, auto) { helper.getCapacity(end); }},
-      {"count", false, [](auto& helper, auto& end, auto&, auto) { helper.getFileNumAndFirstId(end); }},
-      {"info", false, [](auto& helper, auto& end, auto&, auto id) { helper.getFileInfo(id, end); }},
-      {"list", true, [](auto& helper, auto& end, auto&, auto) { helper.getFlashFileList(end); }},
-      {"download", false,
-       [=](auto& helper, auto& end, auto& file, auto) {
-         helper.downloadFirstFlashFile(file, noProgress, end);
-       }},
-      {"notice", false, [](auto& helper, auto& end, auto&, auto) { helper.notifyDownloadSuccess(end); }},
-      {"deletion", false, [](auto& helper, auto& end, auto&, auto id) { helper.deleteFile(id, end); }},
-      {"remove", false, [](auto& helper, auto& end, auto&, auto) { helper.deleteFirstFlashFile(end); }},
-      {"record", false,
+      {"power", [](auto& helper, auto& end, auto&, auto) { helper.getPower(end); }},
+      {"version", [](auto& helper, auto& end, auto&, auto) { helper.getFirmwareVersion(end); }},
+      {"capacity", [](auto& helper, auto& end, auto&, auto) { helper.getCapacity(end); }},
+      {"count", [](auto& helper, auto& end, auto&, auto) { helper.getFileNumAndFirstId(end); }},
+      {"info", [](auto& helper, auto& end, auto&, auto id) { helper.getFileInfo(id, end); }},
+      {"list", [](auto& helper, auto& end, auto&, auto) { helper.getFlashFileList(end); }},
+      {"download", [=](auto& helper, auto& end, auto& file,
+                       auto) { helper.downloadFirstFlashFile(file, noProgress, end); }},
+      {"notice", [](auto& helper, auto& end, auto&, auto) { helper.notifyDownloadSuccess(end); }},
+      {"deletion", [](auto& helper, auto& end, auto&, auto id) { helper.deleteFile(id, end); }},
+      {"remove", [](auto& helper, auto& end, auto&, auto) { helper.deleteFirstFlashFile(end); }},
+      {"record",
        [](auto& helper, auto& end, auto& file, auto type) { helper.startRecordWithType(type, file, end); }},
-      {"stop", false, [](auto& helper, auto& end, auto&, auto) { helper.stopRecord(end); }},
-      {"update", true,
+      {"stop", [](auto& helper, auto& end, auto&, auto) { helper.stopRecord(end); }},
+      {"update",
        [=](auto& helper, auto& end, auto& file, auto) { helper.updateFirmware(file, noProgress, end); }},
   };
   return all;
