@@ -46,7 +46,7 @@ Client::Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const st
       woken_(scheduler->semaphore("kwt.bluez.wait")),
       device_(device),
       objects_(device),
-      bus_(scheduler, {[this](sdbus::Message& signal) { onSignal(signal); },
+      bus_(scheduler, {[this](sd_bus_message* signal) { onSignal(signal); },
                        [this] { end("bluetoothd ended"); }, [this] { end("the system bus ended"); }}) {}
 
 void Client::prepare(Wait& wait) {
@@ -87,9 +87,9 @@ void Client::refresh(const std::string& path, const char* interface) {
 }
 
 // Whoever listens cannot do anything about a signal that is not what it should be; BlueZ's own are.
-void Client::onSignal(sdbus::Message& signal) {
+void Client::onSignal(sd_bus_message* signal) {
   try {
-    const std::string member = signal.getMemberName();
+    const std::string_view member = sd_bus_message_get_member(signal);
     if (member == "PropertiesChanged") return readProperties(signal);
     if (member != "InterfacesAdded" && member != "InterfacesRemoved") return;
     Reader reader(signal);
@@ -104,8 +104,8 @@ void Client::onSignal(sdbus::Message& signal) {
   }
 }
 
-void Client::readProperties(sdbus::Message& signal) {
-  const std::string path = signal.getPath();
+void Client::readProperties(sd_bus_message* signal) {
+  const std::string path = sd_bus_message_get_path(signal);
   Reader reader(signal);
   const std::string interface(reader.text());
   {

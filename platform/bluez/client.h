@@ -89,8 +89,8 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   void send(const Bus::Method& method, const Bus::Arguments& arguments, Bus::Answer onAnswer);
   void finish(std::uint64_t number, const MaybeError& error);
   void endLate();
-  void onSignal(sdbus::Message& signal);
-  void readProperties(sdbus::Message& signal);
+  void onSignal(sd_bus_message* signal);
+  void readProperties(sd_bus_message* signal);
   void readValue(Reader& reader, const std::string& path) const;
   void end(const char* reason);
   void changed();

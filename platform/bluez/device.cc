@@ -103,6 +103,10 @@ MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
 /// two pieces of work, the second for onDisconnect. A host whose event waits for this does not get further
 /// than the limit.
 void DeviceCore::awaitEvents() {
+  {
+    const internal::MutexLock lock(mutex_);
+    if (attempt_ == 0) return;  // there was none
+  }
   const auto told = scheduler_->semaphore("kwt.bluez.told");
   for (int i = 0; i < 2; ++i) {
     loop_.post([told] { told->signal(); });
