@@ -18,7 +18,7 @@ class Opening {
  public:
   using Connection = std::shared_ptr<sdbus::IConnection>;
 
-  static Connection run(Scheduler& scheduler) {
+  static Connection run(Scheduler& scheduler, const std::function<void()>& meanwhile) {
     const auto opening = std::make_shared<Opening>(scheduler);
     {
       // Also held here until it has taken the work, at whose end it may go.
@@ -28,6 +28,7 @@ class Opening {
         opening->done_->signal();
       });
     }
+    meanwhile();
     if (!opening->done_->wait(kOpeningLimit))
       throw BluezError(Problem::busFailure, "it did not answer within 10 s");
     const internal::MutexLock lock(opening->mutex_);
@@ -63,8 +64,8 @@ class Opening {
 
 // What is listened to is sent ahead of everything that is asked, so that nothing falls between an answer and
 // what changes after it.
-Bus::Bus(const std::shared_ptr<Scheduler>& scheduler, Events events)
-    : events_(std::move(events)), connection_(Opening::run(*scheduler)) {
+Bus::Bus(const std::shared_ptr<Scheduler>& scheduler, const std::function<void()>& meanwhile, Events events)
+    : events_(std::move(events)), connection_(Opening::run(*scheduler, meanwhile)) {
   auto unsent = newCall(proxyAt("/"), "org.freedesktop.DBus.Peer", "Ping");
   sd_bus* const bus = sd_bus_message_get_bus(rawOf(unsent));
   const std::string signals = "type='signal',sender=";

@@ -28,8 +28,8 @@ class Bus {
     std::function<void()> onBusEnd;
   };
 
-  /// Throws BluezError; also when the bus does not answer in time.
-  Bus(const std::shared_ptr<Scheduler>& scheduler, Events events);
+  /// Throws BluezError; also when the bus does not answer in time. `meanwhile` is done while it is opened.
+  Bus(const std::shared_ptr<Scheduler>& scheduler, const std::function<void()>& meanwhile, Events events);
 
   /// Calls without an answer get none. Not while process() runs.
   ~Bus();
