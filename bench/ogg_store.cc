@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <span>
 
-#include "tests/session/ogg_sample.h"
+#include "tests/session/stored_recording.h"
 
 namespace kwtsdk::bench {
 namespace {

@@ -35,6 +35,7 @@ class Recording : public Listener {
     const auto started = recorder_.persist([this] { return start(); });
     if (!started) return started.error();
     auto failure = follow();
+    if (!failure) failure = fileFailure_;  // of sound that came with the end, or behind the stop
     recorder_.endShield();
     // Without an end that is known it may record on, and only the link's end ends that.
     if (!end_ || recorder_.isLinkDistrusted()) recorder_.endLink();

@@ -48,9 +48,7 @@ TEST(BluezConnection, AWriteWaitsForItsSubscriptionWhichIsKept) {
   host.device->peripheral()->writeValue({1}, host.characteristic("CA2A"), WriteType::withResponse);
   for (int i = 0; i < 2; ++i) EXPECT_TRUE(host.journal->await("didWrite ok"));
   EXPECT_EQ(std::ranges::count(host.happened(), "didUpdate"), 0);
-  host.setNotify(true);
-  host.write();
-  EXPECT_TRUE(host.journal->await("didUpdate"));
+  host.ask();
   EXPECT_EQ(host.happened(), round);
   host.device->disconnect();
   EXPECT_TRUE(host.journal->await("onDisconnect"));
@@ -120,9 +118,7 @@ TEST(BluezConnection, RefusalsKeepTheirNames) {
       host.write();
       EXPECT_TRUE(host.journal->await("didWrite org.bluez.Error." + error)) << method;
       host.bluez.obey("release " + method);
-      host.setNotify(true);
-      host.write();
-      EXPECT_TRUE(host.journal->await("didUpdate"));
+      host.ask();
       host.device->disconnect();
       EXPECT_TRUE(host.journal->await("onDisconnect"));
     }
@@ -133,9 +129,7 @@ TEST(BluezConnection, RefusalsKeepTheirNames) {
 TEST(BluezConnection, OneThatIsThereIsEndedFirst) {
   Host host;
   ASSERT_EQ(nameOf(host.device->connect()), "ok");
-  host.setNotify(true);
-  host.write();
-  EXPECT_TRUE(host.journal->await("didUpdate"));
+  host.ask();
   host.journal->take();
   const auto next = Device::create(host.scheduler, kRecorderAddress);
   ASSERT_EQ(nameOf(next->connect()), "ok");

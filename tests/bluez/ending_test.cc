@@ -12,9 +12,7 @@ TEST(BluezLoss, FailsWhatIsQueuedAndIsFollowedByAnotherConnection) {
   for (const auto& [loss, repair] : cases) {
     SCOPED_TRACE(loss);
     ASSERT_EQ(nameOf(host.device->connect()), "ok");
-    host.setNotify(true);
-    host.write();
-    EXPECT_TRUE(host.journal->await("didUpdate"));
+    host.ask();
     host.bluez.obey("hold WriteValue");
     host.journal->take();
     for (int i = 0; i < 3; ++i) host.write();

@@ -15,8 +15,6 @@ using bluez::ConnectStep;
 using bluez::Device;
 using bluez::Problem;
 
-using Lines = std::vector<std::string>;
-
 inline std::string nameOf(const MaybeError& error) {
   if (!error) return "ok";
   return error->domain() == bluez::kDomain ? "problem " + std::to_string(error->code()) : error->domain();
@@ -61,6 +59,11 @@ struct Host {
     std::erase_if(lines, [](const std::string& line) { return line.starts_with("notified"); });
     return lines;
   }
+  void ask() {
+    setNotify(true);
+    write();
+    EXPECT_TRUE(journal->await("didUpdate"));
+  }
   void setNotify(bool on) { device->peripheral()->setNotifyValue(on, characteristic("C92A")); }
 
   PrivateBus bus;
@@ -70,8 +73,6 @@ struct Host {
       std::make_shared<sim::RecorderModel>(std::make_shared<sim::MemoryStore>());
   FakeBluez bluez{*scheduler, sim::SimulatedLink::create(scheduler, model), journal};
   std::shared_ptr<Device> device = Device::create(scheduler, "aa:bb:cc:dd:ee:ff");
-  std::shared_ptr<KWTBluetoothHelper> helper = KWTBluetoothHelper::create(
-      {scheduler, std::make_shared<NotedSettings>(), nullptr, std::make_shared<LineLog>()});
   std::shared_ptr<SerialQueue> other = scheduler->serialQueue("other");
 };
 

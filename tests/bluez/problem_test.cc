@@ -1,5 +1,7 @@
+#include <atomic>
+
 #include "tests/bluez/host.h"
-#include "tests/bluez/moved_scheduler.h"
+#include "tests/support/forwarding_scheduler.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -62,6 +64,33 @@ TEST(BluezProblems, OfArguments) {
   const auto end = [&](auto) { host.device = nullptr; };
   EXPECT_EQ(nameOf(host.device->connect({.onStep = end})), nameOf(Problem::cancelled));
 }
+
+/// Real threads, and a clock that the test moves. One that is hasty waits a thousandth of the time for the
+/// bus to open.
+class MovedScheduler : public ForwardingScheduler {
+ public:
+  explicit MovedScheduler(bool isHasty = false) : ForwardingScheduler(threadScheduler()), isHasty_(isHasty) {}
+
+  void move(Duration by) { moved_ = moved_.load() + by; }
+
+  Duration now() const override { return ForwardingScheduler::now() + moved_.load(); }
+  std::shared_ptr<Semaphore> semaphore(const std::string& name) override {
+    auto real = ForwardingScheduler::semaphore(name);
+    if (isHasty_ && name == "kwt.bluez.open") return std::make_shared<Hasty>(std::move(real));
+    return real;
+  }
+
+ private:
+  struct Hasty : Semaphore {
+    explicit Hasty(std::shared_ptr<Semaphore> its) : real(std::move(its)) {}
+    void signal() override { real->signal(); }
+    bool wait(std::optional<Duration> timeout) override { return real->wait(*timeout / 1000); }
+    const std::shared_ptr<Semaphore> real;
+  };
+
+  const bool isHasty_;
+  std::atomic<Duration> moved_ = Duration::zero();
+};
 
 TEST(BluezProblems, OfTheBus) {
   const auto check = [](const Host& host, Problem problem) {

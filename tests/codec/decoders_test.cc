@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "tests/support/sim_host.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/time_zone.h"
 #include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
@@ -12,11 +11,6 @@ namespace {
 // A file info reply with the given fields, the bytes nobody reads set to EE.
 std::string infoReply(const std::string& presence, const std::string& blocks, const std::string& time) {
   return "02822400" + presence + "eeee" + blocks + std::string(32, 'e') + time + "07" + "eeeeeeeeee";
-}
-
-void setZone(const char* zone) {
-  ::setenv("TZ", zone, 1);
-  ::tzset();
 }
 
 TEST(Decoders, ReadTheirFieldsAndNothingElse) {
@@ -66,21 +60,21 @@ TEST(Decoders, ReadTheirFieldsAndNothingElse) {
 TEST(Decoders, CheckTheRepliesThatHaveAPattern) {
   const std::string zeros(36, '0'), rest(22, '0'), status = "99ec" + zeros + "03" + rest,
                                                    begun = "8142455354" + std::string(11, '0');
-  // 9101 is the partition selection's answer, under the number of the preparation's.
-  const std::tuple<std::int64_t, std::string, bool> cases[]{{1, status, true},
-                                                            {1, status.substr(0, 62), false},
-                                                            {1, "99ec" + zeros + "04" + rest, false},
-                                                            {11, "9801", true},
-                                                            {11, "980", false},
-                                                            {11, "9101", false},
-                                                            {13, begun + "0", true},
-                                                            {13, begun, false},
-                                                            {14, "8700", true},
-                                                            {16, "8401", false},
-                                                            {17, "8401", true},
-                                                            {19, "", true}};
-  for (const auto& [type, reply, valid] : cases)
-    EXPECT_EQ(KWTCmdResponse::responseWithCmdType(type, nullptr).isValidResponse(reply), valid) << reply;
+  // Those that are right and those that are not. 9101 is the partition selection's answer, under the number
+  // of the preparation's.
+  const std::tuple<std::int64_t, Lines, Lines> cases[]{
+      {1, {status}, {status.substr(0, 62), "99ec" + zeros + "04" + rest}},
+      {11, {"9801"}, {"980", "9101"}},
+      {13, {begun + "0"}, {begun}},
+      {14, {"8700"}, {}},
+      {16, {}, {"8401"}},
+      {17, {"8401"}, {}},
+      {19, {""}, {}}};
+  for (const auto& [type, right, wrong] : cases) {
+    const auto response = KWTCmdResponse::responseWithCmdType(type, nullptr);
+    for (const std::string& reply : right) EXPECT_TRUE(response.isValidResponse(reply)) << reply;
+    for (const std::string& reply : wrong) EXPECT_FALSE(response.isValidResponse(reply)) << reply;
+  }
 }
 
 TEST(Records, FileInfo) {
@@ -112,7 +106,7 @@ TEST(Records, DatesAreLocalStandardTime) {
   EXPECT_EQ(at("2023-2-31 0:0:0"), at("2023-3-3 0:0:0"));
   EXPECT_EQ(at("2023-13-1 0:0:0"), std::nullopt);
   const auto summer = at("2024-7-1 12:0:0");
-  setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+  setZone(kBerlin);
   EXPECT_EQ(at("2024-7-1 12:0:0"), *summer - std::chrono::hours(1));  // daylight saving would make it two
   setZone("UTC");
   EXPECT_EQ(KWTFileTime::fileTimeWithYear(256 + 24, 5, 17, 9, 30, 0).year(), 24);

@@ -85,14 +85,13 @@ class SimulatedLinkTest(ExampleTest):
 
 @unittest.skipUnless("harvest" in PROGRAMS, "no adapter for BlueZ")
 class BluezTest(ExampleTest):
-    def test_harvest(self):
-        station = Recorder(self, BROKEN, over_bluez=True)
-        station.check_saved(self.finish(station.start("harvest", station.home)))
-
-    def test_memo(self):
-        """Two, since each takes ten seconds: one whose link is lost, one that is whole."""
-        broken, whole = (Recorder(self, script, over_bluez=True) for script in ("notification 200 disconnect", ""))
+    def test_harvest_and_memo(self):
+        """Beside one another, since each waits for ten seconds: memo with a link that is lost, and one that is not."""
+        station, broken, whole = (Recorder(self, script, over_bluez=True)
+                                  for script in (BROKEN, "notification 200 disconnect", ""))
+        harvest = station.start("harvest", station.home)
         memos = [(station, station.start("memo", "memo.rec")) for station in (broken, whole)]
+        station.check_saved(self.finish(harvest))
         for station, process in memos:
             with self.subTest(whole=station is whole):
                 output = self.finish(process, 0 if station is whole else 1)

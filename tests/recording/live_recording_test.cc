@@ -130,27 +130,24 @@ TEST(LiveRecording, StopEndsTheFileAndWaitsForItsOwnReply) {
 // Packets that wait for the recording queue when the host stops or starts again; the seed decides how far
 // they get before.
 TEST(LiveRecording, LatePacketsCompleteNoNewerCommand) {
-  for (std::uint64_t seed = 1; seed <= 160; ++seed) {
+  playSeeds<Recording>(160, [](Recording& r, auto seed) {
     const bool again = seed % 2 == 0;
     const char* late = std::array{kAudio, kEnded, "", "1280040000105400"}.at(seed / 2 % 4);
-    const auto body = [&](Recording& r) {
-      r.start();
-      r.packet(kStarted);
-      r.notify(r.fileNotify, late);
-      Outcome& second = again ? r.started : r.stopped;
-      second.calls = 0;
-      if (again) r.helper->startRecordWithType(1, r.path, second.completion());
-      if (!again) r.helper->stopRecord(second.completion());
-      r.scheduler.sleep(1ms);
-      EXPECT_TRUE(second.calls == 0 && r.pending()) << "seed " << seed << ", packet " << late;
-      EXPECT_EQ(r.routed(), again) << "seed " << seed << ", packet " << late;
-      EXPECT_NE(r.lastCall(), "off 9E07");
-      r.acknowledge(r.fileWrite);
-      r.packet(again ? kStarted : "0080010000");
-      EXPECT_EQ(second.text() + shown(second.calls), "ok1");
-    };
-    play<Recording>(body, seed);
-  }
+    r.start();
+    r.packet(kStarted);
+    r.notify(r.fileNotify, late);
+    Outcome& second = again ? r.started : r.stopped;
+    second.calls = 0;
+    if (again) r.helper->startRecordWithType(1, r.path, second.completion());
+    if (!again) r.helper->stopRecord(second.completion());
+    r.scheduler.sleep(1ms);
+    EXPECT_TRUE(second.calls == 0 && r.pending()) << "seed " << seed << ", packet " << late;
+    EXPECT_EQ(r.routed(), again) << "seed " << seed << ", packet " << late;
+    EXPECT_NE(r.lastCall(), "off 9E07");
+    r.acknowledge(r.fileWrite);
+    r.packet(again ? kStarted : "0080010000");
+    EXPECT_EQ(second.text() + shown(second.calls), "ok1");
+  });
 }
 
 TEST(LiveRecording, FailuresReachTheCaller) {
@@ -233,11 +230,8 @@ TEST(Conversion, HandsBothPathsToTheConverter) {
   const auto helper = KWTBluetoothHelper::create({nullptr, nullptr, converter, log});
   const std::string mp3 = "mp3 24 in out", wav = "wav in out";
   const std::tuple<int, std::int64_t, std::string, bool> cases[]{{0, OpusConvertTypeMp3, mp3, true},
-                                                                 {0, OpusConvertTypeWav, wav, true},
                                                                  {0, 2, mp3, true},
-                                                                 {0, -1, mp3, true},
                                                                  {1, OpusConvertTypeWav, wav, true},
-                                                                 {-1, OpusConvertTypeWav, wav, false},
                                                                  {-1, OpusConvertTypeMp3, mp3, false},
                                                                  {7, OpusConvertTypeWav, wav, false}};
   for (const auto& [status, type, call, converts] : cases) {

@@ -56,6 +56,18 @@ std::shared_ptr<T> spared(const std::shared_ptr<T>& real) {
           }};
 }
 
+/// What is called through it takes nothing that counts.
+template <class T>
+class Sparing {
+ public:
+  explicit Sparing(const std::shared_ptr<T>& real) : real_(real.get()) {}
+  T* operator->() const { return real_; }
+
+ private:
+  const Counting spares_{false};
+  T* const real_;
+};
+
 class ScarceQueue : public SerialQueue {
  public:
   explicit ScarceQueue(const std::shared_ptr<SerialQueue>& real) : real_(spared(real)) {}
@@ -63,8 +75,7 @@ class ScarceQueue : public SerialQueue {
     takeMemory();
     if (!hasThread_) takeThread();
     hasThread_ = true;
-    const Counting spares(false);
-    real_->async(counted(std::move(work)));
+    Sparing(real_)->async(counted(std::move(work)));
   }
 
  private:
@@ -75,14 +86,8 @@ class ScarceQueue : public SerialQueue {
 class ScarceSemaphore : public Semaphore {
  public:
   explicit ScarceSemaphore(std::shared_ptr<Semaphore> real) : real_(std::move(real)) {}
-  void signal() override {
-    const Counting spares(false);
-    real_->signal();
-  }
-  bool wait(std::optional<Duration> timeout) override {
-    const Counting spares(false);
-    return real_->wait(timeout);
-  }
+  void signal() override { Sparing(real_)->signal(); }
+  bool wait(std::optional<Duration> timeout) override { return Sparing(real_)->wait(timeout); }
 
  private:
   const std::shared_ptr<Semaphore> real_;
@@ -91,18 +96,9 @@ class ScarceSemaphore : public Semaphore {
 class ScarceLock : public RecursiveLock {
  public:
   explicit ScarceLock(std::shared_ptr<RecursiveLock> real) : real_(std::move(real)) {}
-  void lock() override {
-    const Counting spares(false);
-    real_->lock();
-  }
-  bool try_lock() override {
-    const Counting spares(false);
-    return real_->try_lock();
-  }
-  void unlock() override {
-    const Counting spares(false);
-    real_->unlock();
-  }
+  void lock() override { Sparing(real_)->lock(); }
+  bool try_lock() override { return Sparing(real_)->try_lock(); }
+  void unlock() override { Sparing(real_)->unlock(); }
 
  private:
   const std::shared_ptr<RecursiveLock> real_;
@@ -128,14 +124,8 @@ class ScarceScheduler : public Scheduler {
     const Counting spares(false);
     return spared(real_->repeatingTimer(first, interval, leeway, counted(std::move(onFire))));
   }
-  void sleep(Duration duration) override {
-    const Counting spares(false);
-    real_->sleep(duration);
-  }
-  Duration now() const override {
-    const Counting spares(false);
-    return real_->now();
-  }
+  void sleep(Duration duration) override { Sparing(real_)->sleep(duration); }
+  Duration now() const override { return Sparing(real_)->now(); }
 
  private:
   template <class T, class Make>

@@ -11,14 +11,6 @@ session::Operation<session::Saved> download(SessionScene& scene, const Limits& l
   return scene.session->download(scene.file("a"), {}, limits);
 }
 
-/// Downloads until a lost packet's link ends it, which leaves a part.
-void cutShort(SessionScene& scene, std::uint64_t packet) {
-  scene.faults.add(LinkEvent::notification, scene.faults.count(LinkEvent::notification) + packet,
-                   {Fault::disconnect, {}});
-  EXPECT_EQ(codeOf(download(scene, Limits().reconnects(0)).wait()), Errc::linkLost);
-  EXPECT_FALSE(std::filesystem::exists(scene.file("a")));
-}
-
 // ---- Healing ----
 
 /// Faults of one download and the packets that they befall, counted from its first notification.
@@ -104,7 +96,8 @@ TEST(SessionDownload, ContinuesInTheNextSessionFromTheLastPageThatChecks) {
     play<SessionScene>([&](SessionScene& scene) {
       SCOPED_TRACE(change);
       scene.store->put(storedRecording(2));
-      cutShort(scene, 500);
+      scene.faults.add(LinkEvent::notification, 500, {Fault::disconnect, {}});
+      EXPECT_EQ(codeOf(download(scene, Limits().reconnects(0)).wait()), Errc::linkLost);
       const std::string part = scene.file("a.part");
       std::string there = contentOf(part);
       if (change == "behind it") there += std::string(5000, 'x');

@@ -25,12 +25,6 @@ struct NamedOperation {
 
 inline const std::vector<NamedOperation>& everyOperation() {
   static const std::vector<NamedOperation> all{
-      {"battery",
-       [](SessionScene& scene, const Limits& limits) {
-         const auto level = scene.session->battery(limits).wait();
-         EXPECT_TRUE(!level || *level == 80 || scene.damaged);
-         return codeOf(level);
-       }},
       {"status",
        [](SessionScene& scene, const Limits& limits) {
          const auto status = scene.session->status(limits).wait();

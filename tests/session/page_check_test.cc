@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/session/ogg_sample.h"
+#include "tests/session/stored_recording.h"
 
 namespace kwtsdk::testing {
 namespace {

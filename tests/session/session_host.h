@@ -225,26 +225,6 @@ struct SessionScene : private TemporaryFolder, RecorderScene {
   std::shared_ptr<Session> session;
 };
 
-/// Frames of a host's own, as a function.
-class Frames : public session::Work {
- public:
-  using Body = std::function<Result<session::Done>(session::Transaction&)>;
-  explicit Frames(Body body) : body_(std::move(body)) {}
-  std::string name() const override { return "frames"; }
-  Result<session::Done> run(session::Transaction& recorder) override { return body_(recorder); }
-
- private:
-  const Body body_;
-};
-
-/// The battery's, or what the predicate takes for it.
-inline Result<Bytes> levelOf(
-    session::Transaction& recorder, const std::function<bool(const Bytes&)>& isAnswer =
-                                        [](const Bytes& value) { return value.size() == 32; }) {
-  return recorder.exchange(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"), "CA2A", "C92A",
-                           isAnswer);
-}
-
 /// A link on which things take time.
 struct SlowScene : SessionScene {
   explicit SlowScene(const std::shared_ptr<VirtualTimeScheduler>& virtualTime)

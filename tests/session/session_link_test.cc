@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/session/session_host.h"
-#include "wire/recorder_channel.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -27,48 +26,26 @@ TEST(SessionLink, IsEndedWhenItWasIdleForLongEnough) {
 
 // ---- Frames of a host's own ----
 
-session::Operation<Done> transact(SessionScene& scene, Frames::Body body, const Limits& limits = {}) {
-  return scene.session->transact(std::make_shared<Frames>(std::move(body)), limits);
+struct Frames : session::Work {
+  using Body = std::function<Result<Done>(Transaction&)>;
+  explicit Frames(Body function) : body(std::move(function)) {}
+  std::string name() const override { return "frames"; }
+  Result<Done> run(Transaction& recorder) override { return body(recorder); }
+
+  const Body body;
+};
+
+session::Operation<Done> transact(SessionScene& scene, Frames::Body body) {
+  return scene.session->transact(std::make_shared<Frames>(std::move(body)));
 }
 
-TEST(SessionTransact, HasTheRecorderToItself) {
+TEST(SessionTransact, PausesAsLongAsAskedAndGivesItsOwnResult) {
   play<SessionScene>([](SessionScene& scene) {
-    const auto good = transact(scene, [&](Transaction& recorder) -> Result<Done> {
-      EXPECT_EQ(levelOf(recorder).value().at(24), 80);
-      return recorder.pause(2s);
-    });
-    EXPECT_TRUE(good.wait());
+    EXPECT_TRUE(transact(scene, [](Transaction& recorder) { return recorder.pause(2s); }).wait());
     EXPECT_EQ(scene.now(), 2s);
-    EXPECT_FALSE(transact(scene, [](auto&) -> Result<Done> { throw std::runtime_error("own"); }).wait());
     const auto own =
         transact(scene, [](auto&) -> Result<Done> { return session::Failure(Errc::refused, "own"); });
     EXPECT_EQ(codeOf(own.wait()), Errc::refused);
-
-    scene.onFrame = [](const std::string&) { return false; };
-    const auto unanswered = [](Transaction& recorder) -> Result<Done> { return levelOf(recorder).error(); };
-    Duration begin = scene.now();
-    EXPECT_EQ(codeOf(transact(scene, unanswered, Limits().timeout(3s)).wait()), Errc::timedOut);
-    EXPECT_LE(scene.now() - begin, 3100ms);
-    begin = scene.now();
-    auto pausing = transact(scene, [](Transaction& recorder) { return recorder.pause(1h); });
-    scene.scheduler.sleep(1s);
-    pausing.cancel();
-    EXPECT_EQ(codeOf(pausing.wait()), Errc::cancelled);
-    EXPECT_LE(scene.now() - begin, 1100ms);
-  });
-}
-
-TEST(SessionTransact, AnAnswerComesOnItsOwnCharacteristicAlone) {
-  play<SlowScene>([](SlowScene& scene) {
-    const auto both = transact(scene, [](Transaction& recorder) -> Result<Done> {
-      const auto any = [](const Bytes&) { return true; };
-      const auto started = recorder.exchange(wire::startRecordRequest(0), wire::CHARACTERISTIC_WRITE,
-                                             wire::CHARACTERISTIC_NOTIFY, any);
-      EXPECT_EQ(started.value().size(), 8U);
-      for (int i = 0; i < 9; ++i) EXPECT_EQ(levelOf(recorder, any).value().size(), 32U) << "this is sound";
-      return Done{};
-    });
-    EXPECT_TRUE(both.wait());
   });
 }
 
@@ -82,17 +59,17 @@ TEST(SessionTransact, AnExchangeThatFailedHasNoPartInTheNext) {
     });
     if (!throws) scene.faults.add(LinkEvent::notification, 1, {Fault::delay, 10500ms});
     const auto asking = transact(scene, [&](Transaction& recorder) -> Result<Done> {
-      const auto first = [&] {
-        return levelOf(recorder, [&](const Bytes&) -> bool {
-          return throws ? throw std::runtime_error("of the host") : true;
-        });
+      const auto level = [&](const std::function<bool(const Bytes&)>& isAnswer) {
+        return recorder.exchange(internal::toData("99EC2A02B20A0001000000000000001003A34083DF"), "CA2A",
+                                 "C92A", isAnswer);
       };
       if (throws) {
-        EXPECT_THROW(static_cast<void>(first()), std::runtime_error);
+        const auto isAnswer = [](const Bytes&) -> bool { throw std::runtime_error("of the host"); };
+        EXPECT_THROW(static_cast<void>(level(isAnswer)), std::runtime_error);
       } else {
-        EXPECT_EQ(codeOf(first()), Errc::stalled);
+        EXPECT_EQ(codeOf(level([](const Bytes&) { return true; })), Errc::stalled);
       }
-      EXPECT_EQ(levelOf(recorder).value().back(), 2);
+      EXPECT_EQ(level([](const Bytes&) { return true; }).value().back(), 2);
       return Done{};
     });
     EXPECT_TRUE(asking.wait());

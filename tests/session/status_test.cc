@@ -51,15 +51,12 @@ TEST(SessionQueries, CostOneWriteAndOneNotificationOnceTheLinkIsThere) {
 // ---- Whose answer is it? ----
 
 TEST(SessionMatching, AnAnswerThatComesTwiceIsNotTheValueOfTheNextQueryOfItsKind) {
-  for (std::uint64_t seed = 1; seed < 100; ++seed) {
-    const auto body = [seed](SessionScene& scene) {
-      scene.faults.add(seed % 2 == 0 ? LinkEvent::write : LinkEvent::notification, 1, {Fault::duplicate, {}});
-      scene.session->battery().wait().value();
-      scene.model->setBatteryLevel(20);
-      EXPECT_EQ(scene.session->battery().wait().value_or(0), 20U) << "seed " << seed;
-    };
-    play<SessionScene>(body, seed);
-  }
+  playSeeds<SessionScene>(100, [](SessionScene& scene, auto seed) {
+    scene.faults.add(seed % 2 == 0 ? LinkEvent::write : LinkEvent::notification, 1, {Fault::duplicate, {}});
+    scene.session->battery().wait().value();
+    scene.model->setBatteryLevel(20);
+    EXPECT_EQ(scene.session->battery().wait().value_or(0), 20U) << "seed " << seed;
+  });
 }
 
 TEST(SessionMatching, AnotherFramesAcknowledgementIsNotItsOwn) {
@@ -143,23 +140,6 @@ TEST(SessionTrouble, ALinkThatCannotBeMadeOrIsLostAtOnceIsTriedAsOftenAsAsked) {
       EXPECT_LE(scene.now(), 60s);
     });
   }
-}
-
-TEST(SessionTrouble, WhatTheStackSaysIsTheCause) {
-  play<SessionScene>([](SessionScene& scene) {
-    const auto causeOfNone = [&] {
-      const auto level = scene.session->battery(Limits().reconnects(0)).wait();
-      EXPECT_EQ(codeOf(level), Errc::linkFailed);
-      return level ? std::nullopt : level.error().cause();
-    };
-    scene.simLink->disconnect();
-    scene.link->onOpen = [] { return Error("host.bluetooth", 7, {}); };
-    EXPECT_EQ(causeOfNone(), Error("host.bluetooth", 7, {}));
-    scene.link->onOpen = nullptr;
-    scene.faults.add(LinkEvent::write, 1, {Fault::refuse, {}});
-    EXPECT_TRUE(causeOfNone());
-    EXPECT_TRUE(scene.session->battery().wait()) << "the next one is not concerned";
-  });
 }
 
 TEST(SessionTrouble, WhatIsNoRecorderIsNamedSo) {

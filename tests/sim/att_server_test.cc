@@ -22,14 +22,6 @@ const std::map<std::string, std::string> names{{"subscribe", "120b000100"},
                                                {"download", "12080003820c0000000000010000000000000074e8e437"},
                                                {"mtu517", "020502"}};
 
-/// Its words, as PDUs where they are names.
-Pdus wordsOf(const std::string& text) {
-  Pdus all;
-  std::istringstream words(text);
-  for (std::string word; words >> word;) all.push_back(names.contains(word) ? names.at(word) : word);
-  return all;
-}
-
 /// A central's end of a session with a simulated recorder.
 struct Central {
   explicit Central(const std::string& faults = "") {
@@ -58,8 +50,9 @@ struct Central {
   /// The same for several, by name or as hex, and with names for what comes back.
   std::string say(const std::string& pdus) {
     std::string all;
-    for (const auto& pdu : wordsOf(pdus)) {
-      for (const auto& answer : hear(toData(pdu))) {
+    std::istringstream words(pdus);
+    for (std::string word; words >> word;) {
+      for (const auto& answer : hear(toData(names.contains(word) ? names.at(word) : word))) {
         all.append(all.empty() ? "" : " ").append(answer == names.at("counted") ? "counted" : answer);
       }
     }

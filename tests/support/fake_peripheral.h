@@ -36,13 +36,12 @@ class FakePeripheral : public Peripheral {
     calls.push_back((enabled ? "on " : "off ") + of->UUID().toString().substr(4, 4));
     if (onSetNotify) onSetNotify(enabled);
   }
-  std::size_t maximumWriteValueLengthForType(WriteType) const override { return longestWrite; }
+  std::size_t maximumWriteValueLengthForType(WriteType) const override { return 512; }
 
   PeripheralState current = PeripheralState::connected;
   Lines calls;
   std::function<void(const std::shared_ptr<Characteristic>&)> onWrite;
   std::function<void(bool enabled)> onSetNotify;
-  std::size_t longestWrite = 512;
 };
 
 class LineLog : public Log {

@@ -18,7 +18,6 @@ struct PlayedHost : FakeHost {
 
   void answer(const std::shared_ptr<Characteristic>& characteristic) {
     if (++writes == disconnectAt) peripheral->current = PeripheralState::disconnected;
-    if (writes == silentAt) return;
     link->async([this, characteristic, opcode = peripheral->calls.back().substr(6, 2)] {
       acknowledge(characteristic);
       const auto reply = answers.find(opcode);
@@ -29,7 +28,7 @@ struct PlayedHost : FakeHost {
   VirtualTimeScheduler& scheduler;
   std::shared_ptr<SerialQueue> link;
   std::map<std::string, std::string> answers;  // by the first byte of the request
-  int writes = 0, silentAt = 0, disconnectAt = 0;
+  int writes = 0, disconnectAt = 0;
 };
 
 }  // namespace kwtsdk::testing

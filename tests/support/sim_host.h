@@ -169,6 +169,13 @@ void play(const std::function<void(Scene&)>& body, std::uint64_t seed = 1) {
   });
 }
 
+/// The same under each of so many seeds, which `body` is told.
+template <class Scene, class Body>
+void playSeeds(std::uint64_t count, const Body& body) {
+  for (std::uint64_t seed = 1; seed <= count; ++seed)
+    play<Scene>([&](Scene& scene) { body(scene, seed); }, seed);
+}
+
 /// Runs `body` for each case with a `Scene` of its own; what a tuple holds are arguments.
 template <class Scene, class Cases, class Body>
 void playEach(const Cases& cases, const Body& body) {

@@ -50,10 +50,6 @@ class RecordingTest(CommandTest, KwtTestCase):
         elif isKept:
             self.assertGreater(length_of(recorder.home / names[0]), 0.1)
 
-    def on_terminal(self, script=""):
-        recorder = Recorder(self, script=script)
-        return recorder, Terminal(recorder, "record", "-o", "f.rec")
-
     def recorded(self, recorder):
         """The number of packets in the file, which converts."""
         count, rest = packets_in((recorder.home / "f.rec").read_bytes())
@@ -65,7 +61,8 @@ class RecordingTest(CommandTest, KwtTestCase):
         return count
 
     def test_interruption(self):
-        recorder, terminal = self.on_terminal()
+        recorder = Recorder(self)
+        terminal = Terminal(recorder, "record", "-o", "f.rec")
         terminal.wait_for(b"dBFS", 3)
         self.assertRegex(terminal.shown, rb"\r\x1b\[K0:00\.\d  \[#+ *\] +-\d+ dBFS  \d+ bytes")
         terminal.process.send_signal(signal.SIGINT)  # twice, as timeout(1) does
@@ -73,7 +70,8 @@ class RecordingTest(CommandTest, KwtTestCase):
         self.recorded(recorder)
 
     def test_second_interruption(self):
-        recorder, terminal = self.on_terminal("write 3 drop")
+        recorder = Recorder(self, script="write 3 drop")
+        terminal = Terminal(recorder, "record", "-o", "f.rec")
         terminal.wait_for(b"dBFS", 2)
         while terminal.process.poll() is None:
             terminal.process.send_signal(signal.SIGINT)

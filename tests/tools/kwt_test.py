@@ -257,6 +257,7 @@ class KwtTest(CommandTest, KwtTestCase):
             self.assertNotIn("rm", err)
             self.assertEqual((recorder.home / "f").read_bytes(), content)
         (recorder.home / "f").write_bytes(first)
+        (recorder.home / "f.part.id").write_text("of one that was killed behind the rename")
         for _ in range(2):
             result = recorder.run("pull", "-o", "f")
         self.check(result, 1, "exists and is another recording")

@@ -172,10 +172,6 @@ def refused(kind, most):
     return refuse
 
 
-def cut(recorder, command, moments):
-    return run(recorder, command)  # its script says when
-
-
 def fill(recorder, command, moments):
     return run(recorder, command, limit=moments.randrange(command.largest))
 
@@ -196,7 +192,8 @@ def two(recorder, command, moments):
     return first
 
 
-FAULTS = {"kill": signalled(signal.SIGKILL), "cut": cut, "fill": fill, "read": refused("read", 60),
+# Of "cut" the script says when.
+FAULTS = {"kill": signalled(signal.SIGKILL), "cut": signalled(), "fill": fill, "read": refused("read", 60),
           "write": refused("write", 400), "sync": refused("sync", 6), "memory": refused("memory", 20000),
           "thread": refused("thread", 8), "space": limited(resource.RLIMIT_AS, 10 << 20, 120 << 20),
           "descriptors": limited(resource.RLIMIT_NOFILE, 3, 30), "terminate": signalled(signal.SIGTERM),

@@ -118,9 +118,8 @@ class UpdateTest(CommandTest, KwtTestCase):
                 if size is not None:
                     (recorder.home / name).write_bytes(bytes(size))
                 self.check(recorder.run("update", name), 1, f"Cannot install {name}", *words)
-        for begins, word in ((b"RIFF", "WAV"), (b"OggS", "Ogg"), (b"ID3", "MP3"), (b"\x7fELF", "ELF"),
-                             (b"\x89PNG", "PNG"), (b"PK\3\4", "zip"), ("ein längerer Text\n".encode() * 300, "text")):
-            (recorder.home / "f").write_bytes(begins if word == "text" else begins + bytes(SEGMENT))
+        for content, word in ((b"\x89PNG" + bytes(SEGMENT), "PNG"), ("ein längerer Text\n".encode() * 300, "text")):
+            (recorder.home / "f").write_bytes(content)
             self.check(recorder.run("update", "f", "--yes"), 1, "Cannot install f: it is ", word)
 
     def test_interruption(self):
