@@ -78,9 +78,12 @@ MaybeFailure Connection::open(const std::function<bool()>& wanted) {
 }
 
 MaybeFailure Connection::make(const std::function<bool()>& wanted) {
+  isInterrupted_ = false;
   isOpening_ = true;
   auto failure = wanted() ? callOpen() : Failure(Errc::linkFailed, "the link is not wanted any more");
   isOpening_ = false;
+  // It may have been made just before, and is about to end: the next operation must not get that one.
+  if (!failure && isInterrupted_) failure = Failure(Errc::linkFailed, "the link is not wanted any more");
   if (!failure) failure = findChannels();
   if (!failure) {
     MaybeFailure tooSmall;
@@ -195,6 +198,7 @@ std::size_t Connection::longestWrite() const {
 }
 
 void Connection::interruptOpening() {
+  isInterrupted_ = true;
   if (isOpening_) callClose();
 }
 

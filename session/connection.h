@@ -79,7 +79,7 @@ class Connection {
   const std::shared_ptr<Inbox> inbox_;
   const internal::Logger log_;
   const OnChange onChange_;
-  std::atomic<bool> isOpening_{false};
+  std::atomic<bool> isOpening_{false}, isInterrupted_{false};
   std::atomic<LinkState> state_{LinkState::closed};
   bool isOpen_ = false, isFollowed_ = false;
   unsigned endsToCome_ = 0;  // of earlier connections; more than one where each operation makes its own

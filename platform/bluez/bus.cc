@@ -18,16 +18,17 @@ class Opening {
  public:
   using Connection = std::shared_ptr<sdbus::IConnection>;
 
-  static Connection run(Scheduler& scheduler, std::function<void(sdbus::IConnection&)> listen) {
+  static Connection run(Scheduler& scheduler, const std::function<void()>& meanwhile) {
     const auto opening = std::make_shared<Opening>(scheduler);
     {
       // Also held here until it has taken the work, at whose end it may go.
       const auto thread = scheduler.serialQueue("kwt.bluez.open");
-      thread->async([opening, listen = std::move(listen), thread] {
-        opening->open(listen);
+      thread->async([opening, thread] {
+        opening->open();
         opening->done_->signal();
       });
     }
+    meanwhile();
     if (!opening->done_->wait(kOpeningLimit))
       throw BluezError(Problem::busFailure, "it did not answer within 10 s");
     const internal::MutexLock lock(opening->mutex_);
@@ -38,12 +39,11 @@ class Opening {
   explicit Opening(Scheduler& scheduler) : done_(scheduler.semaphore("kwt.bluez.open")) {}
 
  private:
-  void open(const std::function<void(sdbus::IConnection&)>& listen) {
+  void open() {
     Connection connection;
     MaybeError error;
     try {
       connection = sdbus::createSystemBusConnection();
-      listen(*connection);
     } catch (const sdbus::Error& failure) {
       error = openingErrorOf(failure);
     } catch (const std::exception& failure) {
@@ -62,28 +62,39 @@ class Opening {
 
 }  // namespace
 
-Bus::Bus(const std::shared_ptr<Scheduler>& scheduler, Events events)
-    : events_(std::move(events)),
-      connection_(
-          Opening::run(*scheduler, [this](sdbus::IConnection& connection) { listenOn(connection); })) {}
+// What is listened to is sent ahead of everything that is asked, so that nothing falls between an answer and
+// what changes after it.
+Bus::Bus(const std::shared_ptr<Scheduler>& scheduler, const std::function<void()>& meanwhile, Events events)
+    : events_(std::move(events)), connection_(Opening::run(*scheduler, meanwhile)) {
+  auto unsent = newCall(proxyAt("/"), "org.freedesktop.DBus.Peer", "Ping");
+  sd_bus* const bus = sd_bus_message_get_bus(rawOf(unsent));
+  const std::string signals = "type='signal',sender=";
+  listen<&Bus::onSignal>(bus, signals + "'" + kBluezName + "'");
+  listen<&Bus::onOwnerChanged>(
+      bus, signals + "'org.freedesktop.DBus',member='NameOwnerChanged',arg0='" + kBluezName + "'");
+}
 
 Bus::~Bus() = default;
 
-// What is listened to is fixed before anything is asked, so that nothing falls between an answer and what
-// changes after it.
-void Bus::listenOn(sdbus::IConnection& connection) {
-  listen(connection, std::string("type='signal',sender='") + kBluezName + "'",
-         [this](sdbus::Message& signal) { events_.onSignal(signal); });
-  listen(connection,
-         std::string("type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='") +
-             kBluezName + "'",
-         [this](sdbus::Message& signal) { onOwnerChanged(signal); });
+/// Past sdbus-c++, which waits for the bus's answer to each. A bus that refuses ends the connection.
+template <void (Bus::*take)(sd_bus_message*)>
+void Bus::listen(sd_bus* bus, const std::string& match) {
+  const auto pass = [](sd_bus_message* signal, void* its, sd_bus_error*) {
+    auto& self = *static_cast<Bus*>(its);
+    try {
+      (self.*take)(signal);
+    } catch (const std::exception&) {  // which must not pass the D-Bus library
+      self.end();
+    }
+    return 0;
+  };
+  expectGood(sd_bus_add_match_async(bus, nullptr, match.c_str(), pass, nullptr, this));
 }
 
-void Bus::onOwnerChanged(sdbus::Message& signal) {
-  std::string name, oldOwner;
-  signal >> name >> oldOwner;
-  if (!oldOwner.empty()) events_.onServiceEnd();  // else it has just been started, perhaps by a call
+void Bus::onOwnerChanged(sd_bus_message* signal) {
+  Reader reader(signal);
+  reader.text();                                       // the name
+  if (!reader.text().empty()) events_.onServiceEnd();  // else it has just been started, perhaps by a call
 }
 
 void Bus::end() {

@@ -23,13 +23,13 @@ class Bus {
  public:
   /// All on the loop's thread; they must not throw.
   struct Events {
-    OnSignal onSignal;
+    std::function<void(sd_bus_message* signal)> onSignal;
     std::function<void()> onServiceEnd;  // bluetoothd ended, or another took its place
     std::function<void()> onBusEnd;
   };
 
-  /// Throws BluezError; also when the bus does not answer in time.
-  Bus(const std::shared_ptr<Scheduler>& scheduler, Events events);
+  /// Throws BluezError; also when the bus does not answer in time. `meanwhile` is done while it is opened.
+  Bus(const std::shared_ptr<Scheduler>& scheduler, const std::function<void()>& meanwhile, Events events);
 
   /// Calls without an answer get none. Not while process() runs.
   ~Bus();
@@ -59,8 +59,10 @@ class Bus {
  private:
   using Connection = std::shared_ptr<sdbus::IConnection>;
 
-  void listenOn(sdbus::IConnection& connection);
-  void onOwnerChanged(sdbus::Message& signal);
+  template <void (Bus::*take)(sd_bus_message*)>
+  void listen(sd_bus* bus, const std::string& match);
+  void onSignal(sd_bus_message* signal) { events_.onSignal(signal); }
+  void onOwnerChanged(sd_bus_message* signal);
   void end();
   sdbus::IProxy& proxyAt(const std::string& path);
 

@@ -34,6 +34,7 @@ MaybeError outcomeOf(sdbus::MethodReply& reply, const sdbus::Error* error, const
 std::shared_ptr<Client> Client::open(const std::shared_ptr<Scheduler>& scheduler, Loop& loop,
                                      const std::string& device, Events events) {
   std::shared_ptr<Client> client(new Client(scheduler, loop, device, std::move(events)));
+  client->loading_ = client->askForObjects();  // ahead of the loop, which it would have to share the bus with
   loop.add(client);
   return client;
 }
@@ -46,8 +47,9 @@ Client::Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const st
       woken_(scheduler->semaphore("kwt.bluez.wait")),
       device_(device),
       objects_(device),
-      bus_(scheduler, {[this](sdbus::Message& signal) { onSignal(signal); },
-                       [this] { end("bluetoothd ended"); }, [this] { end("the system bus ended"); }}) {}
+      bus_(scheduler, [&loop] { loop.start(); },
+           {[this](sd_bus_message* signal) { onSignal(signal); }, [this] { end("bluetoothd ended"); },
+            [this] { end("the system bus ended"); }}) {}
 
 void Client::prepare(Wait& wait) {
   bus_.prepare(wait);
@@ -61,17 +63,21 @@ void Client::handle(std::span<const pollfd> polled) {
 }
 
 void Client::load() {
-  call({"/", kObjectManager, "GetManagedObjects"}, noArguments, kPrompt, Problem::busFailure,
-       [this](sdbus::MethodReply& reply) {
-         Reader reader(reply);
-         Objects loaded(device_);
-         reader.each("{oa{sa{sv}}}", [&] {
-           const std::string path(reader.path());
-           loaded.add(path, reader);
-         });
-         const internal::MutexLock lock(mutex_);
-         objects_ = std::move(loaded);
-       });
+  const auto loading = loading_ ? std::exchange(loading_, nullptr) : askForObjects();
+  await(*loading, kPrompt, Problem::busFailure);
+}
+
+std::shared_ptr<const Client::Answer> Client::askForObjects() {
+  return ask({"/", kObjectManager, "GetManagedObjects"}, noArguments, [this](sdbus::MethodReply& reply) {
+    Reader reader(reply);
+    Objects loaded(device_);
+    reader.each("{oa{sa{sv}}}", [&] {
+      const std::string path(reader.path());
+      loaded.add(path, reader);
+    });
+    const internal::MutexLock lock(mutex_);
+    objects_ = std::move(loaded);
+  });
 }
 
 void Client::refresh(const std::string& path, const char* interface) {
@@ -87,9 +93,9 @@ void Client::refresh(const std::string& path, const char* interface) {
 }
 
 // Whoever listens cannot do anything about a signal that is not what it should be; BlueZ's own are.
-void Client::onSignal(sdbus::Message& signal) {
+void Client::onSignal(sd_bus_message* signal) {
   try {
-    const std::string member = signal.getMemberName();
+    const std::string_view member = sd_bus_message_get_member(signal);
     if (member == "PropertiesChanged") return readProperties(signal);
     if (member != "InterfacesAdded" && member != "InterfacesRemoved") return;
     Reader reader(signal);
@@ -104,8 +110,8 @@ void Client::onSignal(sdbus::Message& signal) {
   }
 }
 
-void Client::readProperties(sdbus::Message& signal) {
-  const std::string path = signal.getPath();
+void Client::readProperties(sd_bus_message* signal) {
+  const std::string path = sd_bus_message_get_path(signal);
   Reader reader(signal);
   const std::string interface(reader.text());
   {
@@ -183,10 +189,11 @@ bool Client::resume() {
 
 void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,
                   const Read& read) {
-  struct Answer {
-    bool given = false;
-    MaybeError error;
-  };
+  await(*ask(method, arguments, read), timeout, late);
+}
+
+std::shared_ptr<const Client::Answer> Client::ask(const Bus::Method& method, const Bus::Arguments& arguments,
+                                                  const Read& read) {
   const auto answer = std::make_shared<Answer>();
   const auto take = [this, answer, read](sdbus::MethodReply& reply, const sdbus::Error* error) {
     const MaybeError outcome = outcomeOf(reply, error, read);
@@ -197,8 +204,12 @@ void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Du
     wake();
   };
   send(method, arguments, take);
-  if (!waitFor([&](const Objects&) { return answer->given; }, timeout)) throw BluezError(late);
-  if (answer->error) throw BluezError(*answer->error);
+  return answer;
+}
+
+void Client::await(const Answer& answer, Duration timeout, Problem late) {
+  if (!waitFor([&](const Objects&) { return answer.given; }, timeout)) throw BluezError(late);
+  if (answer.error) throw BluezError(*answer.error);
 }
 
 void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Done onDone,

@@ -33,11 +33,12 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
     std::function<void()> onChange;                                     // of objects, or gone()
   };
 
-  /// Opens the bus; `device` is the only one whose objects are looked at, empty: all. Throws BluezError.
+  /// Opens the bus and starts the loop; `device` is the only one whose objects are looked at, empty: all.
+  /// Throws BluezError, or what Loop::start() throws.
   static std::shared_ptr<Client> open(const std::shared_ptr<Scheduler>& scheduler, Loop& loop,
                                       const std::string& device, Events events);
 
-  /// Asks BlueZ for its objects. Throws BluezError.
+  /// Asks BlueZ for its objects; open() has done so the first time. Throws BluezError.
   void load();
 
   /// Asks for the properties of one object. Throws BluezError.
@@ -84,13 +85,22 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
     Done onDone;
   };
 
+  struct Answer {
+    bool given = false;
+    MaybeError error;
+  };
+
   Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const std::string& device, Events events);
 
+  std::shared_ptr<const Answer> ask(const Bus::Method& method, const Bus::Arguments& arguments,
+                                    const Read& read);
+  void await(const Answer& answer, Duration timeout, Problem late);
+  std::shared_ptr<const Answer> askForObjects();
   void send(const Bus::Method& method, const Bus::Arguments& arguments, Bus::Answer onAnswer);
   void finish(std::uint64_t number, const MaybeError& error);
   void endLate();
-  void onSignal(sdbus::Message& signal);
-  void readProperties(sdbus::Message& signal);
+  void onSignal(sd_bus_message* signal);
+  void readProperties(sd_bus_message* signal);
   void readValue(Reader& reader, const std::string& path) const;
   void end(const char* reason);
   void changed();
@@ -101,6 +111,7 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   const Events events_;
   const std::shared_ptr<Semaphore> woken_;
   const std::string device_;
+  std::shared_ptr<const Answer> loading_;  // since open()
   mutable internal::Mutex mutex_;
   Objects objects_ KWT_GUARDED_BY(mutex_);
   MaybeError gone_ KWT_GUARDED_BY(mutex_);

@@ -121,15 +121,23 @@ ConnectedDevice Connector::discover(const std::string& device) {
 }
 
 /// BlueZ announces them, but perhaps only after ServicesResolved: before the next answer. It does not
-/// announce the ATT MTU.
+/// announce the ATT MTU, so that is asked of the first, which may be one that is about to be withdrawn.
 std::vector<Objects::Characteristic> Connector::askForCharacteristics(const std::string& device) {
   const auto known = [&] {
     return client_.look([&](const Objects& objects) { return objects.characteristicsOf(device); });
   };
-  client_.refresh(device, kDevice);
-  if (known().empty()) client_.load();
-  const auto characteristics = known();
-  if (!characteristics.empty()) client_.refresh(characteristics.front().path, kCharacteristic);
+  const auto askForMtu = [&] {
+    const auto characteristics = known();
+    if (!characteristics.empty()) client_.refresh(characteristics.front().path, kCharacteristic);
+    return !characteristics.empty();
+  };
+  bool isTold = false;
+  attempted([&] { isTold = askForMtu(); });
+  if (!isTold) {
+    client_.refresh(device, kDevice);
+    if (known().empty()) client_.load();
+    askForMtu();
+  }
   return known();
 }
 

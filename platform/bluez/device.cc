@@ -76,8 +76,7 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
   if (loop_.isCurrent()) return errorOf(Problem::badArgument, "connect() inside an event");
   const std::unique_lock one(*connecting_);
   if (const auto complaint = complaintAbout(options)) return complaint;
-  if (const auto failure = attempted([this] { loop_.start(); })) return failure;
-  awaitEvents();
+  if (const auto failure = attempted([this] { awaitEvents(); })) return failure;
   auto before = PeripheralState::disconnecting;
   while (before == PeripheralState::disconnecting) {
     if (!awaitDepartures())
@@ -103,6 +102,11 @@ MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
 /// two pieces of work, the second for onDisconnect. A host whose event waits for this does not get further
 /// than the limit.
 void DeviceCore::awaitEvents() {
+  {
+    const internal::MutexLock lock(mutex_);
+    if (attempt_ == 0) return;  // there was none
+  }
+  loop_.start();
   const auto told = scheduler_->semaphore("kwt.bluez.told");
   for (int i = 0; i < 2; ++i) {
     loop_.post([told] { told->signal(); });

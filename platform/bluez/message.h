@@ -33,7 +33,8 @@ inline int expectGood(int result) {
 /// BluezError for another type than is asked for.
 class Reader {
  public:
-  explicit Reader(sdbus::Message& message) : message_(rawOf(message)) {}
+  explicit Reader(sd_bus_message* message) : message_(message) {}
+  explicit Reader(sdbus::Message& message) : Reader(rawOf(message)) {}
 
   std::string_view text() { return basic<const char*>(SD_BUS_TYPE_STRING); }
   std::string_view path() { return basic<const char*>(SD_BUS_TYPE_OBJECT_PATH); }

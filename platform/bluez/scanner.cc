@@ -51,7 +51,6 @@ class Scanner::Impl {
 void Scanner::Impl::listen(Duration time, const ScanFilter& filter, std::vector<FoundDevice>& found) {
   if (time < Duration::zero()) throw BluezError(Problem::badArgument, "a scan of less than no time");
   Loop loop(scheduler_, "kwt.bluez.scan");
-  loop.start();
   const auto client = Client::open(scheduler_, loop, {}, {[](auto&&, auto&&) {}, [] {}});
   announce(client);
   client->load();

@@ -12,17 +12,12 @@
 // What the adapter uses of sdbus-c++ and versions 1 and 2 say differently.
 namespace kwtsdk::bluez {
 
-using OnSignal = std::function<void(sdbus::Message& signal)>;
 using OnReply = std::function<void(sdbus::MethodReply& reply, const sdbus::Error* error)>;
 
 // How long a call may take is the adapter's to say, on the scheduler's clock.
 inline constexpr std::uint64_t kNoLimit = UINT64_MAX;
 
 #if __has_include(<sdbus-c++/VTableItems.h>)  // since 2
-
-inline void listen(sdbus::IConnection& connection, const std::string& match, OnSignal onSignal) {
-  connection.addMatch(match, [onSignal = std::move(onSignal)](sdbus::Message signal) { onSignal(signal); });
-}
 
 inline std::unique_ptr<sdbus::IProxy> proxyOf(sdbus::IConnection& connection, const std::string& service,
                                               const std::string& path) {
@@ -44,10 +39,6 @@ inline void send(sdbus::IProxy& proxy, const sdbus::MethodCall& call, OnReply on
 inline bool processNext(sdbus::IConnection& connection) { return connection.processPendingEvent(); }
 
 #else
-
-inline void listen(sdbus::IConnection& connection, const std::string& match, OnSignal onSignal) {
-  connection.addMatch(match, std::move(onSignal), sdbus::floating_slot);
-}
 
 inline std::unique_ptr<sdbus::IProxy> proxyOf(sdbus::IConnection& connection, const std::string& service,
                                               const std::string& path) {
