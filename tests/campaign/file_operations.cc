@@ -44,12 +44,12 @@ void HostThread::download() {
         << "the download is not the recording";
   }
   std::remove(scene_.path.c_str());
-  if (report->calls == 0 || report->error) startAnew();
+  if (!calm() && (report->calls == 0 || report->error)) startAnew();
 }
 
-// After a download that did not end well: what the recorder still sends must not reach the next one.
+// After what did not end well: what the recorder still sends, a stop's answer too, must not reach the next
+// operation, which any notification completes.
 void HostThread::startAnew() {
-  if (calm()) return;
   ++scene_.ledger.faults;
   scene_.link.disconnect();
   scene_.scheduler.sleep(10s);

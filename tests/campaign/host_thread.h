@@ -60,7 +60,7 @@ class HostThread {
   void checkRecording(std::uint64_t packetsBeforeStop) const;
 
   Shared begin(const char* name);
-  void await(const Shared& report);
+  void await(const Shared& report, Duration patience = 60s);
   void startAnew();
   void checkDownload(const Report& report, int deletionsBefore);
 
