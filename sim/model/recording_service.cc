@@ -5,9 +5,9 @@
 namespace kwtsdk::sim {
 
 std::optional<Bytes> RecordingService::handle(const Bytes& frame) {
-  const bool justEnded = std::exchange(justEndedByDevice_, false);
   const auto command = wire::readRecordingCommand(frame);
-  if (!command) return std::nullopt;
+  if (!command) return std::nullopt;  // a query beside the recording may have crossed the end as well
+  const bool justEnded = std::exchange(justEndedByDevice_, false);
   if (command->orStop && (running_ || justEnded)) {
     stop(frame);
   } else {

@@ -15,7 +15,6 @@ class RecordingService : public Service {
  public:
   explicit RecordingService(DeviceState& device) : device_(device) {}
 
-  /// Must see every frame of the channel, also those of other services.
   std::optional<Bytes> handle(const Bytes& frame) override;
   bool streaming() const override { return !outgoing_.empty(); }
   std::optional<Bytes> nextPacket() override;
