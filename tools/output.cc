@@ -64,9 +64,14 @@ void Output::checkStream() {
   if (!std::cout && streamError_ == 0) streamError_ = errno;
 }
 
-void Output::set(const std::string& key, const Value& value) { object_->fields[key] = jsonOf(value); }
+// Kept for programs alone: an object that has something in it asks for memory when it goes, and ends the
+// program without.
+void Output::set(const std::string& key, const Value& value) {
+  if (style_.json) object_->fields[key] = jsonOf(value);
+}
 
 void Output::setList(const std::string& key, const std::vector<Record>& records) {
+  if (!style_.json) return;
   auto& list = object_->fields[key] = nlohmann::json::array();
   for (const Record& record : records) list.push_back(jsonOf(record));
 }
@@ -86,6 +91,7 @@ void Output::fail(const Failure& failure) {
   if (!failure.hint().empty()) std::cerr << "kwt: " << failure.hint() << '\n';
   if (style_.verbose && !failure.detail().empty())
     std::cerr << "kwt: In its own words: " << failure.detail() << '\n';
+  if (!style_.json) return;
   auto& error = object_->fields["error"] = jsonOf(Record{{"domain", failure.domain()},
                                                          {"code", failure.code()},
                                                          {"text", std::string(failure.what())},
