@@ -6,11 +6,11 @@
 #include <kwtsdk/opus/live_conversion.h>
 #include <kwtsdk/opus/recording_meter.h>
 
-#include "fuzz/host_file.h"
 #include "fuzz/input.h"
 #include "platform/posix/files.h"
 #include "tests/opus/recordings.h"
 #include "tests/scarcity/scarcity.h"
+#include "tests/support/temporary_folder.h"
 
 namespace kwtsdk::fuzz {
 namespace {
@@ -55,18 +55,18 @@ void growing(const testing::TemporaryFolder& folder, const std::string& content,
 }
 
 const Target converterTarget("converter", [](Input& input) {
-  for (const char* name : {"in", "out"}) std::filesystem::remove(hostFolder().file(name));
+  for (const char* name : {"in", "out"}) std::filesystem::remove(testing::sharedFolder().file(name));
   const std::size_t how = input.byte(), piece = 1 + input.byte() * 16U;
   testing::Scarcity memory{.isLasting = input.chance(2)};
   if (input.chance(4)) memory.at = 1U + input.byte();
   const std::string content = input.text();
   if (how % 2 == 0) {
-    testing::writeFile(hostFolder().file("in"), content);
-    whole(hostFolder(), how % 8 == 0 ? opus::Format::mp3 : opus::Format::wav, memory);
+    testing::writeFile(testing::sharedFolder().file("in"), content);
+    whole(testing::sharedFolder(), how % 8 == 0 ? opus::Format::mp3 : opus::Format::wav, memory);
   } else {
     using enum opus::LiveConversion::Format;
     static constexpr std::array kFormats{oggOpus, wav, oggOpus, mp3};
-    growing(hostFolder(), content, piece, kFormats.at(how / 2 % kFormats.size()), memory);
+    growing(testing::sharedFolder(), content, piece, kFormats.at(how / 2 % kFormats.size()), memory);
   }
 });
 

@@ -9,10 +9,10 @@
 #include <kwtsdk/sim/folder_store.h>
 #include <kwtsdk/sim/simulated_recorder.h>
 
-#include "fuzz/host_file.h"
 #include "fuzz/input.h"
 #include "sim/samples/microphones.h"
 #include "tests/scarcity/scarcity.h"
+#include "tests/support/temporary_folder.h"
 
 namespace kwtsdk::fuzz {
 namespace {
@@ -36,7 +36,7 @@ void readOrRefused(Input& input, const Read& read, bool memoryFails = true) {
 }
 
 void settings(Input& input) {
-  const std::string path = hostFolder().file("settings");
+  const std::string path = testing::sharedFolder().file("settings");
   const std::string key = testing::text(input.take(input.below(12)));
   const std::uint64_t value = input.byte();
   readOrRefused(input, [&](const std::string& content) {
@@ -58,8 +58,8 @@ void script(Input& input) {
 
 void microphone(Input& input) {
   readOrRefused(input, [](const std::string& content) {
-    testing::writeFile(hostFolder().file("w"), content);
-    const auto heard = sim::microphoneOf(hostFolder().file("w"));
+    testing::writeFile(testing::sharedFolder().file("w"), content);
+    const auto heard = sim::microphoneOf(testing::sharedFolder().file("w"));
     heard->start();
     for (int i = 0; i < 3; ++i) require(!heard->nextPacket().empty(), "a microphone hears something");
   });
@@ -71,7 +71,7 @@ void folder(Input& input) {
   readOrRefused(
       input,
       [&](const std::string& content) {
-        const fs::path store = hostFolder().file("store");
+        const fs::path store = testing::sharedFolder().file("store");
         fs::create_directories(store / "device");
         testing::writeFile(store / "device" / "first-id", id);
         testing::writeFile(store / "a.opus", content);

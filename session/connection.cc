@@ -80,10 +80,12 @@ MaybeFailure Connection::open(const std::function<bool()>& wanted) {
 MaybeFailure Connection::make(const std::function<bool()>& wanted) {
   isInterrupted_ = false;
   isOpening_ = true;
-  auto failure = wanted() ? callOpen() : Failure(Errc::linkFailed, "the link is not wanted any more");
+  const bool isWanted = wanted();
+  auto failure = isWanted ? callOpen() : std::nullopt;
   isOpening_ = false;
-  // It may have been made just before, and is about to end: the next operation must not get that one.
-  if (!failure && isInterrupted_) failure = Failure(Errc::linkFailed, "the link is not wanted any more");
+  // One that is interrupted may have been made just before, and ends: the next operation must not get it.
+  if (!failure && (!isWanted || isInterrupted_))
+    failure = Failure(Errc::linkFailed, "the link is not wanted any more");
   if (!failure) failure = findChannels();
   if (!failure) {
     MaybeFailure tooSmall;

@@ -43,9 +43,8 @@ void runScenario(Choices random, const Profile& profile, const std::string& repe
     const auto peripheral = std::make_shared<MeddlingPeripheral>(host.link->peripheral(), diary, *host.helper,
                                                                  profile, random.with(seed + 1));
     host.helper->setConnectedPeripheral(peripheral);
-    static const testing::TemporaryFolder folder;  // one for all: making them takes longer than the rest
     Scene scene{diary,      profile,     *host.store,  *host.model,
-                *host.link, *peripheral, *host.helper, folder.file("f")};
+                *host.link, *peripheral, *host.helper, testing::sharedFolder().file("f")};
     const auto ended = scheduler->semaphore("host ended");
     // All as long as the facade lives, which may still tell them something.
     std::array hosts{HostThread(scene, 0, random.with(seed * 31)),

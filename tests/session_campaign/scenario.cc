@@ -21,11 +21,6 @@ constexpr std::array kProfiles{
              .disconnect = 0.3,
              .longestDelay = 12s}},
 };
-const std::string& hostFolder() {
-  static const testing::TemporaryFolder folder;
-  static const std::string path = folder.path();
-  return path;
-}
 
 void empty(const std::string& folder) {
   for (const auto& entry : std::filesystem::directory_iterator(folder))
@@ -93,7 +88,7 @@ void runScenario(Choices random, const std::string& repeating, const Disturbance
     std::fprintf(stderr, "%sIt never ends: %s", diary.text.c_str(), repeating.c_str());
   });
   scheduler->run([&] {
-    Scene scene(scheduler, hostFolder(), profile, random, diary);
+    Scene scene(scheduler, testing::sharedFolder().path(), profile, random, diary);
     fill(scene, random);
     auto session = scene.open(anyOptions(*scheduler, random));
     if (random.below(4) == 0) {
@@ -132,7 +127,7 @@ void runScenario(Choices random, const std::string& repeating, const Disturbance
     if (::testing::Test::HasFailure())
       ADD_FAILURE() << "What happened, " << profile.name << ":\n" << diary.text << repeating;
   });
-  empty(hostFolder());
+  empty(testing::sharedFolder().path());
 }
 
 }  // namespace kwtsdk::session_campaign

@@ -36,6 +36,12 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
+/// One that stays while the process runs: making it takes longer than most scenarios and inputs do.
+inline const TemporaryFolder& sharedFolder() {
+  static const TemporaryFolder folder;
+  return folder;
+}
+
 using Names = std::set<std::string>;
 
 inline Names namesIn(const std::string& folder) {
