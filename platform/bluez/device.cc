@@ -173,8 +173,9 @@ DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> clien
                                                    Attempt attempt) {
   const auto start = [this](const gatt::Operation& operation) { send(*connection_, operation); };
   const auto report = [this, attempt](const gatt::OperationQueue::Target& target, const MaybeError& error) {
+    if (const auto current = error ? connectionIn(attempt) : nullptr) current->notifications->fail();
     events_.didWrite(shared_from_this(), target, error);
-    if (const auto current = connectionIn(attempt)) current->notifications->release();
+    if (const auto current = error ? nullptr : connectionIn(attempt)) current->notifications->release();
   };
   auto connection = std::make_shared<Connection>(std::move(client), device, attempt, start, report);
   const auto onValue = [run = whileThere(), attempt](const auto& source, const Bytes& value) {

@@ -34,6 +34,11 @@ void Notifications::release() {
   tell(waiting_.size());
 }
 
+void Notifications::fail() {
+  receiveAll();
+  release();
+}
+
 void Notifications::drop(const Target& target) {
   receiveAll();
   std::erase_if(waiting_, [&](const auto& value) { return value.first == target; });

@@ -32,8 +32,12 @@ class Notifications : public Loop::Source {
   /// Before a write is sent: tells what has come until now, and holds what comes from now on.
   void hold();
 
-  /// After the outcome of that write was told: tells what was held.
+  /// After the acknowledgement of that write was told: tells what was held.
   void release();
+
+  /// Before its failure is told: tells what has come until now. Behind that, the first word of many a lost
+  /// link, the host's next command would take it for its answer.
+  void fail();
 
   /// Forgets what has come of it until now.
   void drop(const Target& target);

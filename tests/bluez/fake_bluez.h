@@ -6,7 +6,8 @@
 
 #include <kwtsdk/sim/simulated_link.h>
 
-#include "sim/model/wire.h"
+#include "tests/bluez/course.h"
+#include "tests/bluez/fake_device.h"
 #include "tests/bluez/fake_gatt.h"
 #include "tests/bluez/journal.h"
 
@@ -54,12 +55,16 @@ class FakeBluez {
   ///   mtu N | lack UUID-PART            of its characteristics
   ///   refuse METHOD ERROR | hold METHOD | release METHOD
   ///   lose | hang up                    the connection, only the descriptors
+  ///   linger on|off                     the descriptors outlive a connection that is lost
   ///   notify UUID-PART SIZE             the recorder tells something unasked
   ///   read UUID-PART                    another program has read it
   /// "Ack" as METHOD: the answers to writes that the recorder has carried out.
   void obey(const std::string& commands) {
     std::istringstream lines(commands);
     for (std::string line; std::getline(lines, line, ';');) bus_.run([&] { obeyOne(line); });
+  }
+  void setCourse(Course::Of course) {
+    bus_.run([&] { course_.set(std::move(course)); });
   }
 
  private:
@@ -108,9 +113,7 @@ class FakeBluez {
     resolve();
     const auto free =
         std::stable_partition(held_.begin(), held_.end(), [&](const CallPtr& call) { return isHeld(*call); });
-    if (state_["Ack"] != "hold") {
-      for (const auto& [call, error] : std::exchange(late_, {})) acknowledge(call, error);
-    }
+    acknowledge();
     const std::vector<CallPtr> released(free, held_.end());  // whose work may fail what is still held
     held_.erase(free, held_.end());
     for (const auto& call : released) work(call);
@@ -121,7 +124,7 @@ class FakeBluez {
     gatts_.clear();
     held_.clear();
     late_.clear();
-    discovering_ = connected_ = resolved_ = false;
+    discovering_ = is_.connected = is_.resolved = false;
     link_->disconnect();
   }
 
@@ -169,8 +172,13 @@ class FakeBluez {
     FakeBus::answer(*call, error);
     call->descriptor.reset();
   }
-  void acknowledge(const CallPtr& call, const std::string& error) {
-    answer(call, error.empty() ? state_["Ack"] : error);
+  void acknowledge() {
+    if (state_["Ack"] == "hold") return;
+    for (const auto& [call, error] : std::exchange(late_, {}))
+      answer(call, error.empty() ? state_["Ack"] : error);
+  }
+  void goOn() {
+    while (const auto step = course_.next()) obeyOne(*step);
   }
 
   bool isHeld(const FakeBus::Call& call) {
@@ -187,7 +195,7 @@ class FakeBluez {
     bus_.addMethods<FakeBus::Properties>(adapter_, bluez::kAdapter, {"SetDiscoveryFilter"});
     bus_.addMethods(adapter_, bluez::kAdapter, {"StartDiscovery", "StopDiscovery"});
     FakeBus::publish(adapter_);
-    stranger_ = device("11:22:33:44:55:66", false);
+    stranger_ = fakeDevice(bus_, kAdapterPath, "11:22:33:44:55:66", nullptr);
   }
   void removeAdapter() {
     lose();
@@ -204,59 +212,44 @@ class FakeBluez {
     const bool heard = state_["heard"] == "on";
     if (heard && recorder_)
       FakeBus::tell(recorder_, bluez::kDevice, {{"RSSI", sdbus::Variant(std::int16_t(-60))}});
-    if (heard && !recorder_) recorder_ = device(kRecorderAddress, true);
-    if (!heard && !connected_) FakeBus::withdraw(recorder_);
+    if (heard && !recorder_) recorder_ = fakeDevice(bus_, kAdapterPath, kRecorderAddress, &is_);
+    if (!heard && !is_.connected) FakeBus::withdraw(recorder_);
     if (state_["stranger"] == "on")
       FakeBus::tell(stranger_, bluez::kDevice, {{"RSSI", sdbus::Variant(std::int16_t(-70))}});
   }
 
-  Object device(const std::string& address, bool heard) {
-    std::string path = std::string(kAdapterPath).append("/dev_").append(address);
-    std::ranges::replace(path, ':', '_');
-    auto made = bus_.object(path);
-    const auto add = [&](const char* name, auto get) {
-      FakeBus::addProperty(made, bluez::kDevice, name, get);
-    };
-    add("Address", [address] { return address; });
-    add("Name", [heard] { return std::string(heard ? "Recorder" : "Stranger"); });
-    add("UUIDs", [] { return std::vector<std::string>{sim::wire::kRecorderService}; });
-    add("Connected", [this, heard] { return heard && connected_; });
-    add("ServicesResolved", [this, heard] { return heard && resolved_; });
-    if (heard) add("RSSI", [] { return std::int16_t(-50); });
-    bus_.addMethods(made, bluez::kDevice, {"Connect", "Disconnect"});
-    FakeBus::publish(made);
-    return made;
-  }
-
   void connect(const CallPtr& call) {
-    if (connected_) return answer(call);
+    if (is_.connected) return answer(call);
+    lingering_.clear();
     link_->connect();
-    connected_ = true;
+    is_.connected = true;
     FakeBus::tell(recorder_, bluez::kDevice, {{"Connected", sdbus::Variant(true)}});
     answer(call);
     resolve();
   }
 
   void resolve() {
-    if (!connected_ || state_["resolve"] != "on" || resolved_) return;
+    if (!is_.connected || state_["resolve"] != "on" || is_.resolved) return;
     for (const auto& source : link_->characteristics()) {
       if (source->UUID().toString().find(state_["lack"]) != std::string::npos) continue;
       gatts_.emplace_back(bus_,
                           recorder_->getObjectPath() + "/service0001/char" + std::to_string(gatts_.size()),
                           source, static_cast<std::uint16_t>(std::stoul(state_["mtu"])));
     }
-    resolved_ = true;
+    is_.resolved = true;
     FakeBus::tell(recorder_, bluez::kDevice, {{"ServicesResolved", sdbus::Variant(true)}});
   }
 
   void lose() {
-    if (!connected_.exchange(false)) return;
+    if (!is_.connected.exchange(false)) return;
     link_->disconnect();
-    resolved_ = false;
+    is_.resolved = false;
     failHeld();
     late_.clear();
-    for (const auto& gatt : gatts_) {
+    course_.end();
+    for (auto& gatt : gatts_) {
       if (gatt.running) answer(CallPtr(gatt.running), kFailed);
+      if (state_["linger"] == "on") lingering_.push_back(std::move(gatt.stream));
     }
     FakeBus::tell(recorder_, bluez::kDevice,
                   {{"Connected", sdbus::Variant(false)}, {"ServicesResolved", sdbus::Variant(false)}});
@@ -274,12 +267,16 @@ class FakeBluez {
     const auto gatt = std::ranges::find(gatts_, source, &FakeGatt::source);
     if (gatt == gatts_.end()) return;
     if (!value && gatt->running) {
-      const std::pair<CallPtr, std::string> outcome(gatt->running, failed ? kFailed : "");
-      state_["Ack"] == "hold" ? late_.push_back(outcome) : acknowledge(outcome.first, outcome.second);
+      late_.emplace_back(gatt->running, failed ? kFailed : "");
+      course_.begin(gatt->running->value);
+      goOn();
+      acknowledge();
     }
     if (!value || !gatt->notifying) return;
     journal_->add("notified " + gatt->id().substr(4, 4));
     gatt->pass(*value);
+    course_.passed();
+    goOn();
   }
 
   std::shared_ptr<sim::SimulatedLink> link_;
@@ -287,13 +284,16 @@ class FakeBluez {
   // What obey() was told; a method's is "hold", or the D-Bus name of the error that refuses it.
   std::map<std::string, std::string> state_{{"adapter", "on"}, {"power", "on"},     {"heard", "on"},
                                             {"resolve", "on"}, {"stranger", "off"}, {"mtu", "247"},
-                                            {"lack", "none"}};
-  std::atomic<bool> power_{false}, connected_{false}, resolved_{false};  // properties
+                                            {"lack", "none"},  {"linger", "off"}};
+  std::atomic<bool> power_{false};  // a property
+  DeviceState is_;
   bool discovering_ = false;
   std::vector<CallPtr> held_;
   std::vector<std::pair<CallPtr, std::string>> late_;  // and their errors
   Object adapter_, stranger_, recorder_;               // the stranger is known from earlier and not heard now
   std::vector<FakeGatt> gatts_;
+  Course course_;
+  std::vector<sdbus::UnixFd> lingering_;
   FakeBus bus_;  // last, so that its thread ends first
 };
 

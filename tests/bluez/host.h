@@ -69,8 +69,8 @@ struct Host {
   PrivateBus bus;
   std::shared_ptr<Scheduler> scheduler = threadScheduler();
   std::shared_ptr<Journal> journal = std::make_shared<Journal>(*scheduler);
-  std::shared_ptr<sim::RecorderModel> model =
-      std::make_shared<sim::RecorderModel>(std::make_shared<sim::MemoryStore>());
+  std::shared_ptr<sim::MemoryStore> store = std::make_shared<sim::MemoryStore>(10);
+  std::shared_ptr<sim::RecorderModel> model = std::make_shared<sim::RecorderModel>(store);
   FakeBluez bluez{*scheduler, sim::SimulatedLink::create(scheduler, model), journal};
   std::shared_ptr<Device> device = Device::create(scheduler, "aa:bb:cc:dd:ee:ff");
   std::shared_ptr<SerialQueue> other = scheduler->serialQueue("other");
