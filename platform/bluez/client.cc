@@ -1,7 +1,7 @@
 #include "platform/bluez/client.h"
 
 #include <algorithm>
-#include <exception>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -213,7 +213,7 @@ void Client::await(const Answer& answer, Duration timeout, Problem late) {
 }
 
 void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Done onDone,
-                   Read read) noexcept {
+                   Read read) {
   std::uint64_t number = 0;
   {
     const internal::MutexLock lock(mutex_);
@@ -279,7 +279,11 @@ Discovery::Discovery(Client& client, std::string adapter) : client_(client), ada
 }
 
 Discovery::~Discovery() {
-  client_.start({adapter_, kAdapter, "StopDiscovery"}, noArguments, kPrompt, [](const MaybeError&) {});
+  try {
+    client_.start({adapter_, kAdapter, "StopDiscovery"}, noArguments, kPrompt, [](const MaybeError&) {});
+  } catch (const std::bad_alloc&) {
+    return;
+  }
 }
 
 }  // namespace kwtsdk::bluez

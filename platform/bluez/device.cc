@@ -3,6 +3,7 @@
 #include <kwtsdk/bluez/device.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "platform/bluez/device_core.h"
@@ -37,7 +38,13 @@ std::shared_ptr<Device> Device::create(std::shared_ptr<Scheduler> scheduler, std
 bool Device::isAddress(std::string_view text) { return gatt::addressIn(text).has_value(); }
 
 Device::Device(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
-Device::~Device() { impl_->core->close(); }
+Device::~Device() {
+  try {
+    impl_->core->close();
+  } catch (const std::bad_alloc&) {
+    impl_->core->finish();  // BlueZ finds its client gone
+  }
+}
 
 MaybeError Device::connect(const ConnectOptions& options) {
   const auto core = impl_->core;  // onStep may end the device
@@ -77,6 +84,7 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
   const std::unique_lock one(*connecting_);
   if (const auto complaint = complaintAbout(options)) return complaint;
   if (const auto failure = attempted([this] { awaitEvents(); })) return failure;
+  MaybeError outcome = errorOf(Problem::busFailure, kNoMemory);  // while there is some
   auto before = PeripheralState::disconnecting;
   while (before == PeripheralState::disconnecting) {
     if (!awaitDepartures())
@@ -84,7 +92,11 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
     before = beginAttempt();
   }
   if (before == PeripheralState::connected) return std::nullopt;
-  return endAttempt(attempted([&] { establish(options); }));
+  try {
+    outcome = attempted([&] { establish(options); });
+  } catch (const std::bad_alloc&) {  // it stays what it is
+  }
+  return endAttempt(std::move(outcome));
 }
 
 MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
@@ -142,7 +154,7 @@ void DeviceCore::establish(const ConnectOptions& options) {
   });
 }
 
-MaybeError DeviceCore::endAttempt(const MaybeError& error) {
+MaybeError DeviceCore::endAttempt(MaybeError error) {
   std::shared_ptr<Client> client;  // outlives the lock
   bool cancelled = false, closed = false;
   {
@@ -202,25 +214,26 @@ void DeviceCore::adopt(const std::shared_ptr<Client>& client, Attempt attempt,
                                                              : *same);
     if (each.offersDescriptor) connection->offering.insert(characteristics.back().get());
   }
-  characteristics_ = std::move(characteristics);
-  longestWrite_ = longestWriteIn(device.characteristics);
-  state_ = PeripheralState::connected;
   post([connection](DeviceCore& core) {
     core.connection_ = connection;
     core.loop_.add(connection->notifications);
     core.check(connection->attempt);  // for what happened meanwhile
   });
+  characteristics_ = std::move(characteristics);
+  longestWrite_ = longestWriteIn(device.characteristics);
+  state_ = PeripheralState::connected;
 }
 
 void DeviceCore::disconnect() {
   const internal::MutexLock lock(mutex_);
   if (state_ == PeripheralState::connecting) {
-    if (!std::exchange(cancelled_, true)) departures_->begin(address_);
+    if (!cancelled_) departures_->begin(address_);
+    cancelled_ = true;
     if (attempting_) attempting_->cancel();
   } else if (state_ == PeripheralState::connected) {
-    state_ = PeripheralState::disconnecting;
-    departures_->begin(address_);
     post([attempt = attempt_](DeviceCore& core) { core.leave(attempt); });
+    departures_->begin(address_);
+    state_ = PeripheralState::disconnecting;  // last, when nothing has been refused memory
   }
 }
 
