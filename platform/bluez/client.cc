@@ -13,9 +13,9 @@ namespace {
 
 constexpr Duration kForever = std::chrono::hours(24 * 365);
 
-Error lateError(Duration limit) {
+Error lateError(Problem problem, Duration limit) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit).count();
-  return errorOf(Problem::connectionLost, "BlueZ did not answer within " + std::to_string(seconds) + " s");
+  return errorOf(problem, "BlueZ did not answer within " + std::to_string(seconds) + " s");
 }
 
 /// What came of a call, whose good answer `read` has taken.
@@ -208,7 +208,8 @@ std::shared_ptr<const Client::Answer> Client::ask(const Bus::Method& method, con
 }
 
 void Client::await(const Answer& answer, Duration timeout, Problem late) {
-  if (!waitFor([&](const Objects&) { return answer.given; }, timeout)) throw BluezError(late);
+  if (!waitFor([&](const Objects&) { return answer.given; }, timeout))
+    throw BluezError(late == Problem::busFailure ? lateError(late, timeout) : errorOf(late));
   if (answer.error) throw BluezError(*answer.error);
 }
 
@@ -253,7 +254,7 @@ void Client::endLate() {
       if (started.due <= now) late.emplace_back(number, started.limit);
     }
   }
-  for (const auto& [number, limit] : late) finish(number, lateError(limit));
+  for (const auto& [number, limit] : late) finish(number, lateError(Problem::connectionLost, limit));
 }
 
 void Client::send(const Bus::Method& method, const Bus::Arguments& arguments, Bus::Answer onAnswer) {
