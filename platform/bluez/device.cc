@@ -39,11 +39,15 @@ bool Device::isAddress(std::string_view text) { return gatt::addressIn(text).has
 
 Device::Device(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Device::~Device() {
-  try {
-    impl_->core->close();
-  } catch (const std::bad_alloc&) {
-    impl_->core->finish();  // BlueZ finds its client gone
-  }
+  const auto closes = [this] {
+    try {
+      impl_->core->close();
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  };
+  if (!closes() && !closes()) impl_->core->finish();  // the link stays until somebody connects again
 }
 
 MaybeError Device::connect(const ConnectOptions& options) {
@@ -183,7 +187,9 @@ std::shared_ptr<Client> DeviceCore::clientOf(Attempt attempt) {
 
 DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> client, const std::string& device,
                                                    Attempt attempt) {
-  const auto start = [this](const gatt::Operation& operation) { send(*connection_, operation); };
+  const auto start = [this](const gatt::Operation& operation) {
+    if (const auto current = connection_) send(*current, operation);
+  };
   const auto report = [this, attempt](const gatt::OperationQueue::Target& target, const MaybeError& error) {
     events_.didWrite(shared_from_this(), target, error);
     if (const auto current = connectionIn(attempt)) current->notifications->release();
@@ -206,7 +212,7 @@ void DeviceCore::adopt(const std::shared_ptr<Client>& client, Attempt attempt,
                        const ConnectedDevice& device) {
   const auto connection = connectionOf(client, device.path, attempt);
   const internal::MutexLock lock(mutex_);
-  if (cancelled_) throw BluezError(Problem::cancelled);
+  if (cancelled_ || closed_) throw BluezError(Problem::cancelled);
   std::vector<CharacteristicPtr> characteristics;
   for (const auto& each : device.characteristics) {
     const auto same = std::ranges::find_if(characteristics_, [&](const auto& old) { return old->is(each); });
@@ -263,6 +269,7 @@ void DeviceCore::finish() {
   {
     const internal::MutexLock lock(mutex_);
     before = std::exchange(state_, PeripheralState::disconnected);
+    closed_ = true;
   }
   if (before == PeripheralState::disconnecting) departures_->end(address_);  // BlueZ has not answered in time
 }

@@ -218,12 +218,14 @@ void DeviceCore::lose(const Error& reason) {
   drop(reason);
 }
 
-/// Once more when there was no memory for all of it.
+/// Once more when there was no memory for all of it; an event may have done it already.
 void DeviceCore::drop(const Error& reason) {
-  const auto connection = connection_;
-  connection->notifications->end();
-  connection->operations.end(reason);
+  if (const auto connection = connection_) {
+    connection->notifications->end();
+    connection->operations.end(reason);
+  }
   connection_ = nullptr;
+  finishWhenLeft();
 }
 
 void DeviceCore::leave(Attempt attempt) {
@@ -259,7 +261,6 @@ void DeviceCore::left(Attempt attempt) {
   }
   departures_->end(address_);
   drop(errorOf(Problem::connectionLost));
-  finishWhenLeft();
 }
 
 /// The connection to the bus has to last until BlueZ has answered.

@@ -91,7 +91,8 @@ class Loop::State {
         isStarved = false;
         if (work()) wait();
       } catch (const std::bad_alloc&) {  // what needed the memory is lost, and not the thread
-        if (std::exchange(isStarved, true)) ::poll(nullptr, 0, kPauseMs);
+        isStarved = true;
+        ::poll(nullptr, 0, kPauseMs);
       }
     }
     currentLoop = nullptr;

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "tests/bluez/host.h"
+#include "tests/support/forwarding_scheduler.h"
 
 namespace kwtsdk::testing {
 namespace {
@@ -42,6 +43,40 @@ TEST(BluezScarcity, OfMemoryEndsAConnectionAtMost) {
     ASSERT_EQ(nameOf(host.device->connect()), "ok");
     host.listen();
     host.ask();
+  }
+}
+
+/// Says when the adapter's thread has ended.
+struct EndingScheduler : ForwardingScheduler {
+  EndingScheduler() : ForwardingScheduler(scarceScheduler(threadScheduler())) {}
+  std::shared_ptr<SerialQueue> serialQueue(const std::string& label) override {
+    auto real = ForwardingScheduler::serialQueue(label);
+    auto* const queue = real.get();
+    if (label != "kwt.bluez") return real;
+    return {queue, [real = std::move(real), ended = ended](auto*) mutable {
+              real = nullptr;
+              ended->signal();
+            }};
+  }
+
+  const std::shared_ptr<Semaphore> ended = semaphore("ended");
+};
+
+TEST(BluezScarcity, OfMemoryLeavesNothingOfADeviceThatAnEventReleases) {
+  Host host;
+  for (std::uint64_t at = 0, requests = 0; at <= requests; ++at) {
+    SCOPED_TRACE("request " + std::to_string(at));
+    const auto scheduler = std::make_shared<EndingScheduler>();
+    host.device = Device::create(scheduler, kRecorderAddress);
+    ASSERT_EQ(nameOf(host.device->connect()), "ok");
+    host.device->setEvents(nullptr, [&](auto&&...) {
+      Scarcity{Scarcity::Of::memory, at}.begin("release");
+      host.device = nullptr;
+    });
+    host.setNotify(true);
+    host.write();
+    ASSERT_TRUE(scheduler->ended->wait(20s));
+    requests = std::max(requests, Scarcity::end());
   }
 }
 
