@@ -68,16 +68,18 @@ class Bench(unittest.TestCase):
             know_others(others)
             bluetooth = BluetoothService()
             bluetooth.start()
-            for _ in range(RUNS):
+            for run in range(RUNS + 1):  # the first is for the emulator, which translates each program once
                 for name in CLIENTS:
-                    figures = self.run_client(name, *((1, 0) if others else (ROUNDS, SIZE)))
+                    figures = self.run_client(name, *((1, 0) if others or not run else (ROUNDS, SIZE)))
+                    if not run:
+                        continue
                     if others:
                         figures = {"others_ms": figures["services_ms"]}
                     for figure, value in figures.items():
                         results[name].setdefault(figure, []).append(value)
             bluetooth.kill()
-        show({name: {figure: statistics.median(values) for figure, values in all_of_it.items()}
-              for name, all_of_it in results.items()})
+        self.assertTrue(show({name: {figure: statistics.median(values) for figure, values in all_of_it.items()}
+                              for name, all_of_it in results.items()}), "beyond a limit")
 
 
 def show(medians):
@@ -94,8 +96,7 @@ def show(medians):
     print("\n| ratio | measured | at most |\n| --- | --- | --- |")
     for what, measured, limit in ratios:
         print(f"| {what} | {measured:.3g} | {limit}{'' if measured <= limit else ' EXCEEDED'} |")
-    if any(measured > limit for _, measured, limit in ratios):
-        sys.exit(1)
+    return all(measured <= limit for _, measured, limit in ratios)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -26,6 +27,8 @@ class BluezError : public std::exception {
   Error error_;
 };
 
+inline constexpr const char* kNoMemory = "no memory was left";
+
 /// In the words of Problem; `detail` is added to the text.
 Error errorOf(Problem problem, const std::string& detail = {});
 
@@ -44,6 +47,8 @@ MaybeError attempted(Work&& work) {
     return std::nullopt;
   } catch (const BluezError& failure) {
     return failure.error();
+  } catch (const std::bad_alloc&) {
+    return errorOf(Problem::busFailure, kNoMemory);
   } catch (const std::exception& exception) {
     return errorOf(Problem::busFailure, exception.what());
   }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "platform/bluez/bluez_error.h"
@@ -24,7 +25,10 @@ class Opening {
       // Also held here until it has taken the work, at whose end it may go.
       const auto thread = scheduler.serialQueue("kwt.bluez.open");
       thread->async([opening, thread] {
-        opening->open();
+        try {
+          opening->open();
+        } catch (const std::bad_alloc&) {  // neither a connection nor what to say of it
+        }
         opening->done_->signal();
       });
     }
@@ -33,6 +37,7 @@ class Opening {
       throw BluezError(Problem::busFailure, "it did not answer within 10 s");
     const internal::MutexLock lock(opening->mutex_);
     if (opening->error_) throw BluezError(*opening->error_);
+    if (!opening->connection_) throw std::bad_alloc();
     return std::exchange(opening->connection_, nullptr);
   }
 
@@ -81,14 +86,20 @@ template <void (Bus::*take)(sd_bus_message*)>
 void Bus::listen(sd_bus* bus, const std::string& match) {
   const auto pass = [](sd_bus_message* signal, void* its, sd_bus_error*) {
     auto& self = *static_cast<Bus*>(its);
-    try {
-      (self.*take)(signal);
-    } catch (const std::exception&) {  // which must not pass the D-Bus library
-      self.end();
-    }
+    self.guard([&] { (self.*take)(signal); });
     return 0;
   };
   expectGood(sd_bus_add_match_async(bus, nullptr, match.c_str(), pass, nullptr, this));
+}
+
+/// What is thrown must not pass the D-Bus library.
+template <class Work>
+void Bus::guard(Work&& work) {
+  try {
+    work();
+  } catch (...) {
+    thrown_ = std::current_exception();
+  }
 }
 
 void Bus::onOwnerChanged(sd_bus_message* signal) {
@@ -107,7 +118,7 @@ void Bus::prepare(Loop::Source::Wait& wait) {
     const auto data = connection_->getEventLoopPollData();
     wait.polled.push_back({data.fd, data.events, 0});
     if (isMore_) wait.due = Duration::min();
-  } catch (const std::exception&) {  // the bus's, or no memory: what came cannot be told from what did not
+  } catch (const sdbus::Error&) {
     end();
   }
 }
@@ -118,7 +129,13 @@ void Bus::process(bool isReady) {
   if (isEnded_ || (!isReady && !isMore_)) return;
   try {
     isMore_ = true;
-    for (int i = 0; i < most && isMore_; ++i) isMore_ = processNext(*connection_);
+    for (int i = 0; i < most && isMore_; ++i) {
+      isMore_ = processNext(*connection_);
+      if (thrown_) std::rethrow_exception(std::exchange(thrown_, nullptr));
+    }
+  } catch (const std::bad_alloc&) {
+    isEnded_ = true;  // the D-Bus library may have been left in the middle of something
+    throw;
   } catch (const std::exception&) {
     end();
   }
@@ -135,7 +152,9 @@ void Bus::call(const Method& method, const Arguments& arguments, Answer onAnswer
   sdbus::IProxy& proxy = proxyAt(method.path);
   auto message = newCall(proxy, method.interface, method.name);
   arguments(rawOf(message));
-  send(proxy, message, std::move(onAnswer));
+  send(proxy, message, [this, onAnswer = std::move(onAnswer)](auto& reply, const auto* error) {
+    guard([&] { onAnswer(reply, error); });
+  });
 }
 
 bool Bus::hasUnsent() const {

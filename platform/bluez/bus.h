@@ -3,6 +3,7 @@
 #include <systemd/sd-bus.h>
 
 #include <atomic>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
@@ -21,7 +22,7 @@ inline constexpr const char* kBluezName = "org.bluez";
 /// A connection to the system bus, and what it tells of BlueZ.
 class Bus {
  public:
-  /// All on the loop's thread; they must not throw.
+  /// All on the loop's thread; they must not throw anything but std::bad_alloc.
   struct Events {
     std::function<void(sd_bus_message* signal)> onSignal;
     std::function<void()> onServiceEnd;  // bluetoothd ended, or another took its place
@@ -54,6 +55,8 @@ class Bus {
   // ---- The loop's thread ----
 
   void prepare(Loop::Source::Wait& wait);
+
+  /// Throws std::bad_alloc, also that of an event or of an answer's receiver.
   void process(bool isReady);
 
  private:
@@ -63,11 +66,14 @@ class Bus {
   void listen(sd_bus* bus, const std::string& match);
   void onSignal(sd_bus_message* signal) { events_.onSignal(signal); }
   void onOwnerChanged(sd_bus_message* signal);
+  template <class Work>
+  void guard(Work&& work);
   void end();
   sdbus::IProxy& proxyAt(const std::string& path);
 
   const Events events_;
   const Connection connection_;
+  std::exception_ptr thrown_;  // by what the D-Bus library called
   bool isMore_ = true;  // may have come already, with the answers to what was asked while it was opened
   std::atomic<bool> isEnded_ = false;
   internal::Mutex mutex_;

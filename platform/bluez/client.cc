@@ -1,7 +1,7 @@
 #include "platform/bluez/client.h"
 
 #include <algorithm>
-#include <exception>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -13,9 +13,9 @@ namespace {
 
 constexpr Duration kForever = std::chrono::hours(24 * 365);
 
-Error lateError(Duration limit) {
+Error lateError(Problem problem, Duration limit) {
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit).count();
-  return errorOf(Problem::connectionLost, "BlueZ did not answer within " + std::to_string(seconds) + " s");
+  return errorOf(problem, "BlueZ did not answer within " + std::to_string(seconds) + " s");
 }
 
 /// What came of a call, whose good answer `read` has taken.
@@ -208,12 +208,13 @@ std::shared_ptr<const Client::Answer> Client::ask(const Bus::Method& method, con
 }
 
 void Client::await(const Answer& answer, Duration timeout, Problem late) {
-  if (!waitFor([&](const Objects&) { return answer.given; }, timeout)) throw BluezError(late);
+  if (!waitFor([&](const Objects&) { return answer.given; }, timeout))
+    throw BluezError(late == Problem::busFailure ? lateError(late, timeout) : errorOf(late));
   if (answer.error) throw BluezError(*answer.error);
 }
 
 void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Done onDone,
-                   Read read) noexcept {
+                   Read read) {
   std::uint64_t number = 0;
   {
     const internal::MutexLock lock(mutex_);
@@ -253,7 +254,7 @@ void Client::endLate() {
       if (started.due <= now) late.emplace_back(number, started.limit);
     }
   }
-  for (const auto& [number, limit] : late) finish(number, lateError(limit));
+  for (const auto& [number, limit] : late) finish(number, lateError(Problem::connectionLost, limit));
 }
 
 void Client::send(const Bus::Method& method, const Bus::Arguments& arguments, Bus::Answer onAnswer) {
@@ -279,7 +280,11 @@ Discovery::Discovery(Client& client, std::string adapter) : client_(client), ada
 }
 
 Discovery::~Discovery() {
-  client_.start({adapter_, kAdapter, "StopDiscovery"}, noArguments, kPrompt, [](const MaybeError&) {});
+  try {
+    client_.start({adapter_, kAdapter, "StopDiscovery"}, noArguments, kPrompt, [](const MaybeError&) {});
+  } catch (const std::bad_alloc&) {
+    return;
+  }
 }
 
 }  // namespace kwtsdk::bluez

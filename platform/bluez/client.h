@@ -27,7 +27,7 @@ inline constexpr Duration kPrompt = std::chrono::seconds(5);
 /// waits here is one thread at a time, and not the loop's.
 class Client : public Loop::Source, public std::enable_shared_from_this<Client> {
  public:
-  /// On the loop's thread: they must not throw.
+  /// On the loop's thread: they must not throw anything but std::bad_alloc, after which onChange comes again.
   struct Events {
     std::function<void(const std::string& path, Bytes value)> onValue;  // of a characteristic
     std::function<void()> onChange;                                     // of objects, or gone()
@@ -68,16 +68,18 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
             const Read& read = nullptr);
 
   /// Calls; `onDone` comes on the loop's thread, never inside the call, at the latest after `timeout`; before
-  /// a good one `read` has taken what was answered. Any thread.
+  /// a good one `read` has taken what was answered. Any thread. Throws std::bad_alloc; on the loop's thread
+  /// the client ends then.
   using Done = std::function<void(const MaybeError&)>;
   void start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Done onDone,
-             Read read = nullptr) noexcept;
+             Read read = nullptr);
 
   /// Why BlueZ cannot be reached any more. Any thread.
   MaybeError gone() const;
 
   void prepare(Wait& wait) override;
   void handle(std::span<const pollfd> polled) override;
+  void starved() override { end(kNoMemory); }
 
  private:
   struct Started {
@@ -131,7 +133,8 @@ class Discovery {
   /// Throws BluezError.
   Discovery(Client& client, std::string adapter);
 
-  /// Does not wait: BlueZ ends it together with the connection to the bus as well.
+  /// Does not wait: BlueZ ends it together with the connection to the bus as well, as when there is no memory
+  /// to say so.
   ~Discovery();
   Discovery(const Discovery&) = delete;
   Discovery& operator=(const Discovery&) = delete;

@@ -3,6 +3,7 @@
 #include <kwtsdk/bluez/device.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "platform/bluez/device_core.h"
@@ -37,7 +38,17 @@ std::shared_ptr<Device> Device::create(std::shared_ptr<Scheduler> scheduler, std
 bool Device::isAddress(std::string_view text) { return gatt::addressIn(text).has_value(); }
 
 Device::Device(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
-Device::~Device() { impl_->core->close(); }
+Device::~Device() {
+  const auto closes = [this] {
+    try {
+      impl_->core->close();
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  };
+  if (!closes() && !closes()) impl_->core->finish();  // the link stays until somebody connects again
+}
 
 MaybeError Device::connect(const ConnectOptions& options) {
   const auto core = impl_->core;  // onStep may end the device
@@ -77,6 +88,7 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
   const std::unique_lock one(*connecting_);
   if (const auto complaint = complaintAbout(options)) return complaint;
   if (const auto failure = attempted([this] { awaitEvents(); })) return failure;
+  MaybeError outcome = errorOf(Problem::busFailure, kNoMemory);  // while there is some
   auto before = PeripheralState::disconnecting;
   while (before == PeripheralState::disconnecting) {
     if (!awaitDepartures())
@@ -84,7 +96,11 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
     before = beginAttempt();
   }
   if (before == PeripheralState::connected) return std::nullopt;
-  return endAttempt(attempted([&] { establish(options); }));
+  try {
+    outcome = attempted([&] { establish(options); });
+  } catch (const std::bad_alloc&) {  // it stays what it is
+  }
+  return endAttempt(std::move(outcome));
 }
 
 MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
@@ -142,7 +158,7 @@ void DeviceCore::establish(const ConnectOptions& options) {
   });
 }
 
-MaybeError DeviceCore::endAttempt(const MaybeError& error) {
+MaybeError DeviceCore::endAttempt(MaybeError error) {
   std::shared_ptr<Client> client;  // outlives the lock
   bool cancelled = false, closed = false;
   {
@@ -171,7 +187,9 @@ std::shared_ptr<Client> DeviceCore::clientOf(Attempt attempt) {
 
 DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> client, const std::string& device,
                                                    Attempt attempt) {
-  const auto start = [this](const gatt::Operation& operation) { send(*connection_, operation); };
+  const auto start = [this](const gatt::Operation& operation) {
+    if (const auto current = connection_) send(*current, operation);
+  };
   const auto report = [this, attempt](const gatt::OperationQueue::Target& target, const MaybeError& error) {
     if (const auto current = error ? connectionIn(attempt) : nullptr) current->notifications->fail();
     events_.didWrite(shared_from_this(), target, error);
@@ -195,7 +213,7 @@ void DeviceCore::adopt(const std::shared_ptr<Client>& client, Attempt attempt,
                        const ConnectedDevice& device) {
   const auto connection = connectionOf(client, device.path, attempt);
   const internal::MutexLock lock(mutex_);
-  if (cancelled_) throw BluezError(Problem::cancelled);
+  if (cancelled_ || closed_) throw BluezError(Problem::cancelled);
   std::vector<CharacteristicPtr> characteristics;
   for (const auto& each : device.characteristics) {
     const auto same = std::ranges::find_if(characteristics_, [&](const auto& old) { return old->is(each); });
@@ -203,25 +221,26 @@ void DeviceCore::adopt(const std::shared_ptr<Client>& client, Attempt attempt,
                                                              : *same);
     if (each.offersDescriptor) connection->offering.insert(characteristics.back().get());
   }
-  characteristics_ = std::move(characteristics);
-  longestWrite_ = longestWriteIn(device.characteristics);
-  state_ = PeripheralState::connected;
   post([connection](DeviceCore& core) {
     core.connection_ = connection;
     core.loop_.add(connection->notifications);
     core.check(connection->attempt);  // for what happened meanwhile
   });
+  characteristics_ = std::move(characteristics);
+  longestWrite_ = longestWriteIn(device.characteristics);
+  state_ = PeripheralState::connected;
 }
 
 void DeviceCore::disconnect() {
   const internal::MutexLock lock(mutex_);
   if (state_ == PeripheralState::connecting) {
-    if (!std::exchange(cancelled_, true)) departures_->begin(address_);
+    if (!cancelled_) departures_->begin(address_);
+    cancelled_ = true;
     if (attempting_) attempting_->cancel();
   } else if (state_ == PeripheralState::connected) {
-    state_ = PeripheralState::disconnecting;
-    departures_->begin(address_);
     post([attempt = attempt_](DeviceCore& core) { core.leave(attempt); });
+    departures_->begin(address_);
+    state_ = PeripheralState::disconnecting;  // last, when nothing has been refused memory
   }
 }
 
@@ -251,6 +270,7 @@ void DeviceCore::finish() {
   {
     const internal::MutexLock lock(mutex_);
     before = std::exchange(state_, PeripheralState::disconnected);
+    closed_ = true;
   }
   if (before == PeripheralState::disconnecting) departures_->end(address_);  // BlueZ has not answered in time
 }

@@ -53,7 +53,8 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
 
   MaybeError connect(const ConnectOptions& options);
   void disconnect();
-  void close();
+  void close();  // throws std::bad_alloc, after which finish() remains to be done
+  void finish();
 
   PeripheralState state() const override;
   void writeValue(const Bytes& value, const std::shared_ptr<Characteristic>& target, WriteType type) override;
@@ -86,14 +87,13 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
   void awaitEvents();
   PeripheralState beginAttempt();
   void establish(const ConnectOptions& options);
-  MaybeError endAttempt(const MaybeError& error);
+  MaybeError endAttempt(MaybeError error);
   std::shared_ptr<Client> clientOf(Attempt attempt);
   void adopt(const std::shared_ptr<Client>& client, Attempt attempt, const ConnectedDevice& device);
   ConnectionPtr connectionOf(std::shared_ptr<Client> client, const std::string& device, Attempt attempt);
   bool isLeaving() const;
   bool isClosed() const;
   bool awaitDepartures() const { return departures_->await(*scheduler_, address_, kLeaveLimit); }
-  void finish();
   CharacteristicPtr ours(const std::shared_ptr<Characteristic>& characteristic) const;
 
   /// Work for the events' thread, while the core is there.
@@ -121,6 +121,7 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
   void check(Attempt attempt);
   void descriptorEnded(Attempt attempt);
   void lose(const Error& reason);
+  void drop(const Error& reason);
   void leave(Attempt attempt);
   void endSubscriptions(Connection& connection);
   void left(Attempt attempt);

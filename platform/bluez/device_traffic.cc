@@ -50,8 +50,8 @@ void DeviceCore::setNotifyValue(bool enabled, const std::shared_ptr<Characterist
 
 void DeviceCore::postOperation(Operation::Kind kind, const std::shared_ptr<Characteristic>& target,
                                const Bytes& value) {
-  post([operation = Operation{kind, ours(target), value}, target](DeviceCore& core) {
-    core.add(operation, target);
+  post([operation = Operation{kind, ours(target), value}, target](DeviceCore& core) mutable {
+    core.add(std::move(operation), target);
   });
 }
 
@@ -203,22 +203,34 @@ void DeviceCore::descriptorEnded(Attempt attempt) {
 
 void DeviceCore::lose(const Error& reason) {
   // What the recorder told before, such as the answer after which it restarts, may still be in a descriptor.
-  if (const auto connection = connection_) connection->notifications->finish();
+  const auto connection = connection_;
+  if (!connection) return;
+  connection->notifications->finish();
   {
     const internal::MutexLock lock(mutex_);
-    if (state_ != PeripheralState::connected) return;  // disconnect() came first, and has posted its own end
-    state_ = PeripheralState::disconnected;
-    // Behind the writes that are asked for already, which fail.
-    post([](DeviceCore& core) { core.events_.didDisconnect(); });
+    if (state_ == PeripheralState::disconnecting) return;  // which has posted its own end
+    if (state_ == PeripheralState::connected && attempt_ == connection->attempt) {
+      // Behind the writes that are asked for already, which fail.
+      post([](DeviceCore& core) { core.events_.didDisconnect(); });
+      state_ = PeripheralState::disconnected;
+    }
   }
-  const auto connection = std::exchange(connection_, nullptr);
-  connection->notifications->end();
-  connection->operations.end(reason);
+  drop(reason);
+}
+
+/// Once more when there was no memory for all of it; an event may have done it already.
+void DeviceCore::drop(const Error& reason) {
+  if (const auto connection = connection_) {
+    connection->notifications->end();
+    connection->operations.end(reason);
+  }
+  connection_ = nullptr;
+  finishWhenLeft();
 }
 
 void DeviceCore::leave(Attempt attempt) {
   const auto connection = connectionIn(attempt);
-  if (!connection) return;  // lost meanwhile
+  if (!connection || !isLeaving()) return;  // lost meanwhile, or not begun for want of memory
   if (connection->client->gone()) return left(attempt);
   connection->operations.end(errorOf(Problem::connectionLost));
   endSubscriptions(*connection);
@@ -244,13 +256,11 @@ void DeviceCore::left(Attempt attempt) {
   {
     const internal::MutexLock lock(mutex_);
     if (state_ != PeripheralState::disconnecting || !connectionIn(attempt)) return;
-    state_ = PeripheralState::disconnected;
     post([](DeviceCore& core) { core.events_.didDisconnect(); });
+    state_ = PeripheralState::disconnected;
   }
-  const auto connection = std::exchange(connection_, nullptr);
-  connection->operations.end(errorOf(Problem::connectionLost));
   departures_->end(address_);
-  finishWhenLeft();
+  drop(errorOf(Problem::connectionLost));
 }
 
 /// The connection to the bus has to last until BlueZ has answered.

@@ -7,8 +7,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <exception>
+#include <list>
 #include <mutex>
 #include <new>
 #include <system_error>
@@ -21,6 +21,8 @@ namespace kwtsdk::bluez {
 namespace {
 
 thread_local const void* currentLoop = nullptr;
+
+constexpr int kPauseMs = 10;  // until somebody may have given memory back
 
 /// For poll(): rounded up, so that what is due has become due.
 int millisecondsUntil(Duration due, Duration now) {
@@ -59,7 +61,7 @@ class Loop::State {
   }
 
   void close() {
-    std::deque<Work> dropped;  // outlives the lock
+    std::list<Work> dropped;  // outlives the lock
     {
       const internal::MutexLock lock(mutex_);
       closed_ = true;
@@ -82,18 +84,34 @@ class Loop::State {
 
   void run() {
     currentLoop = this;
-    for (bool goesOn = true; goesOn;) {
+    bool isStarved = false;
+    while (!isClosed()) {
       try {
-        goesOn = work();
-        if (goesOn) wait();
+        if (isStarved) tellStarved();
+        isStarved = false;
+        if (work()) wait();
       } catch (const std::bad_alloc&) {  // what needed the memory is lost, and not the thread
-        continue;
+        isStarved = true;
+        ::poll(nullptr, 0, kPauseMs);
       }
     }
     currentLoop = nullptr;
   }
 
  private:
+  /// Needs no memory itself.
+  void tellStarved() {
+    for (std::size_t next = SIZE_MAX; next > 0;) {
+      std::shared_ptr<Source> source;
+      {
+        const internal::MutexLock lock(mutex_);
+        next = std::min(next, sources_.size());
+        if (next > 0) source = sources_[--next].lock();
+      }
+      if (source) source->starved();
+    }
+  }
+
   /// Does what was left behind. False: closed.
   bool work() {
     for (;;) {
@@ -164,7 +182,7 @@ class Loop::State {
   const std::shared_ptr<Scheduler> scheduler_;
   const internal::Descriptor wakeUp_;
   internal::Mutex mutex_;
-  std::deque<Work> works_ KWT_GUARDED_BY(mutex_);
+  std::list<Work> works_ KWT_GUARDED_BY(mutex_);
   std::vector<std::weak_ptr<Source>> sources_ KWT_GUARDED_BY(mutex_);
   bool woken_ KWT_GUARDED_BY(mutex_) = false;
   bool sleeping_ KWT_GUARDED_BY(mutex_) = false;

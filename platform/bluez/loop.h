@@ -2,7 +2,6 @@
 
 #include <poll.h>
 
-#include <deque>
 #include <functional>
 #include <memory>
 #include <span>
@@ -32,6 +31,10 @@ class Loop {
 
     /// After each wait, with what was polled of its own.
     virtual void handle(std::span<const pollfd> polled) = 0;
+
+    /// There was no memory for something that was left behind or had come: it is lost, whosever it was. The
+    /// source added last learns of it first; all do again when one throws std::bad_alloc itself.
+    virtual void starved() = 0;
   };
 
   Loop(std::shared_ptr<Scheduler> scheduler, std::string label);
@@ -44,7 +47,8 @@ class Loop {
   /// Starts the thread, unless it runs. Throws when there is none to be had.
   void start();
 
-  /// Work must not throw. Dropped once closed. Starts the thread, or leaves the work behind for it.
+  /// Work must not throw anything but std::bad_alloc. Dropped once closed. Starts the thread, or leaves the
+  /// work behind for it.
   using Work = std::function<void()>;
   void post(Work work);
 

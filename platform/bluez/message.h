@@ -3,7 +3,9 @@
 #include <sdbus-c++/Message.h>
 #include <systemd/sd-bus.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -25,6 +27,7 @@ inline sd_bus_message* rawOf(sdbus::Message& message) {
 
 /// What was answered or told makes no sense otherwise.
 inline int expectGood(int result) {
+  if (result == -ENOMEM) throw std::bad_alloc();
   if (result < 0) throw BluezError(Problem::busFailure, "a message that cannot be read or written");
   return result;
 }

@@ -50,6 +50,7 @@ class Notifications : public Loop::Source {
 
   void prepare(Wait& wait) override;
   void handle(std::span<const pollfd> polled) override;
+  void starved() override { end(); }  // what comes now would seem to follow what was told before
 
  private:
   struct Stream {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <new>
 #include <utility>
 
 #include "platform/bluez/client.h"
@@ -100,7 +101,11 @@ Scanner::~Scanner() = default;
 
 ScanResult Scanner::scan(Duration time, const ScanFilter& filter) {
   ScanResult result;
-  result.error = attempted([&] { impl_->listen(time, filter, result.devices); });
+  result.error = errorOf(Problem::busFailure, kNoMemory);  // while there is some
+  try {
+    result.error = attempted([&] { impl_->listen(time, filter, result.devices); });
+  } catch (const std::bad_alloc&) {  // it stays what it is
+  }
   impl_->finish();
   if (result.error && isProblem(*result.error, Problem::cancelled)) result.error.reset();  // a stop is none
   std::ranges::sort(result.devices, std::greater<>(), &FoundDevice::signal);

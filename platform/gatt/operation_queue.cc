@@ -24,7 +24,7 @@ void OperationQueue::startNext() {
   while (!running_ && !waiting_.empty()) {
     Operation next = std::move(waiting_.front());
     waiting_.pop_front();
-    if (begin(next)) running_ = next;
+    if (begin(next)) running_ = Operation{next.kind, next.target};  // takes no memory
     if (running_) send_(next);
   }
   starting_ = false;
@@ -54,7 +54,8 @@ bool OperationQueue::begin(const Operation& operation) {
 
 void OperationQueue::finished(const MaybeError& error) {
   if (!running_) return;
-  const Operation done = *std::exchange(running_, std::nullopt);
+  const Operation done = std::move(*running_);
+  running_.reset();
   if (done.kind == Operation::Kind::subscribe) {
     noteSubscription(done.target, error);
     if (error) subscribed_.erase(done.target);
@@ -72,10 +73,14 @@ void OperationQueue::noteSubscription(const Target& target, const MaybeError& er
 
 void OperationQueue::end(const Error& error) {
   ended_ = true;
-  auto failed = std::exchange(waiting_, {});
-  if (running_) failed.push_front(*std::exchange(running_, std::nullopt));
-  for (const auto& operation : failed) {
+  const auto fail = [&](const Operation& operation) {
     if (operation.kind == Operation::Kind::write) report_(operation.target, error);
+  };
+  if (running_) fail(*std::exchange(running_, std::nullopt));
+  while (!waiting_.empty()) {
+    const Operation next = std::move(waiting_.front());
+    waiting_.pop_front();
+    fail(next);
   }
 }
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <chrono>
-#include <deque>
+#include <list>
 #include <thread>
 #include <utility>
 
@@ -21,7 +21,7 @@ class ThreadQueue : public SerialQueue {
   void async(std::function<void()> work) override;
 
  private:
-  using Works = std::deque<std::function<void()>>;
+  using Works = std::list<std::function<void()>>;  // of which an empty one takes no memory
 
   // Shared with the thread, which may outlive the queue when its own work destroys it.
   struct State {

@@ -134,16 +134,18 @@ TEST(Download, LeavesARecordingAloneThatBeganWithItsLastPacket) {
 }
 
 TEST(Download, WhatCouldNotBeSavedStaysOnTheRecorder) {
-  playEach<Download>(std::array{"/dev/full", "/nowhere/f", "unsynced"}, [](auto& d, auto path) {
-    std::optional<FailingSync> failing;
-    d.store->add(recordingOf(5));
-    d.path = *path == '/' ? path : d.folder.file(path);
-    if (*path != '/') failing.emplace();
-    EXPECT_EQ(d.ended(), "ok");
-    EXPECT_EQ(d.last.first, kBlock);
-    EXPECT_EQ(d.store->count(), 1U);
-    EXPECT_EQ(d.log->count("Cannot "), 1);
-  });
+  playEach<Download>(std::array{"/dev/full", "/nowhere/f", "unsynced", "folder unsynced"},
+                     [](auto& d, auto path) {
+                       std::optional<FailingSync> failing;
+                       d.store->add(recordingOf(5));
+                       d.path = *path == '/' ? path : d.folder.file(path);
+                       using Of = FailingSync::Of;
+                       if (*path != '/') failing.emplace(*path == 'f' ? Of::folders : Of::everything);
+                       EXPECT_EQ(d.ended(), "ok");
+                       EXPECT_EQ(d.last.first, kBlock);
+                       EXPECT_EQ(d.store->count(), 1U);
+                       EXPECT_EQ(d.log->count("Cannot "), 1);
+                     });
 }
 
 }  // namespace

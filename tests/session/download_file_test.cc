@@ -9,16 +9,17 @@ namespace kwtsdk::testing {
 namespace {
 
 TEST(SessionDownload, NothingIsDeletedThatTheDiskHasNotTaken) {
-  play<SessionScene>([](SessionScene& scene) {
+  using Of = FailingSync::Of;
+  playEach<SessionScene>(std::array{Of::everything, Of::folders}, [](SessionScene& scene, Of of) {
     scene.store->put(storedRecording(1));
     std::optional<FailingSync> failing;
     scene.onFrame = [&](const std::string& frame) {
-      if (frame.starts_with("0382")) failing.emplace();
+      if (frame.starts_with("0382")) failing.emplace(of);
       return true;
     };
     EXPECT_EQ(codeOf(scene.session->download(scene.file("a")).wait()), Errc::fileUnusable);
     EXPECT_EQ(scene.store->count(), 1U);
-    EXPECT_FALSE(std::filesystem::exists(scene.file("a")));
+    EXPECT_EQ(std::filesystem::exists(scene.file("a")), of == Of::folders);
   });
 }
 

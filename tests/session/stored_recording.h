@@ -6,6 +6,7 @@
 #include <random>
 #include <tuple>
 
+#include <kwtsdk/bytes.h>
 #include <kwtsdk/sim/recording_store.h>
 
 namespace kwtsdk::testing {

@@ -40,5 +40,27 @@ TEST(SessionUpdate, IsDoneOnceTheRecorderTellsTheNewVersion) {
   });
 }
 
+// A packet of the image that got lost unseen, a version told wrongly, and a host that cancels when it is too
+// late.
+TEST(SessionUpdate, WithstandsDamageAndALateCancellation) {
+  play<SessionScene>([](SessionScene& scene) {
+    std::optional<session::Operation<session::Installed>> update;
+    bool isLost = false, isWrong = false;
+    scene.onFrame = [&](const std::string& frame) {
+      if (frame.starts_with("92")) update->cancel();
+      return !frame.starts_with("85") || std::exchange(isLost, true);
+    };
+    scene.link->onUpdate = [&](Bytes value) {
+      if (value.at(0) == 0x8F && !std::exchange(isWrong, true)) value.at(5) ^= 1;
+      return std::vector<Bytes>{value};
+    };
+    writeFile(scene.file("image"), firmwareImage());
+    const auto installed = update.emplace(scene.session->update(scene.file("image"))).wait();
+    ASSERT_EQ(codeOf(installed), kOk);
+    EXPECT_EQ(installed->before + " " + installed->after, "1.2.3 2.5.7");
+    EXPECT_EQ(scene.framesLike("97"), 2U) << "it begins anew";
+  });
+}
+
 }  // namespace
 }  // namespace kwtsdk::testing

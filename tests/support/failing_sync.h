@@ -4,15 +4,17 @@
 
 namespace kwtsdk::testing {
 
-/// While it lives, what this program writes never reaches the disk, and fsync() says so.
+/// While it lives, what this program writes, or the names alone that it gives, never reaches the disk, and
+/// fsync() says so.
 class FailingSync {
  public:
-  FailingSync() { isFailing = true; }
-  ~FailingSync() { isFailing = false; }
+  enum class Of { none, folders, everything };
+  explicit FailingSync(Of of = Of::everything) { failing = of; }
+  ~FailingSync() { failing = Of::none; }
   FailingSync(const FailingSync&) = delete;
   FailingSync& operator=(const FailingSync&) = delete;
 
-  static inline std::atomic<bool> isFailing{false};
+  static inline std::atomic<Of> failing{Of::none};
 };
 
 }  // namespace kwtsdk::testing
