@@ -217,8 +217,8 @@ class Scenario {
 
   Choices random_, timing_;  // the host's and BlueZ's
   const bool isTroubled_;
-  bool isOverBus_ = false;
-  int writesUntilTrouble_ = 0;
+  std::atomic<bool> isOverBus_{false};
+  std::atomic<int> writesUntilTrouble_{0};
   // Of this connection: something has gone wrong, behind the answer to a write; what the host knows of it.
   std::atomic<bool> hasTrouble_{false}, isAnswered_{false}, isGone_{false}, isRefused_{false};
   std::atomic<bool> isInEvent_{false}, isSlow_{false};  // events are running, take their time
