@@ -33,10 +33,11 @@ class Host {
   std::string numbered(const char* begin, std::uint64_t number, const char* end) const;
   AskedPtr begin(const std::string& name);
 
+  template <class T>
+  using Check = std::type_identity_t<std::function<void(const Result<T>&)>>;
   /// Looks at the result at the moment at which it is there; then does with the handle what hosts do.
   template <class T>
-  void follow(Operation<T> operation, const AskedPtr& asked,
-              std::function<void(const Result<T>&)> check = nullptr);
+  void follow(Operation<T> operation, const AskedPtr& asked, Check<T> check = nullptr);
   template <class T>
   void treat(const Operation<T>& operation, const AskedPtr& asked);
   void cancel(Asked& asked);
@@ -53,8 +54,7 @@ class Host {
 };
 
 template <class T>
-void Host::follow(Operation<T> operation, const AskedPtr& asked,
-                  std::function<void(const Result<T>&)> check) {
+void Host::follow(Operation<T> operation, const AskedPtr& asked, Check<T> check) {
   asked->cancel = [operation] { operation.cancel(); };
   if (asked->cancelled) operation.cancel();
   scene_.awaited += 2;

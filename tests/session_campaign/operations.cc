@@ -59,66 +59,55 @@ void Host::query() {
   Scene& scene = scene_;
   const auto asked = begin("query");
   const Limits chosen = limits(*asked, kQueryLimit);
-  const auto hasLevel = [&scene, asked](std::uint64_t level) {
-    EXPECT_TRUE(!scene.undamaged(asked->began) ||
-                scene.past([&](const Moment& moment) { return moment.battery == level; }, asked->began))
-        << asked->name << ": battery " << level << " of another time";
+  const auto expect = [&scene, asked](bool isRight, const char* what) {
+    EXPECT_TRUE(isRight || !scene.undamaged(asked->began)) << asked->name << ": " << what;
   };
-  const auto hasVersion = [&scene, asked](const std::string& version) {
-    EXPECT_TRUE(!scene.undamaged(asked->began) || scene.versions.contains(version)) << asked->name << version;
+  const auto hasLevel = [=, &scene](const auto& level) {
+    const auto was = [&](const Moment& moment) { return moment.battery == *level; };
+    expect(!level || scene.past(was, asked->began), "the battery of another time");
   };
-  const auto hasStorage = [&scene, asked](const ByteCounts& bytes) {
-    EXPECT_TRUE(!scene.undamaged(asked->began) ||
-                (bytes.at(0) == 16384 * 32768ULL && bytes.at(1) < bytes.at(0) + 1))
-        << asked->name;
+  const auto hasVersion = [=, &scene](const auto& version) {
+    expect(!version || scene.versions.contains(*version), "no version");
+  };
+  const auto hasStorage = [=](const auto& bytes) {
+    expect(!bytes || (bytes->at(0) == 16384 * 32768ULL && bytes->at(1) <= bytes->at(0)), "no storage");
+  };
+  const auto hasAll = [=](const Result<session::Status>& status) {
+    if (!status) return;
+    hasLevel(&status->battery);
+    hasVersion(&status->firmware);
+    hasStorage(&status->storage);
   };
   switch (random_.below(6)) {
     case 0:
-      return follow<std::string>(session_->firmware(chosen), asked, [=](const Result<std::string>& result) {
-        if (result) hasVersion(*result);
-      });
+      return follow(session_->firmware(chosen), asked, hasVersion);
     case 1:
-      return follow<ByteCounts>(session_->storage(chosen), asked, [=](const Result<ByteCounts>& result) {
-        if (result) hasStorage(*result);
-      });
+      return follow(session_->storage(chosen), asked, hasStorage);
     case 2:
-      return follow<session::Status>(session_->status(chosen), asked,
-                                     [=](const Result<session::Status>& result) {
-                                       if (!result) return;
-                                       hasLevel(result->battery);
-                                       hasVersion(result->firmware);
-                                       hasStorage(result->storage);
-                                     });
+      return follow(session_->status(chosen), asked, hasAll);
     default:
-      return follow<std::uint64_t>(session_->battery(chosen), asked,
-                                   [=](const Result<std::uint64_t>& result) {
-                                     if (result) hasLevel(*result);
-                                   });
+      return follow(session_->battery(chosen), asked, hasLevel);
   }
 }
 
 void Host::list() {
-  using List = std::vector<session::RecordingInfo>;
   Scene& scene = scene_;
   const auto asked = begin("recordings");
-  follow<List>(session_->recordings(limits(*asked, kListLimit)), asked,
-               [=, &scene](const Result<List>& result) {
-                 if (!result || !scene.undamaged(asked->began)) return;
-                 const std::uint32_t first = result->empty() ? 0 : result->front().id;
-                 EXPECT_TRUE(scene.past(
-                     [&](const Moment& moment) {
-                       return moment.count == result->size() && (result->empty() || moment.firstId == first);
-                     },
-                     asked->began))
-                     << asked->name << ": no store that there was";
-                 for (std::size_t i = 0; i < result->size(); ++i) {
-                   const session::RecordingInfo& info = result->at(i);
-                   EXPECT_EQ(info.id, first + i);
-                   const auto& held = scene.store->held.at(info.id);
-                   EXPECT_EQ(info.bytes, held.content.size()) << asked->name;
-                   EXPECT_EQ(info.created, held.created) << asked->name;
-                 }
-               });
+  const auto check = [=, &scene](const Result<std::vector<session::RecordingInfo>>& result) {
+    if (!result || !scene.undamaged(asked->began)) return;
+    const std::uint32_t first = result->empty() ? 0 : result->front().id;
+    const auto was = [&](const Moment& moment) {
+      return moment.count == result->size() && (result->empty() || moment.firstId == first);
+    };
+    EXPECT_TRUE(scene.past(was, asked->began)) << asked->name << ": no store that there was";
+    for (std::size_t i = 0; i < result->size(); ++i) {
+      const auto& [content, created] = scene.store->held.at(first + static_cast<std::uint32_t>(i));
+      const session::RecordingInfo& info = result->at(i);
+      EXPECT_TRUE(info.id == first + i && info.bytes == content.size() && info.created == created)
+          << asked->name;
+    }
+  };
+  follow(session_->recordings(limits(*asked, kListLimit)), asked, check);
 }
 
 void Host::download() {
@@ -129,45 +118,44 @@ void Host::download() {
   std::optional<std::uint32_t> expected;
   if (chance(4)) expected = scene.store->firstId() + static_cast<std::uint32_t>(random_.below(2));
   const auto chosen = limits(*asked, std::nullopt);
-  follow<session::Saved>(
-      session_->download(file, session::DownloadOptions().keep(keep), chosen, expected), asked,
-      [=, &scene](const Result<session::Saved>& result) {
-        if (!result) {
-          EXPECT_NE(result.error().effect(), Effect::done) << asked->name;
-          return;
-        }
-        const auto held = scene.store->held.find(result->recording.id);
-        if (held == scene.store->held.end()) {
-          EXPECT_FALSE(scene.undamaged(Duration(0))) << asked->name << ": of no recording";
-          return;
-        }
-        EXPECT_TRUE(testing::contentOf(result->file.string()) == testing::text(held->second.content) ||
-                    (scene.isHostile && !result->checked))
-            << asked->name << ": not the recording";
-        EXPECT_EQ(expected.value_or(result->recording.id), result->recording.id) << asked->name;
-        if (result->deleted == Effect::done) {
-          EXPECT_LT(result->recording.id, scene.store->firstId()) << asked->name << ": it is there";
-          EXPECT_FALSE(keep) << asked->name;
-        } else if (!keep) {
-          EXPECT_TRUE(result->notDeleted) << asked->name << ": not deleted, and nobody knows why";
-        }
-      });
+  follow(session_->download(file, session::DownloadOptions().keep(keep), chosen, expected), asked,
+         [=, &scene](const auto& result) {
+           if (!result) {
+             EXPECT_NE(result.error().effect(), Effect::done) << asked->name;
+             return;
+           }
+           const auto held = scene.store->held.find(result->recording.id);
+           if (held == scene.store->held.end()) {
+             EXPECT_FALSE(scene.undamaged(Duration(0))) << asked->name << ": of no recording";
+             return;
+           }
+           EXPECT_TRUE(testing::contentOf(result->file.string()) == testing::text(held->second.content) ||
+                       (scene.isHostile && !result->checked))
+               << asked->name << ": not the recording";
+           EXPECT_EQ(expected.value_or(result->recording.id), result->recording.id) << asked->name;
+           if (result->deleted == Effect::done) {
+             EXPECT_LT(result->recording.id, scene.store->firstId()) << asked->name << ": it is there";
+             EXPECT_FALSE(keep) << asked->name;
+           } else if (!keep) {
+             EXPECT_TRUE(result->notDeleted) << asked->name << ": not deleted, and nobody knows why";
+           }
+         });
 }
 
 void Host::downloadAll() {
   Scene& scene = scene_;
   const auto asked = begin("downloadAll");
   const session::DownloadOptions options = session::DownloadOptions().keep(chance(6));
-  follow<session::Harvest>(session_->downloadAll(scene.path, options, limits(*asked, std::nullopt)), asked,
-                           [=, &scene](const Result<session::Harvest>& result) {
-                             const session::Harvest* const harvest = result.achieved();
-                             if (harvest == nullptr || !scene.undamaged(Duration(0))) return;
-                             for (const session::Saved& saved : harvest->saved) {
-                               EXPECT_TRUE(testing::contentOf(saved.file.string()) ==
-                                           testing::text(scene.store->held.at(saved.recording.id).content))
-                                   << asked->name << ": not the recording";
-                             }
-                           });
+  const auto check = [=, &scene](const Result<session::Harvest>& result) {
+    const session::Harvest* const harvest = result.achieved();
+    if (harvest == nullptr || !scene.undamaged(Duration(0))) return;
+    for (const session::Saved& saved : harvest->saved) {
+      const Bytes& content = scene.store->held.at(saved.recording.id).content;
+      EXPECT_TRUE(testing::contentOf(saved.file.string()) == testing::text(content))
+          << asked->name << ": not the recording";
+    }
+  };
+  follow(session_->downloadAll(scene.path, options, limits(*asked, std::nullopt)), asked, check);
 }
 
 void Host::remove() {
@@ -175,11 +163,9 @@ void Host::remove() {
   const auto asked = begin("remove");
   const std::uint32_t id = scene.store->firstId() + static_cast<std::uint32_t>(random_.below(8) == 0 ? 1 : 0);
   scene.store->removed.insert(id);
-  follow<session::Done>(session_->remove(id, limits(*asked, kListLimit)), asked,
-                        [=, &scene](const Result<session::Done>& result) {
-                          EXPECT_TRUE(!result || id < scene.store->firstId())
-                              << asked->name << ": it is there";
-                        });
+  follow(session_->remove(id, limits(*asked, kListLimit)), asked, [=, &scene](const auto& result) {
+    EXPECT_TRUE(!result || id < scene.store->firstId()) << asked->name << ": it is there";
+  });
 }
 
 void Host::record() {
@@ -193,24 +179,23 @@ void Host::record() {
   if (!asked->endless) options.length(Duration(1ms) * random_.below(3000));
   const auto chosen = limits(*asked, std::nullopt);
   ++scene.recordings;
-  follow<session::Recorded>(
-      session_->record(file, options, chosen), asked, [=, &scene](const Result<session::Recorded>& result) {
-        const session::Recorded* const recorded = result.achieved();
-        if (recorded == nullptr) return;
-        const std::string content = testing::contentOf(file);
-        EXPECT_EQ(recorded->bytes, content.size()) << asked->name;
-        if (!scene.undamaged(asked->began)) return;
-        unsigned which = 0;
-        const auto numbers = packetsIn(content, which);
-        ASSERT_TRUE(numbers) << asked->name << ": not what the recorder has sent";
-        EXPECT_EQ(recorded->packets, numbers->size()) << asked->name;
-        const bool doubled = scene.faults->since(sim::Fault::duplicate, asked->began);
-        for (std::size_t i = 1; i < numbers->size(); ++i) {
-          EXPECT_LT(numbers->at(i - 1), numbers->at(i) + (doubled ? 1 : 0)) << asked->name << ": in disorder";
-        }
-        if (scene.linkTrouble() || numbers->empty()) return;
-        EXPECT_EQ(numbers->size(), scene.microphone->made.at(which)) << asked->name << ": sound is missing";
-      });
+  follow(session_->record(file, options, chosen), asked, [=, &scene](const auto& result) {
+    const session::Recorded* const recorded = result.achieved();
+    if (recorded == nullptr) return;
+    const std::string content = testing::contentOf(file);
+    EXPECT_EQ(recorded->bytes, content.size()) << asked->name;
+    if (!scene.undamaged(asked->began)) return;
+    unsigned which = 0;
+    const auto numbers = packetsIn(content, which);
+    ASSERT_TRUE(numbers) << asked->name << ": not what the recorder has sent";
+    EXPECT_EQ(recorded->packets, numbers->size()) << asked->name;
+    const bool doubled = scene.faults->since(sim::Fault::duplicate, asked->began);
+    for (std::size_t i = 1; i < numbers->size(); ++i) {
+      EXPECT_LT(numbers->at(i - 1), numbers->at(i) + (doubled ? 1 : 0)) << asked->name << ": in disorder";
+    }
+    if (scene.linkTrouble() || numbers->empty()) return;
+    EXPECT_EQ(numbers->size(), scene.microphone->made.at(which)) << asked->name << ": sound is missing";
+  });
 }
 
 void Host::update() {
@@ -229,19 +214,17 @@ void Host::update() {
   const std::string file = numbered("image", number, "");
   testing::writeFile(file, testing::text(image));
   scene.versions.insert(std::string("2.").append(std::to_string(byte)).append(".7"));
-  follow<session::Installed>(
-      session_->update(file, limits(*asked, std::nullopt)), asked,
-      [=, &scene](const Result<session::Installed>& result) {
-        if (result) {
-          EXPECT_TRUE(scene.isHostile || scene.installed.contains(testing::text(image)))
-              << asked->name << ": not there";
-          EXPECT_TRUE(!scene.undamaged(asked->began) || scene.versions.contains(result->after));
-        } else if (result.error().effect() == Effect::none || !scene.linkTrouble()) {
-          EXPECT_EQ(scene.installed.contains(testing::text(image)), result.error().effect() != Effect::none)
-              << asked->name << ": " << result.error().text();
-        }
-        EXPECT_FALSE(refused && result) << asked->name;
-      });
+  follow(session_->update(file, limits(*asked, std::nullopt)), asked, [=, &scene](const auto& result) {
+    if (result) {
+      EXPECT_TRUE(scene.isHostile || scene.installed.contains(testing::text(image)))
+          << asked->name << ": not there";
+      EXPECT_TRUE(!scene.undamaged(asked->began) || scene.versions.contains(result->after));
+    } else if (result.error().effect() == Effect::none || !scene.linkTrouble()) {
+      EXPECT_EQ(scene.installed.contains(testing::text(image)), result.error().effect() != Effect::none)
+          << asked->name << ": " << result.error().text();
+    }
+    EXPECT_FALSE(refused && result) << asked->name;
+  });
 }
 
 void Host::transact() {

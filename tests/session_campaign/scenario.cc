@@ -60,7 +60,6 @@ void fill(Scene& scene, Choices& random) {
 
 /// Somebody who reads every event, and may stop a while or not have the patience to wait for one.
 void readEvents(Scene& scene, const session::Stream<session::Event>& events, Choices random) {
-  std::size_t ended = 0;
   for (;;) {
     Limits limits;
     if (random.below(4) == 0) limits.timeout(Duration(1ms) * random.below(9000));
@@ -70,7 +69,6 @@ void readEvents(Scene& scene, const session::Stream<session::Event>& events, Cho
       EXPECT_EQ(event.error().code(), Errc::closed) << event.error().text();
       break;
     }
-    if (event && std::holds_alternative<session::event::OperationEnded>(**event)) ++ended;
     if (random.below(8) == 0) scene.scheduler.sleep(Duration(1ms) * random.below(500));
   }
   scene.endings->signal();
