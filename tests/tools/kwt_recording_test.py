@@ -32,11 +32,9 @@ class RecordingTest(CommandTest, KwtTestCase):
         ("", "record -o f.rec -t 2", 1, ("not in a call", "1004", "-t")),
         ("write 2 refuse", "record -o f.rec", 75, ("ATT error",)),
         ("write 2 drop", "record -o f.rec", 75, ("did not answer within 10 s",)),
-        ("notification 1 disconnect", "record -o f.rec", 75, ("connection to the recorder was lost",)),
         ("notification 2 disconnect", "record -o f.rec", 75, ("connection to the recorder was lost",)),
         ("notification 32 disconnect", "record -o f.rec", 75, ("lost after 0.", "bytes)", "kwt convert"), True),
         ("write 3 drop", "record -o f.rec -d 0.2", 1, ("did not confirm the stop", "with its key"), True),
-        ("write 3 refuse", "record -o f.rec -d 0.2", 1, ("did not confirm the stop",), True),
         ("notification 32 disconnect", "record -o f.opus", 75, ("lost after 0.", "f.opus holds what arrived, and plays"),
          True),
         ("key 200ms", "record -o f.MP3", 0, ("Recorded f.MP3 (0.20 s",), True),
@@ -70,27 +68,17 @@ class RecordingTest(CommandTest, KwtTestCase):
         self.recorded(recorder)
 
     def test_second_interruption(self):
+        """What is named for a player plays as far as it had got, and nothing else is left."""
         recorder = Recorder(self, script="write 3 drop")
-        terminal = Terminal(recorder, "record", "-o", "f.rec")
+        terminal = Terminal(recorder, "record", "-o", "f.opus")
         terminal.wait_for(b"dBFS", 2)
         while terminal.process.poll() is None:
             terminal.process.send_signal(signal.SIGINT)
             with contextlib.suppress(subprocess.TimeoutExpired):
                 terminal.process.wait(0.3)
         self.check(terminal.finish(), -signal.SIGINT)
-        self.assertGreater(self.recorded(recorder), 0)
-
-    def test_killed_host(self):
-        """What is named for a player plays as far as it had got."""
-        for name in ("f.opus", "f.wav", "f.mp3"):
-            recorder = Recorder(self)
-            process = recorder.start("record", "-o", name)
-            while not (recorder.home / name).exists() or (recorder.home / name).stat().st_size < 4000:
-                self.assertIsNone(process.poll())
-            process.kill()
-            finish(process)
-            self.assertEqual(recorder.files(), [name])
-            self.assertGreater(length_of(recorder.home / name), 0.08)
+        self.assertEqual(recorder.files(), ["f.opus"])
+        self.assertGreater(length_of(recorder.home / "f.opus"), 0.02)
 
     def test_pipe(self):
         """Sound comes while it is recorded, and nothing else with it."""

@@ -47,10 +47,7 @@ class KwtTest(CommandTest, KwtTestCase):
         (f"notification {QUERIES + packets_of(3 * BLOCK) + 2} drop", "pull -o f", 1,
          ("f is safe", "not confirm", "kwt list"), ["f"]),
         ("notification 1 drop", "info", 75, ("did not answer within 5 s", "switched on")),
-        ("notification 2 disconnect", "info", 75, ("connection to the recorder was lost",)),
-        ("write 1 refuse", "info", 75, ("ATT error 0x03",)),
-        ("notification 3 drop", "list", 75, ("did not answer within 5 s",)),
-        ("notification 6 drop", "rm 1", 1, ("did not confirm that it deleted recording 1", "kwt list")))
+        ("write 1 refuse", "info", 75, ("ATT error 0x03",)))
 
     @classmethod
     def setUpClass(cls):
@@ -219,8 +216,6 @@ class KwtTest(CommandTest, KwtTestCase):
     def test_time(self):
         recorder = Recorder(self, 3 * BLOCK, script="interval 7.5ms\npackets 1\n")
         self.check(recorder.run("pull", "-o", "f", "--timeout", "0.5"), 75, "--timeout, 0.5 s")
-        recorder.script("")
-        self.check(recorder.run("pull", "-o", "f"), 0, "has deleted")
         terminal = Terminal(Recorder(self), "record", "-o", "live.rec")
         self.check(terminal.end(b"dBFS", 2, signal.SIGHUP), 0, "It was stopped.")
 
@@ -283,24 +278,11 @@ class KwtTest(CommandTest, KwtTestCase):
         self.assert_pulled(recorder, "f")
 
     def test_full_disk(self):
-        recorder = Recorder(self, 2 * BLOCK)
-        result = recorder.run("pull", "-o", "f", limit=20000)
-        self.check(result, 1, "Cannot write f.part: File too large", "still has", "free space")
-        self.assertLessEqual((recorder.home / "f.part").stat().st_size, 20000)
-        self.assert_resumes(recorder)
+        recorder = Recorder(self)
         result = recorder.run("record", "-o", "f.rec", limit=1000)
         self.check(result, 1, "Cannot write f.rec: File too large", "was stopped", "(1000 bytes)")
         with open("/dev/full", "w") as full:
             self.check(recorder.run("list", stdout=full), 1, "could not be written to standard output")
-
-    def test_interruption(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
-            with self.subTest(number):
-                recorder = Recorder(self, 3 * BLOCK, script="interval 7.5ms\npackets 3\n")
-                result = Terminal(recorder, "pull", "-o", "f").end(b"s left", 3, number)
-                size = (recorder.home / "f.part").stat().st_size
-                self.check(result, 1, f"Interrupted after {size} of {3 * BLOCK}", "continue")
-                self.assert_resumes(recorder)
 
     def test_tour(self):
         folder, process = self.tour
