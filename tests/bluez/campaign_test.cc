@@ -7,35 +7,12 @@
 #include "tests/support/choices.h"
 #include "tests/support/facade_operations.h"
 #include "tests/support/forwarding_scheduler.h"
-#include "tests/support/repeat.h"
 
 namespace kwtsdk::testing {
 namespace {
 
 constexpr std::size_t kBlock = sim::RecordingStore::kBlockSize;
 constexpr const char* kRefusal = "refuse WriteValue org.bluez.Error.Failed";
-
-/// Its clock is slow: threads of a machine that is busy stand still for longer than facade and adapter wait.
-struct SlowScheduler : ForwardingScheduler {
-  struct Waiter : Semaphore {
-    explicit Waiter(std::shared_ptr<Semaphore> its) : real(std::move(its)) {}
-    void signal() override { real->signal(); }
-    bool wait(std::optional<Duration> timeout) override {
-      return real->wait(timeout ? std::optional(*timeout * kTimes) : std::nullopt);
-    }
-    const std::shared_ptr<Semaphore> real;
-  };
-  static constexpr int kTimes = 12;
-  SlowScheduler() : ForwardingScheduler(threadScheduler()) {}
-  Duration now() const override { return ForwardingScheduler::now() / kTimes; }
-  std::shared_ptr<Semaphore> semaphore(const std::string& name) override {
-    return std::make_shared<Waiter>(ForwardingScheduler::semaphore(name));
-  }
-  std::shared_ptr<Timer> repeatingTimer(Duration first, Duration interval, Duration leeway,
-                                        std::function<void()> onFire) override {
-    return ForwardingScheduler::repeatingTimer(first * kTimes, interval * kTimes, leeway, std::move(onFire));
-  }
-};
 
 class Scenario {
  public:
@@ -223,7 +200,8 @@ class Scenario {
   std::atomic<bool> hasTrouble_{false}, isAnswered_{false}, isGone_{false}, isRefused_{false};
   std::atomic<bool> isInEvent_{false}, isSlow_{false};  // events are running, take their time
   Witness witness_;
-  const std::shared_ptr<Scheduler> slow_ = std::make_shared<SlowScheduler>();
+  // Threads of a machine that is busy stand still for longer than facade and adapter wait.
+  const std::shared_ptr<Scheduler> slow_ = std::make_shared<PacedScheduler>(threadScheduler(), 1 / 12.0);
   const std::string path_ = sharedFolder().file("recording");
   const std::shared_ptr<Semaphore> happened_ = slow_->semaphore("happened");
   std::shared_ptr<LineLog> log_;

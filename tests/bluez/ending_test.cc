@@ -11,16 +11,18 @@ TEST(BluezLoss, FailsWhatIsQueuedAndIsFollowedByAnotherConnection) {
   if (isAcquirable()) cases.emplace_back("hang up", "start");
   for (const auto& [loss, repair] : cases) {
     SCOPED_TRACE(loss);
+    // An answer that is ahead of its acknowledgement is none behind the end.
+    const std::string held = isAcquirable() && loss == "disconnect" ? "Ack" : "WriteValue";
     ASSERT_EQ(nameOf(host.device->connect()), "ok");
     host.ask();
-    host.bluez.obey("hold WriteValue");
+    host.bluez.obey("hold " + held);
     host.journal->take();
     for (int i = 0; i < 3; ++i) host.write();
-    EXPECT_TRUE(host.journal->await("WriteValue CA2A"));
+    EXPECT_TRUE(host.journal->await(held == "Ack" ? "notified C92A" : "WriteValue CA2A"));
     loss == "bus" ? host.bus.end() : loss == "disconnect" ? host.device->disconnect() : host.bluez.obey(loss);
     EXPECT_TRUE(host.journal->await("onDisconnect"));
     EXPECT_EQ(host.device->peripheral()->state(), PeripheralState::disconnected);
-    auto lines = host.journal->take();
+    auto lines = host.happened();
     std::erase_if(lines, [](const std::string& line) {
       return line.starts_with("WriteValue") || line.starts_with("Disconnect") ||
              line.starts_with("StopNotify") ||
@@ -33,7 +35,7 @@ TEST(BluezLoss, FailsWhatIsQueuedAndIsFollowedByAnotherConnection) {
     host.write();
     EXPECT_TRUE(host.journal->await("didWrite " + nameOf(Problem::connectionLost)));
     if (loss == "bus") host.bus.start();
-    host.bluez.obey(repair + ";release WriteValue");
+    host.bluez.obey(repair + ";release " + held);
     const auto before = host.characteristic("CA2A");
     ASSERT_EQ(nameOf(host.device->connect()), "ok");
     EXPECT_EQ(host.characteristic("CA2A"), before);

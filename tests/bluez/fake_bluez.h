@@ -7,8 +7,7 @@
 #include <kwtsdk/sim/simulated_link.h>
 
 #include "tests/bluez/course.h"
-#include "tests/bluez/fake_device.h"
-#include "tests/bluez/fake_gatt.h"
+#include "tests/bluez/fake_objects.h"
 #include "tests/bluez/journal.h"
 
 namespace kwtsdk::testing {

@@ -5,7 +5,7 @@
 #include <kwtsdk/sim/seed.h>
 
 #include "tests/campaign/scenario.h"
-#include "tests/support/repeat.h"
+#include "tests/support/choices.h"
 
 namespace kwtsdk::campaign {
 namespace {

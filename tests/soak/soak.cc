@@ -10,7 +10,6 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -134,28 +133,6 @@ void soakVirtually(double seconds) {
   });
 }
 
-/// A clock that is so many times as fast.
-class FastScheduler : public ForwardingScheduler {
- public:
-  FastScheduler(std::shared_ptr<Scheduler> real, double factor)
-      : ForwardingScheduler(std::move(real)), factor_(factor) {}
-
-  std::shared_ptr<Timer> repeatingTimer(Duration first, Duration interval, Duration leeway,
-                                        std::function<void()> onFire) override {
-    return ForwardingScheduler::repeatingTimer(real(first), real(interval), leeway, std::move(onFire));
-  }
-  void sleep(Duration duration) override { ForwardingScheduler::sleep(real(duration)); }
-  Duration now() const override { return scaled(ForwardingScheduler::now(), factor_); }
-
- private:
-  static Duration scaled(Duration time, double by) {
-    return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(time) * by);
-  }
-  Duration real(Duration time) const { return scaled(time, 1 / factor_); }
-
-  const double factor_;
-};
-
 /// Numbered packets that fill a notification of 244 bytes.
 struct FullMicrophone : sim::Microphone {
   static constexpr std::size_t kSize = 240;
@@ -188,7 +165,7 @@ void soakInRealTime(double seconds) {
   const auto microphone = std::make_shared<FullMicrophone>();
   const auto model = std::make_shared<sim::RecorderModel>(std::make_shared<sim::MemoryStore>());
   model->setMicrophone(microphone);
-  const auto fast = std::make_shared<FastScheduler>(scheduler, bytesPerSecond / bytes * packet.count());
+  const auto fast = std::make_shared<PacedScheduler>(scheduler, bytesPerSecond / bytes * packet.count());
   const auto link = sim::SimulatedLink::create(fast, model, {});
   const auto session = Session::create(session::linkOver(link), session::Options());
   const TemporaryFolder folder;

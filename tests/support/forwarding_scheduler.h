@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -30,6 +32,41 @@ class ForwardingScheduler : public Scheduler {
 
  private:
   const std::shared_ptr<Scheduler> real_;
+};
+
+/// A clock that is so many times as fast, or slow.
+class PacedScheduler : public ForwardingScheduler {
+ public:
+  PacedScheduler(std::shared_ptr<Scheduler> real, double factor)
+      : ForwardingScheduler(std::move(real)), factor_(factor) {}
+
+  std::shared_ptr<Semaphore> semaphore(const std::string& name) override {
+    return std::make_shared<Waiter>(*this, ForwardingScheduler::semaphore(name));
+  }
+  std::shared_ptr<Timer> repeatingTimer(Duration first, Duration interval, Duration leeway,
+                                        std::function<void()> onFire) override {
+    return ForwardingScheduler::repeatingTimer(real(first), real(interval), leeway, std::move(onFire));
+  }
+  void sleep(Duration duration) override { ForwardingScheduler::sleep(real(duration)); }
+  Duration now() const override { return scaled(ForwardingScheduler::now(), factor_); }
+
+ private:
+  struct Waiter : Semaphore {
+    Waiter(const PacedScheduler& its, std::shared_ptr<Semaphore> to)
+        : factor(its.factor_), real(std::move(to)) {}
+    void signal() override { real->signal(); }
+    bool wait(std::optional<Duration> timeout) override {
+      return real->wait(timeout ? std::optional(scaled(*timeout, 1 / factor)) : std::nullopt);
+    }
+    const double factor;
+    const std::shared_ptr<Semaphore> real;
+  };
+  static Duration scaled(Duration time, double by) {
+    return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(time) * by);
+  }
+  Duration real(Duration time) const { return scaled(time, 1 / factor_); }
+
+  const double factor_;
 };
 
 }  // namespace kwtsdk::testing
