@@ -7,6 +7,14 @@
 
 namespace kwtsdk::testing {
 
+/// Each element until the stream ends.
+template <class T>
+std::vector<T> allOf(const session::Stream<T>& stream) {
+  std::vector<T> all;
+  for (auto next = stream.next().wait(); next && *next; next = stream.next().wait()) all.push_back(**next);
+  return all;
+}
+
 /// An image that the recorder can be sent, and whose version is 2.<number>.7.
 inline Bytes firmwareImage(std::size_t size = 3016, std::uint8_t number = 5) {
   Bytes image(size);

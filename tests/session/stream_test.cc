@@ -18,14 +18,6 @@ std::string wordOf(const Event& given) {
   return end == nullptr ? kWords.at(given.index()) : end->name + (end->error ? " failed" : " done");
 }
 
-/// Each element until the stream ends.
-template <class T>
-std::vector<T> allOf(const session::Stream<T>& stream) {
-  std::vector<T> all;
-  for (auto next = stream.next().wait(); next && *next; next = stream.next().wait()) all.push_back(**next);
-  return all;
-}
-
 TEST(SessionStreams, TellEachEventOnceInItsOrder) {
   play<SessionScene>([](SessionScene& scene) {
     const auto events = scene.session->events(), few = scene.session->events(3);
