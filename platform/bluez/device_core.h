@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -22,6 +23,9 @@ namespace kwtsdk::bluez {
 
 /// How long BlueZ may take to end a connection.
 inline constexpr Duration kLeaveLimit = std::chrono::seconds(10);
+
+// Bluetooth Core standard, Volume 3, Parts F and G.
+inline constexpr std::size_t kSmallestMtu = 23, kAttHead = 3;
 
 class BluezCharacteristic : public gatt::ValueCharacteristic {
  public:
@@ -136,7 +140,7 @@ class DeviceCore : public Peripheral, public std::enable_shared_from_this<Device
   mutable internal::Mutex mutex_;
   PeripheralState state_ KWT_GUARDED_BY(mutex_) = PeripheralState::disconnected;
   bool closed_ KWT_GUARDED_BY(mutex_) = false;  // and so disconnected for everybody else
-  std::size_t longestWrite_ KWT_GUARDED_BY(mutex_);
+  std::size_t longestWrite_ KWT_GUARDED_BY(mutex_) = kSmallestMtu - kAttHead;
   std::vector<CharacteristicPtr> characteristics_ KWT_GUARDED_BY(mutex_);
   Attempt attempt_ KWT_GUARDED_BY(mutex_) = 0;
   std::shared_ptr<Client> attempting_ KWT_GUARDED_BY(mutex_);  // of the attempt under way
