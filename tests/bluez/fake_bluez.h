@@ -6,7 +6,6 @@
 
 #include <kwtsdk/sim/simulated_link.h>
 
-#include "tests/bluez/course.h"
 #include "tests/bluez/fake_objects.h"
 #include "tests/bluez/journal.h"
 
