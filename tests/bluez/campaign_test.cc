@@ -171,6 +171,8 @@ class Scenario {
       EXPECT_TRUE(contentOf(path_).starts_with(text(recording))) << "the download is not the recording";
       EXPECT_TRUE(await([&] { return log_->count("Delete fileId") > logged || isGone_ || isRefused_; }))
           << "the deletion behind a download never ended";
+      while (outcome("count") == "1002 ") {  // pending until the deletion's completion has returned
+      }
     }
     const auto removed = before - host_.store->count();
     EXPECT_TRUE(removed == (isOk ? 1U : 0U) || (hasTrouble_ && isDownload == isOk))
