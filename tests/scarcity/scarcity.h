@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <utility>
 
@@ -26,6 +27,12 @@ struct Scarcity {
   /// How many requests there have been.
   static std::uint64_t end();
 };
+
+/// What a test is called by.
+inline void PrintTo(const Scarcity& scarcity, std::ostream* to) {
+  *to << (scarcity.of == Scarcity::Of::memory ? "memory" : "threads")
+      << (scarcity.isLasting ? ", from one on" : ", once");
+}
 
 /// While it lives, this thread's requests count, or do not.
 class Counting {
