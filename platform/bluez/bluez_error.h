@@ -39,18 +39,26 @@ Error errorOf(const sdbus::Error& answer);
 /// Of a bus that could not be opened.
 Error openingErrorOf(const sdbus::Error& failure);
 
-/// Runs what may throw, at the edge of a public operation.
+/// What is returned where there is no memory; made while there is some.
+inline Error noMemory() { return errorOf(Problem::busFailure, kNoMemory); }
+
+/// Runs what may throw, at the edge of a public operation. Without memory it throws before it has begun, or
+/// not at all.
 template <class Work>
-MaybeError attempted(Work&& work) {
+MaybeError attempted(Work&& work, Error withoutMemory = noMemory()) {
   try {
-    work();
-    return std::nullopt;
-  } catch (const BluezError& failure) {
-    return failure.error();
+    try {
+      work();
+      return std::nullopt;
+    } catch (const BluezError& failure) {
+      return failure.error();
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const std::exception& exception) {
+      return errorOf(Problem::busFailure, exception.what());
+    }
   } catch (const std::bad_alloc&) {
-    return errorOf(Problem::busFailure, kNoMemory);
-  } catch (const std::exception& exception) {
-    return errorOf(Problem::busFailure, exception.what());
+    return MaybeError(std::move(withoutMemory));
   }
 }
 

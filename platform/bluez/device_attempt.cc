@@ -2,7 +2,6 @@
 // over.
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 #include "platform/bluez/device_core.h"
@@ -23,7 +22,7 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
   const std::unique_lock one(*connecting_);
   if (const auto complaint = complaintAbout(options)) return complaint;
   if (const auto failure = attempted([this] { awaitEvents(); })) return failure;
-  MaybeError outcome = errorOf(Problem::busFailure, kNoMemory);  // while there is some
+  Error withoutMemory = noMemory();  // once it has begun, it ends
   auto before = PeripheralState::disconnecting;
   while (before == PeripheralState::disconnecting) {
     if (!awaitDepartures())
@@ -31,11 +30,7 @@ MaybeError DeviceCore::connect(const ConnectOptions& options) {
     before = beginAttempt();
   }
   if (before == PeripheralState::connected) return std::nullopt;
-  try {
-    outcome = attempted([&] { establish(options); });
-  } catch (const std::bad_alloc&) {  // it stays what it is
-  }
-  return endAttempt(std::move(outcome));
+  return endAttempt(attempted([&] { establish(options); }, std::move(withoutMemory)));
 }
 
 MaybeError DeviceCore::complaintAbout(const ConnectOptions& options) const {
@@ -128,7 +123,7 @@ DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> clien
   const auto report = [this, attempt](const gatt::OperationQueue::Target& target, const MaybeError& error) {
     if (const auto current = error ? connectionIn(attempt) : nullptr) current->notifications->fail();
     events_.didWrite(shared_from_this(), target, error);
-    if (const auto current = error ? nullptr : connectionIn(attempt)) current->notifications->release();
+    if (const auto current = connectionIn(attempt)) current->notifications->release();
   };
   auto connection = std::make_shared<Connection>(std::move(client), device, attempt, start, report);
   const auto onValue = [run = whileThere(), attempt](const auto& source, const Bytes& value) {

@@ -84,15 +84,16 @@ class Loop::State {
 
   void run() {
     currentLoop = this;
-    bool isStarved = false;
-    while (!isClosed()) {
+    for (bool goesOn = true, isStarved = false; goesOn;) {
       try {
         if (isStarved) tellStarved();
         isStarved = false;
-        if (work()) wait();
+        goesOn = work();
+        if (goesOn) wait();
       } catch (const std::bad_alloc&) {  // what needed the memory is lost, and not the thread
         isStarved = true;
         ::poll(nullptr, 0, kPauseMs);
+        goesOn = !isClosed();
       }
     }
     currentLoop = nullptr;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <new>
 #include <utility>
 
 #include "platform/bluez/client.h"
@@ -101,11 +100,7 @@ Scanner::~Scanner() = default;
 
 ScanResult Scanner::scan(Duration time, const ScanFilter& filter) {
   ScanResult result;
-  result.error = errorOf(Problem::busFailure, kNoMemory);  // while there is some
-  try {
-    result.error = attempted([&] { impl_->listen(time, filter, result.devices); });
-  } catch (const std::bad_alloc&) {  // it stays what it is
-  }
+  result.error = attempted([&] { impl_->listen(time, filter, result.devices); });
   impl_->finish();
   if (result.error && isProblem(*result.error, Problem::cancelled)) result.error.reset();  // a stop is none
   std::ranges::sort(result.devices, std::greater<>(), &FoundDevice::signal);

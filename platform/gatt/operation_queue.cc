@@ -54,8 +54,7 @@ bool OperationQueue::begin(const Operation& operation) {
 
 void OperationQueue::finished(const MaybeError& error) {
   if (!running_) return;
-  const Operation done = std::move(*running_);
-  running_.reset();
+  const Operation done = *std::exchange(running_, std::nullopt);
   if (done.kind == Operation::Kind::subscribe) {
     noteSubscription(done.target, error);
     if (error) subscribed_.erase(done.target);
