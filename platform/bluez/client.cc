@@ -34,7 +34,6 @@ MaybeError outcomeOf(sdbus::MethodReply& reply, const sdbus::Error* error, const
 std::shared_ptr<Client> Client::open(const std::shared_ptr<Scheduler>& scheduler, Loop& loop,
                                      const std::string& device, Events events) {
   std::shared_ptr<Client> client(new Client(scheduler, loop, device, std::move(events)));
-  client->loading_ = client->askForObjects();  // ahead of the loop, which it would have to share the bus with
   loop.add(client);
   return client;
 }
@@ -62,12 +61,7 @@ void Client::handle(std::span<const pollfd> polled) {
   endLate();
 }
 
-void Client::load() {
-  const auto loading = loading_ ? std::exchange(loading_, nullptr) : askForObjects();
-  await(*loading, kPrompt, Problem::busFailure);
-}
-
-std::shared_ptr<const Client::Answer> Client::askForObjects() {
+Client::Pending Client::askForObjects() {
   return ask({"/", kObjectManager, "GetManagedObjects"}, noArguments, [this](sdbus::MethodReply& reply) {
     Reader reader(reply);
     Objects loaded(device_);
@@ -80,16 +74,15 @@ std::shared_ptr<const Client::Answer> Client::askForObjects() {
   });
 }
 
-void Client::refresh(const std::string& path, const char* interface) {
+Client::Pending Client::askFor(const std::string& path, const char* interface) {
   const auto ofInterface = [&](sd_bus_message* call) {
     expectGood(sd_bus_message_append(call, "s", interface));
   };
-  call({path, kProperties, "GetAll"}, ofInterface, kPrompt, Problem::busFailure,
-       [this, path, interface](sdbus::MethodReply& reply) {
-         Reader reader(reply);
-         const internal::MutexLock lock(mutex_);
-         objects_.change(path, interface, reader);
-       });
+  return ask({path, kProperties, "GetAll"}, ofInterface, [this, path, interface](sdbus::MethodReply& reply) {
+    Reader reader(reply);
+    const internal::MutexLock lock(mutex_);
+    objects_.set(path, interface, reader);
+  });
 }
 
 // Whoever listens cannot do anything about a signal that is not what it should be; BlueZ's own are.
@@ -187,13 +180,12 @@ bool Client::resume() {
   return std::exchange(cancelled_, false);
 }
 
-void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,
-                  const Read& read) {
-  await(*ask(method, arguments, read), timeout, late);
+void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout,
+                  Problem late) {
+  await(ask(method, arguments), timeout, late);
 }
 
-std::shared_ptr<const Client::Answer> Client::ask(const Bus::Method& method, const Bus::Arguments& arguments,
-                                                  const Read& read) {
+Client::Pending Client::ask(const Bus::Method& method, const Bus::Arguments& arguments, const Read& read) {
   const auto answer = std::make_shared<Answer>();
   const auto take = [this, answer, read](sdbus::MethodReply& reply, const sdbus::Error* error) {
     const MaybeError outcome = outcomeOf(reply, error, read);
@@ -207,10 +199,10 @@ std::shared_ptr<const Client::Answer> Client::ask(const Bus::Method& method, con
   return answer;
 }
 
-void Client::await(const Answer& answer, Duration timeout, Problem late) {
-  if (!waitFor([&](const Objects&) { return answer.given; }, timeout))
+void Client::await(const Pending& answer, Duration timeout, Problem late) {
+  if (!waitFor([&](const Objects&) { return answer->given; }, timeout))
     throw BluezError(late == Problem::busFailure ? lateError(late, timeout) : errorOf(late));
-  if (answer.error) throw BluezError(*answer.error);
+  if (answer->error) throw BluezError(*answer->error);
 }
 
 void Client::start(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Done onDone,

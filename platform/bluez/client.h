@@ -38,11 +38,19 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   static std::shared_ptr<Client> open(const std::shared_ptr<Scheduler>& scheduler, Loop& loop,
                                       const std::string& device, Events events);
 
-  /// Asks BlueZ for its objects; open() has done so the first time. Throws BluezError.
-  void load();
+  /// What was asked, until await() has its answer.
+  struct Answer {
+    bool given = false;
+    MaybeError error;
+  };
+  using Pending = std::shared_ptr<const Answer>;
 
-  /// Asks for the properties of one object. Throws BluezError.
-  void refresh(const std::string& path, const char* interface);
+  /// Asks BlueZ for its objects, or for the properties of one. Throws BluezError.
+  Pending askForObjects();
+  Pending askFor(const std::string& path, const char* interface);
+
+  /// Waits for the answer. Throws BluezError: the answer, or `late` when there is none in time.
+  void await(const Pending& answer, Duration timeout = kPrompt, Problem late = Problem::busFailure);
 
   /// A look at the objects. Any thread.
   template <class Look>
@@ -61,11 +69,12 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   /// Lets waits begin again. Whether it was cancelled.
   bool resume();
 
-  /// Calls and waits for the answer. Throws BluezError: the answer, or `late` when there is none in time.
-  /// `read`, on the loop's thread, takes what was answered.
+  /// Calls. `read`, on the loop's thread, takes what was answered. Throws BluezError.
   using Read = std::function<void(sdbus::MethodReply&)>;
-  void call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late,
-            const Read& read = nullptr);
+  Pending ask(const Bus::Method& method, const Bus::Arguments& arguments, const Read& read = nullptr);
+
+  /// The same, and waits for the answer as await() does.
+  void call(const Bus::Method& method, const Bus::Arguments& arguments, Duration timeout, Problem late);
 
   /// Calls; `onDone` comes on the loop's thread, never inside the call, at the latest after `timeout`; before
   /// a good one `read` has taken what was answered. Any thread. Throws std::bad_alloc; on the loop's thread
@@ -87,17 +96,8 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
     Done onDone;
   };
 
-  struct Answer {
-    bool given = false;
-    MaybeError error;
-  };
-
   Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const std::string& device, Events events);
 
-  std::shared_ptr<const Answer> ask(const Bus::Method& method, const Bus::Arguments& arguments,
-                                    const Read& read);
-  void await(const Answer& answer, Duration timeout, Problem late);
-  std::shared_ptr<const Answer> askForObjects();
   void send(const Bus::Method& method, const Bus::Arguments& arguments, Bus::Answer onAnswer);
   void finish(std::uint64_t number, const MaybeError& error);
   void endLate();
@@ -113,7 +113,6 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   const Events events_;
   const std::shared_ptr<Semaphore> woken_;
   const std::string device_;
-  std::shared_ptr<const Answer> loading_;  // since open()
   mutable internal::Mutex mutex_;
   Objects objects_ KWT_GUARDED_BY(mutex_);
   MaybeError gone_ KWT_GUARDED_BY(mutex_);

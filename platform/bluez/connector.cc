@@ -38,13 +38,31 @@ bool Departures::await(Scheduler& scheduler, const std::string& address, Duratio
 }
 
 void Connector::run(const Adopt& adopt) {
-  client_.load();
+  isLoaded_ = !isKnown();
+  if (isLoaded_) client_.await(client_.askForObjects());
   adapter_ = client_.look([&](const Objects& objects) { return objects.usableAdapter(adapterName_); });
   establish(find(), adopt);
 }
 
 void Connector::step(ConnectStep step) const {
   if (options_.onStep) options_.onStep(step);
+}
+
+/// Asks for the adapter and the device alone, as all objects take the longer the more devices BlueZ has ever
+/// met. False: it takes those to tell; also when the first adapter is not there or has no power.
+bool Connector::isKnown() {
+  const std::string adapter = "/org/bluez/" + (adapterName_.empty() ? "hci0" : adapterName_);
+  const auto failure = attempted([&] {
+    const auto ofAdapter = client_.askFor(adapter, kAdapter);
+    const auto ofDevice = client_.askFor(adapter + "/" + pathPartOf(address_), kDevice);
+    client_.await(ofAdapter);
+    client_.await(ofDevice);
+  });
+  if (!failure)
+    return client_.look([&](const Objects& objects) { return objects.isTrue(adapter, kAdapter, "Powered"); });
+  const bool isAbsence = failure->domain() != kDomain || isProblem(*failure, Problem::connectionLost);
+  if (!isAbsence) throw BluezError(*failure);
+  return false;
 }
 
 /// BlueZ still knows a device that it heard a short while ago; only for others it has to listen.
@@ -92,15 +110,20 @@ void Connector::connect(const std::string& device) {
   // and would then look like a connection that BlueZ has not announced yet. Shared, since the answer may come
   // after this has given up.
   const auto connected = std::make_shared<bool>(false);
-  client_.call({device, kDevice, "Connect"}, noArguments, options_.connecting, Problem::noConnection,
-               [&client = client_, device, connected](sdbus::MethodReply&) {
-                 *connected = client.look(
-                     [&](const Objects& objects) { return objects.isTrue(device, kDevice, "Connected"); });
-               });
+  const auto connecting = client_.ask(
+      {device, kDevice, "Connect"}, noArguments, [&client = client_, device, connected](sdbus::MethodReply&) {
+        *connected =
+            client.look([&](const Objects& objects) { return objects.isTrue(device, kDevice, "Connected"); });
+      });
+  // While the radio is at work. BlueZ keeps characteristics of an earlier connection and does not announce
+  // them again, so that not all are known from then on.
+  const auto loading = isLoaded_ ? nullptr : client_.askForObjects();
+  client_.await(connecting, options_.connecting, Problem::noConnection);
   connected_ = *connected;
+  if (loading) client_.await(loading);
   // BlueZ 5.66 sets Connected, but never announces it, when its data channel is there before the controller
   // has told of the connection.
-  if (!connected_) client_.refresh(device, kDevice);
+  if (!connected_) client_.await(client_.askFor(device, kDevice));
 }
 
 ConnectedDevice Connector::discover(const std::string& device) {
@@ -128,14 +151,15 @@ std::vector<Objects::Characteristic> Connector::askForCharacteristics(const std:
   };
   const auto askForMtu = [&] {
     const auto characteristics = known();
-    if (!characteristics.empty()) client_.refresh(characteristics.front().path, kCharacteristic);
+    if (!characteristics.empty())
+      client_.await(client_.askFor(characteristics.front().path, kCharacteristic));
     return !characteristics.empty();
   };
   bool isTold = false;
   attempted([&] { isTold = askForMtu(); });
   if (!isTold) {
-    client_.refresh(device, kDevice);
-    if (known().empty()) client_.load();
+    client_.await(client_.askFor(device, kDevice));
+    if (known().empty()) client_.await(client_.askForObjects());
     askForMtu();
   }
   return known();

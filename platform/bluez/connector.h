@@ -55,6 +55,7 @@ class Connector {
   void run(const Adopt& adopt);
 
  private:
+  bool isKnown();
   std::string find();
   void establish(const std::string& device, const Adopt& adopt);
   void endInherited(const std::string& device);
@@ -69,6 +70,7 @@ class Connector {
   const std::string address_, adapterName_;
   const ConnectOptions& options_;
   std::string adapter_;
+  bool isLoaded_ = false;   // with all of BlueZ's objects
   bool connected_ = false;  // the connection has been seen: from then on, its absence is a loss
 };
 

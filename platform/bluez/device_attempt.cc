@@ -110,9 +110,7 @@ std::shared_ptr<Client> DeviceCore::clientOf(Attempt attempt) {
   const auto onChange = [run = whileThere(), attempt] {
     run([&](DeviceCore& core) { core.check(attempt); });
   };
-  std::string device = "dev_" + address_;  // as BlueZ's path has it
-  std::ranges::replace(device, ':', '_');
-  return Client::open(scheduler_, loop_, device, {onValue, onChange});
+  return Client::open(scheduler_, loop_, pathPartOf(address_), {onValue, onChange});
 }
 
 DeviceCore::ConnectionPtr DeviceCore::connectionOf(std::shared_ptr<Client> client, const std::string& device,

@@ -65,6 +65,11 @@ std::optional<Value> valueOf(Reader& reader, std::string_view type) {
 
 }  // namespace
 
+std::string pathPartOf(std::string address) {
+  std::ranges::replace(address, ':', '_');
+  return "dev_" + address;
+}
+
 bool Objects::isWanted(const std::string& path) const {
   const auto device = path.find("/dev_");
   if (device_.empty() || device == std::string::npos) return true;
@@ -72,7 +77,7 @@ bool Objects::isWanted(const std::string& path) const {
   return rest.starts_with(device_) && (rest.size() == device_.size() || rest[device_.size()] == '/');
 }
 
-void Objects::set(Interface& interface, Reader& values) {
+void Objects::read(Reader& values, Interface& interface) {
   values.each("{sv}", [&] {
     const std::string_view name = values.text();
     if (std::ranges::find(kNeeded, name) == kNeeded.end()) return values.skip("v");
@@ -89,7 +94,7 @@ void Objects::add(const std::string& path, Reader& interfaces) {
   interfaces.each("{sa{sv}}", [&] {
     const std::string name(interfaces.text());
     if (name != kAdapter && name != kDevice && name != kCharacteristic) return interfaces.skip("a{sv}");
-    set(objects_[path][name], interfaces);
+    read(interfaces, objects_[path][name]);
   });
 }
 
@@ -100,10 +105,14 @@ void Objects::remove(const std::string& path, Reader& interfaces) {
   if (object->second.empty()) objects_.erase(object);
 }
 
+void Objects::set(const std::string& path, const std::string& interface, Reader& values) {
+  read(values, objects_[path][interface]);
+}
+
 void Objects::change(const std::string& path, const std::string& interface, Reader& values) {
   const auto object = objects_.find(path);
   if (object == objects_.end()) return values.skip("a{sv}");
-  set(object->second[interface], values);
+  read(values, object->second[interface]);
 }
 
 void Objects::invalidate(const std::string& path, const std::string& interface, Reader& names) {

@@ -22,11 +22,14 @@ inline constexpr const char* kCharacteristic = "org.bluez.GattCharacteristic1";
 inline constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 inline constexpr const char* kObjectManager = "org.freedesktop.DBus.ObjectManager";
 
+/// A device's part of BlueZ's paths: "dev_00_1A_7D_DA_71_13".
+std::string pathPartOf(std::string address);
+
 /// BlueZ's objects by path, as far as the adapter needs them. One thread at a time.
 class Objects {
  public:
-  /// `device` as BlueZ's paths have it, "dev_00_1A_7D_DA_71_13": what belongs to other devices is skipped, as
-  /// costly as it is to read. Empty: nothing is.
+  /// `device` is a device's part of paths: what belongs to others is skipped, as costly as it is to read.
+  /// Empty: nothing is.
   explicit Objects(std::string device) : device_(std::move(device)) {}
 
   bool isWanted(const std::string& path) const;
@@ -34,6 +37,7 @@ class Objects {
   // From messages of BlueZ. They throw BluezError.
   void add(const std::string& path, Reader& interfaces);
   void remove(const std::string& path, Reader& interfaces);
+  void set(const std::string& path, const std::string& interface, Reader& values);
   void change(const std::string& path, const std::string& interface, Reader& values);
   void invalidate(const std::string& path, const std::string& interface, Reader& names);
   void clear() { objects_.clear(); }
@@ -67,7 +71,7 @@ class Objects {
   using Value = std::variant<bool, std::int16_t, std::uint16_t, std::string, std::vector<std::string>>;
   using Interface = std::map<std::string, Value>;
 
-  static void set(Interface& interface, Reader& values);
+  static void read(Reader& values, Interface& interface);
   const Interface* find(const std::string& path, const char* interface) const;
 
   std::string device_;

@@ -53,7 +53,7 @@ void Scanner::Impl::listen(Duration time, const ScanFilter& filter, std::vector<
   Loop loop(scheduler_, "kwt.bluez.scan");
   const auto client = Client::open(scheduler_, loop, {}, {[](auto&&, auto&&) {}, [] {}});
   announce(client);
-  client->load();
+  client->await(client->askForObjects());
   const std::string adapter =
       client->look([&](const Objects& objects) { return objects.usableAdapter(adapter_); });
   const Discovery discovery(*client, adapter);

@@ -130,6 +130,19 @@ TEST(BluezConnection, OneThatIsThereIsEndedFirst) {
   EXPECT_EQ(next->peripheral()->state(), PeripheralState::connected);
 }
 
+// Those are not announced with the next connection, as the others are.
+TEST(BluezConnection, CharacteristicsThatBluezKeptAreFound) {
+  Host host;
+  host.bluez.obey("keep C92A");
+  ASSERT_EQ(nameOf(host.device->connect()), "ok");
+  host.device->disconnect();
+  EXPECT_TRUE(host.journal->await("onDisconnect"));
+  host.device = Device::create(host.scheduler, kRecorderAddress);
+  host.listen();
+  ASSERT_EQ(nameOf(host.device->connect()), "ok");
+  host.ask();
+}
+
 TEST(GattEvents, ADetachedFacadeHasAndHearsNothing) {
   const FakeHost host;
   const auto& [helper, peripheral] = std::tie(host.helper, host.peripheral);

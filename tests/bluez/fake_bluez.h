@@ -51,11 +51,11 @@ class FakeBluez {
   ///   heard on|off                      the recorder is in reach; while off, it accepts no connection either
   ///   resolve on|off                    its services become known, after a connection
   ///   mtu N | lack UUID-PART            of its characteristics
-  ///   refuse METHOD ERROR | hold METHOD | release METHOD
-  ///   lose | hang up                    the connection, only the descriptors
-  ///   linger on|off                     the descriptors outlive a connection that is lost
-  ///   notify UUID-PART SIZE             the recorder tells something unasked
-  ///   read UUID-PART                    another program has read it
+  ///   keep UUID-PART                    those that outlive the connection, and are not announced with the
+  ///   next refuse METHOD ERROR | hold METHOD | release METHOD lose | hang up                    the
+  ///   connection, only the descriptors linger on|off                     the descriptors outlive a
+  ///   connection that is lost notify UUID-PART SIZE             the recorder tells something unasked read
+  ///   UUID-PART                    another program has read it
   /// "Ack" as METHOD: the answers to writes that the recorder has carried out.
   void obey(const std::string& commands) {
     std::istringstream lines(commands);
@@ -228,11 +228,11 @@ class FakeBluez {
 
   void resolve() {
     if (!is_.connected || state_["resolve"] != "on" || is_.resolved) return;
+    int number = 0;
     for (const auto& source : link_->characteristics()) {
-      if (source->UUID().toString().find(state_["lack"]) != std::string::npos) continue;
-      gatts_.emplace_back(bus_,
-                          recorder_->getObjectPath() + "/service0001/char" + std::to_string(gatts_.size()),
-                          source, static_cast<std::uint16_t>(std::stoul(state_["mtu"])));
+      const auto path = recorder_->getObjectPath() + "/service0001/char" + std::to_string(++number);
+      if (gattAt(path) || source->UUID().toString().find(state_["lack"]) != std::string::npos) continue;
+      gatts_.emplace_back(bus_, path, source, static_cast<std::uint16_t>(std::stoul(state_["mtu"])));
     }
     is_.resolved = true;
     FakeBus::tell(recorder_, bluez::kDevice, {{"ServicesResolved", sdbus::Variant(true)}});
@@ -251,8 +251,12 @@ class FakeBluez {
     }
     FakeBus::tell(recorder_, bluez::kDevice,
                   {{"Connected", sdbus::Variant(false)}, {"ServicesResolved", sdbus::Variant(false)}});
-    for (auto& gatt : gatts_) FakeBus::withdraw(gatt.object);
-    gatts_.clear();
+    std::erase_if(gatts_, [&](FakeGatt& gatt) {
+      gatt.notifying = false;
+      const bool isKept = gatt.id().find(state_["keep"]) != std::string::npos;
+      if (!isKept) FakeBus::withdraw(gatt.object);
+      return !isKept;
+    });
   }
 
   FakeGatt* gattAt(const std::string& path) {
@@ -282,7 +286,7 @@ class FakeBluez {
   // What obey() was told; a method's is "hold", or the D-Bus name of the error that refuses it.
   std::map<std::string, std::string> state_{{"adapter", "on"}, {"power", "on"},     {"heard", "on"},
                                             {"resolve", "on"}, {"stranger", "off"}, {"mtu", "247"},
-                                            {"lack", "none"},  {"linger", "off"}};
+                                            {"lack", "none"},  {"keep", "none"},    {"linger", "off"}};
   std::atomic<bool> power_{false};  // a property
   DeviceState is_;
   bool discovering_ = false;
