@@ -51,11 +51,10 @@ class FakeBluez {
   ///   heard on|off                      the recorder is in reach; while off, it accepts no connection either
   ///   resolve on|off                    its services become known, after a connection
   ///   mtu N | lack UUID-PART            of its characteristics
-  ///   keep UUID-PART                    those that outlive the connection, and are not announced with the
-  ///   next refuse METHOD ERROR | hold METHOD | release METHOD lose | hang up                    the
-  ///   connection, only the descriptors linger on|off                     the descriptors outlive a
-  ///   connection that is lost notify UUID-PART SIZE             the recorder tells something unasked read
-  ///   UUID-PART                    another program has read it
+  ///   refuse METHOD ERROR | hold METHOD | release METHOD
+  ///   lose | hang up                    the connection, only the descriptors
+  ///   linger on|off | keep UUID-PART    descriptors, characteristics outlive it, which are announced once
+  ///   notify UUID-PART SIZE | read UUID-PART    the recorder tells something, another program has read it
   /// "Ack" as METHOD: the answers to writes that the recorder has carried out.
   void obey(const std::string& commands) {
     std::istringstream lines(commands);
@@ -247,16 +246,15 @@ class FakeBluez {
     course_.end();
     for (auto& gatt : gatts_) {
       if (gatt.running) answer(CallPtr(gatt.running), kFailed);
-      if (state_["linger"] == "on") lingering_.push_back(std::move(gatt.stream));
+      auto stream = gatt.end();
+      if (state_["linger"] == "on") lingering_.push_back(std::move(stream));
     }
     FakeBus::tell(recorder_, bluez::kDevice,
                   {{"Connected", sdbus::Variant(false)}, {"ServicesResolved", sdbus::Variant(false)}});
-    std::erase_if(gatts_, [&](FakeGatt& gatt) {
-      gatt.notifying = false;
-      const bool isKept = gatt.id().find(state_["keep"]) != std::string::npos;
-      if (!isKept) FakeBus::withdraw(gatt.object);
-      return !isKept;
-    });
+    for (auto& gatt : gatts_) {
+      if (gatt.id().find(state_["keep"]) == std::string::npos) FakeBus::withdraw(gatt.object);
+    }
+    std::erase_if(gatts_, [](const FakeGatt& gatt) { return gatt.object == nullptr; });
   }
 
   FakeGatt* gattAt(const std::string& path) {

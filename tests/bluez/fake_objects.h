@@ -80,6 +80,11 @@ struct FakeGatt {
     call.descriptor.reset(ends[1], sdbus::adopt_fd);
   }
 
+  sdbus::UnixFd end() {
+    notifying = false;
+    return std::exchange(stream, {});
+  }
+
   void pass(const Bytes& value) const {
     if (!stream.isValid()) return show(value);
     // Where BlueZ drops what there is no room for, this one waits.
