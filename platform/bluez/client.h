@@ -38,14 +38,15 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   static std::shared_ptr<Client> open(const std::shared_ptr<Scheduler>& scheduler, Loop& loop,
                                       const std::string& device, Events events);
 
-  /// What was asked, until await() has its answer.
+  /// The answer to come of what was asked, for await() alone to read.
   struct Answer {
     bool given = false;
     MaybeError error;
   };
   using Pending = std::shared_ptr<const Answer>;
 
-  /// Asks BlueZ for its objects, or for the properties of one. Throws BluezError.
+  /// Asks BlueZ for its objects, or for the properties of one, which look() sees then. Throws BluezError when
+  /// that cannot be sent.
   Pending askForObjects();
   Pending askFor(const std::string& path, const char* interface);
 
@@ -69,7 +70,7 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   /// Lets waits begin again. Whether it was cancelled.
   bool resume();
 
-  /// Calls. `read`, on the loop's thread, takes what was answered. Throws BluezError.
+  /// Calls. `read`, on the loop's thread, takes what was answered. Throws BluezError when it cannot be sent.
   using Read = std::function<void(sdbus::MethodReply&)>;
   Pending ask(const Bus::Method& method, const Bus::Arguments& arguments, const Read& read = nullptr);
 

@@ -38,9 +38,12 @@ bool Departures::await(Scheduler& scheduler, const std::string& address, Duratio
 }
 
 void Connector::run(const Adopt& adopt) {
-  isLoaded_ = !isKnown();
-  if (isLoaded_) client_.await(client_.askForObjects());
-  adapter_ = client_.look([&](const Objects& objects) { return objects.usableAdapter(adapterName_); });
+  if (!askForBoth()) {
+    if (const auto gone = client_.gone()) throw BluezError(*gone);  // a call would start it again
+    client_.await(client_.askForObjects());
+    isLoaded_ = true;
+    adapter_ = client_.look([&](const Objects& objects) { return objects.usableAdapter(adapterName_); });
+  }
   establish(find(), adopt);
 }
 
@@ -49,8 +52,8 @@ void Connector::step(ConnectStep step) const {
 }
 
 /// Asks for the adapter and the device alone, as all objects take the longer the more devices BlueZ has ever
-/// met. False: it takes those to tell; also when the first adapter is not there or has no power.
-bool Connector::isKnown() {
+/// met. False: one is missing, or the adapter has no power; then all objects decide.
+bool Connector::askForBoth() {
   const std::string adapter = "/org/bluez/" + (adapterName_.empty() ? "hci0" : adapterName_);
   const auto failure = attempted([&] {
     const auto ofAdapter = client_.askFor(adapter, kAdapter);
@@ -58,11 +61,13 @@ bool Connector::isKnown() {
     client_.await(ofAdapter);
     client_.await(ofDevice);
   });
-  if (!failure)
-    return client_.look([&](const Objects& objects) { return objects.isTrue(adapter, kAdapter, "Powered"); });
-  const bool isAbsence = failure->domain() != kDomain || isProblem(*failure, Problem::connectionLost);
-  if (!isAbsence) throw BluezError(*failure);
-  return false;
+  // UnknownObject is a connectionLost too.
+  if (failure && failure->domain() == kDomain && !isProblem(*failure, Problem::connectionLost))
+    throw BluezError(*failure);
+  const auto hasPower = [&](const Objects& objects) { return objects.isTrue(adapter, kAdapter, "Powered"); };
+  if (failure || !client_.look(hasPower)) return false;
+  adapter_ = adapter;
+  return true;
 }
 
 /// BlueZ still knows a device that it heard a short while ago; only for others it has to listen.
@@ -115,8 +120,8 @@ void Connector::connect(const std::string& device) {
         *connected =
             client.look([&](const Objects& objects) { return objects.isTrue(device, kDevice, "Connected"); });
       });
-  // While the radio is at work. BlueZ keeps characteristics of an earlier connection and does not announce
-  // them again, so that not all are known from then on.
+  // While the radio is at work. Announcements alone would miss characteristics that BlueZ has kept from an
+  // earlier connection.
   const auto loading = isLoaded_ ? nullptr : client_.askForObjects();
   client_.await(connecting, options_.connecting, Problem::noConnection);
   connected_ = *connected;

@@ -55,7 +55,7 @@ class Connector {
   void run(const Adopt& adopt);
 
  private:
-  bool isKnown();
+  bool askForBoth();
   std::string find();
   void establish(const std::string& device, const Adopt& adopt);
   void endInherited(const std::string& device);

@@ -38,7 +38,7 @@ class Objects {
   void add(const std::string& path, Reader& interfaces);
   void remove(const std::string& path, Reader& interfaces);
   void set(const std::string& path, const std::string& interface, Reader& values);
-  void change(const std::string& path, const std::string& interface, Reader& values);
+  void change(const std::string& path, const std::string& interface, Reader& values);  // where it is known
   void invalidate(const std::string& path, const std::string& interface, Reader& names);
   void clear() { objects_.clear(); }
 

@@ -53,7 +53,7 @@ class FakeBluez {
   ///   mtu N | lack UUID-PART            of its characteristics
   ///   refuse METHOD ERROR | hold METHOD | release METHOD
   ///   lose | hang up                    the connection, only the descriptors
-  ///   linger on|off | keep UUID-PART    descriptors, characteristics outlive it, which are announced once
+  ///   linger on|off | keep UUID-PART    outlive it: descriptors; characteristics, not announced again
   ///   notify UUID-PART SIZE | read UUID-PART    the recorder tells something, another program has read it
   /// "Ack" as METHOD: the answers to writes that the recorder has carried out.
   void obey(const std::string& commands) {
