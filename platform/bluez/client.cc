@@ -152,17 +152,13 @@ void Client::wake() {
   woken_->signal();
 }
 
-void Client::expectUse() const {
-  if (cancelled_) throw BluezError(Problem::cancelled);
-  if (gone_) throw BluezError(*gone_);
-}
-
 bool Client::waitFor(const std::function<bool(const Objects&)>& condition, Duration timeout) {
   const Duration end = scheduler_->now() + std::min(timeout, kForever);
   while (true) {
     {
       const internal::MutexLock lock(mutex_);
-      expectUse();
+      if (cancelled_) throw BluezError(Problem::cancelled);
+      if (gone_) throw BluezError(*gone_);
       if (condition(objects_)) return true;
       waiting_ = true;
     }
@@ -190,10 +186,6 @@ void Client::call(const Bus::Method& method, const Bus::Arguments& arguments, Du
 }
 
 Client::Pending Client::ask(const Bus::Method& method, const Bus::Arguments& arguments, const Read& read) {
-  {
-    const internal::MutexLock lock(mutex_);
-    expectUse();  // a call would start a bluetoothd that has ended
-  }
   const auto answer = std::make_shared<Answer>();
   const auto take = [this, answer, read](sdbus::MethodReply& reply, const sdbus::Error* error) {
     const MaybeError outcome = outcomeOf(reply, error, read);

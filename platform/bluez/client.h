@@ -70,8 +70,7 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
   /// Lets waits begin again. Whether it was cancelled.
   bool resume();
 
-  /// Calls. `read`, on the loop's thread, takes what was answered. Throws BluezError when it cannot be sent,
-  /// or nobody could wait for the answer.
+  /// Calls. `read`, on the loop's thread, takes what was answered. Throws BluezError when it cannot be sent.
   using Read = std::function<void(sdbus::MethodReply&)>;
   Pending ask(const Bus::Method& method, const Bus::Arguments& arguments, const Read& read = nullptr);
 
@@ -100,7 +99,6 @@ class Client : public Loop::Source, public std::enable_shared_from_this<Client> 
 
   Client(const std::shared_ptr<Scheduler>& scheduler, Loop& loop, const std::string& device, Events events);
 
-  void expectUse() const KWT_REQUIRES(mutex_);
   void send(const Bus::Method& method, const Bus::Arguments& arguments, Bus::Answer onAnswer);
   void finish(std::uint64_t number, const MaybeError& error);
   void endLate();
