@@ -152,7 +152,10 @@ void Bus::call(const Method& method, const Arguments& arguments, Answer onAnswer
   sdbus::IProxy& proxy = proxyAt(method.path);
   auto message = newCall(proxy, method.interface, method.name);
   arguments(rawOf(message));
+  // Whoever stops bluetoothd wants it to stay so.
+  if (isAnswered_) expectGood(sd_bus_message_set_auto_start(rawOf(message), 0));
   send(proxy, message, [this, onAnswer = std::move(onAnswer)](auto& reply, const auto* error) {
+    isAnswered_ = true;
     guard([&] { onAnswer(reply, error); });
   });
 }

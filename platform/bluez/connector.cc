@@ -39,7 +39,6 @@ bool Departures::await(Scheduler& scheduler, const std::string& address, Duratio
 
 void Connector::run(const Adopt& adopt) {
   if (!askForBoth()) {
-    if (const auto gone = client_.gone()) throw BluezError(*gone);  // a call would start it again
     client_.await(client_.askForObjects());
     isLoaded_ = true;
     adapter_ = client_.look([&](const Objects& objects) { return objects.usableAdapter(adapterName_); });

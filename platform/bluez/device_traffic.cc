@@ -189,11 +189,7 @@ void DeviceCore::descriptorEnded(Attempt attempt) {
   if (!connection) return;
   connection->client->start(
       {connection->device, kProperties, "GetAll"},
-      [](sd_bus_message* call) {
-        expectGood(sd_bus_message_set_auto_start(call, 0));  // bluetoothd may have ended
-        expectGood(sd_bus_message_append(call, "s", kDevice));
-      },
-      kPrompt,
+      [](sd_bus_message* call) { expectGood(sd_bus_message_append(call, "s", kDevice)); }, kPrompt,
       [run = whileThere(), attempt](const MaybeError&) {
         run([&](DeviceCore& core) {
           if (core.connectionIn(attempt)) core.lose(errorOf(Problem::connectionLost, core.address_));
