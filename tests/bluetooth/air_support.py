@@ -5,6 +5,7 @@ import pathlib
 import queue
 import re
 import socket
+import struct
 import subprocess
 import sys
 import threading
@@ -64,13 +65,18 @@ class Program:
             self.reader.join()
 
 
+def controller_socket(index):
+    controller = socket.socket(socket.AF_BLUETOOTH, socket.SOCK_RAW, socket.BTPROTO_HCI)
+    controller.bind((index,))
+    return controller
+
+
 def advertise_again_for_scans(line):
     """Where a real controller repeats itself, a virtual one tells a scanner of advertising once, as soon as both are on:
     before the kernel expects it."""
     if not re.search("hci0 type . discovering 1", line):
         return
-    with socket.socket(socket.AF_BLUETOOTH, socket.SOCK_RAW, socket.BTPROTO_HCI) as controller:
-        controller.bind((1,))
+    with controller_socket(1) as controller:
         for enabled in (0, 1):
             controller.send(bytes([0x01, 0x0A, 0x20, 1, enabled]))  # LE Set Advertising Enable
 
@@ -84,6 +90,19 @@ class BluetoothService:
 
     def kill(self):
         self.program.end(subprocess.Popen.kill)
+
+    def lose(self):
+        """Kills it while there is a connection, which the kernel ends 2 s later, for each controller by itself. One that is
+        late would end the next connection instead, as that has the same handle; Linux 6.1 then kills bluetoothd."""
+        events, disconnection_complete = 4, 5
+        with controller_socket(0) as ours, controller_socket(1) as theirs:
+            for controller in (ours, theirs):
+                controller.settimeout(20)
+                controller.setsockopt(socket.SOL_HCI, socket.HCI_FILTER,
+                                      struct.pack("IIIHxx", 1 << events, 1 << disconnection_complete, 0, 0))
+            self.kill()
+            for controller in (ours, theirs):
+                controller.recv(260)
 
 
 class AirRecorder(Recorder):

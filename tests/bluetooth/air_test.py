@@ -104,11 +104,11 @@ class AirTest(KwtTestCase):
         terminal = Terminal(recorder, *command)
         terminal.wait_for(mark, count)
         began = time.monotonic()
-        bluetooth.kill()
+        bluetooth.lose()
         code, out, shown = terminal.finish()
         took = time.monotonic() - began
         bluetooth.start()
-        recorder.program.wait_for("^Disconnected")  # the kernel keeps the radio's connection for some seconds
+        recorder.program.wait_for("^Disconnected")
         self.assertIn(code, (69, 75), shown)
         self.assertLess(took, 10, shown)
         return shown
@@ -118,7 +118,7 @@ class AirTest(KwtTestCase):
         recorder = AirRecorder(self, 3 * BLOCK)
         terminal = Terminal(recorder, "pull", "-o", "f.opus")
         terminal.wait_for(b"%", 3)
-        bluetooth.kill()
+        bluetooth.lose()
         bluetooth.start()
         self.check(terminal.finish(), 0, "has deleted")
         self.assert_pulled(recorder, "f.opus")

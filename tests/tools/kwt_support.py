@@ -126,9 +126,15 @@ class Terminal:
         os.close(theirs)
         self.shown = b""
 
+    def read(self):
+        self.shown += os.read(self.ours, 1000)
+
     def wait_for(self, mark, count):
-        while self.shown.count(mark) < count:
-            self.shown += os.read(self.ours, 1000)
+        try:
+            while self.shown.count(mark) < count:
+                self.read()
+        except OSError:
+            raise AssertionError(f"it ended without {mark}: {self.shown}") from None
 
     def end(self, mark, count, number):
         """Sends the signal when the terminal has shown the mark so often; returns what finish() does."""
@@ -141,7 +147,7 @@ class Terminal:
         code, out, _ = finish(self.process)
         with contextlib.suppress(OSError):  # its end
             while True:
-                self.shown += os.read(self.ours, 1000)
+                self.read()
         os.close(self.ours)
         return code, out, self.shown.decode()
 
