@@ -104,8 +104,10 @@ void Bus::guard(Work&& work) {
 
 void Bus::onOwnerChanged(sd_bus_message* signal) {
   Reader reader(signal);
-  reader.text();                                       // the name
-  if (!reader.text().empty()) events_.onServiceEnd();  // else it has just been started, perhaps by a call
+  reader.text();                      // the name
+  if (reader.text().empty()) return;  // it has just been started, perhaps by a call
+  mayStart_ = false;
+  events_.onServiceEnd();
 }
 
 void Bus::end() {
@@ -153,9 +155,9 @@ void Bus::call(const Method& method, const Arguments& arguments, Answer onAnswer
   auto message = newCall(proxy, method.interface, method.name);
   arguments(rawOf(message));
   // Whoever stops bluetoothd wants it to stay so.
-  if (isAnswered_) expectGood(sd_bus_message_set_auto_start(rawOf(message), 0));
+  if (!mayStart_) expectGood(sd_bus_message_set_auto_start(rawOf(message), 0));
   send(proxy, message, [this, onAnswer = std::move(onAnswer)](auto& reply, const auto* error) {
-    isAnswered_ = true;
+    mayStart_ = false;
     guard([&] { onAnswer(reply, error); });
   });
 }

@@ -45,8 +45,9 @@ class Bus {
   using Arguments = std::function<void(sd_bus_message* call)>;
   using Answer = OnReply;
 
-  /// Sends a call to BlueZ, which starts it unless a call has been answered, and returns; the answer, if any,
-  /// comes on the loop's thread. Throws sdbus::Error or BluezError when it cannot be sent. Any thread.
+  /// Sends a call to BlueZ and returns; the answer, if any, comes on the loop's thread. Until one has come,
+  /// or BlueZ has ended, the bus starts BlueZ for it. Throws sdbus::Error or BluezError when it cannot be
+  /// sent. Any thread.
   void call(const Method& method, const Arguments& arguments, Answer onAnswer);
 
   /// Whether something is left to send, for which the loop has to wait. Any thread.
@@ -75,7 +76,7 @@ class Bus {
   const Connection connection_;
   std::exception_ptr thrown_;  // by what the D-Bus library called
   bool isMore_ = true;  // may have come already, with the answers to what was asked while it was opened
-  std::atomic<bool> isEnded_ = false, isAnswered_ = false;
+  std::atomic<bool> isEnded_ = false, mayStart_ = true;
   internal::Mutex mutex_;
   std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_ KWT_GUARDED_BY(mutex_);
 };
