@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <exception>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -70,7 +71,9 @@ class Opening {
 // What is listened to is sent ahead of everything that is asked, so that nothing falls between an answer and
 // what changes after it.
 Bus::Bus(const std::shared_ptr<Scheduler>& scheduler, const std::function<void()>& meanwhile, Events events)
-    : events_(std::move(events)), connection_(Opening::run(*scheduler, meanwhile)) {
+    : events_(std::move(events)),
+      exchanging_(scheduler->recursiveLock("kwt.bluez.bus")),
+      connection_(Opening::run(*scheduler, meanwhile)) {
   auto unsent = newCall(proxyAt("/"), "org.freedesktop.DBus.Peer", "Ping");
   sd_bus* const bus = sd_bus_message_get_bus(rawOf(unsent));
   const std::string signals = "type='signal',sender=";
@@ -132,6 +135,7 @@ void Bus::process(bool isReady) {
   try {
     isMore_ = true;
     for (int i = 0; i < most && isMore_; ++i) {
+      const std::unique_lock receiving(*exchanging_);
       isMore_ = processNext(*connection_);
       if (thrown_) std::rethrow_exception(std::exchange(thrown_, nullptr));
     }
@@ -156,6 +160,10 @@ void Bus::call(const Method& method, const Arguments& arguments, Answer onAnswer
   arguments(rawOf(message));
   // Whoever stops bluetoothd wants it to stay so.
   if (!mayStart_) expectGood(sd_bus_message_set_auto_start(rawOf(message), 0));
+  // The D-Bus library sends, and then enters into a table who takes the answer. One that is taken before
+  // would leave its receiver there for good, and without memory for the table each thread would wait for the
+  // other.
+  const std::unique_lock sending(*exchanging_);
   send(proxy, message, [this, onAnswer = std::move(onAnswer)](auto& reply, const auto* error) {
     mayStart_ = false;
     guard([&] { onAnswer(reply, error); });
