@@ -160,9 +160,9 @@ void Bus::call(const Method& method, const Arguments& arguments, Answer onAnswer
   arguments(rawOf(message));
   // Whoever stops bluetoothd wants it to stay so.
   if (!mayStart_) expectGood(sd_bus_message_set_auto_start(rawOf(message), 0));
-  // The D-Bus library sends, and then enters into a table who takes the answer. One that is taken before
-  // would leave its receiver there for good, and without memory for the table each thread would wait for the
-  // other.
+  // sdbus-c++ 1 sends, and then enters into a table who takes the answer. An answer that is taken before
+  // would leave its receiver there until the connection ends, and without memory for the table each thread
+  // would wait for the other.
   const std::unique_lock sending(*exchanging_);
   send(proxy, message, [this, onAnswer = std::move(onAnswer)](auto& reply, const auto* error) {
     mayStart_ = false;

@@ -73,7 +73,7 @@ class Bus {
   sdbus::IProxy& proxyAt(const std::string& path);
 
   const Events events_;
-  const std::shared_ptr<RecursiveLock> exchanging_;  // around the D-Bus library's own locks
+  const std::shared_ptr<RecursiveLock> exchanging_;  // sending a call, taking what came
   const Connection connection_;
   std::exception_ptr thrown_;  // by what the D-Bus library called
   bool isMore_ = true;  // may have come already, with the answers to what was asked while it was opened
